@@ -1,0 +1,7 @@
+#include <cstdio>
+
+int main()
+{
+    std::puts("vxdicom");
+    return 0;
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdarg>
+#include <functional>
+#include <mutex>
+#include <string>
+
+/// The host's message console: printf-style lines, thread-safe. Output goes
+/// to standard output unless a sink is installed (tests capture with one).
+class VxMessage
+{
+public:
+    using Sink = std::function<void(const std::string &text)>;
+
+    static VxMessage *getTheMsg();
+
+    /// Prints the formatted text as it is (add "\n" yourself where a line ends;
+    /// a text without a trailing newline gets one).
+    void printf(const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+    /// The same with a "Warning: " prefix, to standard error when no sink is set.
+    void warning(const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+    /// The same with an "Error: " prefix, to standard error when no sink is set.
+    void error(const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+    /// Installs a sink that receives every message instead of the console;
+    /// an empty sink restores console output. Returns the previous sink.
+    Sink setSink(Sink sink);
+
+    /// Suppresses console output of printf() (warnings and errors still show);
+    /// sinks receive everything.
+    void setQuiet(bool quiet);
+    bool isQuiet() const;
+
+private:
+    VxMessage() = default;
+    void emit(int level, const char *fmt, va_list ap);
+
+    mutable std::mutex mutex;
+    Sink sink;
+    bool quiet = false;
+};
+
+/// Captures the console for the lifetime of the object (tests).
+class VxMessageCapture
+{
+public:
+    VxMessageCapture();
+    ~VxMessageCapture();
+    VxMessageCapture(const VxMessageCapture &) = delete;
+    VxMessageCapture &operator=(const VxMessageCapture &) = delete;
+
+    /// Everything printed so far, in order.
+    std::string text() const;
+    bool contains(const std::string &needle) const;
+    void clear();
+
+private:
+    mutable std::mutex mutex;
+    std::string captured;
+    VxMessage::Sink previous;
+};

@@ -1,0 +1,114 @@
+#include "tests/support/TestSupport.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace vxtest {
+
+std::string sharedDataDir()
+{
+    const char *env = std::getenv("VX_SHARED_DATA_DIR");
+    const std::string dir = env && *env ? env : VX_SHARED_DATA_DIR;
+    std::error_code ec;
+    return fs::is_directory(dir, ec) ? dir : std::string();
+}
+
+std::string sharedPath(const std::string &relative)
+{
+    return (fs::path(sharedDataDir()) / relative).string();
+}
+
+std::vector<std::string> sharedDicomFiles(const std::string &relativeDir)
+{
+    std::vector<std::string> files;
+    const std::string root = sharedDataDir();
+    if (root.empty())
+        return files;
+    const fs::path base = relativeDir.empty() ? fs::path(root) : fs::path(root) / relativeDir;
+    std::error_code ec;
+    for (auto it = fs::recursive_directory_iterator(base, ec); it != fs::recursive_directory_iterator();
+         it.increment(ec)) {
+        if (ec)
+            break;
+        if (!it->is_regular_file())
+            continue;
+        const std::string name = it->path().filename().string();
+        if (name == "README.md" || name == "LICENSE" || name == "notes.txt")
+            continue;
+        files.push_back(it->path().string());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+TempDir::TempDir()
+{
+    std::string pattern = (fs::temp_directory_path() / "vxtest-XXXXXX").string();
+    char *made = mkdtemp(pattern.data());
+    if (!made)
+        throw std::runtime_error("cannot create a temporary directory");
+    dir = made;
+}
+
+TempDir::~TempDir()
+{
+    std::error_code ec;
+    fs::remove_all(dir, ec);
+}
+
+int runCommand(const std::string &command, std::string *output, bool mergeStderr)
+{
+    const std::string full = mergeStderr ? command + " 2>&1" : command;
+    FILE *pipe = popen(full.c_str(), "r");
+    if (!pipe)
+        return -1;
+    std::array<char, 4096> buf{};
+    size_t n;
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0)
+        if (output)
+            output->append(buf.data(), n);
+    const int status = pclose(pipe);
+    if (status == -1)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+bool haveProgram(const std::string &name)
+{
+    if (!name.empty() && name[0] == '/')
+        return access(name.c_str(), X_OK) == 0;
+    return runCommand("command -v '" + name + "' >/dev/null 2>&1") == 0;
+}
+
+bool havePythonModules(const std::vector<std::string> &modules)
+{
+    if (!haveProgram(VX_PYTHON))
+        return false;
+    std::string imports;
+    for (const auto &m : modules)
+        imports += "import " + m + "; ";
+    return runCommand(std::string(VX_PYTHON) + " -c '" + imports + "' >/dev/null 2>&1") == 0;
+}
+
+std::vector<unsigned char> readFileBytes(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<unsigned char>((std::istreambuf_iterator<char>(in)),
+                                      std::istreambuf_iterator<char>());
+}
+
+void writeFileBytes(const std::string &path, const std::vector<unsigned char> &bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+} // namespace vxtest

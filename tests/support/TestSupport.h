@@ -1,0 +1,58 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace vxtest {
+
+/// ../shared/data beside the checkout, or "" when it is not there.
+std::string sharedDataDir();
+
+/// Path of a file or folder below ../shared/data.
+std::string sharedPath(const std::string &relative);
+
+/// Every regular file below a folder of ../shared/data (README.md, LICENSE and
+/// notes.txt left out), sorted.
+std::vector<std::string> sharedDicomFiles(const std::string &relativeDir = "");
+
+/// A temporary directory removed with everything in it when the object dies.
+class TempDir
+{
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+    const std::filesystem::path &path() const { return dir; }
+    std::string file(const std::string &name) const { return (dir / name).string(); }
+
+private:
+    std::filesystem::path dir;
+};
+
+/// Runs a command through /bin/sh; returns its exit status and fills output
+/// with standard output (and standard error when mergeStderr).
+int runCommand(const std::string &command, std::string *output = nullptr,
+               bool mergeStderr = false);
+
+/// True when an executable of that name is on PATH (or an absolute path exists).
+bool haveProgram(const std::string &name);
+
+/// True when /usr/bin/python3 can import every module named.
+bool havePythonModules(const std::vector<std::string> &modules);
+
+std::vector<unsigned char> readFileBytes(const std::string &path);
+void writeFileBytes(const std::string &path, const std::vector<unsigned char> &bytes);
+
+} // namespace vxtest
+
+/// Skips the current test when ../shared/data is absent (a user's fresh clone).
+#define VX_REQUIRE_SHARED_DATA()                                                                   \
+    do {                                                                                           \
+        if (vxtest::sharedDataDir().empty())                                                       \
+            GTEST_SKIP() << "../shared/data is not beside this checkout; real scanner files "      \
+                            "are needed for this test";                                            \
+    } while (0)
