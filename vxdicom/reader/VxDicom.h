@@ -1,0 +1,27 @@
+#pragma once
+
+#include "platform/core/KcDArray.h"
+#include "platform/core/KcString.h"
+
+class VxField3;
+class VxDicomFile;
+class VxDicomImage;
+
+/// Reader entry, as the host's "load -dicom" command calls it. A last name
+/// "-nodialog" is dropped and suppresses the import dialog. Returns 1 on
+/// success, 0 on failure (no names, or a stack whose field could not be made).
+int vxReadDicom(int n, const char **names);
+int vxReadDicom(int n, const char **names, int showDialog, bool verbose);
+/// The full pipeline; every created field is appended to `fields`.
+int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int showDialog,
+                bool verbose);
+
+/// Whether delayed reading is on: "DICOM_DELAYED_READ" unset, or set to a
+/// base-10 integer other than 0.
+bool dicomDelayedReadEnabled();
+
+/// The reading loop alone (files, DICOMDIR expansion, per-file and summary
+/// messages, progress and interruption). The opened files and their images
+/// are appended to the arrays; the caller owns the files.
+void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
+                    KcDArray<VxDicomFile *> &files, KcDArray<VxDicomImage *> &images);

@@ -1,0 +1,135 @@
+#include "vxdicom/reader/VxDicomFile.h"
+
+#include "platform/core/VxGunzip.h"
+#include "platform/data/VxParamBundle.h"
+#include "vxdicom/params/DicomElementConversion.h"
+#include "vxdicom/reader/VxDicomImage.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace {
+
+// Failure texts are rebuilt for every failure and handed out as const char*.
+const char *failure(KcString &slot, const char *prefix, const KcString &name,
+                    const KcString &reason = KcString())
+{
+    slot = KcString(prefix) + name;
+    if (!reason.empty())
+        slot += " (" + reason + ")";
+    return slot.c_str();
+}
+
+} // namespace
+
+VxDicomFile::VxDicomFile(const char *name, int idx, int delayed) : index(idx)
+{
+    fileName = KcFilename(name);
+    loadName = KcFilename(name);
+    try {
+        ok = readData(name, delayed);
+    } catch (...) {
+        for (VxDicomImage *image : images)
+            delete image;
+        images.clear();
+        dicom::dicomFree(data);
+        data = nullptr;
+        throw;
+    }
+}
+
+VxDicomFile::~VxDicomFile()
+{
+    for (VxDicomImage *image : images)
+        delete image;
+    dicom::dicomFree(data);
+}
+
+int VxDicomFile::readData(const char *name, int delayed)
+{
+    static KcString text;
+    KcString path(name);
+    VxTempFile unpacked;
+    if (VxGunzip::needsUnpacking(path)) {
+        KcString error;
+        if (!VxGunzip::unpack(name, unpacked, error))
+            throw failure(text, "cannot open: ", name, error);
+        path = unpacked.path();
+    }
+
+    FILE *f = std::fopen(path.c_str(), "rb");
+    if (!f)
+        throw failure(text, "cannot open: ", name);
+    KcString error;
+    // A packed file is decoded while its temporary copy exists: lazy reading
+    // of it would need the copy later.
+    const int lazy = unpacked.path().empty() ? delayed : 0;
+    data = dicom::dicomReadFile(path.c_str(), lazy, &error);
+    std::fclose(f);
+    if (!data)
+        throw failure(text, "cannot extract DICOM information from: ", name, error);
+
+    if (data->isDicomDir)
+        return 1;
+    return extractImageData();
+}
+
+int VxDicomFile::extractImageData()
+{
+    float frameSpacing = 1;
+    if (const char *s = dicom::dicomGetById(data, 0x0018, 0x0088))
+        frameSpacing = static_cast<float>(std::atof(s));
+
+    for (int k = 0; k < data->frames; ++k) {
+        unsigned char *pixels =
+            data->pixelData ? data->pixelData + static_cast<size_t>(k) * data->frameSize : nullptr;
+        auto image = std::make_unique<VxDicomImage>(this, pixels);
+        image->minValue = 1;
+        image->maxValue = 0;
+        if (data->frames > 1)
+            image->sliceLocation = k * frameSpacing;
+        if (pixels) {
+            int lo, hi;
+            image->dataRange(&lo, &hi);
+        }
+        images.append(image.release());
+    }
+    return images.size() == data->frames ? 1 : 0;
+}
+
+std::unique_ptr<VxParamBundle> VxDicomFile::dicomDataElements() const
+{
+    auto bundle = std::make_unique<VxParamBundle>("DICOM Elements");
+    if (!data)
+        return bundle;
+    for (int i = 0; i < data->numElements; ++i) {
+        const dicom::dicomDataElement &e = data->elements[i];
+        const char *value = dicom::dicomGetById(data, e.group, e.element);
+        if (VxParamBase *p = convertDicomByIdToVxParamBase(&e, value, 0))
+            bundle->insert(p, true);
+    }
+    return bundle;
+}
+
+void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
+{
+    static KcString text;
+    if (access(loadName.c_str(), R_OK) != 0)
+        throw failure(text, "cannot open: ", loadName);
+    if (data->frames > 1)
+        throw failure(text, "Error: Delayed read for multi frame file: ", loadName);
+
+    FILE *f = std::fopen(loadName.c_str(), "rb");
+    if (!f)
+        throw failure(text, "cannot open: ", loadName);
+    std::fclose(f);
+
+    KcString error;
+    if (!dicom::dicomReadImageData(data, 0, buffer, static_cast<size_t>(image.dataSize), &error)) {
+        text = "Error: unable to load image data.";
+        if (!error.empty())
+            text += " (" + error + ")";
+        throw text.c_str();
+    }
+}

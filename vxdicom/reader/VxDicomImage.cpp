@@ -1,0 +1,427 @@
+#include "vxdicom/reader/VxDicomImage.h"
+
+#include "platform/core/VxMessage.h"
+#include "vxdicom/params/DicomElementConversion.h"
+#include "vxdicom/reader/VxDicomFile.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+
+namespace {
+
+void normalise(float v[3])
+{
+    const float len = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    if (len > 0) {
+        v[0] /= len;
+        v[1] /= len;
+        v[2] /= len;
+    }
+}
+
+bool nearAnyAxis(const float v[3], float tolerance)
+{
+    for (int axis = 0; axis < 3; ++axis) {
+        for (float sign : {1.0f, -1.0f}) {
+            float d2 = 0;
+            for (int k = 0; k < 3; ++k) {
+                const float e = (k == axis ? sign : 0.0f) - v[k];
+                d2 += e * e;
+            }
+            if (std::sqrt(d2) < tolerance)
+                return true;
+        }
+    }
+    return false;
+}
+
+float orientationTolerance()
+{
+    const char *env = std::getenv("DICOM_EPS_ORIENTATION");
+    return env ? static_cast<float>(std::atof(env)) : 0.03f;
+}
+
+} // namespace
+
+VxDicomImage::VxDicomImage(const VxDicomFile *f, void *px) : file(f), pixels(px)
+{
+    initialize();
+}
+
+const char *VxDicomImage::text(unsigned short group, unsigned short element) const
+{
+    return dicom::dicomGetById(file->data, group, element);
+}
+
+// Thrown texts: "image width unknown.", "image height unknown.",
+// "unsupported data format.", "unsupported number of samples.",
+// "image size doesn't match its specification.\n", "no image data found.",
+// "unsupported data compression.".
+void VxDicomImage::initialize()
+{
+    const dicom::dicomStruct *d = file->data;
+
+    width = d->columns;
+    if (width == 0)
+        throw "image width unknown.";
+    height = d->rows;
+    if (height == 0)
+        throw "image height unknown.";
+
+    if (d->bytesPerSample != 1 && d->bytesPerSample != 2)
+        throw "unsupported data format.";
+    bytesPerSample = static_cast<float>(d->bytesPerSample);
+    if (d->samplesPerPixel != 1 && d->samplesPerPixel != 3 && d->samplesPerPixel != 4)
+        throw "unsupported number of samples.";
+    samplesPerPixel = d->samplesPerPixel;
+
+    dataSize = d->frameSize;
+    const double expected = static_cast<double>(width) * height * bytesPerSample * samplesPerPixel;
+    if (dataSize < 1 || static_cast<double>(dataSize) != expected)
+        throw "image size doesn't match its specification.\n";
+
+    if (!pixels)
+        pixels = d->pixelData;
+    if (!pixels && !d->pixelDataDeferred)
+        throw "no image data found.";
+
+    if (d->compression == dicom::COMPRESSION_UNSUPPORTED)
+        throw "unsupported data compression.";
+
+    if (const char *s = text(0x0028, 0x0101))
+        bitsStored = std::atoi(s);
+    if (const char *s = text(0x0028, 0x0103))
+        isSigned = std::atoi(s) != 0;
+    if (const char *s = text(0x0020, 0x0013))
+        imageNumber = std::atoi(s);
+    if (const char *s = text(0x0028, 0x0002)) {
+        // The element overrides the parser's count only where the frame size
+        // still agrees, so that no later loop runs past the samples.
+        const int spp = std::atoi(s);
+        if ((spp == 1 || spp == 3 || spp == 4) &&
+            static_cast<double>(width) * height * bytesPerSample * spp == dataSize)
+            samplesPerPixel = spp;
+    }
+    if (const char *s = text(0x0028, 0x0006))
+        planarConfig = std::atoi(s);
+
+    if (d->compression == dicom::COMPRESSION_RLE && planarConfig == 0) {
+        VxMessage::getTheMsg()->printf("WARNING: forcing planarConfig=1 for RLE compressed images\n");
+        planarConfig = 1;
+    }
+
+    if (const char *s = text(0x0028, 0x0030)) {
+        std::sscanf(s, "%f%*c%f", &pixelSpacing[0], &pixelSpacing[1]);
+        if (pixelSpacing[0] == 0 && pixelSpacing[1] != 0)
+            pixelSpacing[0] = pixelSpacing[1];
+        else if (pixelSpacing[1] == 0 && pixelSpacing[0] != 0)
+            pixelSpacing[1] = pixelSpacing[0];
+    }
+
+    if (const char *s = text(0x0018, 0x0050))
+        std::sscanf(s, "%f", &sliceThickness);
+
+    hasPosition = 0;
+    for (unsigned short element : {0x0032, 0x0030}) {
+        const char *s = text(0x0020, element);
+        if (s && std::sscanf(s, "%f%*c%f%*c%f", &position[0], &position[1], &position[2]) == 3) {
+            hasPosition = 1;
+            break;
+        }
+    }
+
+    bool haveOrientation = false;
+    for (unsigned short element : {0x0037, 0x0035}) {
+        const char *s = text(0x0020, element);
+        float v[6];
+        if (s && std::sscanf(s, "%f%*c%f%*c%f%*c%f%*c%f%*c%f", &v[0], &v[1], &v[2], &v[3], &v[4],
+                             &v[5]) == 6) {
+            std::memcpy(rowDirection, v, sizeof rowDirection);
+            std::memcpy(columnDirection, v + 3, sizeof columnDirection);
+            haveOrientation = true;
+            break;
+        }
+    }
+    bool locationFromPosition = false;
+    if (haveOrientation) {
+        normalise(rowDirection);
+        normalise(columnDirection);
+        const float tolerance = orientationTolerance();
+        const float *r = rowDirection;
+        const float *c = columnDirection;
+        normal[0] = r[1] * c[2] - c[1] * r[2];
+        normal[1] = c[0] * r[2] - r[0] * c[2];
+        normal[2] = r[0] * c[1] - r[1] * c[0];
+        normalise(normal);
+        for (const float *v : {rowDirection, columnDirection, normal})
+            if (!nearAnyAxis(v, tolerance))
+                oblique = 1;
+        if (hasPosition) {
+            sliceLocation = normal[0] * position[0] + normal[1] * position[1] + normal[2] * position[2];
+            locationFromPosition = true;
+        }
+    }
+    if (!locationFromPosition) {
+        float v = 0;
+        const char *s;
+        if ((s = text(0x0020, 0x1041)) && std::sscanf(s, "%f", &v) == 1)
+            sliceLocation = v;
+        else if ((s = text(0x0020, 0x0050)) && std::sscanf(s, "%f", &v) == 1)
+            sliceLocation = v;
+        else if ((s = text(0x0020, 0x0032)) && std::sscanf(s, "%*f%*c%*f%*c%f", &v) == 1)
+            sliceLocation = v;
+        else if ((s = text(0x0020, 0x0030)) && std::sscanf(s, "%*f%*c%*f%*c%f", &v) == 1)
+            sliceLocation = v;
+        else
+            sliceLocation = 0;
+    }
+
+    if (const char *s = text(0x0028, 0x0102)) {
+        highBit = std::atoi(s);
+        adjustHighBit(highBit);
+    }
+
+    if (const char *s = text(0x0028, 0x1052))
+        rescaleIntercept = static_cast<float>(std::atof(s));
+    if (const char *s = text(0x0028, 0x1053))
+        rescaleSlope = static_cast<float>(std::atof(s));
+
+    // Unsigned 12-bit CT without a useful rescale stores HU + 1000.
+    const char *modality = text(0x0008, 0x0060);
+    if (modality && strncasecmp(modality, "CT", 2) == 0 && !isSigned && bitsStored == 12 &&
+        rescaleIntercept == 0 && rescaleSlope == 1)
+        rescaleIntercept = -1000;
+
+    int lo, hi;
+    dataRange(&lo, &hi);
+}
+
+KcPrimType VxDicomImage::primType() const
+{
+    if (bytesPerSample > 2)
+        return KcPrimType::Int32;
+    if (bytesPerSample == 2)
+        return isSigned ? KcPrimType::Int16 : KcPrimType::UInt16;
+    return KcPrimType::UInt8;
+}
+
+void *VxDicomImage::pixelData()
+{
+    if (!pixels) {
+        ownPixels.reset(new unsigned char[static_cast<size_t>(dataSize) + 1]);
+        loadToMemory(ownPixels.get());
+        pixels = ownPixels.get();
+    }
+    return pixels;
+}
+
+void VxDicomImage::loadToMemory(void *buffer) const
+{
+    file->loadPixelData(*this, buffer);
+    if (highBit >= 0)
+        adjustHighBit(highBit, buffer);
+}
+
+int VxDicomImage::dataRange(int *min, int *max)
+{
+    if (!pixels || !min || !max || numSamples() < 1)
+        return 0;
+    if (minValue > maxValue) {
+        const long n = numSamples();
+        switch (primType()) {
+        case KcPrimType::UInt8:
+            dicomValueRangeU8(static_cast<const unsigned char *>(pixels), n, minValue, maxValue);
+            break;
+        case KcPrimType::Int16:
+            dicomValueRangeS16(static_cast<const short *>(pixels), n, minValue, maxValue);
+            break;
+        case KcPrimType::UInt16:
+            dicomValueRangeU16(static_cast<const unsigned short *>(pixels), n, minValue, maxValue);
+            break;
+        default: {
+            long long lo, hi;
+            dicomValueRangeS32(static_cast<const int *>(pixels), n, lo, hi);
+            minValue = static_cast<int>(lo);
+            maxValue = static_cast<int>(hi);
+            break;
+        }
+        }
+    }
+    *min = minValue;
+    *max = maxValue;
+    return 1;
+}
+
+int VxDicomImage::compareOrientation(const VxDicomImage &other, float eps) const
+{
+    const float *mine[3] = {rowDirection, columnDirection, normal};
+    const float *theirs[3] = {other.rowDirection, other.columnDirection, other.normal};
+    for (int v = 0; v < 3; ++v)
+        for (int k = 0; k < 3; ++k)
+            if (std::fabs(mine[v][k] - theirs[v][k]) > eps)
+                return mine[v][k] > theirs[v][k] ? 1 : -1;
+    return 0;
+}
+
+void VxDicomImage::adjustHighBit(int hb)
+{
+    if (pixels)
+        adjustHighBit(hb, pixels);
+}
+
+void VxDicomImage::adjustHighBit(int hb, void *samples) const
+{
+    if (!samples || bitsStored < 9 || bytesPerSample != 2)
+        return;
+    const long n = numSamples();
+    if (n < 1 || bitsStored > 16)
+        return;
+    unsigned short *s = static_cast<unsigned short *>(samples);
+    const int shift = hb + 1 - bitsStored;
+    if (shift >= 1 && shift < 16)
+        for (long i = 0; i < n; ++i)
+            s[i] = static_cast<unsigned short>(s[i] >> shift);
+    // The mask clears sign bits above bitsStored in signed data too.
+    const unsigned mask = (1u << bitsStored) - 1u;
+    for (long i = 0; i < n; ++i)
+        s[i] = static_cast<unsigned short>(s[i] & mask);
+}
+
+void VxDicomImage::adjustDataRange(float offset, float scale)
+{
+    if (!pixels || bitsStored < 9 || bytesPerSample != 2)
+        return;
+    const long n = numSamples();
+    if (n < 1)
+        return;
+    short *s = static_cast<short *>(pixels);
+    for (long i = 0; i < n; ++i) {
+        // Truncation toward zero, not floor: kept as stored values expect it.
+        double v = static_cast<double>(s[i]) * scale + offset + 0.5;
+        if (!(v > -1e9))
+            v = -1e9;
+        else if (v > 1e9)
+            v = 1e9;
+        s[i] = static_cast<short>(static_cast<long>(v));
+    }
+}
+
+void VxDicomImage::setParameters()
+{
+    static const unsigned short tags[][2] = {
+        {0x0008, 0x0018}, {0x0020, 0x0013}, {0x0020, 0x0032}, {0x0020, 0x0030},
+        {0x0020, 0x0037}, {0x0020, 0x0035}, {0x0020, 0x0050}, {0x0018, 0x0050},
+        {0x0020, 0x1041}, {0x0029, 0x1000}, {0x0029, 0x1001},
+    };
+    const dicom::dicomStruct *d = file->data;
+    for (const auto &tag : tags) {
+        for (int i = 0; i < d->numElements; ++i) {
+            const dicom::dicomDataElement &e = d->elements[i];
+            if (e.group != tag[0] || e.element != tag[1])
+                continue;
+            const char *value = dicom::dicomGetById(file->data, e.group, e.element);
+            if (VxParamBase *p = convertDicomByIdToVxParamBase(&e, value, 0))
+                parameters.insert(p, true);
+            break;
+        }
+    }
+}
+
+void dicomValueRangeU8(const unsigned char *data, long count, int &min, int &max)
+{
+    min = 1;
+    max = 0;
+    if (!data || count < 1)
+        return;
+    min = max = data[0];
+    for (long i = 1; i < count; ++i) {
+        if (data[i] < min)
+            min = data[i];
+        else if (data[i] > max)
+            max = data[i];
+    }
+}
+
+void dicomValueRangeS16(const short *data, long count, int &min, int &max)
+{
+    min = 1;
+    max = 0;
+    if (!data || count < 1)
+        return;
+    min = max = data[0];
+    for (long i = 1; i < count; ++i) {
+        if (data[i] < min)
+            min = data[i];
+        else if (data[i] > max)
+            max = data[i];
+    }
+}
+
+void dicomValueRangeU16(const unsigned short *data, long count, int &min, int &max)
+{
+    min = 1;
+    max = 0;
+    if (!data || count < 1)
+        return;
+    min = max = data[0];
+    for (long i = 1; i < count; ++i) {
+        if (data[i] < min)
+            min = data[i];
+        else if (data[i] > max)
+            max = data[i];
+    }
+}
+
+void dicomValueRangeS32(const int *data, long count, long long &min, long long &max)
+{
+    min = 1;
+    max = 0;
+    if (!data || count < 1)
+        return;
+    min = max = data[0];
+    for (long i = 1; i < count; ++i) {
+        if (data[i] < min)
+            min = data[i];
+        else if (data[i] > max)
+            max = data[i];
+    }
+}
+
+namespace {
+template <typename Dst, typename Src>
+void rescaleKernel(Dst *dst, const Src *src, long count, float scale, float offset, int low, int high)
+{
+    for (long i = 0; i < count; ++i) {
+        float v = std::floor(static_cast<float>(src[i]) * scale + offset + 0.5f);
+        if (!(v >= static_cast<float>(low)))
+            v = static_cast<float>(low);
+        else if (v > static_cast<float>(high))
+            v = static_cast<float>(high);
+        dst[i] = static_cast<Dst>(v);
+    }
+}
+} // namespace
+
+void dicomRescale(short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high)
+{
+    rescaleKernel(dst, src, count, scale, offset, low, high);
+}
+void dicomRescale(unsigned short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high)
+{
+    rescaleKernel(dst, src, count, scale, offset, low, high);
+}
+void dicomRescale(short *dst, const short *src, long count, float scale, float offset, int low, int high)
+{
+    rescaleKernel(dst, src, count, scale, offset, low, high);
+}
+void dicomRescale(unsigned short *dst, const short *src, long count, float scale, float offset, int low, int high)
+{
+    rescaleKernel(dst, src, count, scale, offset, low, high);
+}
+void dicomRescale(unsigned char *dst, const unsigned char *src, long count, float scale, float offset, int low, int high)
+{
+    rescaleKernel(dst, src, count, scale, offset, low, high);
+}

@@ -1,0 +1,110 @@
+#pragma once
+
+#include "platform/core/KcPrimType.h"
+#include "platform/data/VxParamBundle.h"
+
+class VxDicomFile;
+
+/// One 2D image (one frame) of a DICOM file with everything the stack and
+/// field builders need: size, sample layout, spacing, position, directions,
+/// slice location, rescale and value range. Lengths are in millimetres.
+/// Construction reads the header and throws a const char* text on failure.
+class VxDicomImage
+{
+public:
+    /// pixels: this frame's samples in memory, or null when the file is read
+    /// lazily (then the file's own pixel pointer is tried, and failing that the
+    /// file must still be able to read them).
+    VxDicomImage(const VxDicomFile *file, void *pixels);
+    virtual ~VxDicomImage() = default;
+
+    VxDicomImage(const VxDicomImage &) = delete;
+    VxDicomImage &operator=(const VxDicomImage &) = delete;
+
+    /// Reads the header; throws the texts documented in the .cpp.
+    void initialize();
+
+    /// UInt8 for one byte per sample, Int16/UInt16 for two by isSigned.
+    KcPrimType primType() const;
+
+    /// The samples, loaded through the file into the image's own buffer
+    /// first when they are not in memory. Throws the file's texts on failure.
+    void *pixelData();
+    /// True when samples are in memory now.
+    bool hasPixels() const { return pixels != nullptr; }
+    /// Decodes this image's samples into buffer (dataSize bytes) through the file.
+    void loadToMemory(void *buffer) const;
+
+    /// The value range of the samples in memory, computed once. Returns 0 when
+    /// there are no pixels, a pointer is null or the image has no samples.
+    int dataRange(int *min, int *max);
+
+    /// -1, 0 or 1 comparing row direction, column direction and normal, in that
+    /// order, component by component with tolerance eps.
+    int compareOrientation(const VxDicomImage &other, float eps) const;
+
+    /// Moves the stored bits down to bit 0 and masks them to bitsStored bits.
+    void adjustHighBit(int highBit);
+    /// Same correction on a caller's buffer of this image's layout.
+    void adjustHighBit(int highBit, void *samples) const;
+    /// s = trunc(s * scale + offset + 0.5) on signed 16-bit samples, in place.
+    void adjustDataRange(float offset, float scale);
+
+    /// Fills `parameters` with the per-image attributes of the file.
+    void setParameters();
+
+    /// Number of samples of the image (width x height x samplesPerPixel).
+    int numSamples() const { return width * height * samplesPerPixel; }
+    /// Whether any component of the row direction is known (not 0).
+    bool hasRowDirection() const
+    {
+        return rowDirection[0] != 0 || rowDirection[1] != 0 || rowDirection[2] != 0;
+    }
+
+    const VxDicomFile *file;
+    void *pixels = nullptr;
+    VxParamBundle parameters;
+    int width = 0;
+    int height = 0;
+    int bitsStored = 0;
+    int dataSize = 0;
+    int samplesPerPixel = 1;
+    int planarConfig = 0;
+    int imageNumber = 0;
+    float bytesPerSample = 2;
+    float pixelSpacing[2] = {0, 0};
+    float sliceLocation = 0;
+    float sliceThickness = 10;
+    int oblique = 0;
+    int hasPosition = 0;
+    float position[3] = {0, 0, 0};
+    float rowDirection[3] = {0, 0, 0};
+    float columnDirection[3] = {0, 0, 0};
+    float normal[3] = {0, 0, 0};
+    float rescaleSlope = 1;
+    float rescaleIntercept = 0;
+    int minValue = 1;
+    int maxValue = 0;
+    bool isSigned = false;
+    /// High bit read from the header (-1 when absent); kept so that samples
+    /// loaded later get the same correction as samples read with the header.
+    int highBit = -1;
+
+private:
+    const char *text(unsigned short group, unsigned short element) const;
+    std::unique_ptr<unsigned char[]> ownPixels;
+};
+
+/// Value range kernels: min 1, max 0 for no data.
+void dicomValueRangeU8(const unsigned char *data, long count, int &min, int &max);
+void dicomValueRangeS16(const short *data, long count, int &min, int &max);
+void dicomValueRangeU16(const unsigned short *data, long count, int &min, int &max);
+void dicomValueRangeS32(const int *data, long count, long long &min, long long &max);
+
+/// Rescaling kernels: target = clamp(floor(s * scale + offset + 0.5), low, high)
+/// in single precision; count < 1 does nothing.
+void dicomRescale(short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high);
+void dicomRescale(unsigned short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high);
+void dicomRescale(short *dst, const short *src, long count, float scale, float offset, int low, int high);
+void dicomRescale(unsigned short *dst, const short *src, long count, float scale, float offset, int low, int high);
+void dicomRescale(unsigned char *dst, const unsigned char *src, long count, float scale, float offset, int low, int high);
