@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/core/KcString.h"
+
+/// The host's gunzip service: unpacks ".gz" (gzip) and ".Z" (Unix compress)
+/// files into a temporary file that is removed when this object dies, on
+/// every path.
+class VxGunzip
+{
+public:
+    /// True when the name ends in ".gz" or ".Z".
+    static bool needsUnpacking(const char *name);
+
+    VxGunzip() = default;
+    ~VxGunzip(); ///< removes the temporary file
+    VxGunzip(const VxGunzip &) = delete;
+    VxGunzip &operator=(const VxGunzip &) = delete;
+
+    /// Unpacks `name` into a new temporary file (in $TMPDIR or /tmp). On
+    /// failure returns false, leaves no file behind and puts the reason in
+    /// *why ("not in gzip or compress format", "truncated gzip input", ...).
+    bool unpack(const char *name, KcString *why = nullptr);
+    /// Path of the unpacked file ("" before a successful unpack).
+    const KcString &path() const { return tempPath; }
+    /// Removes the temporary file now.
+    void remove();
+
+private:
+    KcString tempPath;
+};

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "platform/data/VxParameter.h"
+
+#include <memory>
+#include <vector>
+
+/// An ordered tree of parameters. Entries keep insertion order; names are
+/// unique among the entries of one bundle when inserted with replace (the
+/// default). The bundle owns its entries.
+class VxParamBundle : public VxParamBase
+{
+public:
+    explicit VxParamBundle(const char *name = "");
+    VxParamBundle(const VxParamBundle &other); ///< deep copy
+    VxParamBundle &operator=(const VxParamBundle &other);
+    ~VxParamBundle() override;
+
+    bool isBundle() const override { return true; }
+    std::unique_ptr<VxParamBase> clone() const override;
+
+    /// Takes ownership of entry (null is ignored and returns -1). With
+    /// replace, an entry of the same name is destroyed and the new one takes
+    /// its place in the order; otherwise (or when there is none) it is
+    /// appended. Returns the entry's index.
+    int insert(VxParamBase *entry, bool replace = true);
+    int insert(std::unique_ptr<VxParamBase> entry, bool replace = true);
+
+    /// Inserts a deep copy of entry (VxParamBundle::copy of the host), with replace.
+    int copy(const VxParamBase *entry);
+
+    /// Destroys the first entry of that name; false when there is none.
+    bool remove(const char *name);
+    /// Destroys every entry.
+    void clear();
+    /// Takes the entry at index i out of the bundle without destroying it.
+    std::unique_ptr<VxParamBase> take(int i);
+
+    /// Number of entries (parameters and bundles).
+    int size() const { return static_cast<int>(entries.size()); }
+    VxParamBase *entry(int i) const;
+    /// Index of the first entry of that name, or -1.
+    int indexOf(const char *name) const;
+    VxParamBase *find(const char *name) const;
+    /// The parameter of that name (not a bundle), or null.
+    VxParameter *parameter(const char *name) const;
+
+    /// The sub-bundle of that name, or null.
+    VxParamBundle *bundle(const char *name) const;
+    /// The i-th sub-bundle, counting bundles only, or null.
+    VxParamBundle *bundle(int i) const;
+    int nBundles() const;
+
+    /// Convenience: insert-with-replace of a parameter.
+    void setString(const char *name, const KcString &value);
+    void setInt(const char *name, int value);
+    void setFloat(const char *name, double value);
+    /// The text of a parameter, or fallback when absent.
+    KcString getString(const char *name, const KcString &fallback = KcString()) const;
+
+    /// Every entry, depth first, as "name = value" lines indented by depth
+    /// (for listings and tests).
+    KcString dump(int indent = 0) const;
+
+private:
+    std::vector<std::unique_ptr<VxParamBase>> entries;
+};

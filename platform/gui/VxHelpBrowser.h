@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QString>
+
+/// The host's help browser. Pages live under the installation's share
+/// directory (<prefix>/share/vxdicom/help or the source tree's doc/help).
+class VxHelpBrowser
+{
+public:
+    /// Opens `page` of `package` (e.g. "vxdicom", "VxFileFormat_DICOM.html")
+    /// in the desktop's browser when there is a display; otherwise prints the
+    /// page's path on the console. Returns the path.
+    static QString open(const QString &package, const QString &page);
+    /// Opens a page given relative to the installation directory
+    /// ("/share/usersguide/QxDicom3SaveDialog.html").
+    static QString openPath(const QString &relativePath);
+};
