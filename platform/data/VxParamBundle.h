@@ -59,7 +59,8 @@ public:
     KcString getString(const char *name, const KcString &fallback = KcString()) const;
 
     /// Every entry, depth first, as "name = value" lines indented by depth
-    /// (for listings and tests).
+    /// (for listings and tests). A sub-bundle is a line "name:" followed by
+    /// its entries; each depth level indents by two spaces.
     KcString dump(int indent = 0) const;
 
 private:
