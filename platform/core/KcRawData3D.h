@@ -12,6 +12,13 @@ class KcRawData3D
 public:
     KcRawData3D() = default;
     KcRawData3D(const void *data, const int dims[3], KcPrimType type, int components = 1);
+    /// The same for a bare type id: without it, `KcPrimType::Int16` would pick
+    /// the element-bytes constructor below (an enum promotes to int before it
+    /// converts to a class).
+    KcRawData3D(const void *data, const int dims[3], KcPrimType::Id type, int components = 1)
+        : KcRawData3D(data, dims, KcPrimType(type), components)
+    {
+    }
     /// A view whose elements are `elementBytes` bytes each (for colour data
     /// handed over as raw bytes).
     KcRawData3D(const void *data, const int dims[3], int elementBytes);
