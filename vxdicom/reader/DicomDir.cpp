@@ -71,9 +71,8 @@ bool walkItem(const Walker &w, long begin, long end, const KcString &base,
         const long valueStart = pos + header;
         long valueLength;
         if (length == kUndefinedLength) {
-            const int adjusted = dicom::dicomAdjustLength(w.p + valueStart,
-                                                          static_cast<int>(end - valueStart), w.big,
-                                                          w.explicitVr, false);
+            const long adjusted = dicom::dicomAdjustLength(w.p + valueStart, w.p + end, w.big,
+                                                           w.explicitVr, false);
             if (adjusted < 0)
                 return false;
             valueLength = adjusted;
@@ -127,8 +126,8 @@ int extractDicomDir(VxDicomFile *dicomDir, KcDArray<KcString> &names)
         long end;
         long next;
         if (length == kUndefinedLength) {
-            const int adjusted = dicom::dicomAdjustLength(
-                w.p + begin, static_cast<int>(w.size - begin), w.big, w.explicitVr, true);
+            const long adjusted = dicom::dicomAdjustLength(w.p + begin, w.p + w.size, w.big,
+                                                           w.explicitVr, true);
             if (adjusted < 8)
                 break;
             end = begin + adjusted - 8; // content stops before the item delimiter

@@ -22,11 +22,13 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
                     KcDArray<VxDicomFile *> &files, KcDArray<VxDicomImage *> &images)
 {
     VxMessage *msg = VxMessage::getTheMsg();
-    VxWorkArea &work = VxWorkArea::instance();
+    VxWorkArea &work = *VxWorkArea::instance();
     int n = names.size();
     bool progress = n > 9;
-    if (progress)
+    if (progress) {
+        work.startProgress();
         work.setStatus("loading files...");
+    }
 
     int i = 0;
     for (; i < n; ++i) {
@@ -43,6 +45,7 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
         if (file && file->isDicomDir()) {
             if (!progress) {
                 progress = true;
+                work.startProgress();
                 work.setStatus("processing DICOMDIR...");
             }
             n = extractDicomDir(file, names);

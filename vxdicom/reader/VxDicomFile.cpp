@@ -5,7 +5,9 @@
 #include "vxdicom/params/DicomElementConversion.h"
 #include "vxdicom/reader/VxDicomImage.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -50,25 +52,23 @@ int VxDicomFile::readData(const char *name, int delayed)
 {
     static KcString text;
     KcString path(name);
-    VxTempFile unpacked;
-    if (VxGunzip::needsUnpacking(path)) {
-        KcString error;
-        if (!VxGunzip::unpack(name, unpacked, error))
-            throw failure(text, "cannot open: ", name, error);
+    VxGunzip unpacked; // removes its temporary file on every way out
+    if (VxGunzip::needsUnpacking(name)) {
+        KcString why;
+        if (!unpacked.unpack(name, &why))
+            throw failure(text, "cannot open: ", name, why);
         path = unpacked.path();
     }
 
     FILE *f = std::fopen(path.c_str(), "rb");
     if (!f)
-        throw failure(text, "cannot open: ", name);
-    KcString error;
-    // A packed file is decoded while its temporary copy exists: lazy reading
-    // of it would need the copy later.
-    const int lazy = unpacked.path().empty() ? delayed : 0;
-    data = dicom::dicomReadFile(path.c_str(), lazy, &error);
+        throw failure(text, "cannot open: ", name, std::strerror(errno));
     std::fclose(f);
+
+    std::string why;
+    data = dicom::dicomReadFile(path.c_str(), delayed, &why);
     if (!data)
-        throw failure(text, "cannot extract DICOM information from: ", name, error);
+        throw failure(text, "cannot extract DICOM information from: ", name, why);
 
     if (data->isDicomDir)
         return 1;
@@ -115,21 +115,33 @@ std::unique_ptr<VxParamBundle> VxDicomFile::dicomDataElements() const
 void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
 {
     static KcString text;
-    if (access(loadName.c_str(), R_OK) != 0)
-        throw failure(text, "cannot open: ", loadName);
-    if (data->frames > 1)
-        throw failure(text, "Error: Delayed read for multi frame file: ", loadName);
+    const char *name = loadName.c_str();
+    if (access(name, R_OK) != 0)
+        throw failure(text, "cannot open: ", name, std::strerror(errno));
 
-    FILE *f = std::fopen(loadName.c_str(), "rb");
+    KcString path(name);
+    VxGunzip unpacked;
+    if (VxGunzip::needsUnpacking(name)) {
+        KcString why;
+        if (!unpacked.unpack(name, &why))
+            throw failure(text, "cannot open: ", name, why);
+        path = unpacked.path();
+    }
+
+    FILE *f = std::fopen(path.c_str(), "rb");
     if (!f)
-        throw failure(text, "cannot open: ", loadName);
+        throw failure(text, "cannot open: ", name, std::strerror(errno));
     std::fclose(f);
 
-    KcString error;
-    if (!dicom::dicomReadImageData(data, 0, buffer, static_cast<size_t>(image.dataSize), &error)) {
+    if (data->frames > 1)
+        throw failure(text, "Error: Delayed read for multi frame file: ", name);
+
+    std::string why;
+    if (!dicom::dicomReadImageData(data, path.c_str(), 0, buffer,
+                                   static_cast<size_t>(image.dataSize), &why)) {
         text = "Error: unable to load image data.";
-        if (!error.empty())
-            text += " (" + error + ")";
+        if (!why.empty())
+            text += " (" + why + ")";
         throw text.c_str();
     }
 }

@@ -85,7 +85,7 @@ void VxDicomImage::initialize()
 
     if (!pixels)
         pixels = d->pixelData;
-    if (!pixels && !d->pixelDataDeferred)
+    if (!pixels && !d->pixelsInFile)
         throw "no image data found.";
 
     if (d->compression == dicom::COMPRESSION_UNSUPPORTED)
@@ -221,8 +221,6 @@ void *VxDicomImage::pixelData()
 void VxDicomImage::loadToMemory(void *buffer) const
 {
     file->loadPixelData(*this, buffer);
-    if (highBit >= 0)
-        adjustHighBit(highBit, buffer);
 }
 
 int VxDicomImage::dataRange(int *min, int *max)

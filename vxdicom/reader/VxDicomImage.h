@@ -86,8 +86,8 @@ public:
     int minValue = 1;
     int maxValue = 0;
     bool isSigned = false;
-    /// High bit read from the header (-1 when absent); kept so that samples
-    /// loaded later get the same correction as samples read with the header.
+    /// (0028,0102) High Bit as read (-1 when absent). Only samples in memory
+    /// when the header is read are corrected with it.
     int highBit = -1;
 
 private:

@@ -4,7 +4,7 @@
 #include "vxdicom/params/DicomElementConversion.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
-#include "vxdicom/stacks/DicomCriterion.h"
+#include "vxdicom/reader/DicomReaderSettings.h"
 
 #include <atomic>
 #include <cmath>
@@ -13,8 +13,6 @@
 
 namespace {
 
-std::atomic<float> theUnitFactor{0.1f};
-
 // Kept between calls of append for the stack being built: stacks are built
 // one after the other, never interleaved.
 float referenceDistance = 0;
@@ -22,16 +20,6 @@ float extentX = 0;
 float extentY = 0;
 
 } // namespace
-
-float VxDicomImageStack::unitFactor()
-{
-    return theUnitFactor.load();
-}
-
-void VxDicomImageStack::setUnitFactor(float factor)
-{
-    theUnitFactor.store(factor);
-}
 
 VxDicomImageStack::VxDicomImageStack() : parameters("DICOM") {}
 
@@ -61,7 +49,7 @@ int VxDicomImageStack::append(VxDicomImage *image)
 {
     if (!image)
         return images.size();
-    const float unit = unitFactor();
+    const float unit = dicomUnitFactor();
     images.append(image);
     sliceLocations.append(image->sliceLocation * unit);
     if (images.size() != sliceLocations.size())
@@ -96,9 +84,9 @@ int VxDicomImageStack::append(VxDicomImage *image)
     setDataRange(image);
     setModality(image);
 
-    auto slice = std::unique_ptr<VxParamBundle>(image->parameters.copy());
+    auto slice = std::make_unique<VxParamBundle>(image->parameters);
     slice->setString("Filename", image->file->fileName.c_str());
-    slice->setName(KcString::format("Slice%03d", n - 1));
+    slice->setName(KcString::format("Slice%03d", n - 1).c_str());
     parameters.insert(slice.release(), true);
     return n;
 }
@@ -235,7 +223,7 @@ void VxDicomImageStack::setDicomParameters(bool anonymize)
             continue;
         if (anonymize && e.group == 0x0010)
             continue;
-        if (d->dropBinaryElements) {
+        if (d->skipBinaryParameters) {
             const dicom::valRep vr = dicomElementVR(e);
             if (vr == dicom::SQ || vr == dicom::OB || vr == dicom::OW || vr == dicom::UN)
                 continue;

@@ -40,10 +40,6 @@ public:
     void setCoordType(int type) { coordType = type; }
     int getCoordType() const { return coordType; }
 
-    /// The module-wide length unit factor (0.1: millimetres become centimetres).
-    static float unitFactor();
-    static void setUnitFactor(float factor);
-
     KcDArray<VxDicomImage *> images;
     KcDArray<float> sliceLocations;
     KcString name = "Unknown";
