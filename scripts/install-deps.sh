@@ -8,7 +8,7 @@ packages=(
     qt6-base-dev libgl-dev
     libdcmtk-dev dcmtk
     libopenjp2-7-dev
-    libarchive-dev
+    libarchive-dev ncompress
     libnifti2-dev zlib1g-dev
     libcoin-dev
     libgtest-dev

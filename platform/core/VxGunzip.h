@@ -19,6 +19,10 @@ public:
     /// Unpacks `name` into a new temporary file (in $TMPDIR or /tmp). On
     /// failure returns false, leaves no file behind and puts the reason in
     /// *why ("not in gzip or compress format", "truncated gzip input", ...).
+    /// Plain (uncompressed) input is refused, as are empty files. A ".Z" file
+    /// cut short cannot be recognised (the compress format carries neither a
+    /// length nor a checksum; uncompress(1) accepts it too): it unpacks to
+    /// the shorter data, which the DICOM parser then finds incomplete.
     bool unpack(const char *name, KcString *why = nullptr);
     /// Path of the unpacked file ("" before a successful unpack).
     const KcString &path() const { return tempPath; }

@@ -17,9 +17,15 @@ struct VxPreferences
 };
 
 /// Keeps the preferences record, persisted with QSettings (INI) under the
-/// user's configuration directory ("vxdicom/vxdicom.ini"). Tests call
-/// setStorageFile() with a temporary file first, so the user's settings are
-/// never touched. Thread-safe.
+/// user's configuration directory ("vxdicom/vxdicom.ini"), or in the file
+/// named by the environment variable VXDICOM_SETTINGS_FILE when that is set.
+/// Tests call setStorageFile() with a temporary file first, so the user's
+/// settings are never touched. Thread-safe.
+///
+/// INI layout (group [DICOM]): LoadOptions = the criteria text,
+/// LengthUnit = the unit in metres ("0.01" or "0.001"), Anonymize = true/false.
+/// Missing keys, or a length unit that is not a positive number, give the
+/// defaults of VxPreferences.
 class VxSettingsMgr
 {
 public:

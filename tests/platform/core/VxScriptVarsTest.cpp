@@ -1,0 +1,52 @@
+#include "platform/core/VxScriptVars.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+TEST(VxScriptVars, SetGetUnset)
+{
+    VxScriptVars *vars = VxScriptVars::instance();
+    vars->unset("DicomMaxDistError");
+    EXPECT_EQ(vars->get("DicomMaxDistError"), nullptr);
+    vars->set("DicomMaxDistError", "0.5");
+    ASSERT_NE(vars->get("DicomMaxDistError"), nullptr);
+    EXPECT_STREQ(vars->get("DicomMaxDistError"), "0.5");
+    vars->set("DicomMaxDistError", "0.25");
+    EXPECT_STREQ(vars->get("DicomMaxDistError"), "0.25");
+    vars->unset("DicomMaxDistError");
+    EXPECT_EQ(vars->get("DicomMaxDistError"), nullptr);
+}
+
+TEST(VxScriptVars, NamesAreCaseSensitiveAndNullValuesAreEmpty)
+{
+    VxScriptVars *vars = VxScriptVars::instance();
+    vars->set("Unit", nullptr);
+    ASSERT_NE(vars->get("Unit"), nullptr);
+    EXPECT_STREQ(vars->get("Unit"), "");
+    EXPECT_EQ(vars->get("unit"), nullptr);
+    EXPECT_EQ(vars->get(nullptr), nullptr);
+    vars->set(nullptr, "x");
+    vars->unset("Unit");
+}
+
+TEST(VxScriptVars, ConcurrentWritersOfDistinctNames)
+{
+    VxScriptVars *vars = VxScriptVars::instance();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t, vars] {
+            const std::string name = "threadVar" + std::to_string(t);
+            for (int i = 0; i < 1000; ++i)
+                vars->set(name.c_str(), std::to_string(i).c_str());
+        });
+    for (auto &th : threads)
+        th.join();
+    for (int t = 0; t < 4; ++t) {
+        const std::string name = "threadVar" + std::to_string(t);
+        EXPECT_STREQ(vars->get(name.c_str()), "999");
+        vars->unset(name.c_str());
+    }
+}
