@@ -4,6 +4,7 @@
 #include "platform/data/VxParamBundle.h"
 #include "platform/data/VxParameter.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -11,25 +12,61 @@
 
 namespace {
 
-constexpr int kTagSize = 84;
-constexpr int kItemHeaderSize = 16;
+constexpr size_t kTagSize = 84;
+constexpr size_t kItemHeaderSize = 16;
 constexpr int kMaxTags = 128;
 
-// NUL-terminated text of at most n bytes.
-std::string fixedText(const unsigned char *p, int n)
-{
-    const void *nul = std::memchr(p, 0, static_cast<size_t>(n));
-    const size_t len = nul ? static_cast<size_t>(static_cast<const unsigned char *>(nul) - p)
-                           : static_cast<size_t>(n);
-    return std::string(reinterpret_cast<const char *>(p), len);
-}
+// Offsets inside a tag.
+constexpr size_t kTagName = 0;
+constexpr size_t kTagNameSize = 64;
+constexpr size_t kTagVm = 64;
+constexpr size_t kTagVr = 68;
+constexpr size_t kTagVrSize = 4;
+constexpr size_t kTagSyngoDt = 72;
+constexpr size_t kTagNItems = 76;
+constexpr size_t kTagXx = 80;
 
-int padded(int len)
+// Offsets inside an item header.
+constexpr size_t kItemLength = 4;
+constexpr size_t kItemMarker = 8;
+
+// The value of a (0029,1010)/(0029,1020) element, read byte by byte. Every
+// read is checked against the value's length, so a hostile header can never
+// make the walk leave it.
+class CsaBytes
+{
+public:
+    CsaBytes(const unsigned char *data, int length)
+        : bytes(data), size(data && length > 0 ? static_cast<size_t>(length) : 0)
+    {
+    }
+
+    /// Whether n bytes starting at pos lie inside the value.
+    bool fits(size_t pos, size_t n) const { return pos <= size && n <= size - pos; }
+    unsigned char at(size_t pos) const { return bytes[pos]; }
+
+    /// Text of at most n bytes at pos, ending at the first NUL.
+    std::string text(size_t pos, size_t n) const
+    {
+        const unsigned char *p = bytes + pos;
+        const void *nul = std::memchr(p, 0, n);
+        const size_t len =
+            nul ? static_cast<size_t>(static_cast<const unsigned char *>(nul) - p) : n;
+        return std::string(reinterpret_cast<const char *>(p), len);
+    }
+
+private:
+    const unsigned char *bytes;
+    size_t size;
+};
+
+// Item data are padded to a multiple of 4 bytes.
+size_t paddedLength(size_t len)
 {
     return len + (4 - len % 4) % 4;
 }
 
-bool tooManyTags(int n)
+bool tagCountOutOfRange(int n)
 {
     if (n > kMaxTags) {
         VxMessage::getTheMsg()->printf("Error: n not between 0 and 128");
@@ -42,81 +79,111 @@ bool tooManyTags(int n)
 
 VxParamBundle *decode_csa2(const unsigned char *data, int length, const char *name)
 {
-    if (!data || length < 0)
-        length = 0;
+    const CsaBytes value(data, length);
+
+    // 1. The result, and the number of tags from the low byte of the word at 8.
     auto result = std::make_unique<VxParamBundle>(name);
-    const int n = length > 8 ? data[8] : 0;
-    if (tooManyTags(n))
+    if (!value.fits(8, 1))
+        return result.release();
+    const int n = value.at(8);
+    if (tagCountOutOfRange(n))
         return nullptr;
 
-    int pos = 16;
+    // 2. The tags, from offset 16, 84 bytes each, each followed by its items.
+    size_t pos = 16;
     for (int t = 0; t < n; ++t) {
-        if (pos + kTagSize > length)
+        if (!value.fits(pos, kTagSize))
             break;
-        const unsigned char *tag = data + pos;
-        auto tagBundle = std::make_unique<VxParamBundle>(fixedText(tag, 64).c_str());
-        const int nItems = tag[76];
-        tagBundle->insert(new VxParameter("vm", static_cast<int>(tag[64])));
-        tagBundle->insert(new VxParameter("vr", fixedText(tag + 68, 4).c_str()));
-        tagBundle->insert(new VxParameter("syngodt", static_cast<int>(tag[72])));
-        tagBundle->insert(new VxParameter("nitems", nItems));
-        tagBundle->insert(new VxParameter("xx", static_cast<int>(tag[80])));
+        const int vm = value.at(pos + kTagVm);
+        const std::string vr = value.text(pos + kTagVr, kTagVrSize);
+        const int syngodt = value.at(pos + kTagSyngoDt);
+        const int nItems = value.at(pos + kTagNItems);
+        const int xx = value.at(pos + kTagXx);
+        auto tagBundle =
+            std::make_unique<VxParamBundle>(value.text(pos + kTagName, kTagNameSize).c_str());
+        VxParamBundle *tag = tagBundle.get();
+        // Every tag gets its own bundle, in header order, even where a damaged
+        // header repeats a name.
+        result->insert(tagBundle.release(), false);
+        tag->insert(new VxParameter("vm", vm));
+        tag->insert(new VxParameter("vr", vr.c_str()));
+        tag->insert(new VxParameter("syngodt", syngodt));
+        tag->insert(new VxParameter("nitems", nItems));
+        tag->insert(new VxParameter("xx", xx));
         pos += kTagSize;
 
+        // 3. The items. Indexes count skipped items too, so names may have gaps.
         auto values = std::make_unique<VxParamBundle>("values");
+        bool truncated = false;
         for (int i = 0; i < nItems; ++i) {
-            if (pos + kItemHeaderSize > length) {
-                pos = length;
+            if (!value.fits(pos, kItemHeaderSize)) {
+                truncated = true;
                 break;
             }
-            const int len = data[pos + 4];
-            const unsigned char marker = data[pos + 8];
+            const size_t len = value.at(pos + kItemLength);
+            const unsigned char marker = value.at(pos + kItemMarker);
             pos += kItemHeaderSize;
-            // Any other marker, or an empty item, skips only the header: the
-            // walk goes on at the byte after it.
+            // An item with another marker, or an empty one, skips its header
+            // only: the walk goes on at the byte after the header, inside what
+            // would have been its data.
             if ((marker == 'M' || marker == 0xCD) && len != 0) {
-                const int available = length - pos < len ? length - pos : len;
-                char index[8];
-                std::snprintf(index, sizeof index, "%04d", i % 10000);
-                values->insert(new VxParameter(index, fixedText(data + pos, available).c_str()));
-                pos += padded(len);
-                if (pos > length)
-                    pos = length;
+                if (!value.fits(pos, len)) {
+                    truncated = true;
+                    break;
+                }
+                char index[16];
+                std::snprintf(index, sizeof index, "%04d", i);
+                values->insert(new VxParameter(index, value.text(pos, len).c_str()));
+                pos += paddedLength(len);
             }
         }
-        if (values->nParameters() > 0)
-            tagBundle->insert(values.release());
-        result->insert(tagBundle.release());
+
+        // 4. "values" only when an item was read.
+        if (values->size() > 0)
+            tag->insert(values.release());
+        // Nothing after a truncated item can lie inside the value.
+        if (truncated)
+            break;
     }
+
+    // 5. The walk follows the header's counts; it ends early only where the
+    // value ends.
     return result.release();
 }
 
 VxParamBundle *decode_csa1(const unsigned char *data, int length, const char *name)
 {
-    if (!data || length < 0)
-        length = 0;
-    const int n = length > 0 ? data[0] : 0;
-    if (tooManyTags(n))
+    const CsaBytes value(data, length);
+
+    // 1. The number of tags from byte 0.
+    const int n = value.fits(0, 1) ? value.at(0) : 0;
+    if (tagCountOutOfRange(n))
         return nullptr;
 
-    int pos = 8;
-    for (int t = 0; t < n && pos + kTagSize <= length; ++t) {
-        const int nItems = data[pos + 76];
+    // 2. The tags from offset 8, 84 bytes each; name and vr are not needed
+    // since nothing is kept, nitems drives the walk.
+    size_t pos = 8;
+    for (int t = 0; t < n; ++t) {
+        if (!value.fits(pos, kTagSize))
+            break;
+        const int nItems = value.at(pos + kTagNItems);
         pos += kTagSize;
         for (int i = 0; i < nItems; ++i) {
-            if (pos + kItemHeaderSize > length) {
-                pos = length;
-                break;
-            }
-            const int len = data[pos + 4];
-            if (pos + kItemHeaderSize + len > length) {
-                // The item runs past the value: stop this tag's items.
+            if (!value.fits(pos, kItemHeaderSize)) {
                 pos += kItemHeaderSize;
                 break;
             }
-            // The item's text is read and dropped: no CSA1 value is kept.
-            pos += kItemHeaderSize + padded(len);
+            const size_t len = value.at(pos + kItemLength);
+            if (!value.fits(pos, kItemHeaderSize + len)) {
+                // The item runs past the value: this tag's items end here.
+                pos += kItemHeaderSize;
+                break;
+            }
+            // The item's text would be read here; no CSA1 value is kept.
+            pos += kItemHeaderSize + paddedLength(len);
         }
     }
+
+    // 3. The older layout yields an empty bundle.
     return new VxParamBundle(name);
 }

@@ -26,7 +26,9 @@ enum DicomParamFilterPolicy {
 };
 
 /// One part of a DICOM parameter, trimmed; a null text for a null parameter,
-/// a text without ":", a ":" before the first "[", or an item index out of range.
+/// a text without ":", a ":" before the first "[", or an item index out of
+/// range. `index` is used by ContentValueItem only (0-based; the value is
+/// split at single blanks and empty parts count).
 QString decodeDicomParam(const VxParameter *param, ReturnParamContent what, int index = 0);
 
 /// A new bundle "DICOM" holding "All" with copies of the kept entries (nested
@@ -35,6 +37,8 @@ QString decodeDicomParam(const VxParameter *param, ReturnParamContent what, int 
 VxParamBundle *filterDicomParamBundle(const VxParamBundle *bundle, DicomParamFilterPolicy policy);
 
 /// Cleans every string parameter of the bundle and its sub-bundles in place:
-/// unprintable characters and double quotes become blanks, then trailing
-/// white space and dangling '\\' separators are removed.
+/// characters that C's isprint rejects in the "C" locale (control characters
+/// and everything outside ASCII, one blank per character) and double quotes
+/// become blanks, then trailing white space and dangling '\\' separators are
+/// removed. Other parameter types are left alone.
 void fix(VxParamBundle *bundle);

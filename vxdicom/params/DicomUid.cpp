@@ -2,14 +2,16 @@
 
 #include "vxdicom/params/DicomValueCodec.h"
 
+#include <QStringList>
 #include <QTime>
 
 #include <cstdlib>
 
-// 2.25 is the arc for UIDs derived from a UUID; this fixed 128-bit-style
-// number stands for the project.
+// 2.25 is the arc of UIDs derived from a UUID (ITU-T X.667); 17 characters,
+// no component with a leading zero.
 const char *const creatorUID = "2.25.3079214655.1";
 
+// Hashes: FNV-1a (32 bit) for strings, the MurmurHash3 finaliser (fmix32) for integers.
 unsigned int dicomStringHash(const char *text)
 {
     unsigned int h = 2166136261u;
@@ -31,25 +33,55 @@ unsigned int dicomIntHash(int value)
     return h;
 }
 
+namespace {
+
+// A UID component may start with 0 only when it is "0" (PS3.5 section 9.1).
+// The clock's fixed-width fields ("093015", "045") are therefore written as
+// plain numbers; since each field has a fixed width, its number still tells
+// it apart from every other value of that field.
+QString withoutLeadingZeros(const QString &dotted)
+{
+    QStringList parts = dotted.split(QLatin1Char('.'));
+    for (QString &part : parts) {
+        qsizetype zeros = 0;
+        while (zeros < part.size() - 1 && part.at(zeros) == QLatin1Char('0'))
+            ++zeros;
+        part.remove(0, zeros);
+    }
+    return parts.join(QLatin1Char('.'));
+}
+
+} // namespace
+
 QString generateSOPInstanceUID(int first, int second)
 {
-    QString uid = QString(creatorUID) + ".";
+    // 1. The organisation's root.
+    QString uid = QString::fromLatin1(creatorUID) + ".";
+
+    // 2. The caller's numbers, when not negative.
     if (first >= 0)
         uid += QString::number(first) + ".";
     if (second >= 0)
         uid += QString::number(second) + ".";
-    uid += getDicomDate() + ".";
-    uid += getDicomTime() + ".";
 
+    // 3. Date, then time (two components), each read from the clock.
+    uid += withoutLeadingZeros(getDicomDate()) + ".";
+    uid += withoutLeadingZeros(getDicomTime()) + ".";
+
+    // 4. Hash of the text so far; the generator is re-seeded with the
+    // millisecond on every call, so equal calls in one millisecond give equal
+    // UIDs and callers vary the numbers.
     const unsigned int h = dicomStringHash(uid.toLatin1().constData());
-    const int m = QTime::currentTime().msec();
-    std::srand(static_cast<unsigned int>(m));
-    const int r = std::rand();
-    uid += QString::number(static_cast<unsigned int>(m) + h) + ".";
-    // Unsigned sum: rand() may be RAND_MAX, and r + m must not overflow.
-    uid += QString::number(dicomIntHash(static_cast<int>(static_cast<unsigned int>(r) + static_cast<unsigned int>(m))));
+    const unsigned int m = static_cast<unsigned int>(QTime::currentTime().msec());
+    std::srand(m);
+    const unsigned int r = static_cast<unsigned int>(std::rand());
 
-    uid = uid.left(64);
+    // 5. Both sums are taken as unsigned 32-bit numbers (rand() + m may pass INT_MAX).
+    uid += QString::number(m + h) + ".";
+    uid += QString::number(dicomIntHash(static_cast<int>(r + m)));
+
+    // 6. The UI limit of 64 characters, and never a trailing ".".
+    uid.truncate(64);
     while (uid.endsWith(QLatin1Char('.')))
         uid.chop(1);
     return uid;

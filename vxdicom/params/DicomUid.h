@@ -7,14 +7,16 @@
 /// the first component of every generated UID.
 extern const char *const creatorUID;
 
-/// root[.first][.second].date.time(two components).hash.random: a new UID of
-/// at most 64 characters that never ends in ".". A negative number leaves its
-/// component out. The random generator is seeded with the current
-/// millisecond, so two calls in one millisecond with the same numbers give
-/// the same UID: callers vary the numbers.
+/// A new UID: root[.first][.second].date.time.hash.random, where the time
+/// gives two components (hhmmss and milliseconds) and a negative number leaves
+/// its component out. Date and time are written as plain numbers (no leading
+/// zeros, as the UID syntax requires: 09:30:15.045 gives "93015.45"). The
+/// result is cut to 64 characters and never ends in ".". The random generator
+/// is seeded with the current millisecond, so two calls in one millisecond
+/// with the same numbers give the same UID: callers vary the numbers.
 QString generateSOPInstanceUID(int first, int second);
 
-/// 32-bit string hash (FNV-1a).
+/// 32-bit string hash (FNV-1a); a null text hashes like "".
 unsigned int dicomStringHash(const char *text);
-/// 32-bit integer hash (a murmur3 finaliser).
+/// 32-bit integer hash (the MurmurHash3 finaliser).
 unsigned int dicomIntHash(int value);

@@ -6,6 +6,8 @@
 #include <QRegularExpression>
 #include <QTime>
 
+#include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -45,8 +47,16 @@ std::list<VRListStruct> buildVrList()
     };
 }
 
-// Built during static initialisation, before any caller can reach it.
-const std::list<VRListStruct> theVrList = buildVrList();
+// The table lives in a function-local static so that no other translation
+// unit's static initialisation can see it half-built; the reference below
+// still builds it while the module loads.
+const std::list<VRListStruct> &theVrList()
+{
+    static const std::list<VRListStruct> table = buildVrList();
+    return table;
+}
+const std::list<VRListStruct> &vrListAtLoad = theVrList();
+
 QStringList vrStringCache;
 
 bool exactMatch(const QString &pattern, const QString &text)
@@ -153,14 +163,14 @@ QString parseTime(QString value)
 
 const std::list<VRListStruct> &vrList()
 {
-    return theVrList;
+    return theVrList();
 }
 
 QStringList getVRStringList()
 {
-    if (vrStringCache.size() != static_cast<qsizetype>(theVrList.size())) {
+    if (vrStringCache.size() != static_cast<qsizetype>(theVrList().size())) {
         vrStringCache.clear();
-        for (const VRListStruct &row : theVrList)
+        for (const VRListStruct &row : theVrList())
             vrStringCache.append(row.name);
     }
     return vrStringCache;
@@ -168,7 +178,7 @@ QStringList getVRStringList()
 
 QString getVRDescription(dicom::valRep vr)
 {
-    for (const VRListStruct &row : theVrList)
+    for (const VRListStruct &row : theVrList())
         if (row.vr == vr)
             return row.description;
     return "Unknown";
@@ -176,7 +186,7 @@ QString getVRDescription(dicom::valRep vr)
 
 QString encodeVRString(dicom::valRep vr)
 {
-    for (const VRListStruct &row : theVrList)
+    for (const VRListStruct &row : theVrList())
         if (row.vr == vr)
             return row.name;
     return "UN";
@@ -185,7 +195,7 @@ QString encodeVRString(dicom::valRep vr)
 dicom::valRep decodeVRString(const QString &text)
 {
     const QString key = text.trimmed().simplified().toUpper().left(2);
-    for (const VRListStruct &row : theVrList)
+    for (const VRListStruct &row : theVrList())
         if (row.name.contains(key))
             return row.vr;
     return dicom::UN;
@@ -212,7 +222,8 @@ QString parseSingleDicomDataString(const QString &text, dicom::valRep vr)
         break;
     case dicom::AT:
         value = value.left(9).toUpper();
-        if (exactMatch("[\\dA-F][\\dA-F][\\dA-F][\\dA-F]\\-[\\dA-F][\\dA-F][\\dA-F][\\dA-F]", value) ||
+        if (exactMatch("[\\dA-F][\\dA-F][\\dA-F][\\dA-F]\\-[\\dA-F][\\dA-F][\\dA-F][\\dA-F]",
+                       value) ||
             !value.isEmpty())
             value = "FFFF-FFFF";
         break;
@@ -228,7 +239,12 @@ QString parseSingleDicomDataString(const QString &text, dicom::valRep vr)
         value = QString::number(value.toDouble(), 'g', 6);
         break;
     case dicom::DT: {
-        const int blank = value.indexOf(QRegularExpression("\\s"));
+        // Without white space the whole text is the date and there is no time.
+        const qsizetype blank = value.indexOf(QRegularExpression("\\s"));
+        if (blank < 0) {
+            value = parseDicomDataString(value, dicom::DA);
+            break;
+        }
         const QString time = parseDicomDataString(value.mid(blank + 1), dicom::TM);
         const QString date = parseDicomDataString(value.left(blank), dicom::DA);
         value = date + " " + time;
@@ -319,12 +335,22 @@ char *hexEncode(const unsigned char *data, int n, int &outLength)
     if (n < 1 || !data) {
         outLength = 1;
         char *zero = static_cast<char *>(std::malloc(2));
-        zero[0] = '0';
-        zero[1] = '\0';
+        if (zero) {
+            zero[0] = '0';
+            zero[1] = '\0';
+        }
         return zero;
+    }
+    if (n > (INT_MAX - 1) / 2) {
+        outLength = 0;
+        return nullptr;
     }
     outLength = 2 * n;
     char *out = static_cast<char *>(std::malloc(static_cast<size_t>(outLength) + 1));
+    if (!out) {
+        outLength = 0;
+        return nullptr;
+    }
     for (int i = 0; i < n; ++i) {
         out[2 * i] = hexNr[data[i] >> 4];
         out[2 * i + 1] = hexNr[data[i] & 0x0F];
@@ -334,6 +360,8 @@ char *hexEncode(const unsigned char *data, int n, int &outLength)
 }
 
 namespace {
+// 'A' (65) is below 'B' and so takes the decimal rule: it counts 17, while
+// 'B'..'F' count 11..15 and 'a'..'f' 10..15. Stored values depend on it.
 int hexDigitValue(unsigned char c)
 {
     if (c > '`')
@@ -346,8 +374,13 @@ int hexDigitValue(unsigned char c)
 
 unsigned char *hexDecode(const char *text, unsigned length, int &outLength)
 {
-    outLength = static_cast<int>(length / 2);
-    unsigned char *out = static_cast<unsigned char *>(std::malloc(static_cast<size_t>(outLength) + 1));
+    outLength = text ? static_cast<int>(std::min<unsigned>(length / 2, INT_MAX - 1)) : 0;
+    unsigned char *out =
+        static_cast<unsigned char *>(std::malloc(static_cast<size_t>(outLength) + 1));
+    if (!out) {
+        outLength = 0;
+        return nullptr;
+    }
     for (int i = 0; i < outLength; ++i) {
         const int high = hexDigitValue(static_cast<unsigned char>(text[2 * i]));
         const int low = hexDigitValue(static_cast<unsigned char>(text[2 * i + 1]));
@@ -371,5 +404,7 @@ QString decodeQString(const QString &s)
 
 QString encodeBytesToQString(const unsigned char *data, int n)
 {
+    if (!data || n < 1)
+        return QString();
     return encodeQString(QString::fromLocal8Bit(reinterpret_cast<const char *>(data), n));
 }
