@@ -8,11 +8,11 @@ packages=(
     qt6-base-dev libgl-dev
     libdcmtk-dev dcmtk
     libopenjp2-7-dev
-    libarchive-dev ncompress
+    libarchive-dev ncompress tcl
     libnifti2-dev zlib1g-dev
     libcoin-dev
     libgtest-dev
-    dcm2niix libgdcm-tools
+    dcm2niix libgdcm-tools teem-apps
     python3 python3-pydicom python3-nibabel python3-numpy
     fonts-dejavu-core
 )

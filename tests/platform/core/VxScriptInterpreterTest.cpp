@@ -1,0 +1,267 @@
+#include "platform/core/VxScriptInterpreter.h"
+#include "platform/core/VxScriptVars.h"
+#include "tests/support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Words = std::vector<KcString>;
+
+// Splits without running; variables come from VxScriptVars as they are.
+std::vector<Words> split(const KcString &script)
+{
+    std::vector<std::vector<KcString>> commands;
+    KcString error;
+    EXPECT_TRUE(VxScriptInterpreter::splitCommands(script, &commands, &error)) << script << ": " << error;
+    return commands;
+}
+
+KcString splitError(const KcString &script)
+{
+    std::vector<std::vector<KcString>> commands;
+    KcString error;
+    EXPECT_FALSE(VxScriptInterpreter::splitCommands(script, &commands, &error)) << script;
+    return error;
+}
+
+// An interpreter of its own with a "load" command that records its calls.
+class VxScriptInterpreterTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        interp.registerCommand("load", [this](const Words &args, KcString *error) {
+            calls.push_back(args);
+            if (args.size() > 1 && args.back() == "missing.dcm") {
+                *error = "cannot open: missing.dcm";
+                return 0;
+            }
+            return 1;
+        });
+    }
+    void TearDown() override
+    {
+        for (const char *v : {"dir", "n", "a b", "ns::v", "empty"})
+            VxScriptVars::instance()->unset(v);
+    }
+
+    VxScriptInterpreter interp;
+    std::vector<Words> calls;
+};
+
+
+// Each row: script, its words worked out by hand from Tcl's rules, whether
+// tclsh must agree (brackets are command substitution in Tcl, plain text
+// here), and why.
+struct QuotingRow
+{
+    const char *script;
+    Words words;
+    bool tclAgrees;
+    const char *why;
+};
+
+const QuotingRow kQuotingRows[] = {
+    {"load -dicom \"a b.dcm\" c.dcm", {"load", "-dicom", "a b.dcm", "c.dcm"}, true, "double quotes group"},
+    {"load {a b.dcm}  c.dcm", {"load", "a b.dcm", "c.dcm"}, true, "braces group, blanks collapse"},
+    {"x {a {b c} d}", {"x", "a {b c} d"}, true, "braces nest and stay literal inside"},
+    {"x {a \\} b}", {"x", "a \\} b"}, true, "escaped brace does not close, backslash kept"},
+    {"x {$v \\n}", {"x", "$v \\n"}, true, "no substitution in braces"},
+    {"x \"tab\\there\"", {"x", "tab\there"}, true, "backslash escapes in quotes"},
+    {"x a\\ b", {"x", "a b"}, true, "escaped blank joins a bare word"},
+    {"x \\\"q\\\"", {"x", "\"q\""}, true, "escaped quotes are literal"},
+    {"x \\x41\\102\\u00e9", {"x", "AB\xc3\xa9"}, true, "hex, octal and unicode escapes"},
+    {"x \\q", {"x", "q"}, true, "unknown escape stands for the character"},
+    {"x a\"b\"", {"x", "a\"b\""}, true, "a quote inside a word is literal"},
+    {"x a{b}", {"x", "a{b}"}, true, "a brace inside a word is literal"},
+    {"x [list a]", {"x", "[list", "a]"}, false, "brackets are not special"},
+    {"x \"a;b\" {c;d} e\\;f", {"x", "a;b", "c;d", "e;f"}, true, "quoted semicolons do not split"},
+    {"x \"\" {}", {"x", "", ""}, true, "empty words"},
+    {"x $ a$", {"x", "$", "a$"}, true, "a lone dollar is literal"},
+    {"x \"line1\nline2\"", {"x", "line1\nline2"}, true, "newline inside quotes stays"},
+    {"x a \\\n    b", {"x", "a", "b"}, true, "backslash-newline continues the command"},
+    {"x \"a\\\n   b\"", {"x", "a b"}, true, "backslash-newline in quotes is one blank"},
+    {"x {a\\\n   b}", {"x", "a b"}, true, "backslash-newline in braces is one blank"},
+    {"x\ty\r", {"x", "y"}, true, "tabs and carriage returns separate"},
+};
+
+std::string hex(const std::string &bytes)
+{
+    static const char digits[] = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : bytes) {
+        out += digits[c >> 4];
+        out += digits[c & 15];
+    }
+    return out;
+}
+
+} // namespace
+
+TEST(VxScriptQuoting, WordsFollowTclRules)
+{
+    for (const QuotingRow &r : kQuotingRows) {
+        const auto commands = split(r.script);
+        ASSERT_EQ(commands.size(), 1u) << r.why;
+        EXPECT_EQ(commands[0], r.words) << r.why << ": " << r.script;
+    }
+}
+
+// The same scripts run through Tcl itself: every unknown command prints its
+// words in hex, so the two splits can be compared byte for byte.
+TEST(VxScriptQuoting, SplitAgreesWithTclsh)
+{
+    if (!vxtest::haveProgram("tclsh"))
+        GTEST_SKIP() << "tclsh is not installed";
+    vxtest::TempDir dir;
+    for (const QuotingRow &r : kQuotingRows) {
+        if (!r.tclAgrees)
+            continue;
+        const std::string scriptFile = dir.file("row.tcl");
+        const std::string script = r.script;
+        vxtest::writeFileBytes(scriptFile, std::vector<unsigned char>(script.begin(), script.end()));
+        const std::string driver = dir.file("driver.tcl");
+        const std::string driverText =
+            "rename load {}\n"
+            "proc unknown {args} { set out {}\n"
+            "  foreach a $args { lappend out [binary encode hex [encoding convertto utf-8 $a]] }\n"
+            "  puts [join $out ,] }\n"
+            "set f [open [lindex $argv 0] rb]; set s [read $f]; close $f\n"
+            "eval [encoding convertfrom utf-8 $s]\n";
+        vxtest::writeFileBytes(driver, std::vector<unsigned char>(driverText.begin(), driverText.end()));
+        std::string out;
+        ASSERT_EQ(vxtest::runCommand("tclsh '" + driver + "' '" + scriptFile + "'", &out, true), 0) << r.why << out;
+
+        const auto commands = split(r.script);
+        ASSERT_EQ(commands.size(), 1u) << r.why;
+        std::string ours;
+        for (const KcString &w : commands[0])
+            ours += (ours.empty() ? "" : ",") + hex(w);
+        EXPECT_EQ(ours + "\n", out) << r.why << ": " << r.script;
+    }
+}
+
+TEST(VxScriptQuoting, CommandsSplitAtNewlinesAndSemicolonsAndSkipComments)
+{
+    const auto commands = split("# a saved network\n"
+                                "load a.dcm; load b.dcm\n"
+                                "\n"
+                                "   # indented comment ; not a command\n"
+                                "set x 1 ;# trailing comment after a semicolon\n"
+                                "echo #notacomment\n"
+                                "# comment \\\n continued comment\n"
+                                ";;");
+    ASSERT_EQ(commands.size(), 4u);
+    EXPECT_EQ(commands[0], (Words{"load", "a.dcm"}));
+    EXPECT_EQ(commands[1], (Words{"load", "b.dcm"}));
+    EXPECT_EQ(commands[2], (Words{"set", "x", "1"}));
+    EXPECT_EQ(commands[3], (Words{"echo", "#notacomment"}));
+}
+
+TEST(VxScriptQuoting, SyntaxErrorsNameTheLine)
+{
+    EXPECT_EQ(splitError("load a\nload \"b.dcm\nload c"), "line 2: missing \"");
+    EXPECT_EQ(splitError("\n\nload {a {b}"), "line 3: missing close-brace");
+    EXPECT_EQ(splitError("load \"a\"b"), "line 1: extra characters after close-quote");
+    EXPECT_EQ(splitError("x\nload {a}b"), "line 2: extra characters after close-brace");
+    VxScriptVars::instance()->unset("nosuchvar");
+    EXPECT_EQ(splitError("x\ny\nload $nosuchvar"), "line 3: can't read \"nosuchvar\": no such variable");
+    EXPECT_EQ(splitError("load ${unclosed"), "line 1: missing close-brace for variable name");
+}
+
+TEST_F(VxScriptInterpreterTest, SetThenSubstitute)
+{
+    KcString error;
+    ASSERT_EQ(interp.eval("set dir /cd/DICOM\n"
+                          "set n 3; load -dicom $dir/IM$n.dcm \"${dir} x\" {$dir}",
+                          &error),
+              1)
+        << error;
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0], (Words{"load", "-dicom", "/cd/DICOM/IM3.dcm", "/cd/DICOM x", "$dir"}));
+    EXPECT_STREQ(VxScriptVars::instance()->get("dir"), "/cd/DICOM");
+}
+
+TEST_F(VxScriptInterpreterTest, VariableNamesStopAtNonNameCharacters)
+{
+    VxScriptVars::instance()->set("a b", "spaced");
+    VxScriptVars::instance()->set("ns::v", "qualified");
+    VxScriptVars::instance()->set("n", "7");
+    VxScriptVars::instance()->set("empty", "");
+    KcString error;
+    ASSERT_EQ(interp.eval("load ${a b} $ns::v $n.dcm $n-x \"[$n]\" a${empty}b", &error), 1) << error;
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0], (Words{"load", "spaced", "qualified", "7.dcm", "7-x", "[7]", "ab"}));
+}
+
+TEST_F(VxScriptInterpreterTest, SetValueMayHoldBlanksAndGoesToScriptVars)
+{
+    KcString error;
+    ASSERT_EQ(interp.eval("set DicomMaxDistError 0.5\nset dir {my scans}", &error), 1) << error;
+    EXPECT_STREQ(VxScriptVars::instance()->get("DicomMaxDistError"), "0.5");
+    EXPECT_STREQ(VxScriptVars::instance()->get("dir"), "my scans");
+    ASSERT_EQ(interp.eval("unset DicomMaxDistError dir", &error), 1) << error;
+    EXPECT_EQ(VxScriptVars::instance()->get("DicomMaxDistError"), nullptr);
+
+    EXPECT_EQ(interp.eval("set\n", &error), 0);
+    EXPECT_EQ(error, "line 1: set: wrong # args: should be \"set varName ?newValue?\"");
+    EXPECT_EQ(interp.eval("\nset dir", &error), 0);
+    EXPECT_EQ(error, "line 2: set: can't read \"dir\": no such variable");
+}
+
+TEST_F(VxScriptInterpreterTest, StopsAtFirstFailureAndNamesItsLine)
+{
+    KcString error;
+    EXPECT_EQ(interp.eval("load a.dcm\n"
+                          "load \\\n  missing.dcm\n"
+                          "load never.dcm",
+                          &error),
+              0);
+    EXPECT_EQ(error, "line 2: load: cannot open: missing.dcm");
+    ASSERT_EQ(calls.size(), 2u) << "the command after the failure does not run";
+
+    EXPECT_EQ(interp.eval("load a.dcm\nlod b.dcm", &error), 0);
+    EXPECT_EQ(error, "line 2: invalid command name \"lod\"");
+}
+
+TEST_F(VxScriptInterpreterTest, ExceptionsOfCommandsBecomeErrors)
+{
+    interp.registerCommand("boom", [](const Words &, KcString *) -> int { throw std::runtime_error("bad state"); });
+    interp.registerCommand("quiet", [](const Words &, KcString *) { return 0; });
+    KcString error;
+    EXPECT_EQ(interp.eval("boom", &error), 0);
+    EXPECT_EQ(error, "line 1: boom: bad state");
+    EXPECT_EQ(interp.eval("quiet", &error), 0);
+    EXPECT_EQ(error, "line 1: quiet failed");
+    EXPECT_TRUE(interp.unregisterCommand("boom"));
+    EXPECT_FALSE(interp.hasCommand("boom"));
+    EXPECT_FALSE(interp.unregisterCommand("boom"));
+    EXPECT_TRUE(interp.hasCommand("set"));
+}
+
+TEST_F(VxScriptInterpreterTest, EvaluatesFilesAndNamesThem)
+{
+    vxtest::TempDir dir;
+    const std::string good = dir.file("net.hx");
+    const std::string text = "# network\nset dir /data\nload -dicom \"$dir/a b.dcm\" -nodialog\n";
+    vxtest::writeFileBytes(good, std::vector<unsigned char>(text.begin(), text.end()));
+    KcString error;
+    ASSERT_EQ(interp.evalFile(good.c_str(), &error), 1) << error;
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0], (Words{"load", "-dicom", "/data/a b.dcm", "-nodialog"}));
+
+    const std::string bad = dir.file("bad.hx");
+    const std::string badText = "load ok.dcm\n\nload {unclosed\n";
+    vxtest::writeFileBytes(bad, std::vector<unsigned char>(badText.begin(), badText.end()));
+    EXPECT_EQ(interp.evalFile(bad.c_str(), &error), 0);
+    EXPECT_EQ(error, bad + ", line 3: missing close-brace");
+
+    EXPECT_EQ(interp.evalFile(dir.file("none.hx").c_str(), &error), 0);
+    EXPECT_NE(error.find("couldn't read file"), std::string::npos) << error;
+    EXPECT_NE(error.find("none.hx"), std::string::npos) << error;
+}
