@@ -9,7 +9,7 @@ VxMessage *VxMessage::getTheMsg()
     return &theMsg;
 }
 
-void VxMessage::emit(int level, const char *fmt, va_list ap)
+void VxMessage::output(int level, const char *fmt, va_list ap)
 {
     va_list ap2;
     va_copy(ap2, ap);
@@ -47,7 +47,7 @@ void VxMessage::printf(const char *fmt, ...)
 {
     va_list ap;
     va_start(ap, fmt);
-    emit(0, fmt, ap);
+    output(0, fmt, ap);
     va_end(ap);
 }
 
@@ -55,7 +55,7 @@ void VxMessage::warning(const char *fmt, ...)
 {
     va_list ap;
     va_start(ap, fmt);
-    emit(1, fmt, ap);
+    output(1, fmt, ap);
     va_end(ap);
 }
 
@@ -63,7 +63,7 @@ void VxMessage::error(const char *fmt, ...)
 {
     va_list ap;
     va_start(ap, fmt);
-    emit(2, fmt, ap);
+    output(2, fmt, ap);
     va_end(ap);
 }
 

@@ -33,7 +33,7 @@ public:
 
 private:
     VxMessage() = default;
-    void emit(int level, const char *fmt, va_list ap);
+    void output(int level, const char *fmt, va_list ap);
 
     mutable std::mutex mutex;
     Sink sink;

@@ -4,6 +4,11 @@
 
 /// The host's help browser. Pages live under the installation's share
 /// directory (<prefix>/share/vxdicom/help or the source tree's doc/help).
+/// The environment variable VXDICOM_HELP_DIR, when set, is searched first
+/// by open(). The installation directory is the parent of the running
+/// program's directory, then the configured install prefix. A page that is
+/// found nowhere is reported ("help page %s not found") and its first
+/// candidate path is still returned.
 class VxHelpBrowser
 {
 public:

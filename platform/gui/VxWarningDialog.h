@@ -10,7 +10,12 @@ class VxWarningDialog
 {
 public:
     /// Returns the index (0..2) of the chosen button. Empty button texts are
-    /// left out. The escape button is the answer when the box is closed.
+    /// left out (all empty: one "OK" button). The escape button is the answer
+    /// when the box is closed or Escape is pressed; without one, the default
+    /// button is. A default that names no button becomes the first button.
+    /// Without a display the console shows
+    /// "<title>: <text>\n-> <default button text> (no display; default answer)".
+    /// May be called from any thread: the box runs on the GUI thread.
     static int warning(const QString &title, const QString &text, const QString &button0,
                        const QString &button1 = QString(), const QString &button2 = QString(),
                        int defaultButton = 0, int escapeButton = -1);
