@@ -1,14 +1,39 @@
 #include "vxdicom/reader/VxDicom.h"
 
 #include "platform/core/VxMessage.h"
+#include "platform/core/VxObjectPool.h"
 #include "platform/core/VxWorkArea.h"
+#include "platform/data/VxField3.h"
+#include "platform/gui/ThreadNegotiator.h"
 #include "vxdicom/reader/DicomDir.h"
+#include "vxdicom/reader/DicomImportDialog.h"
+#include "vxdicom/reader/VxDicomField.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
+#include "vxdicom/reader/VxDicomImageStack.h"
+#include "vxdicom/reader/VxDynamicDicomSeriesCtrl.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <memory>
+
+bool useDynamicSeriesCtrl = false;
+KcDArray<VxDynamicSeriesCtrl::TimeStep> timeSteps;
+
+namespace {
+DicomDialogNegotiatorFactory theDialogFactory = nullptr;
+}
+
+void setDicomDialogNegotiatorFactory(DicomDialogNegotiatorFactory factory)
+{
+    theDialogFactory = factory;
+}
+
+DicomDialogNegotiatorFactory dicomDialogNegotiatorFactory()
+{
+    return theDialogFactory;
+}
 
 bool dicomDelayedReadEnabled()
 {
@@ -30,8 +55,7 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
         work.setStatus("loading files...");
     }
 
-    int i = 0;
-    for (; i < n; ++i) {
+    for (int i = 0; i < n; ++i) {
         const KcString name = names[i];
         VxDicomFile *file = nullptr;
         try {
@@ -81,4 +105,154 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
         msg->printf("%d %s%s loaded from %d file%s\n", count, delayed ? "header" : "image",
                     count == 1 ? "" : "s", n, n == 1 ? "" : "s");
     }
+}
+
+int vxReadDicom(int n, const char **names)
+{
+    if (n == 0)
+        return 0;
+    int showDialog = 1;
+    if (names && names[n - 1] && std::strcmp(names[n - 1], "-nodialog") == 0) {
+        --n;
+        showDialog = 0;
+    }
+    return vxReadDicom(n, names, showDialog, true);
+}
+
+int vxReadDicom(int n, const char **names, int showDialog, bool verbose)
+{
+    KcDArray<VxField3 *> fields;
+    return vxReadDicom(n, names, fields, showDialog, verbose);
+}
+
+namespace {
+
+struct FileList
+{
+    KcDArray<VxDicomFile *> files;
+    ~FileList()
+    {
+        for (VxDicomFile *f : files)
+            delete f;
+    }
+};
+
+// The stereotaxis and reconstruction set-ups load without asking:
+// "ZENTA_MHT_STEREOTAXIS" alone decides when it is set.
+bool silentModeByEnvironment()
+{
+    if (const char *mht = std::getenv("ZENTA_MHT_STEREOTAXIS"))
+        return std::strcmp(mht, "1") == 0;
+    const char *ziehm = std::getenv("ZENTA_ZIEHM_RECONSTRUCTION");
+    return ziehm && std::strcmp(ziehm, "1") == 0;
+}
+
+} // namespace
+
+int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int showDialog,
+                bool verbose)
+{
+    if (n < 1 || !names || !names[0])
+        return 0;
+
+    const int delayed = dicomDelayedReadEnabled() ? 1 : 0;
+
+    KcDArray<KcString> nameList;
+    for (int i = 0; i < n; ++i)
+        nameList.append(KcString(names[i]));
+
+    FileList opened;
+    KcDArray<VxDicomImage *> images;
+    readDicomFiles(nameList, delayed, verbose, opened.files, images);
+    if (opened.files.isEmpty() || images.isEmpty())
+        return 1;
+
+    // Without a dialog implementation (a reader-only build) no stacks can be
+    // built; reading alone was asked for.
+    DicomDialogNegotiatorFactory factory = dicomDialogNegotiatorFactory();
+    if (!factory)
+        return 1;
+
+    std::unique_ptr<ThreadNegotiator> negotiator = factory();
+    auto *dialog = dynamic_cast<DicomImportDialog *>(negotiator->createForkedObject());
+    if (!dialog) {
+        negotiator->deleteForkedObject();
+        VxMessage::getTheMsg()->printf("Internal error in %s, line %d.\n", "VxDicom", __LINE__);
+        return 0;
+    }
+    KcDArray<VxDicomImageStack *> stacks;
+    ThreadNegotiator::runOnGuiThread([&] {
+        dialog->setCaption("DICOM Loader");
+        dialog->setImages(&images);
+        dialog->setStacks(&stacks);
+    });
+    negotiator->putData();
+
+    bool silent = silentModeByEnvironment();
+    bool create = true;
+    if (!silent) {
+        if (showDialog == 1) {
+            negotiator->exec();
+            int dialogResult = 0;
+            ThreadNegotiator::runOnGuiThread([&] { dialogResult = dialog->result(); });
+            create = dialogResult == 1;
+        } else {
+            silent = true;
+        }
+    }
+    if (silent)
+        ThreadNegotiator::runOnGuiThread([&] { dialog->exportImageStacks(); });
+
+    int result = 1;
+    if (create) {
+        ThreadNegotiator::runOnGuiThread([&] { useDynamicSeriesCtrl = dialog->getAsTimeSeries(); });
+        if (verbose)
+            VxMessage::getTheMsg()->printf("creating %d stack%s of DICOM images\n",
+                                           stacks.size(), stacks.size() == 1 ? "" : "s");
+
+        // Stacks of one series share the first stack's name; their second
+        // label tells them apart.
+        KcString firstName, firstLabel;
+        for (int s = 0; s < stacks.size(); ++s) {
+            std::unique_ptr<VxDicomImageStack> stack(stacks[s]);
+            stacks[s] = nullptr;
+            if (s == 0) {
+                firstName = stack->name;
+                firstLabel = stack->label;
+            }
+            VxField3 *field = createField3(*stack);
+            const float shear = stack->isSheared();
+            if (shear != 0)
+                VxMessage::getTheMsg()->printf("stack %s is sheared by %g degrees!\n",
+                                               stack->name.c_str(), static_cast<double>(shear));
+            if (!stack->images.isEmpty() && stack->images[0]->hasRowDirection())
+                flipField3(field, *stack);
+            if (!field) {
+                result = 0;
+                continue;
+            }
+            registerField3(field, *stack);
+            fields.append(field);
+            if (s > 0 && stack->name == firstName && stack->label != firstLabel)
+                field->setLabel(stack->label);
+        }
+    }
+    for (VxDicomImageStack *stack : stacks)
+        delete stack;
+    stacks.clear();
+
+    negotiator->deleteForkedObject();
+    for (VxDicomFile *f : opened.files)
+        delete f;
+    opened.files.clear();
+
+    // A cancelled dialog creates nothing, not even the series control.
+    if (create && useDynamicSeriesCtrl) {
+        auto *ctrl = new VxDynamicDicomSeriesCtrl(nameList);
+        ctrl->setLabel("TimeSeriesCtrl");
+        ctrl->init(timeSteps);
+        timeSteps.clear();
+        VxObjectPool::instance()->add(ctrl);
+    }
+    return result;
 }

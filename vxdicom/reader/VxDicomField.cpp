@@ -1,0 +1,562 @@
+#include "vxdicom/reader/VxDicomField.h"
+
+#include "platform/core/VxMessage.h"
+#include "platform/core/VxObjectPool.h"
+#include "platform/core/VxWorkArea.h"
+#include "platform/data/VxField3.h"
+
+#include <Inventor/SbVec3f.h>
+#include "platform/gui/VxSkin.h"
+#include "platform/gui/VxWarningDialog.h"
+#include "vxdicom/params/DicomParamFilter.h"
+#include "vxdicom/reader/DicomReaderSettings.h"
+#include "vxdicom/reader/VxDicom.h"
+#include "vxdicom/reader/VxDicomFile.h"
+#include "vxdicom/reader/VxDicomImage.h"
+#include "vxdicom/reader/VxDicomImageStack.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+struct FreeDeleter
+{
+    void operator()(void *p) const { std::free(p); }
+};
+using SampleBuffer = std::unique_ptr<unsigned char, FreeDeleter>;
+
+const char *const overflowQuestion =
+    "According to the DICOM header the pixel values should be linearly scaled.\n"
+    "However, after applying the scaling an overflow would occur. You can either\n"
+    "completely ignore the scaling, apply the scaling and clamp the data values,\n"
+    "or use adjusted scaling parameters, so that no data overflow occurs.";
+
+enum OverflowChoice { IgnoreScaling = 0, ClampData = 1, AdjustScaling = 2 };
+
+float orientationTolerance()
+{
+    const char *env = std::getenv("DICOM_EPS_ORIENTATION");
+    return env ? static_cast<float>(std::atof(env)) : 0.03f;
+}
+
+void typeBounds(KcPrimType type, int &low, int &high)
+{
+    switch (type) {
+    case KcPrimType::UInt16: low = 0; high = 65535; break;
+    case KcPrimType::Int16: low = -32768; high = 32767; break;
+    default: low = 0; high = 255; break;
+    }
+}
+
+// Converts one slice in place from the stack's sample type to the field's.
+// Both types have the same size, which createField3 checks.
+void rescaleSlice(void *samples, long count, KcPrimType from, KcPrimType to, float scale,
+                  float offset)
+{
+    int low, high;
+    typeBounds(to, low, high);
+    if (from == KcPrimType::UInt16 && to == KcPrimType::Int16)
+        dicomRescale(static_cast<short *>(samples), static_cast<const unsigned short *>(samples),
+                     count, scale, offset, low, high);
+    else if (from == KcPrimType::UInt16 && to == KcPrimType::UInt16)
+        dicomRescale(static_cast<unsigned short *>(samples),
+                     static_cast<const unsigned short *>(samples), count, scale, offset, low, high);
+    else if (from == KcPrimType::Int16 && to == KcPrimType::Int16)
+        dicomRescale(static_cast<short *>(samples), static_cast<const short *>(samples), count,
+                     scale, offset, low, high);
+    else if (from == KcPrimType::Int16 && to == KcPrimType::UInt16)
+        dicomRescale(static_cast<unsigned short *>(samples), static_cast<const short *>(samples),
+                     count, scale, offset, low, high);
+    else if (from == KcPrimType::UInt8 && to == KcPrimType::UInt8)
+        dicomRescale(static_cast<unsigned char *>(samples),
+                     static_cast<const unsigned char *>(samples), count, scale, offset, low, high);
+}
+
+unsigned char clampByte(double v)
+{
+    return static_cast<unsigned char>(v < 0 ? 0 : (v > 255 ? 255 : std::lround(v)));
+}
+
+// Copies one colour frame into pixel order; planar frames are interleaved and
+// YBR_FULL is converted to RGB (the decoder hands JPEG colour over as RGB).
+void fillColourSlice(unsigned char *dst, const unsigned char *src, const VxDicomImage &image,
+                     const char *photometric)
+{
+    const long pixels = static_cast<long>(image.width) * image.height;
+    const int spp = image.samplesPerPixel;
+    const int bytes = image.bytesPerSample == 1 ? 1 : 2;
+    if (image.planarConfig == 1) {
+        for (long i = 0; i < pixels; ++i)
+            for (int s = 0; s < spp; ++s)
+                std::memcpy(dst + (i * spp + s) * bytes, src + (s * pixels + i) * bytes,
+                            static_cast<size_t>(bytes));
+    } else {
+        std::memcpy(dst, src, static_cast<size_t>(pixels) * spp * bytes);
+    }
+    if (bytes == 1 && spp == 3 && photometric && std::strcmp(photometric, "YBR_FULL") == 0) {
+        for (long i = 0; i < pixels; ++i) {
+            unsigned char *p = dst + i * 3;
+            const double y = p[0], cb = p[1] - 128.0, cr = p[2] - 128.0;
+            p[0] = clampByte(y + 1.402 * cr);
+            p[1] = clampByte(y - 0.344136 * cb - 0.714136 * cr);
+            p[2] = clampByte(y + 1.772 * cb);
+        }
+    }
+}
+
+// The value range of a slice that was read lazily, for its image record.
+void rangeOfSlice(VxDicomImage &image, const void *samples)
+{
+    const long n = image.numSamples();
+    switch (image.primType()) {
+    case KcPrimType::UInt8:
+        dicomValueRangeU8(static_cast<const unsigned char *>(samples), n, image.minValue,
+                          image.maxValue);
+        break;
+    case KcPrimType::Int16:
+        dicomValueRangeS16(static_cast<const short *>(samples), n, image.minValue, image.maxValue);
+        break;
+    case KcPrimType::UInt16:
+        dicomValueRangeU16(static_cast<const unsigned short *>(samples), n, image.minValue,
+                           image.maxValue);
+        break;
+    default:
+        break;
+    }
+}
+
+// Where the samples of the image frame (row, column, slice) went while they
+// were reordered: image axis a lies along lattice axis `axis[a]`, reversed
+// when `sign[a]` is -1.
+struct AxisMap
+{
+    int axis[3] = {0, 1, 2};
+    int sign[3] = {1, 1, 1};
+
+    void swap(VxLattice3 *lat, int i, int j, int k)
+    {
+        if (!lat->swapDims(i, j, k))
+            return;
+        const int order[3] = {i, j, k};
+        for (int a = 0; a < 3; ++a)
+            for (int n = 0; n < 3; ++n)
+                if (order[n] == axis[a]) {
+                    axis[a] = n;
+                    break;
+                }
+    }
+    void mirror(VxLattice3 *lat, int latticeAxis)
+    {
+        lat->mirror(latticeAxis);
+        for (int a = 0; a < 3; ++a)
+            if (axis[a] == latticeAxis)
+                sign[a] = -sign[a];
+    }
+    int imageAxisOf(int latticeAxis) const
+    {
+        for (int a = 0; a < 3; ++a)
+            if (axis[a] == latticeAxis)
+                return a;
+        return latticeAxis;
+    }
+    /// Row a: the lattice direction of image axis a (row-vector convention).
+    SbMatrix matrix() const
+    {
+        SbMatrix m = SbMatrix::identity();
+        for (int a = 0; a < 3; ++a)
+            for (int c = 0; c < 3; ++c)
+                m[a][c] = (c == axis[a]) ? static_cast<float>(sign[a]) : 0.0f;
+        return m;
+    }
+};
+
+float distance(const float a[3], const float b[3])
+{
+    const float dx = a[0] - b[0], dy = a[1] - b[1], dz = a[2] - b[2];
+    return std::sqrt(dx * dx + dy * dy + dz * dz);
+}
+
+// 0 when v is near none of the six axis directions, else 1..6 for +x, -x,
+// +y, -y, +z, -z (the first one within the tolerance).
+int axisClass(const float v[3], float tolerance)
+{
+    static const float axes[6][3] = {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0},
+                                     {0, -1, 0}, {0, 0, 1}, {0, 0, -1}};
+    for (int i = 0; i < 6; ++i)
+        if (distance(v, axes[i]) < tolerance)
+            return i + 1;
+    return 0;
+}
+
+void multiply(const float m[3][3], const float v[3], float out[3])
+{
+    for (int r = 0; r < 3; ++r)
+        out[r] = m[r][0] * v[0] + m[r][1] * v[1] + m[r][2] * v[2];
+}
+
+} // namespace
+
+VxField3 *createField3(VxDicomImageStack &stack)
+{
+    VxMessage *msg = VxMessage::getTheMsg();
+    if (stack.images.isEmpty() || stack.width < 1 || stack.height < 1)
+        return nullptr;
+
+    const VxDicomImage *first = stack.images[0];
+    const int spp = first->samplesPerPixel;
+    const long sliceSamples = static_cast<long>(stack.width) * stack.height * spp;
+    const long sliceBytes = sliceSamples * stack.primType.size();
+
+    // Room for one more byte: decoders write odd-sized frames as whole words.
+    const long bytes = stack.memSize();
+    SampleBuffer samples(static_cast<unsigned char *>(std::malloc(static_cast<size_t>(bytes) + 1)));
+    if (!samples) {
+        msg->printf("stack %s: cannot allocate %ld bytes for its samples\n", stack.name.c_str(),
+                    bytes);
+        return nullptr;
+    }
+
+    VxWorkArea *work = VxWorkArea::instance();
+    const bool progress = stack.numSlices > 1;
+    if (progress) {
+        work->startProgress();
+        work->setStatus("loading image data...");
+    }
+    bool rangesChanged = false;
+    for (int k = 0; k < stack.images.size(); ++k) {
+        VxDicomImage &image = *stack.images[k];
+        unsigned char *slice = samples.get() + k * sliceBytes;
+        try {
+            if (spp == 1) {
+                if (image.hasPixels())
+                    std::memcpy(slice, image.pixelData(), static_cast<size_t>(sliceBytes));
+                else
+                    image.loadToMemory(slice);
+            } else {
+                fillColourSlice(slice, static_cast<const unsigned char *>(image.pixelData()), image,
+                                image.file->data->photometric.c_str());
+            }
+        } catch (const char *text) {
+            if (progress)
+                work->endProgress();
+            msg->printf("reading %s failed: %s\n", image.file->fileName.c_str(), text);
+            return nullptr;
+        }
+        // Images read lazily learn their value range only now, with their samples.
+        if (spp == 1 && image.minValue > image.maxValue) {
+            rangeOfSlice(image, slice);
+            rangesChanged = true;
+        }
+        if (progress) {
+            work->setProgress(static_cast<float>(k + 1) / static_cast<float>(stack.numSlices));
+            if (work->wasInterrupted()) {
+                work->setStatus("interrupted.");
+                work->endProgress();
+                msg->printf("stack %s: loading interrupted\n", stack.name.c_str());
+                return nullptr;
+            }
+        }
+    }
+    if (progress)
+        work->endProgress();
+    if (rangesChanged && stack.minValue > stack.maxValue)
+        stack.recomputeDataRange();
+
+    // The fit of the rescale is decided once every image knows its range;
+    // the sample size never changes, so the buffer above stays valid.
+    float scale = 1, offset = 0;
+    KcPrimType type = stack.primType;
+    const bool overflow = stack.checkForDataOverflow(scale, offset, type);
+    if (type.size() != stack.primType.size()) {
+        msg->printf("Internal error in %s, line %d.\n", "VxDicom", __LINE__);
+        return nullptr;
+    }
+
+    int choice = AdjustScaling;
+    if (spp == 1) {
+        if (overflow)
+            choice = VxWarningDialog::warning("DICOM", overflowQuestion, "Ignore scaling",
+                                              "Clamp data", "Adjust scaling", AdjustScaling,
+                                              AdjustScaling);
+        bool statusShown = false;
+        for (int k = 0; k < stack.images.size(); ++k) {
+            const VxDicomImage &image = *stack.images[k];
+            float s = image.rescaleSlope;
+            float o = image.rescaleIntercept;
+            if (overflow) {
+                if (choice == IgnoreScaling) {
+                    s = 1;
+                    o = 0;
+                } else if (choice == AdjustScaling) {
+                    s = image.rescaleSlope * scale;
+                    o = image.rescaleIntercept * scale + offset;
+                }
+            }
+            if (s == 1 && o == 0)
+                continue;
+            if (!statusShown) {
+                work->setStatus("Adjusting image data");
+                statusShown = true;
+            }
+            rescaleSlice(samples.get() + k * sliceBytes, sliceSamples, stack.primType, type, s, o);
+        }
+    }
+
+    if (stack.minValue == stack.maxValue)
+        stack.recomputeDataRange();
+
+    const int dims[3] = {stack.width, stack.height, stack.numSlices};
+    std::unique_ptr<VxRegScalarField3> field;
+    if (stack.spacingState == 1) {
+        if (spp == 1)
+            field = std::make_unique<VxUniformScalarField3>(dims, type, samples.release());
+        else
+            field = std::make_unique<VxRegColorField3>(dims, VX_COORD_UNIFORM, spp,
+                                                       samples.release(), type);
+        field->lattice()->setBoundingBox(stack.bbox);
+    } else {
+        if (spp == 1)
+            field = std::make_unique<VxStackedScalarField3>(dims, type, samples.release());
+        else
+            field = std::make_unique<VxRegColorField3>(dims, VX_COORD_STACKED, spp,
+                                                       samples.release(), type);
+        field->lattice()->setBoundingBox(stack.bbox);
+        field->lattice()->setSliceCoords(stack.sliceLocations.data(), stack.sliceLocations.size());
+    }
+
+    VxParamBundle &params = field->parameters();
+    auto dicomParams = std::make_unique<VxParamBundle>(stack.parameters);
+    fix(dicomParams.get());
+    params.insert(dicomParams.release(), true);
+    if (!VxSkin::instance()->dataWindowOption())
+        params.setString("DataWindow",
+                         KcString::format("%d %d", stack.minValue, stack.maxValue));
+    if (overflow && spp == 1 && choice != IgnoreScaling) {
+        if (scale != 1)
+            params.setFloat("DataWindowScale", 1.0 / scale);
+        if (offset != 0)
+            params.setFloat("DataWindowBias", -offset / scale);
+    }
+    params.setString("Modality", stack.modality);
+    params.setFloat("UnitLength", 0.001 / dicomUnitFactor());
+    return field.release();
+}
+
+void flipField3(VxField3 *field, const VxDicomImageStack &stack)
+{
+    if (!field || stack.images.isEmpty())
+        return;
+    auto *reg = dynamic_cast<VxRegScalarField3 *>(field);
+    if (!reg)
+        return;
+    VxLattice3 *lat = reg->lattice();
+    const VxDicomImage *first = stack.images[0];
+    const VxDicomImage *last = stack.images[stack.images.size() - 1];
+    const float tolerance = orientationTolerance();
+    const float unit = dicomUnitFactor();
+
+    // Orientation class of the slice normal and its axis matrix.
+    float normal[3] = {first->normal[0], first->normal[1], first->normal[2]};
+    if (normal[0] == 0 && normal[1] == 0 && normal[2] == 0)
+        normal[2] = 1;
+    const int cls = axisClass(normal, tolerance);
+    float m[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
+    switch (cls) {
+    case 1: m[2][0] = 1; m[1][1] = 1; m[0][2] = -1; break;
+    case 2: m[2][0] = -1; m[1][1] = 1; m[0][2] = 1; break;
+    case 3: m[0][0] = 1; m[2][1] = 1; m[1][2] = -1; break;
+    case 4: m[0][0] = 1; m[2][1] = -1; m[1][2] = 1; break;
+    case 5: m[0][0] = 1; m[1][1] = 1; m[2][2] = 1; break;
+    case 6: m[0][0] = -1; m[1][1] = 1; m[2][2] = -1; break;
+    default: break;
+    }
+
+    float bbox[6];
+    lat->getBoundingBox(bbox);
+
+    AxisMap map;
+    if (lat->coordType() == VX_COORD_STACKED && cls <= 4) {
+        VxMessage::getTheMsg()->printf("Stacked field of coronal/xz or sagittal/yz slices\n");
+        VxMessage::getTheMsg()->printf("A transformation will be applied.\n");
+        // The samples stay in image order, so the transformation alone
+        // carries the orientation.
+        setTransform(reg, stack, bbox, map.matrix());
+        return;
+    }
+
+    float r[3], c[3];
+    multiply(m, first->rowDirection, r);
+    multiply(m, first->columnDirection, c);
+
+    // In-plane correction by the row direction.
+    switch (axisClass(r, tolerance)) {
+    case 1: break;
+    case 3: map.swap(lat, 1, 0, 2); map.mirror(lat, 0); break;
+    case 2: map.mirror(lat, 0); map.mirror(lat, 1); break;
+    case 4: map.swap(lat, 1, 0, 2); map.mirror(lat, 1); break;
+    default: break;
+    }
+
+    // Slice axis onto its patient axis.
+    switch (cls) {
+    case 1:
+        map.swap(lat, 2, 1, 0);
+        map.mirror(lat, 2);
+        break;
+    case 2:
+        map.swap(lat, 2, 1, 0);
+        if (lat->dim(0) > 1)
+            map.mirror(lat, 0);
+        break;
+    case 3:
+        map.swap(lat, 0, 2, 1);
+        map.mirror(lat, 2);
+        break;
+    case 4:
+        map.swap(lat, 0, 2, 1);
+        if (lat->dim(1) > 1)
+            map.mirror(lat, 1);
+        break;
+    case 6:
+        if (lat->dim(2) > 1)
+            map.mirror(lat, 2);
+        map.mirror(lat, 0);
+        break;
+    default:
+        break;
+    }
+
+    lat->getBoundingBox(bbox);
+    float d[3];
+    for (int k = 0; k < 3; ++k)
+        d[k] = lat->dim(k) > 1 ? (bbox[2 * k + 1] - bbox[2 * k]) / (lat->dim(k) - 1) : 0.0f;
+
+    float box[6];
+    const bool stacked = lat->coordType() == VX_COORD_STACKED;
+    const int sliceAxis = map.axis[2];
+    if (!first->hasPosition) {
+        for (int k = 0; k < 3; ++k) {
+            const float half = (lat->dim(k) - 1) * d[k] / 2;
+            box[2 * k] = -half;
+            box[2 * k + 1] = half;
+        }
+        if (!stacked) {
+            const float a = unit * first->sliceLocation;
+            const float b = unit * last->sliceLocation;
+            box[2 * sliceAxis] = std::min(a, b);
+            box[2 * sliceAxis + 1] = std::max(a, b);
+        }
+    } else {
+        float p[3];
+        for (int k = 0; k < 3; ++k)
+            p[k] = first->position[k] * unit;
+        for (int k = 0; k < 3; ++k) {
+            const int a = map.imageAxisOf(k);
+            bool down;
+            if (a == 0)
+                down = first->rowDirection[k] < 0;
+            else if (a == 1)
+                down = first->columnDirection[k] < 0;
+            else
+                down = !(last->position[k] > first->position[k]);
+            const float length = (lat->dim(k) - 1) * d[k];
+            box[2 * k] = down ? p[k] - length : p[k];
+            box[2 * k + 1] = down ? p[k] : p[k] + length;
+        }
+        if (stacked && sliceAxis == 2) {
+            KcDArray<float> z;
+            const int n = stack.images.size();
+            const bool reversed = !(last->position[2] > first->position[2]);
+            for (int i = 0; i < n; ++i)
+                z.append(stack.images[reversed ? n - 1 - i : i]->position[2] * unit);
+            lat->setSliceCoords(z.data(), z.size());
+        }
+    }
+    lat->setBoundingBox(box);
+    lat->coordsChanged();
+    lat->getBoundingBox(box);
+    setTransform(reg, stack, box, map.matrix());
+}
+
+void setTransform(VxRegScalarField3 *field, const VxDicomImageStack &stack, const float *bbox,
+                  const SbMatrix &matrix)
+{
+    if (!field || stack.images.isEmpty())
+        return;
+    const VxDicomImage *first = stack.images[0];
+    const VxDicomImage *last = stack.images[stack.images.size() - 1];
+    if (!first->oblique && field->coordType() != VX_COORD_STACKED)
+        return;
+
+    const float unit = dicomUnitFactor();
+    const float *R[3] = {first->rowDirection, first->columnDirection, first->normal};
+    SbVec3f p0, pN;
+    for (int k = 0; k < 3; ++k) {
+        p0[k] = first->position[k] * unit;
+        pN[k] = last->position[k] * unit;
+    }
+
+    // The box in the image frame: where the lattice's corners lie once the
+    // reordering is undone.
+    const SbMatrix undo = matrix.inverse();
+    float lo[3] = {1e30f, 1e30f, 1e30f}, hi[3] = {-1e30f, -1e30f, -1e30f};
+    for (int corner = 0; corner < 8; ++corner) {
+        const SbVec3f v(bbox[(corner & 1) ? 1 : 0], bbox[(corner & 2) ? 3 : 2],
+                        bbox[(corner & 4) ? 5 : 4]);
+        SbVec3f w;
+        undo.multDirMatrix(v, w);
+        for (int k = 0; k < 3; ++k) {
+            lo[k] = std::min(lo[k], w[k]);
+            hi[k] = std::max(hi[k], w[k]);
+        }
+    }
+
+    auto rotate = [&](float x, float y, float z) {
+        SbVec3f out;
+        for (int k = 0; k < 3; ++k)
+            out[k] = x * R[0][k] + y * R[1][k] + z * R[2][k];
+        return out;
+    };
+    const SbVec3f a = rotate(lo[0], lo[1], lo[2]);
+    const SbVec3f b = rotate(lo[0], lo[1], hi[2]);
+    const SbVec3f d1 = p0 - a, d2 = pN - b, d3 = p0 - b, d4 = pN - a;
+    // A tie goes to the pairing of the first image with the top of the box.
+    const SbVec3f t = (d3 - d4).length() <= (d1 - d2).length() ? (d3 + d4) * 0.5f
+                                                                 : (d1 + d2) * 0.5f;
+
+    const SbMatrix T(R[0][0], R[0][1], R[0][2], 0, R[1][0], R[1][1], R[1][2], 0, R[2][0],
+                     R[2][1], R[2][2], 0, t[0], t[1], t[2], 1);
+    field->setTransform(undo * T);
+}
+
+void registerField3(VxField3 *field, const VxDicomImageStack &stack)
+{
+    if (!field)
+        return;
+    if (!useDynamicSeriesCtrl) {
+        field->setLabel(stack.name);
+        VxObjectPool::instance()->add(field);
+        KcString command = "load -dicom";
+        const KcString *previous = nullptr;
+        for (const VxDicomImage *image : stack.images) {
+            const KcString &name = image->file->loadName;
+            if (previous && *previous == name)
+                continue;
+            previous = &name;
+            command += " ";
+            if (name.find(' ') != std::string::npos)
+                command += "\"" + name + "\"";
+            else
+                command += name;
+        }
+        field->setLoadCommand(command);
+        return;
+    }
+    VxDynamicSeriesCtrl::TimeStep step;
+    step.append(field);
+    timeSteps.append(step);
+}
