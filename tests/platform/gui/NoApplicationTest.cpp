@@ -1,0 +1,79 @@
+#include "platform/core/VxMessage.h"
+#include "platform/gui/ThreadNegotiator.h"
+#include "platform/gui/VxWarningDialog.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+
+#include <thread>
+#include <vector>
+
+// This executable never creates an application object, as a host without
+// Qt (or a plain command-line tool) would run.
+
+namespace {
+
+class ThreadRecorder : public ForkedObject
+{
+public:
+    explicit ThreadRecorder(std::vector<std::thread::id> *seen) : seen(seen) { seen->push_back(std::this_thread::get_id()); }
+    ~ThreadRecorder() override { seen->push_back(std::this_thread::get_id()); }
+    void putData() override { seen->push_back(std::this_thread::get_id()); }
+    int exec() override
+    {
+        seen->push_back(std::this_thread::get_id());
+        return 3;
+    }
+
+private:
+    std::vector<std::thread::id> *seen;
+};
+
+class RecorderNegotiator : public ThreadNegotiator
+{
+public:
+    explicit RecorderNegotiator(std::vector<std::thread::id> *seen) : seen(seen) {}
+
+protected:
+    ForkedObject *create() override { return new ThreadRecorder(seen); }
+
+private:
+    std::vector<std::thread::id> *seen;
+};
+
+} // namespace
+
+TEST(NoApplication, EveryStepIsADirectCallOnTheCallingThread)
+{
+    ASSERT_EQ(QCoreApplication::instance(), nullptr);
+    std::vector<std::thread::id> seen;
+    std::thread::id workerId;
+    int result = 0;
+    bool onGui = false;
+    std::thread worker([&] {
+        workerId = std::this_thread::get_id();
+        onGui = ThreadNegotiator::onGuiThread();
+        RecorderNegotiator negotiator(&seen);
+        negotiator.createForkedObject();
+        negotiator.putData();
+        result = negotiator.exec();
+        negotiator.deleteForkedObject();
+    });
+    worker.join();
+    EXPECT_TRUE(onGui);
+    EXPECT_EQ(result, 3);
+    ASSERT_EQ(seen.size(), 4u);
+    for (const auto &id : seen)
+        EXPECT_EQ(id, workerId);
+}
+
+TEST(NoApplication, WarningDialogPrintsAndAnswersTheDefault)
+{
+    EXPECT_FALSE(VxWarningDialog::haveDisplay());
+    VxMessageCapture capture;
+    EXPECT_EQ(VxWarningDialog::warning("Overflow", "values overflow", "Ignore scaling", "Clamp data",
+                                       "Adjust scaling", 2, 2),
+              2);
+    EXPECT_EQ(capture.text(), "Overflow: values overflow\n-> Adjust scaling (no display; default answer)\n");
+}

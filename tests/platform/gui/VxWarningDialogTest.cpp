@@ -1,0 +1,149 @@
+#include "platform/core/VxMessage.h"
+#include "platform/gui/VxWarningDialog.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QEventLoop>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+
+#include <functional>
+#include <thread>
+
+namespace {
+
+const char *const kOverflowText =
+    "According to the DICOM header the pixel values should be linearly scaled.\n"
+    "However, after applying the scaling an overflow would occur.";
+
+// Restores display detection after each test.
+class VxWarningDialogTest : public ::testing::Test
+{
+protected:
+    void TearDown() override { VxWarningDialog::setDisplayOverride(-1); }
+};
+
+// While alive, answers every message box that comes up with `act`.
+class BoxAnswerer
+{
+public:
+    explicit BoxAnswerer(std::function<void(QMessageBox *)> act)
+    {
+        QObject::connect(&timer, &QTimer::timeout, [this, act] {
+            if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+                seen = box;
+                defaultText = box->defaultButton() ? box->defaultButton()->text() : QString();
+                buttonCount = static_cast<int>(box->buttons().size());
+                act(box);
+            }
+        });
+        timer.start(10);
+    }
+    QMessageBox *seen = nullptr;
+    QString defaultText;
+    int buttonCount = 0;
+
+private:
+    QTimer timer;
+};
+
+QAbstractButton *buttonWithText(QMessageBox *box, const QString &text)
+{
+    for (QAbstractButton *b : box->buttons())
+        if (b->text() == text)
+            return b;
+    return nullptr;
+}
+
+} // namespace
+
+TEST_F(VxWarningDialogTest, OffscreenPlatformCountsAsNoDisplay)
+{
+    if (QGuiApplication::platformName() != QLatin1String("offscreen"))
+        GTEST_SKIP() << "tests run on platform " << QGuiApplication::platformName().toStdString();
+    EXPECT_FALSE(VxWarningDialog::haveDisplay());
+    VxWarningDialog::setDisplayOverride(1);
+    EXPECT_TRUE(VxWarningDialog::haveDisplay());
+}
+
+TEST_F(VxWarningDialogTest, WithoutDisplayPrintsQuestionAndTakesDefault)
+{
+    VxWarningDialog::setDisplayOverride(0);
+    VxMessageCapture capture;
+    const int answer = VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data",
+                                                "Adjust scaling", 2, 2);
+    EXPECT_EQ(answer, 2);
+    EXPECT_EQ(capture.text(), std::string("Overflow: ") + kOverflowText +
+                                  "\n-> Adjust scaling (no display; default answer)\n");
+}
+
+TEST_F(VxWarningDialogTest, DefaultNamingNoButtonFallsBackToTheFirst)
+{
+    VxWarningDialog::setDisplayOverride(0);
+    VxMessageCapture capture;
+    EXPECT_EQ(VxWarningDialog::warning("t", "x", "Yes", "No", QString(), 2), 0);
+    EXPECT_EQ(VxWarningDialog::warning("t", "x", QString(), "Only", QString(), 0), 1);
+    EXPECT_EQ(VxWarningDialog::warning("t", "x", QString()), 0);
+    EXPECT_TRUE(capture.contains("-> OK (no display; default answer)"));
+}
+
+TEST_F(VxWarningDialogTest, InformationWithoutDisplayIsPrinted)
+{
+    VxWarningDialog::setDisplayOverride(0);
+    VxMessageCapture capture;
+    VxWarningDialog::information("DICOM Loader", "Stack might contain no images!");
+    EXPECT_EQ(capture.text(), "DICOM Loader: Stack might contain no images!\n");
+}
+
+TEST_F(VxWarningDialogTest, WithDisplayTheClickedButtonIsTheAnswer)
+{
+    VxWarningDialog::setDisplayOverride(1);
+    BoxAnswerer answerer([](QMessageBox *box) { buttonWithText(box, "Clamp data")->click(); });
+    const int answer =
+        VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data", "Adjust scaling", 2, 2);
+    EXPECT_EQ(answer, 1);
+    ASSERT_NE(answerer.seen, nullptr);
+    EXPECT_EQ(answerer.defaultText, "Adjust scaling");
+    EXPECT_EQ(answerer.buttonCount, 3);
+}
+
+TEST_F(VxWarningDialogTest, EscapeGivesTheEscapeButton)
+{
+    VxWarningDialog::setDisplayOverride(1);
+    BoxAnswerer answerer([](QMessageBox *box) { QTest::keyClick(box, Qt::Key_Escape); });
+    EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", QString(), 0, 1), 1);
+}
+
+TEST_F(VxWarningDialogTest, ReturnGivesTheDefaultButton)
+{
+    VxWarningDialog::setDisplayOverride(1);
+    BoxAnswerer answerer([](QMessageBox *box) { QTest::keyClick(box, Qt::Key_Return); });
+    EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", "Later", 2, 1), 2);
+    EXPECT_EQ(answerer.buttonCount, 3);
+}
+
+TEST_F(VxWarningDialogTest, CalledFromWorkerThreadTheBoxRunsOnGuiThread)
+{
+    VxWarningDialog::setDisplayOverride(1);
+    bool boxOnGui = false;
+    BoxAnswerer answerer([&boxOnGui](QMessageBox *box) {
+        boxOnGui = box->thread() == qApp->thread();
+        buttonWithText(box, "Ignore scaling")->click();
+    });
+    int answer = -1;
+    QEventLoop loop;
+    std::thread worker([&] {
+        answer = VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data",
+                                          "Adjust scaling", 2, 2);
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+    });
+    QTimer::singleShot(20000, &loop, &QEventLoop::quit);
+    loop.exec();
+    worker.join();
+    EXPECT_EQ(answer, 0);
+    EXPECT_TRUE(boxOnGui);
+}
