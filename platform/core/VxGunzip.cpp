@@ -147,7 +147,8 @@ bool VxGunzip::unpack(const char *name, KcString *why)
     std::string pattern = tempDirectory() + "/vxgunzip-XXXXXX";
     const int fd = ::mkstemp(pattern.data());
     if (fd < 0) {
-        setWhy(why, "cannot create a temporary file in " + tempDirectory() + ": " + std::strerror(errno));
+        setWhy(why, "cannot create a temporary file in " + tempDirectory() + ": " +
+                        std::strerror(errno));
         return false;
     }
     TempFileGuard guard(fd, pattern);

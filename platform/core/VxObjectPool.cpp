@@ -13,13 +13,16 @@ VxPoolObject *VxObjectPool::add(VxPoolObject *object)
     if (!object)
         return nullptr;
     std::lock_guard<std::mutex> lock(mutex);
-    const auto owned = [object](const std::unique_ptr<VxPoolObject> &p) { return p.get() == object; };
+    const auto owned = [object](const std::unique_ptr<VxPoolObject> &p) {
+        return p.get() == object;
+    };
     if (std::any_of(pool.begin(), pool.end(), owned))
         return object;
 
     const auto taken = [this](const KcString &label) {
-        return std::any_of(pool.begin(), pool.end(),
-                           [&label](const std::unique_ptr<VxPoolObject> &p) { return p->label() == label; });
+        return std::any_of(
+            pool.begin(), pool.end(),
+            [&label](const std::unique_ptr<VxPoolObject> &p) { return p->label() == label; });
     };
     const KcString base = object->label();
     if (taken(base)) {
@@ -51,8 +54,9 @@ bool VxObjectPool::remove(VxPoolObject *object)
     std::unique_ptr<VxPoolObject> doomed;
     {
         std::lock_guard<std::mutex> lock(mutex);
-        const auto it = std::find_if(pool.begin(), pool.end(),
-                                     [object](const std::unique_ptr<VxPoolObject> &p) { return p.get() == object; });
+        const auto it = std::find_if(
+            pool.begin(), pool.end(),
+            [object](const std::unique_ptr<VxPoolObject> &p) { return p.get() == object; });
         if (it == pool.end())
             return false;
         doomed = std::move(*it);

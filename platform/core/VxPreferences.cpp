@@ -56,8 +56,9 @@ void VxSettingsMgr::loadLocked()
         return;
     const QSettings store(path, QSettings::IniFormat);
     if (store.status() != QSettings::NoError) {
-        VxMessage::getTheMsg()->warning("reading settings %s failed: not a valid INI file; using the defaults",
-                                        path.toLocal8Bit().constData());
+        VxMessage::getTheMsg()->warning(
+            "reading settings %s failed: not a valid INI file; using the defaults",
+            path.toLocal8Bit().constData());
         return;
     }
     prefs.dicomLoadOptions = KcString::fromQString(store.value(kLoadOptionsKey).toString());
@@ -91,5 +92,6 @@ void VxSettingsMgr::setPreferences(const VxPreferences &newPrefs, bool /*notify*
     store.setValue(kAnonymizeKey, prefs.anonymize);
     store.sync();
     if (store.status() != QSettings::NoError)
-        VxMessage::getTheMsg()->warning("writing settings %s failed", path.toLocal8Bit().constData());
+        VxMessage::getTheMsg()->warning("writing settings %s failed",
+                                        path.toLocal8Bit().constData());
 }

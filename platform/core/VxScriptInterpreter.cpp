@@ -145,7 +145,8 @@ private:
     // After a closing quote or brace only a separator may follow.
     bool checkWordEnd(int startLine, const char *what)
     {
-        if (pos >= s.size() || isBlank(s[pos]) || s[pos] == '\n' || s[pos] == ';' || atBackslashNewline())
+        if (pos >= s.size() || isBlank(s[pos]) || s[pos] == '\n' || s[pos] == ';' ||
+            atBackslashNewline())
             return true;
         return fail(startLine, std::string("extra characters after close-") + what);
     }
@@ -244,13 +245,27 @@ private:
         }
         pos += 2;
         switch (c) {
-        case 'a': word += '\a'; return true;
-        case 'b': word += '\b'; return true;
-        case 'f': word += '\f'; return true;
-        case 'n': word += '\n'; return true;
-        case 'r': word += '\r'; return true;
-        case 't': word += '\t'; return true;
-        case 'v': word += '\v'; return true;
+        case 'a':
+            word += '\a';
+            return true;
+        case 'b':
+            word += '\b';
+            return true;
+        case 'f':
+            word += '\f';
+            return true;
+        case 'n':
+            word += '\n';
+            return true;
+        case 'r':
+            word += '\r';
+            return true;
+        case 't':
+            word += '\t';
+            return true;
+        case 'v':
+            word += '\v';
+            return true;
         case 'x': {
             unsigned value = 0;
             int digits = 0;
@@ -410,8 +425,9 @@ int VxScriptInterpreter::run(const KcString &script, const KcString &where, KcSt
 {
     const auto report = [&](int line, const KcString &why) {
         if (error)
-            *error = where.empty() ? KcString::format("line %d: %s", line, why.c_str())
-                                   : KcString::format("%s, line %d: %s", where.c_str(), line, why.c_str());
+            *error = where.empty()
+                         ? KcString::format("line %d: %s", line, why.c_str())
+                         : KcString::format("%s, line %d: %s", where.c_str(), line, why.c_str());
         return 0;
     };
 
@@ -442,7 +458,8 @@ int VxScriptInterpreter::run(const KcString &script, const KcString &where, KcSt
             result = 0;
         }
         if (result <= 0)
-            return report(line, why.empty() ? KcString(words[0] + " failed") : KcString(words[0] + ": " + why));
+            return report(line, why.empty() ? KcString(words[0] + " failed")
+                                            : KcString(words[0] + ": " + why));
     }
     if (parser.failed)
         return report(parser.errorLine, parser.message);

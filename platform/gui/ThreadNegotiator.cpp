@@ -44,7 +44,8 @@ void ThreadNegotiator::runOnGuiThread(const std::function<void()> &fn)
         },
         Qt::BlockingQueuedConnection);
     if (!delivered)
-        throw std::runtime_error("ThreadNegotiator: the call could not be handed to the GUI thread");
+        throw std::runtime_error(
+            "ThreadNegotiator: the call could not be handed to the GUI thread");
     if (failure)
         std::rethrow_exception(failure);
 }

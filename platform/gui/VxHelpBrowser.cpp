@@ -38,7 +38,8 @@ QString firstExisting(const QStringList &candidates)
     for (const QString &c : candidates)
         if (QFileInfo(c).isFile())
             return c;
-    VxMessage::getTheMsg()->warning("help page %s not found", candidates.first().toLocal8Bit().constData());
+    VxMessage::getTheMsg()->warning("help page %s not found",
+                                    candidates.first().toLocal8Bit().constData());
     return candidates.first();
 }
 
@@ -70,8 +71,8 @@ QString VxHelpBrowser::open(const QString &package, const QString &page)
 
 QString VxHelpBrowser::openPath(const QString &relativePath)
 {
-    const QString rel = relativePath.startsWith(QLatin1Char('/')) ? relativePath
-                                                                   : QLatin1Char('/') + relativePath;
+    const QString rel =
+        relativePath.startsWith(QLatin1Char('/')) ? relativePath : QLatin1Char('/') + relativePath;
     QStringList candidates;
     for (const QString &dir : installDirs())
         candidates << dir + rel;

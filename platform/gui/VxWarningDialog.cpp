@@ -42,10 +42,9 @@ int VxWarningDialog::warning(const QString &title, const QString &text, const QS
                              const QString &button1, const QString &button2, int defaultButton,
                              int escapeButton)
 {
-    const QString texts[3] = {button0.isEmpty() && button1.isEmpty() && button2.isEmpty()
-                                  ? QObject::tr("OK")
-                                  : button0,
-                              button1, button2};
+    const QString texts[3] = {
+        button0.isEmpty() && button1.isEmpty() && button2.isEmpty() ? QObject::tr("OK") : button0,
+        button1, button2};
     const auto present = [&texts](int i) { return i >= 0 && i < 3 && !texts[i].isEmpty(); };
     // A default that names no button falls back to the first one there is.
     if (!present(defaultButton))
@@ -88,10 +87,10 @@ int VxWarningDialog::warning(const QString &title, const QString &text, const QS
 void VxWarningDialog::information(const QString &title, const QString &text)
 {
     if (!haveDisplay()) {
-        VxMessage::getTheMsg()->printf("%s: %s\n", local(title).constData(), local(text).constData());
+        VxMessage::getTheMsg()->printf("%s: %s\n", local(title).constData(),
+                                       local(text).constData());
         return;
     }
-    ThreadNegotiator::runOnGuiThread([&] {
-        QMessageBox::information(QApplication::activeWindow(), title, text);
-    });
+    ThreadNegotiator::runOnGuiThread(
+        [&] { QMessageBox::information(QApplication::activeWindow(), title, text); });
 }

@@ -37,8 +37,7 @@ int compareKeyed(const void *a, const void *b)
     return compareInt(&static_cast<const Keyed *>(a)->key, &static_cast<const Keyed *>(b)->key);
 }
 
-template <typename T>
-std::vector<T> toVector(const KcDArray<T> &a)
+template <typename T> std::vector<T> toVector(const KcDArray<T> &a)
 {
     return std::vector<T>(a.begin(), a.end());
 }

@@ -101,7 +101,9 @@ TEST_F(VxGunzipTest, UnpacksFileMadeByPythonGzip)
     if (!vxtest::haveProgram(VX_PYTHON))
         GTEST_SKIP() << VX_PYTHON << " is not installed";
     const std::string packed = inputs.file("py.dcm.gz");
-    shell(std::string(VX_PYTHON) + " -c \"import gzip,sys; open(sys.argv[2],'wb').write(gzip.compress(open(sys.argv[1],'rb').read(), 1))\" '" +
+    shell(std::string(VX_PYTHON) +
+          " -c \"import gzip,sys; "
+          "open(sys.argv[2],'wb').write(gzip.compress(open(sys.argv[1],'rb').read(), 1))\" '" +
           plain + "' '" + packed + "'");
     VxGunzip gz;
     KcString why;
@@ -149,10 +151,12 @@ TEST_F(VxGunzipTest, RefusesBadInputWithAReasonAndLeavesNothing)
     vxtest::writeFileBytes(empty, {});
 
     const std::string truncated = inputs.file("truncated.dcm.gz");
-    vxtest::writeFileBytes(truncated, std::vector<unsigned char>(packed.begin(), packed.begin() + packed.size() / 2));
+    vxtest::writeFileBytes(
+        truncated, std::vector<unsigned char>(packed.begin(), packed.begin() + packed.size() / 2));
 
     const std::string headerOnly = inputs.file("header.dcm.gz");
-    vxtest::writeFileBytes(headerOnly, std::vector<unsigned char>(packed.begin(), packed.begin() + 12));
+    vxtest::writeFileBytes(headerOnly,
+                           std::vector<unsigned char>(packed.begin(), packed.begin() + 12));
 
     // Compressed data replaced by garbage after a valid gzip header.
     auto garbage = packed;
@@ -199,7 +203,8 @@ TEST_F(VxGunzipTest, CompressFileCutShortGivesTheShorterDataOrARefusal)
 
     // The magic number alone carries no data.
     const std::string magicOnly = inputs.file("magic.Z");
-    vxtest::writeFileBytes(magicOnly, std::vector<unsigned char>(packed.begin(), packed.begin() + 2));
+    vxtest::writeFileBytes(magicOnly,
+                           std::vector<unsigned char>(packed.begin(), packed.begin() + 2));
     {
         VxGunzip gz;
         KcString why;
@@ -211,7 +216,8 @@ TEST_F(VxGunzipTest, CompressFileCutShortGivesTheShorterDataOrARefusal)
     // Half a file: the format cannot tell, so the result is a true prefix of
     // the original, never garbage, and the copy still goes away.
     const std::string half = inputs.file("half.Z");
-    vxtest::writeFileBytes(half, std::vector<unsigned char>(packed.begin(), packed.begin() + packed.size() / 2));
+    vxtest::writeFileBytes(
+        half, std::vector<unsigned char>(packed.begin(), packed.begin() + packed.size() / 2));
     {
         VxGunzip gz;
         KcString why;

@@ -8,7 +8,10 @@ namespace {
 class CountedObject : public VxPoolObject
 {
 public:
-    explicit CountedObject(const char *label, int *destroyed) : destroyed(destroyed) { setLabel(label); }
+    explicit CountedObject(const char *label, int *destroyed) : destroyed(destroyed)
+    {
+        setLabel(label);
+    }
     ~CountedObject() override { ++*destroyed; }
 
 private:

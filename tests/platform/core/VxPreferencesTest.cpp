@@ -65,9 +65,12 @@ TEST_F(VxPreferencesTest, FileIsPlainIniThatPythonReads)
 
     std::string out;
     const std::string script =
-        "import configparser,sys; c=configparser.ConfigParser(interpolation=None); c.read(sys.argv[1]); "
+        "import configparser,sys; c=configparser.ConfigParser(interpolation=None); "
+        "c.read(sys.argv[1]); "
         "d=c['DICOM']; print(d['LengthUnit']); print(d['Anonymize']); print(d['LoadOptions'])";
-    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " -c \"" + script + "\" '" + iniPath + "'", &out), 0)
+    ASSERT_EQ(vxtest::runCommand(
+                  std::string(VX_PYTHON) + " -c \"" + script + "\" '" + iniPath + "'", &out),
+              0)
         << out;
     EXPECT_EQ(out, "0.01\nfalse\n<8|96|2|31|modality>\n");
 }
@@ -76,7 +79,8 @@ TEST_F(VxPreferencesTest, HandWrittenIniIsRead)
 {
     {
         std::ofstream ini(iniPath);
-        ini << "[DICOM]\nLoadOptions=\"<32|17|4|31|instance number>\"\nLengthUnit=0.001\nAnonymize=true\n";
+        ini << "[DICOM]\nLoadOptions=\"<32|17|4|31|instance "
+               "number>\"\nLengthUnit=0.001\nAnonymize=true\n";
     }
     VxSettingsMgr::getInstance()->setStorageFile(iniPath);
     const VxPreferences p = VxSettingsMgr::getInstance()->getPreferences();

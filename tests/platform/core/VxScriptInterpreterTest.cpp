@@ -17,7 +17,8 @@ std::vector<Words> split(const KcString &script)
 {
     std::vector<std::vector<KcString>> commands;
     KcString error;
-    EXPECT_TRUE(VxScriptInterpreter::splitCommands(script, &commands, &error)) << script << ": " << error;
+    EXPECT_TRUE(VxScriptInterpreter::splitCommands(script, &commands, &error))
+        << script << ": " << error;
     return commands;
 }
 
@@ -54,7 +55,6 @@ protected:
     std::vector<Words> calls;
 };
 
-
 // Each row: script, its words worked out by hand from Tcl's rules, whether
 // tclsh must agree (brackets are command substitution in Tcl, plain text
 // here), and why.
@@ -67,7 +67,10 @@ struct QuotingRow
 };
 
 const QuotingRow kQuotingRows[] = {
-    {"load -dicom \"a b.dcm\" c.dcm", {"load", "-dicom", "a b.dcm", "c.dcm"}, true, "double quotes group"},
+    {"load -dicom \"a b.dcm\" c.dcm",
+     {"load", "-dicom", "a b.dcm", "c.dcm"},
+     true,
+     "double quotes group"},
     {"load {a b.dcm}  c.dcm", {"load", "a b.dcm", "c.dcm"}, true, "braces group, blanks collapse"},
     {"x {a {b c} d}", {"x", "a {b c} d"}, true, "braces nest and stay literal inside"},
     {"x {a \\} b}", {"x", "a \\} b"}, true, "escaped brace does not close, backslash kept"},
@@ -124,7 +127,8 @@ TEST(VxScriptQuoting, SplitAgreesWithTclsh)
             continue;
         const std::string scriptFile = dir.file("row.tcl");
         const std::string script = r.script;
-        vxtest::writeFileBytes(scriptFile, std::vector<unsigned char>(script.begin(), script.end()));
+        vxtest::writeFileBytes(scriptFile,
+                               std::vector<unsigned char>(script.begin(), script.end()));
         const std::string driver = dir.file("driver.tcl");
         const std::string driverText =
             "rename load {}\n"
@@ -133,9 +137,11 @@ TEST(VxScriptQuoting, SplitAgreesWithTclsh)
             "  puts [join $out ,] }\n"
             "set f [open [lindex $argv 0] rb]; set s [read $f]; close $f\n"
             "eval [encoding convertfrom utf-8 $s]\n";
-        vxtest::writeFileBytes(driver, std::vector<unsigned char>(driverText.begin(), driverText.end()));
+        vxtest::writeFileBytes(driver,
+                               std::vector<unsigned char>(driverText.begin(), driverText.end()));
         std::string out;
-        ASSERT_EQ(vxtest::runCommand("tclsh '" + driver + "' '" + scriptFile + "'", &out, true), 0) << r.why << out;
+        ASSERT_EQ(vxtest::runCommand("tclsh '" + driver + "' '" + scriptFile + "'", &out, true), 0)
+            << r.why << out;
 
         const auto commands = split(r.script);
         ASSERT_EQ(commands.size(), 1u) << r.why;
@@ -170,7 +176,8 @@ TEST(VxScriptQuoting, SyntaxErrorsNameTheLine)
     EXPECT_EQ(splitError("load \"a\"b"), "line 1: extra characters after close-quote");
     EXPECT_EQ(splitError("x\nload {a}b"), "line 2: extra characters after close-brace");
     VxScriptVars::instance()->unset("nosuchvar");
-    EXPECT_EQ(splitError("x\ny\nload $nosuchvar"), "line 3: can't read \"nosuchvar\": no such variable");
+    EXPECT_EQ(splitError("x\ny\nload $nosuchvar"),
+              "line 3: can't read \"nosuchvar\": no such variable");
     EXPECT_EQ(splitError("load ${unclosed"), "line 1: missing close-brace for variable name");
 }
 
@@ -194,7 +201,8 @@ TEST_F(VxScriptInterpreterTest, VariableNamesStopAtNonNameCharacters)
     VxScriptVars::instance()->set("n", "7");
     VxScriptVars::instance()->set("empty", "");
     KcString error;
-    ASSERT_EQ(interp.eval("load ${a b} $ns::v $n.dcm $n-x \"[$n]\" a${empty}b", &error), 1) << error;
+    ASSERT_EQ(interp.eval("load ${a b} $ns::v $n.dcm $n-x \"[$n]\" a${empty}b", &error), 1)
+        << error;
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0], (Words{"load", "spaced", "qualified", "7.dcm", "7-x", "[7]", "ab"}));
 }
@@ -231,7 +239,8 @@ TEST_F(VxScriptInterpreterTest, StopsAtFirstFailureAndNamesItsLine)
 
 TEST_F(VxScriptInterpreterTest, ExceptionsOfCommandsBecomeErrors)
 {
-    interp.registerCommand("boom", [](const Words &, KcString *) -> int { throw std::runtime_error("bad state"); });
+    interp.registerCommand(
+        "boom", [](const Words &, KcString *) -> int { throw std::runtime_error("bad state"); });
     interp.registerCommand("quiet", [](const Words &, KcString *) { return 0; });
     KcString error;
     EXPECT_EQ(interp.eval("boom", &error), 0);

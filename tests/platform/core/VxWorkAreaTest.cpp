@@ -53,8 +53,9 @@ void simulateLoad(int files)
 TEST(VxWorkArea, ObserverSeesEveryStatusAndFraction)
 {
     std::vector<std::pair<std::string, float>> seen;
-    VxWorkArea::instance()->setObserver(
-        [&seen](const std::string &status, float fraction) { seen.emplace_back(status, fraction); });
+    VxWorkArea::instance()->setObserver([&seen](const std::string &status, float fraction) {
+        seen.emplace_back(status, fraction);
+    });
     simulateLoad(10);
     VxWorkArea::instance()->setObserver({});
 

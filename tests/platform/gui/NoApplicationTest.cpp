@@ -17,7 +17,10 @@ namespace {
 class ThreadRecorder : public ForkedObject
 {
 public:
-    explicit ThreadRecorder(std::vector<std::thread::id> *seen) : seen(seen) { seen->push_back(std::this_thread::get_id()); }
+    explicit ThreadRecorder(std::vector<std::thread::id> *seen) : seen(seen)
+    {
+        seen->push_back(std::this_thread::get_id());
+    }
     ~ThreadRecorder() override { seen->push_back(std::this_thread::get_id()); }
     void putData() override { seen->push_back(std::this_thread::get_id()); }
     int exec() override
@@ -72,8 +75,9 @@ TEST(NoApplication, WarningDialogPrintsAndAnswersTheDefault)
 {
     EXPECT_FALSE(VxWarningDialog::haveDisplay());
     VxMessageCapture capture;
-    EXPECT_EQ(VxWarningDialog::warning("Overflow", "values overflow", "Ignore scaling", "Clamp data",
-                                       "Adjust scaling", 2, 2),
+    EXPECT_EQ(VxWarningDialog::warning("Overflow", "values overflow", "Ignore scaling",
+                                       "Clamp data", "Adjust scaling", 2, 2),
               2);
-    EXPECT_EQ(capture.text(), "Overflow: values overflow\n-> Adjust scaling (no display; default answer)\n");
+    EXPECT_EQ(capture.text(),
+              "Overflow: values overflow\n-> Adjust scaling (no display; default answer)\n");
 }

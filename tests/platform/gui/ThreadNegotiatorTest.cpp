@@ -1,5 +1,5 @@
-#include "platform/gui/QxDialog.h"
 #include "platform/gui/ThreadNegotiator.h"
+#include "platform/gui/QxDialog.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "platform/core/VxMessage.h"
 #include "platform/gui/VxHelpBrowser.h"
+#include "platform/core/VxMessage.h"
 #include "platform/gui/VxSkin.h"
 #include "platform/gui/VxWarningDialog.h"
 #include "tests/support/TestSupport.h"

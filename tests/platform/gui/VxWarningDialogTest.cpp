@@ -1,5 +1,5 @@
-#include "platform/core/VxMessage.h"
 #include "platform/gui/VxWarningDialog.h"
+#include "platform/core/VxMessage.h"
 
 #include <gtest/gtest.h>
 
@@ -74,8 +74,8 @@ TEST_F(VxWarningDialogTest, WithoutDisplayPrintsQuestionAndTakesDefault)
 {
     VxWarningDialog::setDisplayOverride(0);
     VxMessageCapture capture;
-    const int answer = VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data",
-                                                "Adjust scaling", 2, 2);
+    const int answer = VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling",
+                                                "Clamp data", "Adjust scaling", 2, 2);
     EXPECT_EQ(answer, 2);
     EXPECT_EQ(capture.text(), std::string("Overflow: ") + kOverflowText +
                                   "\n-> Adjust scaling (no display; default answer)\n");
@@ -103,8 +103,8 @@ TEST_F(VxWarningDialogTest, WithDisplayTheClickedButtonIsTheAnswer)
 {
     VxWarningDialog::setDisplayOverride(1);
     BoxAnswerer answerer([](QMessageBox *box) { buttonWithText(box, "Clamp data")->click(); });
-    const int answer =
-        VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data", "Adjust scaling", 2, 2);
+    const int answer = VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling",
+                                                "Clamp data", "Adjust scaling", 2, 2);
     EXPECT_EQ(answer, 1);
     ASSERT_NE(answerer.seen, nullptr);
     EXPECT_EQ(answerer.defaultText, "Adjust scaling");
