@@ -17,7 +17,10 @@ public:
 /// Runs create, put-data, exec and delete of one ForkedObject on the GUI
 /// thread (the thread of the QCoreApplication) and blocks the calling thread
 /// until each step is done. Called on the GUI thread itself, or with no
-/// application object, every step is a direct call.
+/// application object, every step is a direct call. From another thread a
+/// step completes only while the GUI thread runs (or returns to) its event
+/// loop; the GUI thread must never wait for the calling thread meanwhile.
+/// Destroying the negotiator deletes a remaining object on the GUI thread.
 class ThreadNegotiator
 {
 public:

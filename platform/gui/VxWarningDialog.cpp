@@ -56,7 +56,8 @@ int VxWarningDialog::warning(const QString &title, const QString &text, const QS
     if (!present(escapeButton))
         escapeButton = -1;
 
-    if (!haveDisplay()) {
+    // Message boxes need a QApplication even when a display is forced.
+    if (!haveDisplay() || !qobject_cast<QApplication *>(QCoreApplication::instance())) {
         VxMessage::getTheMsg()->printf("%s: %s\n-> %s (no display; default answer)\n",
                                        local(title).constData(), local(text).constData(),
                                        local(texts[defaultButton]).constData());
@@ -86,7 +87,7 @@ int VxWarningDialog::warning(const QString &title, const QString &text, const QS
 
 void VxWarningDialog::information(const QString &title, const QString &text)
 {
-    if (!haveDisplay()) {
+    if (!haveDisplay() || !qobject_cast<QApplication *>(QCoreApplication::instance())) {
         VxMessage::getTheMsg()->printf("%s: %s\n", local(title).constData(),
                                        local(text).constData());
         return;

@@ -81,3 +81,13 @@ TEST(NoApplication, WarningDialogPrintsAndAnswersTheDefault)
     EXPECT_EQ(capture.text(),
               "Overflow: values overflow\n-> Adjust scaling (no display; default answer)\n");
 }
+
+TEST(NoApplication, ForcedDisplayWithoutApplicationStillAnswersOnTheConsole)
+{
+    VxWarningDialog::setDisplayOverride(1);
+    VxMessageCapture capture;
+    const int answer = VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", QString(), 1);
+    VxWarningDialog::setDisplayOverride(-1);
+    EXPECT_EQ(answer, 1);
+    EXPECT_EQ(capture.text(), "Stack: Revert?\n-> No (no display; default answer)\n");
+}
