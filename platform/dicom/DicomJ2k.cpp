@@ -1,0 +1,189 @@
+// JPEG 2000 frames through OpenJPEG (DCMTK has no JPEG 2000 decoder).
+
+#include "platform/dicom/DicomInternal.h"
+
+#include <openjpeg.h>
+
+#include <cstring>
+#include <memory>
+
+namespace dicom {
+namespace {
+
+struct MemoryStream
+{
+    const unsigned char *data;
+    size_t size;
+    size_t pos;
+};
+
+OPJ_SIZE_T readBytes(void *buffer, OPJ_SIZE_T n, void *user)
+{
+    auto *s = static_cast<MemoryStream *>(user);
+    if (s->pos >= s->size)
+        return OPJ_SIZE_T(-1);
+    const size_t count = std::min<size_t>(n, s->size - s->pos);
+    std::memcpy(buffer, s->data + s->pos, count);
+    s->pos += count;
+    return count;
+}
+
+OPJ_OFF_T skipBytes(OPJ_OFF_T n, void *user)
+{
+    auto *s = static_cast<MemoryStream *>(user);
+    if (n < 0) {
+        const size_t back = std::min<size_t>(size_t(-n), s->pos);
+        s->pos -= back;
+        return -OPJ_OFF_T(back);
+    }
+    const size_t count = std::min<size_t>(size_t(n), s->size - s->pos);
+    s->pos += count;
+    return OPJ_OFF_T(count);
+}
+
+OPJ_BOOL seekTo(OPJ_OFF_T n, void *user)
+{
+    auto *s = static_cast<MemoryStream *>(user);
+    if (n < 0 || size_t(n) > s->size)
+        return OPJ_FALSE;
+    s->pos = size_t(n);
+    return OPJ_TRUE;
+}
+
+void ignoreMessage(const char *, void *) {}
+
+void keepError(const char *msg, void *user)
+{
+    auto *text = static_cast<std::string *>(user);
+    if (text->empty() && msg) {
+        *text = msg;
+        while (!text->empty() && (text->back() == '\n' || text->back() == '\r'))
+            text->pop_back();
+    }
+}
+
+struct CodecDeleter
+{
+    void operator()(opj_codec_t *c) const { opj_destroy_codec(c); }
+};
+struct StreamDeleter
+{
+    void operator()(opj_stream_t *s) const { opj_stream_destroy(s); }
+};
+struct ImageDeleter
+{
+    void operator()(opj_image_t *i) const { opj_image_destroy(i); }
+};
+
+bool fail(std::string *why, const std::string &text)
+{
+    if (why)
+        *why = text;
+    return false;
+}
+
+} // namespace
+
+bool isJ2kCodestreamStart(const unsigned char *p, size_t n)
+{
+    return n >= 4 && p[0] == 0xFF && p[1] == 0x4F && p[2] == 0xFF && p[3] == 0x51;
+}
+
+bool isJp2Start(const unsigned char *p, size_t n)
+{
+    static const unsigned char signature[12] = {0x00, 0x00, 0x00, 0x0C, 0x6A, 0x50,
+                                                0x20, 0x20, 0x0D, 0x0A, 0x87, 0x0A};
+    return n >= 12 && std::memcmp(p, signature, 12) == 0;
+}
+
+bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &format,
+                    unsigned char *dst, std::string *why)
+{
+    const bool jp2 = isJp2Start(data, size);
+    if (!jp2 && !isJ2kCodestreamStart(data, size))
+        return fail(why, "JPEG 2000 frame has neither a codestream nor a JP2 signature");
+
+    std::unique_ptr<opj_codec_t, CodecDeleter> codec(
+        opj_create_decompress(jp2 ? OPJ_CODEC_JP2 : OPJ_CODEC_J2K));
+    if (!codec)
+        return fail(why, "cannot create the JPEG 2000 decoder");
+    std::string error;
+    opj_set_info_handler(codec.get(), ignoreMessage, nullptr);
+    opj_set_warning_handler(codec.get(), ignoreMessage, nullptr);
+    opj_set_error_handler(codec.get(), keepError, &error);
+    opj_dparameters_t parameters;
+    opj_set_default_decoder_parameters(&parameters);
+    if (!opj_setup_decoder(codec.get(), &parameters))
+        return fail(why, "cannot set up the JPEG 2000 decoder");
+
+    MemoryStream source{data, size, 0};
+    std::unique_ptr<opj_stream_t, StreamDeleter> stream(opj_stream_create(64 * 1024, OPJ_TRUE));
+    if (!stream)
+        return fail(why, "cannot create a JPEG 2000 stream");
+    opj_stream_set_read_function(stream.get(), readBytes);
+    opj_stream_set_skip_function(stream.get(), skipBytes);
+    opj_stream_set_seek_function(stream.get(), seekTo);
+    opj_stream_set_user_data(stream.get(), &source, nullptr);
+    opj_stream_set_user_data_length(stream.get(), size);
+
+    opj_image_t *raw = nullptr;
+    if (!opj_read_header(stream.get(), codec.get(), &raw)) {
+        if (raw)
+            opj_image_destroy(raw);
+        return fail(why, "JPEG 2000 header: " + (error.empty() ? std::string("unreadable") : error));
+    }
+    std::unique_ptr<opj_image_t, ImageDeleter> image(raw);
+    if (!opj_decode(codec.get(), stream.get(), image.get()) ||
+        !opj_end_decompress(codec.get(), stream.get()))
+        return fail(why, "JPEG 2000 decoding: " + (error.empty() ? std::string("failed") : error));
+
+    if (int(image->numcomps) != format.samplesPerPixel)
+        return fail(why, "JPEG 2000 frame has " + std::to_string(image->numcomps) +
+                             " components, (0028,0002) says " +
+                             std::to_string(format.samplesPerPixel));
+    for (int c = 0; c < format.samplesPerPixel; ++c) {
+        const opj_image_comp_t &comp = image->comps[c];
+        if (!comp.data || comp.dx != 1 || comp.dy != 1 || int(comp.w) != format.columns ||
+            int(comp.h) != format.rows)
+            return fail(why, "JPEG 2000 component " + std::to_string(c) + " is " +
+                                 std::to_string(comp.w) + "x" + std::to_string(comp.h) +
+                                 ", the image is " + std::to_string(format.columns) + "x" +
+                                 std::to_string(format.rows));
+        if (int(comp.prec) > format.bytesPerSample * 8)
+            return fail(why, "JPEG 2000 component precision " + std::to_string(comp.prec) +
+                                 " exceeds (0028,0100) bits allocated");
+    }
+
+    // Samples keep their bits; signed data are sign-extended from Bits Stored
+    // whatever the codestream claims (some writers store signed pixels in an
+    // unsigned codestream).
+    const size_t pixels = size_t(format.rows) * size_t(format.columns);
+    const int spp = format.samplesPerPixel;
+    const int bytes = format.bytesPerSample;
+    const int stored = format.bitsStored > 0 && format.bitsStored < 32 ? format.bitsStored : 0;
+    const bool extend = format.pixelRepresentation == 1 && stored > 0;
+    for (int c = 0; c < spp; ++c) {
+        const OPJ_INT32 *src = image->comps[c].data;
+        for (size_t i = 0; i < pixels; ++i) {
+            uint32_t v = uint32_t(src[i]);
+            if (extend) {
+                const uint32_t mask = (1u << stored) - 1u;
+                v &= mask;
+                if (v & (1u << (stored - 1)))
+                    v |= ~mask;
+            }
+            unsigned char *out = dst + (i * spp + c) * bytes;
+            if (bytes == 1) {
+                out[0] = uint8_t(v);
+            } else if (bytes == 2) {
+                const uint16_t s = uint16_t(v);
+                std::memcpy(out, &s, 2);
+            } else {
+                std::memcpy(out, &v, 4);
+            }
+        }
+    }
+    return true;
+}
+
+} // namespace dicom

@@ -1,0 +1,91 @@
+// One-time set-up of DCMTK for the layer: its log goes to the host console,
+// the decoders are registered, and the parser accepts the encodings real
+// files use.
+
+#include "platform/dicom/DicomInternal.h"
+
+#include "platform/core/VxMessage.h"
+
+#include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcobject.h"
+#include "dcmtk/dcmdata/dcrledrg.h"
+#include "dcmtk/dcmjpeg/djdecode.h"
+#include "dcmtk/dcmjpls/djdecode.h"
+#include "dcmtk/oflog/appender.h"
+#include "dcmtk/oflog/logger.h"
+#include "dcmtk/oflog/oflog.h"
+#include "dcmtk/oflog/spi/logevent.h"
+
+#include <cstring>
+#include <mutex>
+
+namespace dicom {
+namespace {
+
+namespace lg = dcmtk::log4cplus;
+
+// Hands DCMTK's log events to the console: warnings as warnings, errors and
+// worse as errors. Nothing reaches stderr directly.
+class ConsoleAppender : public lg::Appender
+{
+public:
+    ~ConsoleAppender() override { destructorImpl(); }
+    void close() override { closed = true; }
+
+protected:
+    void append(const lg::spi::InternalLoggingEvent &event) override
+    {
+        const lg::tstring &message = event.getMessage();
+        // The header parse asks DCMTK to stop at Pixel Data; it says so.
+        if (std::strstr(message.c_str(), "encountered, skipping rest of dataset"))
+            return;
+        if (event.getLogLevel() >= lg::ERROR_LOG_LEVEL)
+            VxMessage::getTheMsg()->error("DCMTK: %s\n", message.c_str());
+        else
+            VxMessage::getTheMsg()->warning("DCMTK: %s\n", message.c_str());
+    }
+};
+
+// Deregisters the decoders when the process ends.
+struct CodecRegistration
+{
+    CodecRegistration()
+    {
+        DcmRLEDecoderRegistration::registerCodecs();
+        // Colour JPEG frames come back in the colour model the photometric
+        // interpretation implies (YBR_FULL and YBR_FULL_422 as RGB) and always
+        // colour-by-pixel, so the layout of decoded frames is known before
+        // decoding.
+        DJDecoderRegistration::registerCodecs(EDC_photometricInterpretation, EUC_never,
+                                              EPC_colorByPixel);
+        DJLSDecoderRegistration::registerCodecs(EJLSUC_never, EJLSPC_colorByPixel);
+    }
+    ~CodecRegistration()
+    {
+        DJLSDecoderRegistration::cleanup();
+        DJDecoderRegistration::cleanup();
+        DcmRLEDecoderRegistration::cleanup();
+    }
+};
+
+} // namespace
+
+void dicomInitialize()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        OFLog::configure(OFLogger::WARN_LOG_LEVEL);
+        lg::Logger root = lg::Logger::getRoot();
+        root.removeAllAppenders();
+        root.addAppender(lg::SharedAppenderPtr(new ConsoleAppender));
+        root.setLogLevel(lg::WARN_LOG_LEVEL);
+
+        // Some writers put an implicit VR data set behind an explicit VR meta
+        // header; DCMTK reads those only when told to.
+        dcmAcceptUnexpectedImplicitEncoding.set(OFTrue);
+
+        static CodecRegistration codecs;
+    });
+}
+
+} // namespace dicom
