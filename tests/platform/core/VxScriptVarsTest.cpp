@@ -20,18 +20,6 @@ TEST(VxScriptVars, SetGetUnset)
     EXPECT_EQ(vars->get("DicomMaxDistError"), nullptr);
 }
 
-TEST(VxScriptVars, NamesAreCaseSensitiveAndNullValuesAreEmpty)
-{
-    VxScriptVars *vars = VxScriptVars::instance();
-    vars->set("Unit", nullptr);
-    ASSERT_NE(vars->get("Unit"), nullptr);
-    EXPECT_STREQ(vars->get("Unit"), "");
-    EXPECT_EQ(vars->get("unit"), nullptr);
-    EXPECT_EQ(vars->get(nullptr), nullptr);
-    vars->set(nullptr, "x");
-    vars->unset("Unit");
-}
-
 TEST(VxScriptVars, ConcurrentWritersOfDistinctNames)
 {
     VxScriptVars *vars = VxScriptVars::instance();

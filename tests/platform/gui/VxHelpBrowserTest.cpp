@@ -59,12 +59,3 @@ TEST(VxSkin, TextsFitTheDicomElementsTheyAreWrittenInto)
     EXPECT_LE(version.size(), 16);
     EXPECT_GT(version.size(), 8);
 }
-
-TEST(VxSkin, DataWindowOptionIsOffUntilSet)
-{
-    VxSkin *skin = VxSkin::instance();
-    EXPECT_FALSE(skin->dataWindowOption());
-    skin->setDataWindowOption(true);
-    EXPECT_TRUE(skin->dataWindowOption());
-    skin->setDataWindowOption(false);
-}
