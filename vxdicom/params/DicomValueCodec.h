@@ -34,8 +34,11 @@ dicom::valRep decodeVRString(const QString &text);
 /// The text as it is stored: trimmed, inner white space simplified; the VR is
 /// not consulted, multiple values stay as typed.
 QString parseDicomDataString(const QString &text, dicom::valRep vr);
-/// One value in the module's canonical form for its VR. Several VRs replace a
-/// value that matches their pattern by a default; that inversion is intended.
+/// One value in the module's canonical form for its VR. Several VRs (AE, AS,
+/// AT, CS, DA, TM, UI) replace a value that matches their pattern by a
+/// default; that inversion is intended. DT splits at the first white space
+/// into date and time, each only trimmed; a DT text without white space is all
+/// date and comes back alone.
 QString parseSingleDicomDataString(const QString &text, dicom::valRep vr);
 
 /// Today as "%04d%02d%02d".
