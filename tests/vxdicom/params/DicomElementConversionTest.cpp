@@ -317,3 +317,81 @@ TEST(ElementConversion, NotSv10IsTheOlderLayoutAndAnEmptyBundle)
     EXPECT_EQ(convert(bad, nullptr), nullptr);
     EXPECT_TRUE(console.contains("Error: n not between 0 and 128"));
 }
+
+// --- through the dicom:: layer ------------------------------------------------------
+
+namespace {
+
+struct ParsedFile
+{
+    explicit ParsedFile(const std::string &path) : d(dicom::dicomReadFile(path.c_str(), 1, &why)) {}
+    ~ParsedFile() { dicom::dicomFree(d); }
+    ParsedFile(const ParsedFile &) = delete;
+    ParsedFile &operator=(const ParsedFile &) = delete;
+
+    ParamPtr convert(uint16_t group, uint16_t element) const
+    {
+        const dicom::dicomDataElement *e = dicom::dicomFindElement(d, group, element);
+        return ParamPtr(
+            e ? convertDicomByIdToVxParamBase(e, dicom::dicomGetById(d, group, element), 0)
+              : nullptr);
+    }
+
+    dicom::dicomStruct *d;
+    std::string why;
+};
+
+} // namespace
+
+TEST(ElementConversionThroughTheLayer, AgreesWithPydicomsBytes)
+{
+    REQUIRE_ELEMENTS(kImplicitFile);
+    const ParsedFile file(vxtest::sharedPath(kImplicitFile));
+    ASSERT_TRUE(file.d) << file.why;
+    ASSERT_FALSE(file.d->explicitVR);
+    EXPECT_EQ(textOf(file.convert(0x0051, 0x100E).get()), " [CS]: Tra>Cor(-6.2)");
+    EXPECT_EQ(textOf(file.convert(0x0010, 0x0010).get()), "patient name: stc_test");
+    EXPECT_EQ(textOf(file.convert(0x0019, 0x1028).get()), ": F4FDD478E9E64B40");
+
+    for (uint16_t element : {0x1010, 0x1020}) {
+        const ParamPtr viaLayer = file.convert(0x0029, element);
+        const ParamPtr viaPydicom = convert(kImplicitFileElements.get(0x0029, element), nullptr);
+        ASSERT_TRUE(viaLayer && viaLayer->isBundle());
+        ASSERT_TRUE(viaPydicom && viaPydicom->isBundle());
+        EXPECT_EQ(viaLayer->asBundle()->dump(), viaPydicom->asBundle()->dump());
+    }
+}
+
+TEST(ElementConversionThroughTheLayer, EveryElementOfEverySharedFileConverts)
+{
+    VX_REQUIRE_SHARED_DATA();
+    VxMessageCapture console;
+    int files = 0, parameters = 0, bundles = 0;
+    for (const std::string &path : vxtest::sharedDicomFiles()) {
+        const ParsedFile file(path);
+        if (!file.d)
+            continue;
+        ++files;
+        for (int i = 0; i < file.d->numElements; ++i) {
+            const dicom::dicomDataElement &e = file.d->elements[i];
+            const ParamPtr p(convertDicomByIdToVxParamBase(
+                &e, dicom::dicomGetById(file.d, e.group, e.element), 0));
+            if (!e.data || e.length < 1) {
+                EXPECT_EQ(p, nullptr) << path;
+                continue;
+            }
+            ASSERT_TRUE(p) << path << " " << dicomParamName(e.group, e.element).toStdString();
+            if (p->isBundle()) {
+                EXPECT_EQ(e.group, 0x0029) << path;
+                ++bundles;
+                continue;
+            }
+            EXPECT_EQ(p->name(), dicomParamName(e.group, e.element).toStdString());
+            EXPECT_NE(textOf(p.get()).find(": "), std::string::npos) << path;
+            ++parameters;
+        }
+    }
+    EXPECT_GT(files, 300);
+    EXPECT_GT(parameters, 30000);
+    EXPECT_GE(bundles, 160) << "two CSA headers in each of the 80 Siemens files";
+}
