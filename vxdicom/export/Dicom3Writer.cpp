@@ -37,20 +37,22 @@ QString dicom3SliceFileName(const QString &prefix, int k, int n)
 
 namespace {
 
-/// Ends the work area's progress display on every path.
+/// Shows progress in the work area for the lifetime of the object, unless
+/// the caller already shows its own (which is then only updated).
 class ProgressScope
 {
 public:
-    explicit ProgressScope(bool show) : shown(show)
+    explicit ProgressScope(bool show)
+        : shown(show), owned(show && !VxWorkArea::instance()->isShowingProgress())
     {
-        if (shown) {
+        if (owned)
             VxWorkArea::instance()->startProgress();
+        if (shown)
             VxWorkArea::instance()->setStatus("Writing DICOM files");
-        }
     }
     ~ProgressScope()
     {
-        if (shown)
+        if (owned)
             VxWorkArea::instance()->endProgress();
     }
     ProgressScope(const ProgressScope &) = delete;
@@ -59,6 +61,7 @@ public:
 
 private:
     bool shown;
+    bool owned;
 };
 
 } // namespace

@@ -1,0 +1,580 @@
+#include "Dicom3TestUtil.h"
+
+#include "platform/core/KcRawData3D.h"
+#include "platform/core/VxMessage.h"
+#include "platform/data/VxParamBundle.h"
+#include "platform/data/VxParameter.h"
+#include "platform/gui/VxSkin.h"
+#include "vxdicom/params/DicomUid.h"
+#include "vxdicom/params/DicomValueCodec.h"
+
+#include <Inventor/SbLinear.h>
+
+#include <gtest/gtest.h>
+
+#include <QByteArray>
+#include <QRegularExpression>
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+using namespace dicom3test;
+
+namespace {
+
+Bytes text(const std::string &s)
+{
+    return Bytes(s.begin(), s.end());
+}
+
+/// A text value as written: padded with one 0x00 to an even length.
+std::string padded(std::string s)
+{
+    if (s.size() % 2)
+        s.push_back('\0');
+    return s;
+}
+
+/// 5 x 3 x 2 unsigned bytes 0..29 in a box of 0..2, 0..1, 10..12.5: voxel
+/// size 0.5 x 0.5 x 2.5.
+std::unique_ptr<VxUniformScalarField3> smallByteVolume()
+{
+    std::vector<unsigned char> values(30);
+    for (int i = 0; i < 30; ++i)
+        values[static_cast<size_t>(i)] = static_cast<unsigned char>(i);
+    const int dims[3] = {5, 3, 2};
+    const float bbox[6] = {0.f, 2.f, 0.f, 1.f, 10.f, 12.5f};
+    return uniformField(dims, KcPrimType::UInt8, values, bbox);
+}
+
+std::string elementText(const Dicom3Object &object, uint16_t g, uint16_t e)
+{
+    const Dicom3Element *element = object.findElement(g, e);
+    if (!element || !element->getData())
+        return std::string();
+    return std::string(reinterpret_cast<const char *>(element->getData()),
+                       static_cast<size_t>(element->getValueLength()));
+}
+
+/// Every group length must equal the bytes of the group that follow it.
+void expectGroupLengthsMatchTheLayout(const std::vector<Element> &elements)
+{
+    for (size_t i = 0; i < elements.size(); ++i) {
+        if (elements[i].element != 0)
+            continue;
+        const Element &length = elements[i];
+        size_t end = i + 1;
+        while (end < elements.size() && elements[end].group == length.group)
+            ++end;
+        const size_t groupEnd = end < elements.size() ? elements[end].offset
+                                                      : elements.back().offset + 12 +
+                                                            elements.back().length;
+        const size_t groupStart = length.offset + 12;
+        EXPECT_EQ(length.vr, "UL");
+        EXPECT_EQ(length.u32(), groupEnd - groupStart)
+            << "group length of group " << std::hex << length.group;
+    }
+}
+
+} // namespace
+
+TEST(Dicom3ObjectLayout, SmallByteVolumeMatchesTheLayoutWorkedOutByHand)
+{
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    const Bytes bytes = writeCurrentSlice(object);
+
+    // Preamble and signature.
+    ASSERT_GT(bytes.size(), 132u);
+    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 128), Bytes(128, 0));
+    EXPECT_EQ(Bytes(bytes.begin() + 128, bytes.begin() + 132), text("DICM"));
+
+    const std::vector<Element> elements = walk(bytes);
+    std::vector<std::pair<uint16_t, uint16_t>> tags;
+    for (const Element &e : elements)
+        tags.emplace_back(e.group, e.element);
+    const std::vector<std::pair<uint16_t, uint16_t>> expectedTags = {
+        {0x0002, 0x0000}, {0x0002, 0x0001}, {0x0002, 0x0002}, {0x0002, 0x0003}, {0x0002, 0x0010},
+        {0x0002, 0x0012}, {0x0002, 0x0013}, {0x0008, 0x0000}, {0x0008, 0x0014}, {0x0008, 0x0016},
+        {0x0008, 0x0018}, {0x0008, 0x0020}, {0x0008, 0x0030}, {0x0008, 0x0050}, {0x0008, 0x0060},
+        {0x0008, 0x0070}, {0x0008, 0x0090}, {0x0010, 0x0000}, {0x0010, 0x0010}, {0x0010, 0x0020},
+        {0x0010, 0x0030}, {0x0010, 0x0040}, {0x0018, 0x0000}, {0x0018, 0x0050}, {0x0020, 0x0000},
+        {0x0020, 0x000D}, {0x0020, 0x000E}, {0x0020, 0x0010}, {0x0020, 0x0011}, {0x0020, 0x0012},
+        {0x0020, 0x0013}, {0x0020, 0x0032}, {0x0020, 0x0037}, {0x0020, 0x1041}, {0x0028, 0x0000},
+        {0x0028, 0x0002}, {0x0028, 0x0004}, {0x0028, 0x0010}, {0x0028, 0x0011}, {0x0028, 0x0030},
+        {0x0028, 0x0100}, {0x0028, 0x0101}, {0x0028, 0x0102}, {0x0028, 0x0103}, {0x0028, 0x1052},
+        {0x0028, 0x1053}, {0x7FE0, 0x0010}};
+    ASSERT_EQ(tags, expectedTags);
+    expectGroupLengthsMatchTheLayout(elements);
+
+    // File meta group: explicit VR little endian, byte for byte where fixed.
+    EXPECT_EQ(Bytes(bytes.begin() + 132, bytes.begin() + 140),
+              (Bytes{0x02, 0x00, 0x00, 0x00, 'U', 'L', 0x04, 0x00}));
+    EXPECT_EQ(Bytes(bytes.begin() + 144, bytes.begin() + 158),
+              (Bytes{0x02, 0x00, 0x01, 0x00, 'O', 'B', 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00,
+                     0x01}));
+    const Bytes mediaClass = text(padded("1.2.840.10008.5.1.4.1.1.4"));
+    Bytes mediaClassBytes = {0x02, 0x00, 0x02, 0x00, 'U', 'I', 0x1A, 0x00};
+    mediaClassBytes.insert(mediaClassBytes.end(), mediaClass.begin(), mediaClass.end());
+    EXPECT_EQ(Bytes(bytes.begin() + 158, bytes.begin() + 158 + 34), mediaClassBytes);
+    const Element *syntax = find(elements, 0x0002, 0x0010);
+    EXPECT_EQ(syntax->vr, "UI");
+    EXPECT_EQ(syntax->length, 20u);
+    EXPECT_EQ(syntax->text(), padded("1.2.840.10008.1.2.1"));
+    EXPECT_EQ(find(elements, 0x0002, 0x0012)->text(), padded(creatorUID));
+    EXPECT_EQ(find(elements, 0x0002, 0x0013)->vr, "SH");
+    EXPECT_EQ(find(elements, 0x0002, 0x0013)->text(),
+              padded(VxSkin::instance()->versionText().toStdString()));
+    const Element *instance = find(elements, 0x0002, 0x0003);
+    EXPECT_EQ(instance->value, find(elements, 0x0008, 0x0018)->value)
+        << "media storage and SOP instance UID are one UID";
+    EXPECT_EQ(instance->text().rfind(std::string(creatorUID) + ".", 0), 0u);
+    EXPECT_LE(instance->length, 64u);
+
+    // Identity and study: fixed texts, padded with 0x00.
+    EXPECT_EQ(find(elements, 0x0008, 0x0016)->text(), padded("1.2.840.10008.5.1.4.1.1.4"));
+    EXPECT_EQ(find(elements, 0x0008, 0x0014)->text(), padded(creatorUID));
+    EXPECT_EQ(find(elements, 0x0008, 0x0050)->text(), padded("12345"));
+    EXPECT_EQ(find(elements, 0x0008, 0x0060)->text(), "MR");
+    EXPECT_EQ(find(elements, 0x0008, 0x0070)->text(), padded("vxdicom"));
+    EXPECT_EQ(find(elements, 0x0008, 0x0090)->text(), padded("Unknown"));
+    const std::string today = getDicomDate().toStdString();
+    EXPECT_EQ(find(elements, 0x0008, 0x0020)->text(), today);
+    EXPECT_TRUE(QRegularExpression(QRegularExpression::anchoredPattern("\\d{6}\\.\\d{3}"))
+                    .match(QString::fromStdString(find(elements, 0x0008, 0x0030)->text()))
+                    .hasMatch());
+    EXPECT_EQ(find(elements, 0x0010, 0x0010)->text(), padded("Unknown"));
+    EXPECT_EQ(find(elements, 0x0010, 0x0020)->text(), padded("12345/56753"));
+    EXPECT_EQ(find(elements, 0x0010, 0x0030)->text(), today) << "birth date is today on purpose";
+    EXPECT_EQ(find(elements, 0x0010, 0x0040)->text(), padded("O"));
+    const std::string studyId = find(elements, 0x0020, 0x0010)->text();
+    EXPECT_EQ(studyId.size(), 16u);
+    EXPECT_EQ(studyId.substr(0, 8), today);
+    EXPECT_EQ(find(elements, 0x0020, 0x0011)->text(), padded(std::to_string(object.getSeed())));
+
+    // Geometry of slice 0.
+    EXPECT_EQ(find(elements, 0x0018, 0x0050)->text(), "2.500000");
+    EXPECT_EQ(find(elements, 0x0020, 0x0012)->text(), padded("0"));
+    EXPECT_EQ(find(elements, 0x0020, 0x0013)->text(), padded("0")) << "instances count from 0";
+    EXPECT_EQ(find(elements, 0x0020, 0x0032)->text(), padded("0.000000\\0.000000\\10.000000"));
+    EXPECT_EQ(find(elements, 0x0020, 0x0037)->text(),
+              padded("1.000000\\0.000000\\0.000000\\0.000000\\1.000000\\0.000000"));
+    EXPECT_EQ(find(elements, 0x0020, 0x1041)->text(), "10.000000 ");
+
+    // Group 0028, byte for byte (group length 148 = 10+20+10+10+26+4*10+16+16).
+    Bytes group28 = {0x28, 0x00, 0x00, 0x00, 'U', 'L', 0x04, 0x00, 0x94, 0x00, 0x00, 0x00};
+    auto us = [&](uint16_t element, uint16_t value) {
+        const Bytes b = {0x28, 0x00, static_cast<unsigned char>(element & 0xff),
+                         static_cast<unsigned char>(element >> 8), 'U', 'S', 0x02, 0x00,
+                         static_cast<unsigned char>(value & 0xff),
+                         static_cast<unsigned char>(value >> 8)};
+        group28.insert(group28.end(), b.begin(), b.end());
+    };
+    auto str = [&](uint16_t element, const char *vr, const std::string &value) {
+        Bytes b = {0x28, 0x00, static_cast<unsigned char>(element & 0xff),
+                   static_cast<unsigned char>(element >> 8), static_cast<unsigned char>(vr[0]),
+                   static_cast<unsigned char>(vr[1]), static_cast<unsigned char>(value.size()),
+                   0x00};
+        b.insert(b.end(), value.begin(), value.end());
+        group28.insert(group28.end(), b.begin(), b.end());
+    };
+    us(0x0002, 1);
+    str(0x0004, "CS", std::string("MONOCHROME2\0", 12));
+    us(0x0010, 3);
+    us(0x0011, 5);
+    str(0x0030, "DS", std::string("0.500000\\0.500000\0", 18));
+    us(0x0100, 8);
+    us(0x0101, 8);
+    us(0x0102, 7);
+    us(0x0103, 0);
+    str(0x1052, "DS", "0.000000");
+    str(0x1053, "DS", "1.000000");
+    const size_t at28 = find(elements, 0x0028, 0x0000)->offset;
+    ASSERT_LE(at28 + group28.size(), bytes.size());
+    EXPECT_EQ(Bytes(bytes.begin() + static_cast<long>(at28),
+                    bytes.begin() + static_cast<long>(at28 + group28.size())),
+              group28);
+
+    // Pixel data last, without group length: 15 samples and one 0x00.
+    Bytes pixels = {0xE0, 0x7F, 0x10, 0x00, 'O', 'B', 0x00, 0x00, 0x10, 0x00, 0x00, 0x00};
+    for (int i = 0; i < 15; ++i)
+        pixels.push_back(static_cast<unsigned char>(i));
+    pixels.push_back(0x00);
+    EXPECT_EQ(Bytes(bytes.end() - static_cast<long>(pixels.size()), bytes.end()), pixels);
+}
+
+TEST(Dicom3ObjectLayout, TheSecondSliceChangesOnlyWhatBelongsToTheSlice)
+{
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    const std::vector<Element> first = walk(writeCurrentSlice(object));
+    EXPECT_EQ(object.setSlice(1), 15);
+    const Bytes bytes = writeCurrentSlice(object);
+    const std::vector<Element> second = walk(bytes);
+    expectGroupLengthsMatchTheLayout(second);
+
+    EXPECT_NE(find(first, 0x0008, 0x0018)->value, find(second, 0x0008, 0x0018)->value);
+    EXPECT_EQ(find(second, 0x0002, 0x0003)->value, find(second, 0x0008, 0x0018)->value);
+    EXPECT_EQ(find(first, 0x0020, 0x000E)->value, find(second, 0x0020, 0x000E)->value);
+    EXPECT_EQ(find(first, 0x0020, 0x000D)->value, find(second, 0x0020, 0x000D)->value);
+    EXPECT_EQ(find(second, 0x0020, 0x0012)->text(), padded("1"));
+    EXPECT_EQ(find(second, 0x0020, 0x0013)->text(), padded("1"));
+    EXPECT_EQ(find(second, 0x0020, 0x0032)->text(), padded("0.000000\\0.000000\\12.500000"));
+    EXPECT_EQ(find(second, 0x0020, 0x1041)->text(), "12.500000 ");
+    Bytes samples;
+    for (int i = 15; i < 30; ++i)
+        samples.push_back(static_cast<unsigned char>(i));
+    samples.push_back(0);
+    EXPECT_EQ(find(second, 0x7FE0, 0x0010)->value, samples);
+
+    const std::vector<Element> again = walk(writeCurrentSlice(object));
+    EXPECT_EQ(find(again, 0x0008, 0x0018)->value, find(second, 0x0008, 0x0018)->value)
+        << "writing twice without setSlice writes the same file";
+}
+
+TEST(Dicom3ObjectLifecycle, GenerateTwiceKeepsTheFirstDataSet)
+{
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    const Bytes before = writeCurrentSlice(object);
+    VxMessageCapture capture;
+    EXPECT_EQ(object.generate(), -1);
+    EXPECT_EQ(capture.text(), "Dicom3Object: You can call generate() only once.\n");
+    EXPECT_EQ(writeCurrentSlice(object), before);
+}
+
+TEST(Dicom3ObjectLifecycle, WithoutInputNothingIsGenerated)
+{
+    Dicom3Object object(static_cast<VxUniformScalarField3 *>(nullptr));
+    VxMessageCapture capture;
+    EXPECT_EQ(object.generate(), -1);
+    EXPECT_EQ(capture.text(), "Dicom3Object: Invalid input field.\n");
+    EXPECT_FALSE(object.isGenerated());
+    EXPECT_EQ(object.numGroups(), 0);
+    EXPECT_EQ(object.setSlice(0), -1);
+
+    const int noSize[3] = {0, 4, 1};
+    const unsigned char pixel = 0;
+    Dicom3Object empty(noSize, &pixel);
+    EXPECT_EQ(empty.generate(), -1) << "a 2D image without width is no input";
+}
+
+TEST(Dicom3ObjectLifecycle, UnsupportedStorageClassesAreReported)
+{
+    // 5..8 are the multi-frame Secondary Capture classes; 11 is past the table.
+    for (int index : {5, 6, 7, 8, 11}) {
+        SCOPED_TRACE(index);
+        auto field = smallByteVolume();
+        Dicom3Object object(field.get());
+        object.setSOPClassIndex(index);
+        VxMessageCapture capture;
+        EXPECT_EQ(object.generate(), -1);
+        EXPECT_EQ(capture.text(), "Dicom3Object:: unsupported SOP Class.\n");
+        EXPECT_EQ(object.getPixelDataElement(), nullptr);
+        EXPECT_EQ(object.findElement(0x0008, 0x0016), nullptr);
+    }
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    VxMessageCapture capture;
+    object.createSC_MULTI_FRAME_SINGLE_BITObjectFromField();
+    object.createSC_MULTI_FRAME_GRAYSCALE_BYTEObjectFromField();
+    object.createSC_MULTI_FRAME_GRAYSCALE_WORDObjectFromField();
+    object.createSC_MULTI_FRAME_TRUE_COLORObjectFromField();
+    std::string four;
+    for (int i = 0; i < 4; ++i)
+        four += "Dicom3Object: Not implemented yet!\n";
+    EXPECT_EQ(capture.text(), four);
+    EXPECT_EQ(object.numGroups(), 0);
+}
+
+TEST(Dicom3ObjectLifecycle, SetSliceOutsideTheVolumeChangesNothing)
+{
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    const Bytes before = writeCurrentSlice(object);
+    EXPECT_EQ(object.setSlice(2), -1);
+    EXPECT_EQ(object.setSlice(-1), -1);
+    EXPECT_EQ(writeCurrentSlice(object), before);
+    EXPECT_EQ(object.insertDicomSliceParam(1), 1);
+    EXPECT_EQ(object.insertDicomSliceParam(2), -1);
+    EXPECT_EQ(object.insertDicomSliceParam(-1), -1);
+}
+
+TEST(Dicom3ObjectUserAttributes, InsertedAfterGenerateTheyReplaceGeneratedOnes)
+{
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    const int elementsIn8 = object.findGroup(0x0008)->numElements();
+
+    VxParamBundle dicomBundle("DICOM");
+    auto *all = new VxParamBundle("All");
+    all->insert(new VxParameter("G0008-0060", "modality [CS]: CT"));
+    all->insert(new VxParameter("G0010-0010", "patient name [PN]:  Doe^Jane "));
+    all->insert(new VxParameter("G0008-0000", "group length [UL]: 1234"));
+    all->insert(new VxParameter("G0009-0010", "no colon here"));
+    all->insert(new VxParamBundle("CSAImageHeaderInfo"));
+    all->insert(new VxParameter("G0018-0088", "spacing between slices [DS]: 2.5"));
+    dicomBundle.insert(all);
+    object.insertDicomParamBundle(&dicomBundle);
+
+    EXPECT_EQ(elementText(object, 0x0008, 0x0060), "CT");
+    EXPECT_EQ(elementText(object, 0x0010, 0x0010), "Doe^Jane");
+    EXPECT_EQ(elementText(object, 0x0018, 0x0088), "2.5");
+    EXPECT_EQ(object.findGroup(0x0008)->numElements(), elementsIn8)
+        << "the modality was replaced, and element 0000 was skipped";
+    EXPECT_EQ(object.findElement(0x0008, 0x0000), nullptr);
+    EXPECT_EQ(object.findGroup(0x0009), nullptr) << "a text without ':' is no attribute";
+
+    const std::vector<Element> elements = walk(writeCurrentSlice(object));
+    EXPECT_EQ(find(elements, 0x0008, 0x0060)->text(), "CT");
+    expectGroupLengthsMatchTheLayout(elements);
+
+    VxParameter groupLength("G0028-0000", "group length [UL]: 4");
+    EXPECT_EQ(object.insertParamAsElement(&groupLength), 1) << "skipped, not refused";
+    EXPECT_EQ(object.insertParamAsElement(nullptr), -1);
+    object.insertDicomParamBundle(nullptr);
+}
+
+TEST(Dicom3ObjectUserAttributes, ZiehmReconstructionLeavesOutIdentityAndGroupLengths)
+{
+    ScopedEnv ziehm("ZENTA_ZIEHM_RECONSTRUCTION", "1");
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    const std::vector<Element> elements = walk(writeCurrentSlice(object));
+    ASSERT_FALSE(elements.empty());
+
+    for (const Element &e : elements) {
+        EXPECT_NE(e.element, 0) << "group length of group " << std::hex << e.group;
+        EXPECT_NE(e.group, 0x0010) << "patient element " << std::hex << e.element;
+    }
+    const std::pair<uint16_t, uint16_t> absent[] = {
+        {0x0002, 0x0003}, {0x0002, 0x0012}, {0x0002, 0x0013}, {0x0008, 0x0014},
+        {0x0008, 0x0018}, {0x0008, 0x0020}, {0x0008, 0x0030}, {0x0008, 0x0050},
+        {0x0008, 0x0060}, {0x0008, 0x0070}, {0x0008, 0x0090}, {0x0020, 0x000D},
+        {0x0020, 0x000E}, {0x0020, 0x0010}, {0x0020, 0x0011}, {0x0020, 0x0012}};
+    for (const auto &[g, e] : absent)
+        EXPECT_EQ(find(elements, g, e), nullptr) << std::hex << g << "," << e;
+    const std::pair<uint16_t, uint16_t> present[] = {
+        {0x0002, 0x0001}, {0x0002, 0x0002}, {0x0002, 0x0010}, {0x0008, 0x0016},
+        {0x0020, 0x0013}, {0x0020, 0x0032}, {0x0028, 0x0010}, {0x7FE0, 0x0010}};
+    for (const auto &[g, e] : present)
+        EXPECT_NE(find(elements, g, e), nullptr) << std::hex << g << "," << e;
+}
+
+TEST(Dicom3ObjectModules, SignedWordsAndUnsignedBytesGetTheirPixelDescription)
+{
+    struct Row
+    {
+        KcPrimType type;
+        int minimum;
+        unsigned short representation, bits, highBit;
+        dicom::valRep pixelVR;
+        const char *reason;
+    };
+    const Row rows[] = {
+        {KcPrimType::Int16, -1024, 1, 16, 15, dicom::OW, "CT-like signed words"},
+        {KcPrimType::Int16, 0, 0, 16, 15, dicom::OW, "signed type, no negative value"},
+        {KcPrimType::UInt16, 0, 0, 16, 15, dicom::OW, "unsigned words"},
+        {KcPrimType::UInt8, 0, 0, 8, 7, dicom::OB, "unsigned bytes"},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.reason);
+        const int dims[3] = {4, 2, 1};
+        const float bbox[6] = {0, 3, 0, 1, 0, 0};
+        std::unique_ptr<VxUniformScalarField3> field;
+        if (row.type == KcPrimType::UInt8) {
+            field = uniformField(dims, row.type, std::vector<unsigned char>(8, 9), bbox);
+        } else {
+            std::vector<short> values(8, 100);
+            values[3] = static_cast<short>(row.minimum);
+            field = uniformField(dims, row.type, values, bbox);
+        }
+        Dicom3Object object(field.get());
+        object.setSOPClassIndex(1);
+        ASSERT_EQ(object.generate(), 1);
+        EXPECT_EQ(object.findElement(0x0028, 0x0103)->getNumericValue(), row.representation);
+        EXPECT_EQ(object.findElement(0x0028, 0x0100)->getNumericValue(), row.bits);
+        EXPECT_EQ(object.findElement(0x0028, 0x0101)->getNumericValue(), row.bits);
+        EXPECT_EQ(object.findElement(0x0028, 0x0102)->getNumericValue(), row.highBit);
+        EXPECT_EQ(object.findElement(0x7FE0, 0x0010)->getVR(), row.pixelVR);
+        EXPECT_EQ(elementText(object, 0x0008, 0x0060), "CT");
+    }
+}
+
+TEST(Dicom3ObjectModules, ColourImageIsSecondaryCaptureInRGB)
+{
+    unsigned char pixels[4 * 2 * 3];
+    for (int i = 0; i < 24; ++i)
+        pixels[i] = static_cast<unsigned char>(10 * i);
+    const int dims[3] = {4, 2, 3};
+    Dicom3Object object(dims, pixels);
+    ASSERT_EQ(object.generate(), 1);
+    EXPECT_EQ(object.findElement(0x0028, 0x0002)->getNumericValue(), 3u);
+    EXPECT_EQ(elementText(object, 0x0028, 0x0004), "RGB");
+    EXPECT_EQ(object.findElement(0x0028, 0x0010)->getNumericValue(), 2u);
+    EXPECT_EQ(object.findElement(0x0028, 0x0011)->getNumericValue(), 4u);
+    EXPECT_EQ(elementText(object, 0x0008, 0x0016), "1.2.840.10008.5.1.4.1.1.7");
+    EXPECT_EQ(elementText(object, 0x0002, 0x0002), "1.2.840.10008.5.1.4.1.1.7");
+    EXPECT_EQ(elementText(object, 0x0008, 0x0060), "SC");
+    EXPECT_EQ(elementText(object, 0x0028, 0x0030), "1.000000\\1.000000");
+    EXPECT_EQ(object.findElement(0x0008, 0x0070), nullptr) << "the SC builder has no equipment";
+
+    const std::vector<Element> elements = walk(writeCurrentSlice(object));
+    EXPECT_EQ(find(elements, 0x7FE0, 0x0010)->value, Bytes(pixels, pixels + 24));
+
+    const int argbDims[3] = {2, 3, 4};
+    Dicom3Object argb(argbDims, pixels);
+    ASSERT_EQ(argb.generate(), 1);
+    EXPECT_EQ(elementText(argb, 0x0028, 0x0004), "ARGB");
+    EXPECT_EQ(argb.findElement(0x7FE0, 0x0010)->getRawLength(), 24u);
+}
+
+TEST(Dicom3ObjectModules, ImagePlaneTextsFollowTheirFormats)
+{
+    // Voxel size 0.5 in a stacked field whose second slice sits at z = 12.25.
+    const int dims[3] = {5, 3, 2};
+    void *data = std::calloc(30, 1);
+    VxStackedScalarField3 field(dims, KcPrimType::UInt8, data);
+    const float box[6] = {0.f, 2.f, 0.f, 1.f, 0.f, 0.f};
+    field.lattice()->setBoundingBox(box);
+    const float z[2] = {12.0f, 12.25f};
+    ASSERT_TRUE(field.lattice()->setSliceCoords(z, 2));
+    Dicom3Object object(&field);
+    ASSERT_EQ(object.generate(), 1);
+    EXPECT_EQ(elementText(object, 0x0028, 0x0030), "0.500000\\0.500000");
+    EXPECT_EQ(elementText(object, 0x0018, 0x0050), "0.250000");
+    ASSERT_EQ(object.setSlice(1), 15);
+    const Dicom3Element *location = object.findElement(0x0020, 0x1041);
+    EXPECT_EQ(elementText(object, 0x0020, 0x1041), "12.250000 ");
+    EXPECT_EQ(location->getValueLength(), 10);
+    EXPECT_EQ(location->getPad(), 0);
+
+    // A unit factor of 10 (centimetres to millimetres) and a translated field.
+    const int cube[3] = {2, 2, 2};
+    const float unitBox[6] = {0.f, 0.25f, 0.f, 0.25f, 0.f, 0.25f};
+    auto moved = uniformField(cube, KcPrimType::UInt8, std::vector<unsigned char>(8, 1), unitBox);
+    SbMatrix shift;
+    shift.setTranslate(SbVec3f(1.f, 2.f, 3.f));
+    moved->setTransform(shift);
+    Dicom3Object scaled(moved.get());
+    scaled.setLengthUnitFactor(10.f);
+    ASSERT_EQ(scaled.generate(), 1);
+    EXPECT_EQ(elementText(scaled, 0x0028, 0x0030), "2.500000\\2.500000");
+    ASSERT_EQ(scaled.setSlice(1), 4);
+    EXPECT_EQ(elementText(scaled, 0x0020, 0x0032), "10.000000\\20.000000\\32.500000");
+    EXPECT_EQ(elementText(scaled, 0x0020, 0x0037),
+              "1.000000\\0.000000\\0.000000\\0.000000\\1.000000\\0.000000")
+        << "the orientation is always axis-aligned";
+}
+
+TEST(Dicom3ObjectModules, MRCarriesIdentityRescaleAndNMItsOwnPixelModule)
+{
+    auto field = smallByteVolume();
+    Dicom3Object mr(field.get());
+    ASSERT_EQ(mr.generate(), 1);
+    EXPECT_EQ(elementText(mr, 0x0028, 0x1052), "0.000000");
+    EXPECT_EQ(elementText(mr, 0x0028, 0x1053), "1.000000");
+
+    Dicom3Object nm(field.get());
+    nm.setSOPClassIndex(3);
+    ASSERT_EQ(nm.generate(), 1);
+    EXPECT_EQ(elementText(nm, 0x0008, 0x0016), "1.2.840.10008.5.1.4.1.1.20");
+    EXPECT_EQ(elementText(nm, 0x0008, 0x0060), "NM");
+    EXPECT_EQ(nm.findElement(0x0028, 0x1052), nullptr);
+    EXPECT_EQ(elementText(nm, 0x0028, 0x0004), "MONOCHROME2");
+    EXPECT_EQ(elementText(nm, 0x0028, 0x0030), "0.500000\\0.500000");
+
+    Dicom3Object anonymous(field.get());
+    anonymous.setCreatePatient(false);
+    ASSERT_EQ(anonymous.generate(), 1);
+    EXPECT_EQ(anonymous.findGroup(0x0010), nullptr);
+
+    Dicom3Object named(field.get());
+    named.setPatientName("Doe^John");
+    ASSERT_EQ(named.generate(), 1);
+    EXPECT_EQ(elementText(named, 0x0010, 0x0010), "Doe^John");
+}
+
+TEST(Dicom3Groups, InsertionKeepsOrderAndReplacesTheSameTag)
+{
+    Dicom3Group group(0x0008);
+    EXPECT_EQ(group.getEncoding(), Dicom3Object::getArchitecture() == 0
+                                       ? dicom::EXPLICIT_LITTLE_ENDIAN
+                                       : dicom::EXPLICIT_BIG_ENDIAN);
+    EXPECT_EQ(Dicom3Group(0x0002).writeEncoding(), dicom::EXPLICIT_LITTLE_ENDIAN);
+
+    auto make = [](uint16_t element, const char *value) {
+        auto *e = new Dicom3Element(0x0008, element, dicom::CS);
+        e->setCharStringData(value, -2);
+        return e;
+    };
+    EXPECT_EQ(group.insertElement(make(0x0060, "MR")), 1);
+    EXPECT_EQ(group.insertElement(make(0x0008, "ORIGINAL")), 1);
+    Dicom3Element *ct = make(0x0060, "CT");
+    EXPECT_EQ(group.insertElement(ct), 1);
+    EXPECT_EQ(group.insertElement(ct), 1) << "the same element again is not destroyed";
+    EXPECT_EQ(group.insertElement(nullptr), -1);
+    EXPECT_EQ(group.insertElement(make(0x0000, "x")), -1) << "group lengths are made by write";
+    ASSERT_EQ(group.numElements(), 2);
+    EXPECT_EQ(group.element(0)->getElementId(), 0x0008);
+    EXPECT_EQ(group.element(1), ct);
+    EXPECT_EQ(group.getTotalSize(), 10 + 16 + 10 + 10) << "replaced sizes stay in the total";
+}
+
+TEST(Dicom3Groups, AnElementThatCannotBeSizedIsNotInserted)
+{
+    // A slice of more than 2 GiB cannot be given a 32-bit int size; the view
+    // has no samples, nothing is ever read from it.
+    const int dims[3] = {INT_MAX - 7, 1, 1};
+    KcRawData3D huge(nullptr, dims, KcPrimType::UInt8);
+    auto *pixels = new Dicom3Element(0x7FE0, 0x0010, dicom::OB);
+    ASSERT_GT(pixels->setRawDataPtr(&huge, KcPrimType::UInt8, 1, 2, 0), 0);
+    Dicom3Object object(static_cast<VxUniformScalarField3 *>(nullptr));
+    VxMessageCapture capture;
+    EXPECT_EQ(object.insertElement(pixels, -2), -1);
+    EXPECT_EQ(capture.text(), "Element not inserted 7FE0-10\n");
+    EXPECT_EQ(object.numGroups(), 0) << "no empty group is left behind";
+}
+
+TEST(Dicom3Groups, ObjectKeepsGroupsSorted)
+{
+    Dicom3Object object(static_cast<VxUniformScalarField3 *>(nullptr));
+    for (uint16_t g : {0x0029, 0x0009, 0x7FE0, 0x0002}) {
+        auto *e = new Dicom3Element(g, 0x0010, dicom::LO);
+        e->setCharStringData("x", -2);
+        EXPECT_EQ(object.insertElement(e, -2), 1);
+    }
+    ASSERT_EQ(object.numGroups(), 4);
+    EXPECT_EQ(object.group(0)->getGroupId(), 0x0002);
+    EXPECT_EQ(object.group(1)->getGroupId(), 0x0009);
+    EXPECT_EQ(object.group(2)->getGroupId(), 0x0029);
+    EXPECT_EQ(object.group(3)->getGroupId(), 0x7FE0);
+}
+
+TEST(Dicom3ObjectTracing, ReadWalksTheFirstElementsOfAWrittenFile)
+{
+    auto field = smallByteVolume();
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    const Bytes bytes = writeCurrentSlice(object);
+    FILE *f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::rewind(f);
+    VxMessageCapture capture;
+    const int read = object.read(f);
+    std::fclose(f);
+    EXPECT_TRUE(capture.contains("Readed 4 bytes: DICM")) << capture.text();
+    EXPECT_TRUE(capture.contains("reading 9\n"));
+    EXPECT_FALSE(capture.contains("reading 10\n")) << "at most 10 elements";
+    EXPECT_TRUE(capture.contains("(   2,    1) OB  len() = 2\n"));
+    const std::vector<Element> elements = walk(bytes);
+    EXPECT_EQ(read, static_cast<int>(elements[10].offset)) << "bytes up to the 11th element";
+}
