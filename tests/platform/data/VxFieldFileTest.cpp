@@ -1,0 +1,719 @@
+#include "platform/core/VxMessage.h"
+#include "platform/data/VxFieldFile.h"
+
+#include "tests/support/TestSupport.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kProbe = std::string(VX_DATA_TEST_DIR) + "/nifti_probe.py";
+
+#define REQUIRE_NIBABEL()                                                                          \
+    do {                                                                                           \
+        if (!vxtest::havePythonModules({"nibabel", "numpy"}))                                      \
+            GTEST_SKIP() << "nibabel and numpy for " VX_PYTHON " are needed for this test";        \
+    } while (0)
+
+// nifti_probe.py's JSON for a file, with the values at the given indexes.
+QJsonObject probe(const std::string &path, const std::string &points)
+{
+    std::string out;
+    const int rc = vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " probe '" + path +
+                                          "' " + points,
+                                      &out, true);
+    EXPECT_EQ(rc, 0) << out;
+    return QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
+}
+
+void expectMatrix(const QJsonValue &m, const double expected[4][4], const char *what)
+{
+    ASSERT_TRUE(m.isArray()) << what;
+    const QJsonArray rows = m.toArray();
+    ASSERT_EQ(rows.size(), 4) << what;
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c)
+            EXPECT_NEAR(rows[r].toArray()[c].toDouble(), expected[r][c], 1e-4)
+                << what << " [" << r << "][" << c << "]";
+}
+
+// A field whose sample at (i, j, k) is i + 10 j + 100 k.
+template <typename T, typename Field>
+std::unique_ptr<Field> indexField(int n0, int n1, int n2)
+{
+    const int dims[3] = {n0, n1, n2};
+    T *data = static_cast<T *>(std::malloc(sizeof(T) * n0 * n1 * n2));
+    size_t n = 0;
+    for (int k = 0; k < n2; ++k)
+        for (int j = 0; j < n1; ++j)
+            for (int i = 0; i < n0; ++i)
+                data[n++] = static_cast<T>(i + 10 * j + 100 * k);
+    KcPrimType type = KcPrimType::Int16;
+    if (std::is_same_v<T, uint8_t>)
+        type = KcPrimType::UInt8;
+    else if (std::is_same_v<T, uint16_t>)
+        type = KcPrimType::UInt16;
+    else if (std::is_same_v<T, int32_t>)
+        type = KcPrimType::Int32;
+    else if (std::is_same_v<T, float>)
+        type = KcPrimType::Float;
+    return std::make_unique<Field>(dims, type, data);
+}
+
+template <typename T>
+T sampleAt(const VxField3 &f, int i, int j, int k, int component = 0)
+{
+    const VxLattice3 *lat = f.lattice();
+    const size_t index =
+        (static_cast<size_t>(k) * lat->dim(1) + j) * lat->dim(0) + static_cast<size_t>(i);
+    return static_cast<const T *>(lat->data())[index * lat->nComponents() + component];
+}
+
+void expectWorld(const VxField3 &f, int i, int j, int k, double x, double y, double z,
+                 double tol = 1e-3)
+{
+    float w[3];
+    f.voxelToWorld(i, j, k, w);
+    EXPECT_NEAR(w[0], x, tol) << "voxel " << i << "," << j << "," << k;
+    EXPECT_NEAR(w[1], y, tol) << "voxel " << i << "," << j << "," << k;
+    EXPECT_NEAR(w[2], z, tol) << "voxel " << i << "," << j << "," << k;
+}
+
+std::string readText(const std::string &path)
+{
+    const std::vector<unsigned char> b = vxtest::readFileBytes(path);
+    return std::string(b.begin(), b.end());
+}
+
+std::vector<unsigned char> gzipBytes(const void *data, size_t n)
+{
+    z_stream zs{};
+    deflateInit2(&zs, 6, Z_DEFLATED, 16 + 15, 8, Z_DEFAULT_STRATEGY);
+    std::vector<unsigned char> out(compressBound(n) + 64);
+    zs.next_in = static_cast<Bytef *>(const_cast<void *>(data));
+    zs.avail_in = static_cast<uInt>(n);
+    zs.next_out = out.data();
+    zs.avail_out = static_cast<uInt>(out.size());
+    deflate(&zs, Z_FINISH);
+    out.resize(zs.total_out);
+    deflateEnd(&zs);
+    return out;
+}
+
+} // namespace
+
+// --------------------------------------------------------------- NIfTI out
+
+// Axial, 4 x 3 x 2, voxel 1 x 2 x 3 mm, first voxel at LPS (10, 20, -5):
+// RAS affine diag(-1, -2, 3) with offset (-10, -20, -5).
+TEST(VxFieldFileNifti, AxialFieldIsPlacedAsNibabelReadsIt)
+{
+    REQUIRE_NIBABEL();
+    auto f = indexField<int16_t, VxUniformScalarField3>(4, 3, 2);
+    const float box[6] = {10, 13, 20, 24, -5, -2};
+    f->setBoundingBox(box);
+    f->setLabel("axial test");
+    vxtest::TempDir dir;
+    const std::string path = dir.file("axial.nii");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
+
+    const QJsonObject j = probe(path, "3,2,1 1,0,0 0,2,1");
+    const double expected[4][4] = {
+        {-1, 0, 0, -10}, {0, -2, 0, -20}, {0, 0, 3, -5}, {0, 0, 0, 1}};
+    expectMatrix(j["sform"], expected, "sform");
+    expectMatrix(j["qform"], expected, "qform");
+    EXPECT_EQ(j["sform_code"].toInt(), 2);
+    EXPECT_EQ(j["qform_code"].toInt(), 1);
+    EXPECT_EQ(j["dtype"].toString(), "int16");
+    EXPECT_EQ(j["shape"].toArray(), QJsonArray({4, 3, 2}));
+    EXPECT_EQ(j["values"].toArray(), QJsonArray({123, 1, 120}));
+    EXPECT_EQ(j["xyzt_units"].toArray()[0].toString(), "mm");
+    EXPECT_EQ(j["descrip"].toString(), "axial test");
+}
+
+// Sagittal slices by transformation, lengths in cm. Local x runs to
+// posterior (world +y), local y downward (world -z), local z to the left
+// (world +x); voxel 5 x 5 x 2 mm; translation (1, 2, 3) cm. Voxel (i, j, k)
+// is at LPS (10 + 2k, 20 + 5i, 30 - 5j) mm, so the RAS affine has columns
+// (0, -5, 0), (0, 0, -5), (-2, 0, 0) and offset (-10, -20, 30).
+TEST(VxFieldFileNifti, SagittalFieldByTransformIsPlacedAsNibabelReadsIt)
+{
+    REQUIRE_NIBABEL();
+    auto f = indexField<uint16_t, VxUniformScalarField3>(3, 4, 2);
+    const float box[6] = {0, 1.0f, 0, 1.5f, 0, 0.2f};
+    f->setBoundingBox(box);
+    f->parameters().setFloat("UnitLength", 0.01);
+    f->setTransform(SbMatrix(0, 1, 0, 0, //
+                             0, 0, -1, 0, //
+                             1, 0, 0, 0,  //
+                             1, 2, 3, 1));
+    vxtest::TempDir dir;
+    const std::string path = dir.file("sagittal.nii.gz");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
+    EXPECT_EQ(vxtest::readFileBytes(path)[0], 0x1f) << "gzip magic";
+
+    const QJsonObject j = probe(path, "2,3,1");
+    const double expected[4][4] = {
+        {0, 0, -2, -10}, {-5, 0, 0, -20}, {0, -5, 0, 30}, {0, 0, 0, 1}};
+    expectMatrix(j["sform"], expected, "sform");
+    expectMatrix(j["qform"], expected, "qform");
+    EXPECT_EQ(j["dtype"].toString(), "uint16");
+    EXPECT_EQ(j["values"].toArray(), QJsonArray({132}));
+    EXPECT_NEAR(j["zooms"].toArray()[0].toDouble(), 5.0, 1e-5);
+    EXPECT_NEAR(j["zooms"].toArray()[2].toDouble(), 2.0, 1e-5);
+}
+
+// Oblique: 30 degrees about z, voxel 2 x 3 x 4 mm, translation (100, -50, 25)
+// mm. LPS columns 2 (cos 30, sin 30, 0) = (1.7320508, 1, 0) and
+// 3 (-sin 30, cos 30, 0) = (-1.5, 2.5980762, 0); RAS negates their x and y.
+TEST(VxFieldFileNifti, ObliqueFieldIsPlacedAsNibabelReadsIt)
+{
+    REQUIRE_NIBABEL();
+    auto f = indexField<float, VxUniformScalarField3>(2, 2, 2);
+    const float box[6] = {0, 2, 0, 3, 0, 4};
+    f->setBoundingBox(box);
+    const float c = std::cos(static_cast<float>(M_PI) / 6);
+    const float s = std::sin(static_cast<float>(M_PI) / 6);
+    f->setTransform(SbMatrix(c, s, 0, 0, -s, c, 0, 0, 0, 0, 1, 0, 100, -50, 25, 1));
+    vxtest::TempDir dir;
+    const std::string path = dir.file("oblique.nii");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
+
+    const QJsonObject j = probe(path, "1,1,1");
+    const double expected[4][4] = {{-1.7320508, 1.5, 0, -100},
+                                   {-1, -2.5980762, 0, 50},
+                                   {0, 0, 4, 25},
+                                   {0, 0, 0, 1}};
+    expectMatrix(j["sform"], expected, "sform");
+    expectMatrix(j["qform"], expected, "qform");
+    EXPECT_EQ(j["dtype"].toString(), "float32");
+    EXPECT_EQ(j["values"].toArray()[0].toDouble(), 111.0);
+
+    // Our own reader gives the same voxel positions back, through a transform.
+    auto back = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(back) << error;
+    EXPECT_TRUE(back->hasTransform());
+    expectWorld(*back, 0, 0, 0, 100, -50, 25);
+    expectWorld(*back, 1, 0, 0, 101.7320508, -49, 25);
+    expectWorld(*back, 1, 1, 1, 100.2320508, -46.4019238, 29);
+    EXPECT_EQ(sampleAt<float>(*back, 1, 1, 1), 111.0f);
+}
+
+TEST(VxFieldFileNifti, StackedFieldGetsTheMeanSpacingAndAWarning)
+{
+    REQUIRE_NIBABEL();
+    auto f = indexField<uint8_t, VxStackedScalarField3>(2, 2, 3);
+    const float z[3] = {-4.0f, -3.0f, -1.0f}; // spacing 1 then 2: mean 1.5
+    ASSERT_TRUE(f->lattice()->setSliceCoords(z, 3));
+    const float box[6] = {0, 1, 0, 1, 0, 0};
+    f->lattice()->setBoundingBox(box);
+    vxtest::TempDir dir;
+    const std::string path = dir.file("stacked.nii");
+    KcString error;
+    VxMessageCapture console;
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
+    EXPECT_TRUE(console.contains("not evenly spaced")) << console.text();
+    EXPECT_TRUE(console.contains("1.5 mm")) << console.text();
+    EXPECT_TRUE(console.contains(path)) << console.text();
+
+    const QJsonObject j = probe(path, "1,1,2");
+    const double expected[4][4] = {{-1, 0, 0, 0}, {0, -1, 0, 0}, {0, 0, 1.5, -4}, {0, 0, 0, 1}};
+    expectMatrix(j["sform"], expected, "sform");
+    EXPECT_EQ(j["values"].toArray(), QJsonArray({211}));
+
+    // Evenly spaced stacked slices are exact and need no warning.
+    const float even[3] = {-4.0f, -3.0f, -2.0f};
+    ASSERT_TRUE(f->lattice()->setSliceCoords(even, 3));
+    console.clear();
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
+    EXPECT_FALSE(console.contains("not evenly spaced")) << console.text();
+}
+
+TEST(VxFieldFileNifti, ColourFieldIsRgb24)
+{
+    REQUIRE_NIBABEL();
+    const int dims[3] = {2, 1, 1};
+    auto *rgb = static_cast<uint8_t *>(std::malloc(6));
+    const uint8_t values[6] = {255, 0, 10, 1, 2, 3};
+    std::memcpy(rgb, values, 6);
+    VxRegColorField3 f(dims, VX_COORD_UNIFORM, 3, rgb);
+    vxtest::TempDir dir;
+    const std::string path = dir.file("colour.nii");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNifti(f, path.c_str(), &error)) << error;
+    const QJsonObject j = probe(path, "0,0,0 1,0,0");
+    EXPECT_EQ(j["dtype"].toString(), "rgb");
+    EXPECT_EQ(j["values"].toArray(), QJsonArray({QJsonArray({255, 0, 10}), QJsonArray({1, 2, 3})}));
+
+    auto back = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(back) << error;
+    EXPECT_NE(dynamic_cast<VxRegColorField3 *>(back.get()), nullptr);
+    EXPECT_EQ(back->lattice()->nComponents(), 3);
+    EXPECT_EQ(sampleAt<uint8_t>(*back, 1, 0, 0, 2), 3);
+}
+
+TEST(VxFieldFileNifti, SeriesOfFieldsIsOne4DFile)
+{
+    REQUIRE_NIBABEL();
+    std::vector<std::unique_ptr<VxUniformScalarField3>> steps;
+    KcDArray<const VxField3 *> list;
+    const float box[6] = {0, 2, 0, 2, 0, 2};
+    for (int t = 0; t < 3; ++t) {
+        steps.push_back(indexField<int32_t, VxUniformScalarField3>(3, 3, 3));
+        int32_t *d = static_cast<int32_t *>(steps.back()->lattice()->data());
+        for (int n = 0; n < 27; ++n)
+            d[n] += 1000 * t;
+        steps.back()->setBoundingBox(box);
+        list.append(steps.back().get());
+    }
+    vxtest::TempDir dir;
+    const std::string path = dir.file("series.nii");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNiftiSeries(list, path.c_str(), &error, 2.5)) << error;
+    const QJsonObject j = probe(path, "1,2,0,2 0,0,0,0");
+    EXPECT_EQ(j["shape"].toArray(), QJsonArray({3, 3, 3, 3}));
+    EXPECT_EQ(j["values"].toArray(), QJsonArray({2021, 0}));
+    EXPECT_NEAR(j["zooms"].toArray()[3].toDouble(), 2.5, 1e-6);
+    EXPECT_EQ(j["xyzt_units"].toArray()[1].toString(), "sec");
+
+    // Loading a 4D file gives its first volume, with a warning.
+    VxMessageCapture console;
+    auto first = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(first) << error;
+    EXPECT_TRUE(console.contains("first of 3 volumes")) << console.text();
+    EXPECT_EQ(sampleAt<int32_t>(*first, 2, 2, 2), 222);
+}
+
+TEST(VxFieldFileNifti, SeriesRefusesFieldsThatDoNotMatch)
+{
+    auto a = indexField<int16_t, VxUniformScalarField3>(2, 2, 2);
+    auto b = indexField<int16_t, VxUniformScalarField3>(2, 2, 3);
+    auto c = indexField<uint16_t, VxUniformScalarField3>(2, 2, 2);
+    auto d = indexField<int16_t, VxUniformScalarField3>(2, 2, 2);
+    const float shifted[6] = {0, 1, 0, 1, 0.5f, 1.5f};
+    d->setBoundingBox(shifted);
+    vxtest::TempDir dir;
+    const std::string path = dir.file("bad.nii");
+    KcString error;
+
+    KcDArray<const VxField3 *> dims{a.get(), b.get()};
+    EXPECT_FALSE(VxFieldFile::saveNiftiSeries(dims, path.c_str(), &error));
+    EXPECT_NE(error.find(path), std::string::npos) << error;
+    EXPECT_NE(error.find("step 1 has dimensions 2 x 2 x 3"), std::string::npos) << error;
+
+    KcDArray<const VxField3 *> types{a.get(), a.get(), c.get()};
+    EXPECT_FALSE(VxFieldFile::saveNiftiSeries(types, path.c_str(), &error));
+    EXPECT_NE(error.find("step 2 has 1 x uint16"), std::string::npos) << error;
+
+    KcDArray<const VxField3 *> place{a.get(), d.get()};
+    EXPECT_FALSE(VxFieldFile::saveNiftiSeries(place, path.c_str(), &error));
+    EXPECT_NE(error.find("step 1 lies elsewhere"), std::string::npos) << error;
+
+    EXPECT_FALSE(VxFieldFile::saveNiftiSeries({}, path.c_str(), &error));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+// ---------------------------------------------------------------- NIfTI in
+
+// nibabel's RAS diag(2, 3, 4) file, offset (-90, -126, -72). In LPS voxel
+// (i, j, k) is at (90 - 2i, 126 - 3j, -72 + 4k): x and y run downward, so
+// the loaded field is mirrored in both and its box starts at (86, 117, -72).
+TEST(VxFieldFileNifti, NibabelFileLoadsInTheRightPlace)
+{
+    REQUIRE_NIBABEL();
+    vxtest::TempDir dir;
+    const std::string path = dir.file("ras.nii");
+    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " make " + path +
+                                 " ras-diag"),
+              0);
+    KcString error;
+    auto f = VxFieldFile::loadNifti(path.c_str(), &error);
+    ASSERT_TRUE(f) << error;
+    EXPECT_NE(dynamic_cast<VxUniformScalarField3 *>(f.get()), nullptr);
+    EXPECT_FALSE(f->hasTransform());
+    EXPECT_EQ(f->label(), "ras");
+    EXPECT_DOUBLE_EQ(f->unitLength(), 0.001);
+    float box[6];
+    f->getBoundingBox(box);
+    EXPECT_FLOAT_EQ(box[0], 86);
+    EXPECT_FLOAT_EQ(box[1], 90);
+    EXPECT_FLOAT_EQ(box[2], 117);
+    EXPECT_FLOAT_EQ(box[3], 126);
+    EXPECT_FLOAT_EQ(box[4], -72);
+    EXPECT_FLOAT_EQ(box[5], -56);
+    // Our voxel (0, 0, 0) is nibabel's (2, 3, 0): 2 + 30.
+    EXPECT_EQ(sampleAt<int16_t>(*f, 0, 0, 0), 32);
+    expectWorld(*f, 0, 0, 0, 86, 117, -72);
+    // Our (2, 1, 4) is nibabel's (0, 2, 4) at LPS (90, 120, -56): 420.
+    EXPECT_EQ(sampleAt<int16_t>(*f, 2, 1, 4), 420);
+    expectWorld(*f, 2, 1, 4, 90, 120, -56);
+}
+
+// qform only, rotated 30 degrees about z in RAS. Voxel (1, 2, 1) is at
+// RAS (10 + 1.5 cos30 - 4 sin30, 20 + 1.5 sin30 + 4 cos30, 32.5)
+// = (9.299038, 24.214102, 32.5), LPS (-9.299038, -24.214102, 32.5).
+TEST(VxFieldFileNifti, ObliqueQformOnlyFileLoadsWithATransform)
+{
+    REQUIRE_NIBABEL();
+    vxtest::TempDir dir;
+    const std::string path = dir.file("oblique.nii");
+    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " make " + path +
+                                 " oblique-qform"),
+              0);
+    KcString error;
+    auto f = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(f) << error;
+    ASSERT_TRUE(f->hasTransform());
+    // Find where file voxel (1, 2, 1) (value 121) went and check its place.
+    bool found = false;
+    for (int k = 0; k < f->lattice()->dim(2); ++k)
+        for (int j = 0; j < f->lattice()->dim(1); ++j)
+            for (int i = 0; i < f->lattice()->dim(0); ++i)
+                if (sampleAt<int16_t>(*f, i, j, k) == 121) {
+                    expectWorld(*f, i, j, k, -9.299038, -24.214102, 32.5);
+                    found = true;
+                }
+    EXPECT_TRUE(found);
+    // The transformation is a rotation (lengths are kept in the local box).
+    const SbMatrix &m = f->transform();
+    for (int r = 0; r < 3; ++r)
+        EXPECT_NEAR(m[r][0] * m[r][0] + m[r][1] * m[r][1] + m[r][2] * m[r][2], 1.0, 1e-5);
+}
+
+// Identity RAS affine: in LPS x and y run downward, so our voxel (i, j, k) is
+// the file's (1 - i, 1 - j, k).
+TEST(VxFieldFileNifti, ScaledFileLoadsAsFloatValues)
+{
+    REQUIRE_NIBABEL();
+    vxtest::TempDir dir;
+    const std::string path = dir.file("scaled.nii");
+    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " make " + path +
+                                 " scaled"),
+              0);
+    const QJsonObject j = probe(path, "0,0,1 1,1,0");
+    KcString error;
+    auto f = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(f) << error;
+    EXPECT_EQ(f->primType(), KcPrimType::Float);
+    EXPECT_EQ(sampleAt<float>(*f, 1, 1, 1), j["values"].toArray()[0].toDouble());
+    EXPECT_EQ(sampleAt<float>(*f, 0, 0, 0), j["values"].toArray()[1].toDouble());
+    EXPECT_EQ(sampleAt<float>(*f, 1, 1, 1), 199.0f); // 2 * 100 - 1
+    EXPECT_EQ(sampleAt<float>(*f, 0, 0, 0), 21.0f);  // 2 * 11 - 1
+}
+
+TEST(VxFieldFileNifti, BrokenFilesFailWithAReason)
+{
+    vxtest::TempDir dir;
+    KcString error;
+    EXPECT_FALSE(VxFieldFile::load(dir.file("missing.nii").c_str(), &error));
+    EXPECT_NE(error.find("missing.nii"), std::string::npos) << error;
+    EXPECT_NE(error.find("No such file"), std::string::npos) << error;
+
+    const std::string junk = dir.file("junk.nii");
+    vxtest::writeFileBytes(junk, std::vector<unsigned char>(400, 'x'));
+    EXPECT_FALSE(VxFieldFile::load(junk.c_str(), &error));
+    EXPECT_NE(error.find("junk.nii"), std::string::npos) << error;
+
+    // A valid file cut inside its samples.
+    auto f = indexField<int16_t, VxUniformScalarField3>(8, 8, 8);
+    const std::string cut = dir.file("cut.nii");
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, cut.c_str(), &error)) << error;
+    std::vector<unsigned char> bytes = vxtest::readFileBytes(cut);
+    bytes.resize(bytes.size() - 100);
+    vxtest::writeFileBytes(cut, bytes);
+    EXPECT_FALSE(VxFieldFile::load(cut.c_str(), &error));
+    EXPECT_NE(error.find("cut.nii"), std::string::npos) << error;
+
+    // Saving into a folder that does not exist, and what NIfTI cannot hold.
+    const std::string nowhere = dir.file("no/such/dir/a.nii");
+    EXPECT_FALSE(VxFieldFile::save(*f, nowhere.c_str(), &error));
+    EXPECT_NE(error.find("saving " + nowhere + " failed: cannot open for writing"),
+              std::string::npos)
+        << error;
+    const int dims[3] = {1, 1, 1};
+    VxRegColorField3 deep(dims, VX_COORD_UNIFORM, 3, nullptr, KcPrimType::UInt16);
+    EXPECT_FALSE(VxFieldFile::saveNifti(deep, dir.file("deep.nii").c_str(), &error));
+    EXPECT_NE(error.find("save as NRRD"), std::string::npos) << error;
+    EXPECT_FALSE(VxFieldFile::save(*f, dir.file("a.tiff").c_str(), &error));
+    EXPECT_NE(error.find("unknown file type"), std::string::npos) << error;
+}
+
+// ------------------------------------------------------------------- NRRD
+
+TEST(VxFieldFileNrrd, RoundTripKeepsSamplesPlaceAndParameters)
+{
+    auto f = indexField<int16_t, VxUniformScalarField3>(3, 2, 2);
+    const float box[6] = {-1.5f, -0.5f, 2, 2.5f, 7, 9};
+    f->setBoundingBox(box);
+    f->parameters().setFloat("UnitLength", 0.01);
+    f->parameters().setInt("Count", -7);
+    f->parameters().setString("Modality", "CT");
+    auto *dicom = new VxParamBundle("DICOM");
+    auto *all = new VxParamBundle("All");
+    all->setString("G0010-0010", "patient name [PN]: Doe^John");
+    all->setString("G0008-103E", "series description [LO]: a\\b\nline two");
+    dicom->insert(all);
+    dicom->insert(new VxParamBundle("Empty"));
+    dicom->setString("odd/name:x=y z%", "kept");
+    f->parameters().insert(dicom);
+    f->setTransform(SbMatrix(0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 5, 6, 7, 1));
+
+    vxtest::TempDir dir;
+    for (bool gzip : {false, true}) {
+        const std::string path = dir.file(gzip ? "f.gz.nrrd" : "f.nrrd");
+        KcString error;
+        ASSERT_TRUE(VxFieldFile::saveNrrd(*f, path.c_str(), gzip, &error)) << error;
+        const std::string text = readText(path);
+        EXPECT_NE(text.find("space: left-posterior-superior\n"), std::string::npos);
+        EXPECT_NE(text.find("DICOM/All/G0008-103E:=series description [LO]: a\\\\b\\nline two\n"),
+                  std::string::npos);
+
+        auto back = VxFieldFile::load(path.c_str(), &error);
+        ASSERT_TRUE(back) << error;
+        EXPECT_DOUBLE_EQ(back->unitLength(), 0.01);
+        for (int k = 0; k < 2; ++k)
+            for (int j = 0; j < 2; ++j)
+                for (int i = 0; i < 3; ++i) {
+                    float w[3];
+                    f->voxelToWorld(i, j, k, w);
+                    // Find the loaded voxel with the same value and compare places.
+                    const int16_t v = static_cast<int16_t>(i + 10 * j + 100 * k);
+                    int matches = 0;
+                    const VxLattice3 *lat = back->lattice();
+                    for (int c = 0; c < lat->dim(2); ++c)
+                        for (int b = 0; b < lat->dim(1); ++b)
+                            for (int a = 0; a < lat->dim(0); ++a)
+                                if (sampleAt<int16_t>(*back, a, b, c) == v) {
+                                    expectWorld(*back, a, b, c, w[0], w[1], w[2], 1e-5);
+                                    ++matches;
+                                }
+                    EXPECT_EQ(matches, 1) << "value " << v;
+                }
+        const VxParamBundle &p = back->parameters();
+        EXPECT_EQ(p.parameter("Count")->type(), VxParameter::Int);
+        EXPECT_EQ(p.parameter("Count")->intValue(), -7);
+        EXPECT_EQ(p.parameter("UnitLength")->type(), VxParameter::Float);
+        EXPECT_EQ(p.getString("Modality"), "CT");
+        ASSERT_NE(p.bundle("DICOM"), nullptr);
+        ASSERT_NE(p.bundle("DICOM")->bundle("All"), nullptr);
+        EXPECT_EQ(p.bundle("DICOM")->bundle("All")->getString("G0008-103E"),
+                  "series description [LO]: a\\b\nline two");
+        EXPECT_EQ(p.bundle("DICOM")->bundle("All")->getString("G0010-0010"),
+                  "patient name [PN]: Doe^John");
+        ASSERT_NE(p.bundle("DICOM")->bundle("Empty"), nullptr);
+        EXPECT_EQ(p.bundle("DICOM")->getString("odd/name:x=y z%"), "kept");
+    }
+}
+
+TEST(VxFieldFileNrrd, StackedFieldKeepsItsSlicePositions)
+{
+    auto f = indexField<uint8_t, VxStackedScalarField3>(2, 2, 4);
+    const float z[4] = {10.0f, 10.5f, 12.0f, 15.0f};
+    ASSERT_TRUE(f->lattice()->setSliceCoords(z, 4));
+    const float box[6] = {1, 2, 3, 4, 0, 0};
+    f->lattice()->setBoundingBox(box);
+    vxtest::TempDir dir;
+    const std::string path = dir.file("stacked.nrrd");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNrrd(*f, path.c_str(), false, &error)) << error;
+    // Other tools see the mean spacing (15 - 10) / 3 mm.
+    EXPECT_NE(readText(path).find("(0,0,1.66666666667)"), std::string::npos) << readText(path);
+    EXPECT_NE(readText(path).find("vx:SliceOffsets:=0 0.5 2 5\n"), std::string::npos);
+
+    auto back = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(back) << error;
+    ASSERT_EQ(back->coordType(), VX_COORD_STACKED);
+    EXPECT_FALSE(back->hasTransform());
+    const KcDArray<float> &s = back->lattice()->sliceCoords();
+    ASSERT_EQ(s.size(), 4);
+    for (int k = 0; k < 4; ++k)
+        EXPECT_FLOAT_EQ(s[k], z[k]);
+    expectWorld(*back, 1, 1, 2, 2, 4, 12);
+    EXPECT_EQ(sampleAt<uint8_t>(*back, 1, 1, 2), 211);
+}
+
+// A header written by hand: comments, blanks around values, RAS space, the
+// axes of a coronal acquisition, gzip data. Voxel (i, j, k) is at RAS
+// (-3 + 2i, 4 + 3k, 5 - j) = LPS (3 - 2i, -4 - 3k, 5 - j).
+TEST(VxFieldFileNrrd, HandWrittenGzipHeaderIsParsed)
+{
+    std::vector<uint16_t> samples;
+    for (int k = 0; k < 2; ++k)
+        for (int j = 0; j < 3; ++j)
+            for (int i = 0; i < 2; ++i)
+                samples.push_back(static_cast<uint16_t>(i + 10 * j + 100 * k));
+    const std::string header = "NRRD0005\n"
+                               "# written by hand\n"
+                               "type:   unsigned short\n"
+                               "dimension: 3\n"
+                               "space:  right-anterior-superior\n"
+                               "sizes: 2  3 2\n"
+                               "space directions: (2, 0,0) ( 0,0,-1) (0,3,0)\n"
+                               "# a comment between fields\n"
+                               "kinds: domain domain domain\n"
+                               "endian: little\n"
+                               "encoding: gzip\n"
+                               "space origin: (-3,4,5)\n"
+                               "Modality:=MR\n"
+                               "\n";
+    std::vector<unsigned char> bytes(header.begin(), header.end());
+    const std::vector<unsigned char> gz = gzipBytes(samples.data(), samples.size() * 2);
+    bytes.insert(bytes.end(), gz.begin(), gz.end());
+    vxtest::TempDir dir;
+    const std::string path = dir.file("hand.nrrd");
+    vxtest::writeFileBytes(path, bytes);
+
+    KcString error;
+    auto f = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(f) << error;
+    EXPECT_EQ(f->primType(), KcPrimType::UInt16);
+    EXPECT_FALSE(f->hasTransform());
+    EXPECT_EQ(f->parameters().getString("Modality"), "MR");
+    // File axis 1 runs along world z, axis 2 along world y: the loaded
+    // lattice is 2 x 2 x 3 with x and y mirrored.
+    EXPECT_EQ(f->lattice()->dim(0), 2);
+    EXPECT_EQ(f->lattice()->dim(1), 2);
+    EXPECT_EQ(f->lattice()->dim(2), 3);
+    float box[6];
+    f->getBoundingBox(box);
+    EXPECT_FLOAT_EQ(box[0], 1);
+    EXPECT_FLOAT_EQ(box[1], 3);
+    EXPECT_FLOAT_EQ(box[2], -7);
+    EXPECT_FLOAT_EQ(box[3], -4);
+    EXPECT_FLOAT_EQ(box[4], 3);
+    EXPECT_FLOAT_EQ(box[5], 5);
+    // File voxel (1, 2, 1) = 121 is at LPS (1, -7, 3): our (0, 0, 0).
+    EXPECT_EQ(sampleAt<uint16_t>(*f, 0, 0, 0), 121);
+    // File voxel (0, 0, 0) = 0 is at LPS (3, -4, 5): our (1, 1, 2).
+    EXPECT_EQ(sampleAt<uint16_t>(*f, 1, 1, 2), 0);
+    expectWorld(*f, 1, 1, 2, 3, -4, 5);
+}
+
+TEST(VxFieldFileNrrd, DetachedBigEndianAndAsciiDataAreRead)
+{
+    vxtest::TempDir dir;
+    // Big-endian int32 after 3 junk bytes in a separate file.
+    const std::vector<unsigned char> raw = {9, 9, 9, 0, 0, 0, 1, 0xff, 0xff, 0xff, 0xfe};
+    vxtest::writeFileBytes(dir.file("data.raw"), raw);
+    const std::string nhdr = "NRRD0004\ntype: int\ndimension: 3\nsizes: 2 1 1\n"
+                             "spacings: 0.5 1 1\naxis mins: 4 0 0\nendian: big\n"
+                             "encoding: raw\nbyte skip: 3\ndata file: data.raw\n";
+    vxtest::writeFileBytes(dir.file("d.nhdr"), std::vector<unsigned char>(nhdr.begin(), nhdr.end()));
+    KcString error;
+    auto f = VxFieldFile::load(dir.file("d.nhdr").c_str(), &error);
+    ASSERT_TRUE(f) << error;
+    EXPECT_EQ(sampleAt<int32_t>(*f, 0, 0, 0), 1);
+    EXPECT_EQ(sampleAt<int32_t>(*f, 1, 0, 0), -2);
+    expectWorld(*f, 1, 0, 0, 4.5, 0, 0);
+
+    const std::string ascii = "NRRD0004\ntype: float\ndimension: 2\nsizes: 3 2\n"
+                              "encoding: ascii\n\n1.5 2\n-3, 4e2\n5 6\n";
+    vxtest::writeFileBytes(dir.file("a.nrrd"), std::vector<unsigned char>(ascii.begin(), ascii.end()));
+    auto a = VxFieldFile::load(dir.file("a.nrrd").c_str(), &error);
+    ASSERT_TRUE(a) << error;
+    EXPECT_EQ(a->lattice()->dim(0), 3);
+    EXPECT_EQ(a->lattice()->dim(1), 2);
+    EXPECT_EQ(a->lattice()->dim(2), 1);
+    EXPECT_EQ(sampleAt<float>(*a, 0, 1, 0), 400.0f);
+    EXPECT_EQ(sampleAt<float>(*a, 2, 1, 0), 6.0f);
+}
+
+TEST(VxFieldFileNrrd, BrokenFilesFailWithAReason)
+{
+    vxtest::TempDir dir;
+    struct Case
+    {
+        const char *text;
+        const char *reason;
+    };
+    const Case cases[] = {
+        {"P5\n", "no NRRD magic"},
+        {"NRRD0004\ntype: int64\ndimension: 1\nsizes: 1\n\n", "int64"},
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2\n\n", "2 sizes for dimension 3"},
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2 -1\n\n", "not a positive count"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: raw\n\n1234",
+         "holds 4 bytes of samples, 8 are needed"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: gzip\n\nnot gzip",
+         "gzip data"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: bzip2\n\nxx", "bzip2"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nspace: right-anterior-superior-time\n"
+         "space directions: (1,0,0) (0,1,0) (0,0,1)\n\nx",
+         "not supported"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\n"
+         "space directions: (1,0) (0,1,0) (0,0,1)\n\nx",
+         "space directions"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\ndata file: nothere.raw\n",
+         "nothere.raw"},
+    };
+    for (const Case &c : cases) {
+        const std::string path = dir.file("broken.nrrd");
+        const std::string text = c.text;
+        vxtest::writeFileBytes(path, std::vector<unsigned char>(text.begin(), text.end()));
+        KcString error;
+        EXPECT_FALSE(VxFieldFile::load(path.c_str(), &error)) << c.text;
+        EXPECT_NE(error.find("loading " + path + " failed: "), std::string::npos) << error;
+        EXPECT_NE(error.find(c.reason), std::string::npos) << error;
+    }
+}
+
+// teem's unu is the reference NRRD implementation: it must read what we
+// write, and we what it writes.
+TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
+{
+    if (!vxtest::haveProgram("teem-unu"))
+        GTEST_SKIP() << "teem-unu (Debian teem-apps) is needed for this test";
+    vxtest::TempDir dir;
+    const int dims[3] = {2, 2, 1};
+    auto *rgb = static_cast<uint8_t *>(std::malloc(12));
+    for (int n = 0; n < 12; ++n)
+        rgb[n] = static_cast<uint8_t>(n * 20);
+    VxRegColorField3 colour(dims, VX_COORD_UNIFORM, 3, rgb);
+    colour.parameters().setString("Note", "back\\slash\nnewline");
+    const std::string ours = dir.file("ours.nrrd");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNrrd(colour, ours.c_str(), true, &error)) << error;
+
+    std::string out;
+    ASSERT_EQ(vxtest::runCommand("teem-unu save -i " + ours + " -f nrrd -e ascii -o -", &out, true),
+              0)
+        << out;
+    EXPECT_NE(out.find("sizes: 3 2 2 1"), std::string::npos) << out;
+    EXPECT_NE(out.find("kinds: RGB-color domain domain domain"), std::string::npos) << out;
+    EXPECT_NE(out.find("Note:=back\\\\slash\\nnewline"), std::string::npos) << out;
+    EXPECT_NE(out.find("0 20 40 60 80 100 120 140 160 180 200 220"), std::string::npos) << out;
+
+    // unu writes a gzip file of a hand-made ascii volume; we load it.
+    const std::string ascii = "NRRD0004\ntype: short\ndimension: 3\nsizes: 2 2 2\n"
+                              "space: left-posterior-superior\n"
+                              "space directions: (0,0,2) (1,0,0) (0,1,0)\nspace origin: (1,2,3)\n"
+                              "encoding: ascii\n\n0 1 10 11 100 101 110 -111\n";
+    vxtest::writeFileBytes(dir.file("in.nrrd"), std::vector<unsigned char>(ascii.begin(), ascii.end()));
+    const std::string teems = dir.file("teem.nrrd");
+    ASSERT_EQ(vxtest::runCommand("teem-unu save -i " + dir.file("in.nrrd") +
+                                 " -f nrrd -e gzip -o " + teems),
+              0);
+    auto f = VxFieldFile::load(teems.c_str(), &error);
+    ASSERT_TRUE(f) << error;
+    // File axis 0 runs along z, 1 along x, 2 along y: swapped into x, y, z.
+    // File voxel (i, j, k) is at (1 + j, 2 + k, 3 + 2i).
+    EXPECT_FALSE(f->hasTransform());
+    EXPECT_EQ(sampleAt<int16_t>(*f, 1, 1, 1), -111); // file (1, 1, 1)
+    expectWorld(*f, 1, 1, 1, 2, 3, 5);
+    EXPECT_EQ(sampleAt<int16_t>(*f, 1, 0, 0), 10); // file (0, 1, 0)
+    expectWorld(*f, 1, 0, 0, 2, 2, 3);
+}
