@@ -1,0 +1,305 @@
+// Every real scanner file in ../shared/data against pydicom and GDCM.
+
+#include "tests/platform/dicom/DicomTestSupport.h"
+#include "tests/support/TestSupport.h"
+
+#include <QJsonArray>
+
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <set>
+
+namespace {
+
+using dicomtest::DicomPtr;
+
+// pydicom's view of every shared file, computed once for the suite.
+class SharedFiles : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        files = vxtest::sharedDicomFiles();
+        if (files.empty() || !dicomtest::havePydicom())
+            return;
+        reference = dicomtest::runReference("info", files, &referenceError);
+    }
+    void SetUp() override
+    {
+        VX_REQUIRE_SHARED_DATA();
+        if (!dicomtest::havePydicom())
+            GTEST_SKIP() << "pydicom and numpy are needed for " VX_PYTHON;
+        ASSERT_FALSE(reference.isEmpty()) << referenceError;
+    }
+    static QJsonObject ref(const std::string &path)
+    {
+        return reference.value(QString::fromStdString(path)).toObject();
+    }
+
+    static std::vector<std::string> files;
+    static QJsonObject reference;
+    static std::string referenceError;
+};
+
+std::vector<std::string> SharedFiles::files;
+QJsonObject SharedFiles::reference;
+std::string SharedFiles::referenceError;
+
+TEST_F(SharedFiles, EveryFileParsesAsPydicomReadsIt)
+{
+    ASSERT_GT(files.size(), 300u);
+    for (const std::string &path : files) {
+        SCOPED_TRACE(path);
+        const QJsonObject r = ref(path);
+        ASSERT_FALSE(r.contains("error")) << r.value("error").toString().toStdString();
+        std::string why;
+        DicomPtr d = dicomtest::read(path, true, &why);
+        ASSERT_TRUE(d) << why;
+        EXPECT_EQ(d->transferSyntaxUID, r.value("transferSyntax").toString().toStdString());
+        EXPECT_FALSE(d->transferSyntaxName.empty());
+        EXPECT_EQ(d->rows, r.value("rows").toInt());
+        EXPECT_EQ(d->columns, r.value("columns").toInt());
+        EXPECT_EQ(d->bitsAllocated, r.value("bitsAllocated").toInt());
+        EXPECT_EQ(d->samplesPerPixel, r.value("samplesPerPixel").toInt());
+        EXPECT_EQ(d->frames, r.value("frames").toInt());
+        EXPECT_EQ(d->pixelsInFile, r.value("hasPixels").toBool());
+        EXPECT_EQ(d->isDicomDir, r.value("isDicomDir").toBool());
+        EXPECT_EQ(d->numElements, r.value("elements").toInt());
+        EXPECT_EQ(d->pixelData, nullptr) << "a delayed read holds no pixels";
+        if (d->pixelsInFile) {
+            EXPECT_EQ(d->frameSize, d->rows * d->columns * d->samplesPerPixel * d->bytesPerSample);
+            EXPECT_NE(d->compression, dicom::COMPRESSION_UNSUPPORTED);
+        }
+    }
+}
+
+// Native and RLE files: pydicom's pixel bytes. JPEG, JPEG-LS and JPEG 2000:
+// GDCM's decode (gdcmconv --raw), read back by pydicom.
+TEST_F(SharedFiles, EveryFileDecodesAsPydicomOrGdcmDoes)
+{
+    std::vector<std::string> needGdcm;
+    int compared = 0;
+    for (const std::string &path : files) {
+        SCOPED_TRACE(path);
+        const QJsonObject r = ref(path);
+        if (!r.value("hasPixels").toBool())
+            continue;
+        std::string why;
+        DicomPtr full = dicomtest::read(path, false, &why);
+        ASSERT_TRUE(full) << why;
+        ASSERT_NE(full->pixelData, nullptr);
+        EXPECT_FALSE(full->pixelsInFile);
+        const std::vector<unsigned char> pixels = dicomtest::fullPixels(*full);
+
+        DicomPtr delayed = dicomtest::read(path, true, &why);
+        ASSERT_TRUE(delayed) << why;
+        const std::vector<unsigned char> frames = dicomtest::decodeFrames(*delayed, &why);
+        ASSERT_FALSE(frames.empty()) << why;
+        EXPECT_TRUE(frames == pixels) << "delayed and full reads differ";
+
+        if (r.value("pixelSha256").isString()) {
+            EXPECT_EQ(dicomtest::sha256(pixels), r.value("pixelSha256").toString().toStdString());
+            ++compared;
+        } else {
+            needGdcm.push_back(path);
+        }
+    }
+    EXPECT_GT(compared, 300);
+    if (needGdcm.empty())
+        return;
+    if (!vxtest::haveProgram("gdcmconv"))
+        GTEST_SKIP() << needGdcm.size() << " compressed files not compared: gdcmconv is missing";
+    vxtest::TempDir dir;
+    std::vector<std::string> raws;
+    for (size_t i = 0; i < needGdcm.size(); ++i) {
+        const std::string out = dir.file("raw" + std::to_string(i) + ".dcm");
+        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + dicomtest::quote(needGdcm[i]) + " " +
+                                     dicomtest::quote(out)),
+                  0)
+            << needGdcm[i];
+        raws.push_back(out);
+    }
+    std::string error;
+    const QJsonObject gdcm = dicomtest::runReference("info", raws, &error);
+    ASSERT_FALSE(gdcm.isEmpty()) << error;
+    for (size_t i = 0; i < needGdcm.size(); ++i) {
+        SCOPED_TRACE(needGdcm[i]);
+        DicomPtr full = dicomtest::read(needGdcm[i], false);
+        ASSERT_TRUE(full);
+        const QJsonObject g = gdcm.value(QString::fromStdString(raws[i])).toObject();
+        ASSERT_TRUE(g.value("pixelSha256").isString());
+        EXPECT_EQ(dicomtest::sha256(dicomtest::fullPixels(*full)),
+                  g.value("pixelSha256").toString().toStdString());
+    }
+}
+
+bool isPrivateCreator(uint16_t g, uint16_t e)
+{
+    return (g & 1) && e >= 0x0010 && e <= 0x00FF;
+}
+
+// Element bytes as the file holds them, compared with the bytes pydicom finds
+// at the same place. DCMTK rewrites the padding of private creators while
+// parsing, so only their length is compared.
+TEST_F(SharedFiles, ElementBytesAreTheFileBytes)
+{
+    std::string error;
+    const QJsonObject raw = dicomtest::runReference("elements", files, &error);
+    ASSERT_FALSE(raw.isEmpty()) << error;
+    int elements = 0, sequences = 0, bigEndian = 0, implicit = 0;
+    std::vector<std::string> sequenceDiffs;
+    for (const std::string &path : files) {
+        SCOPED_TRACE(path);
+        const QJsonValue v = raw.value(QString::fromStdString(path));
+        ASSERT_TRUE(v.isArray()) << v.toObject().value("error").toString().toStdString();
+        const QJsonArray expected = v.toArray();
+        DicomPtr d = dicomtest::read(path, true);
+        ASSERT_TRUE(d);
+        // pydicom stops before Pixel Data; so does the layer, which lists it last.
+        int n = d->numElements;
+        if (n > 0 && d->elements[n - 1].group == 0x7FE0 && d->elements[n - 1].element == 0x0010)
+            --n;
+        ASSERT_EQ(n, expected.size());
+        for (int i = 0; i < n; ++i) {
+            const dicom::dicomDataElement &e = d->elements[i];
+            const QJsonObject x = expected[i].toObject();
+            char tag[9];
+            std::snprintf(tag, sizeof tag, "%04X%04X", e.group, e.element);
+            ASSERT_EQ(tag, x.value("tag").toString().toStdString());
+            const std::string vr = x.value("vr").toString().toStdString();
+            EXPECT_EQ(std::string(e.vr, 2), vr.empty() ? "  " : vr) << tag;
+            const bool sequence = vr == "SQ" || (vr.empty() && dicom::dicomDictionaryType(e.group, e.element) == dicom::SQ);
+            const std::string sha = e.data ? dicomtest::sha256(e.data, size_t(e.length))
+                                           : dicomtest::sha256(nullptr, 0);
+            if (sequence) {
+                ++sequences;
+                if (e.length != x.value("length").toInt() || sha != x.value("sha256").toString().toStdString())
+                    sequenceDiffs.push_back(path + " " + tag);
+                continue;
+            }
+            EXPECT_EQ(e.length, x.value("length").toInt()) << tag;
+            if (!isPrivateCreator(e.group, e.element)) {
+                EXPECT_EQ(sha, x.value("sha256").toString().toStdString()) << tag;
+            }
+            ++elements;
+        }
+        bigEndian += d->bigEndian;
+        implicit += !d->explicitVR;
+    }
+    EXPECT_GT(elements, 30000);
+    EXPECT_GT(sequences, 100);
+    EXPECT_GE(bigEndian, 1);
+    EXPECT_GE(implicit, 1);
+    EXPECT_TRUE(sequenceDiffs.empty()) << sequenceDiffs.size() << " of " << sequences
+                                       << " sequences differ, first " << sequenceDiffs[0];
+}
+
+// dcm_qa_ts: one image in nine transfer syntaxes (README: 1 explicit LE,
+// 2 implicit LE, 3 explicit BE, 4 RLE, 5+6 JPEG lossless, 7+8 JPEG-LS,
+// 9 JPEG 2000 lossless); the decoded pixels are identical.
+class TransferSyntaxSet : public SharedFiles
+{
+protected:
+    static std::string file(int n) { return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm"); }
+};
+
+TEST_F(TransferSyntaxSet, AllNineSyntaxesDecodeToTheSamePixels)
+{
+    const dicom::Compression expected[] = {
+        dicom::COMPRESSION_NONE, dicom::COMPRESSION_NONE, dicom::COMPRESSION_NONE,
+        dicom::COMPRESSION_RLE, dicom::COMPRESSION_JPEG, dicom::COMPRESSION_JPEG,
+        dicom::COMPRESSION_JPEGLS, dicom::COMPRESSION_JPEGLS, dicom::COMPRESSION_JPEG2000};
+    DicomPtr first = dicomtest::read(file(1), false);
+    ASSERT_TRUE(first);
+    const std::vector<unsigned char> reference = dicomtest::fullPixels(*first);
+    ASSERT_EQ(reference.size(), 384u * 384u * 2u);
+    for (int n = 1; n <= 9; ++n) {
+        SCOPED_TRACE(file(n));
+        std::string why;
+        DicomPtr d = dicomtest::read(file(n), true, &why);
+        ASSERT_TRUE(d) << why;
+        EXPECT_EQ(d->compression, expected[n - 1]);
+        EXPECT_EQ(d->photometric, "MONOCHROME2");
+        EXPECT_EQ(d->planarConfiguration, 0);
+        EXPECT_TRUE(dicomtest::decodeFrames(*d, &why) == reference) << why;
+        DicomPtr full = dicomtest::read(file(n), false, &why);
+        ASSERT_TRUE(full) << why;
+        EXPECT_TRUE(dicomtest::fullPixels(*full) == reference);
+    }
+}
+
+TEST_F(TransferSyntaxSet, ByteOrderAndVRFormAreReported)
+{
+    DicomPtr le = dicomtest::read(file(1), true);
+    DicomPtr implicit = dicomtest::read(file(2), true);
+    DicomPtr be = dicomtest::read(file(3), true);
+    ASSERT_TRUE(le && implicit && be);
+    EXPECT_FALSE(le->bigEndian);
+    EXPECT_TRUE(le->explicitVR);
+    EXPECT_FALSE(implicit->bigEndian);
+    EXPECT_FALSE(implicit->explicitVR);
+    EXPECT_TRUE(be->bigEndian);
+    EXPECT_TRUE(be->explicitVR);
+    EXPECT_EQ(be->transferSyntaxName, "Explicit VR Big Endian");
+    EXPECT_EQ(implicit->transferSyntaxName, "Implicit VR Little Endian");
+
+    // Rows is 384 = 0x0180: stored most significant byte first in the big
+    // endian file, least significant first in the others.
+    const dicom::dicomDataElement *rowsBe = dicom::dicomFindElement(be.get(), 0x0028, 0x0010);
+    const dicom::dicomDataElement *rowsLe = dicom::dicomFindElement(le.get(), 0x0028, 0x0010);
+    const dicom::dicomDataElement *rowsIm = dicom::dicomFindElement(implicit.get(), 0x0028, 0x0010);
+    ASSERT_TRUE(rowsBe && rowsLe && rowsIm);
+    ASSERT_EQ(rowsBe->length, 2);
+    EXPECT_EQ(rowsBe->data[0], 0x01);
+    EXPECT_EQ(rowsBe->data[1], 0x80);
+    EXPECT_EQ(rowsLe->data[0], 0x80);
+    EXPECT_EQ(rowsLe->data[1], 0x01);
+    EXPECT_EQ(std::string(rowsBe->vr, 2), "US");
+    EXPECT_EQ(std::string(rowsIm->vr, 2), "  ");
+    EXPECT_STREQ(dicom::dicomGetById(be.get(), 0x0028, 0x0010), "384");
+    EXPECT_STREQ(dicom::dicomGetById(implicit.get(), 0x0028, 0x0010), "384");
+    // The meta group is explicit VR little endian in every file.
+    const dicom::dicomDataElement *ts = dicom::dicomFindElement(implicit.get(), 0x0002, 0x0010);
+    ASSERT_TRUE(ts);
+    EXPECT_EQ(std::string(ts->vr, 2), "UI");
+}
+
+// The text of every element is the same whatever the encoding, where the
+// values are equal (the files differ in series number and UIDs). Private
+// attributes are left out: without a VR in the file their type is unknown.
+TEST_F(TransferSyntaxSet, ElementTextDoesNotDependOnTheEncoding)
+{
+    DicomPtr le = dicomtest::read(file(1), true);
+    ASSERT_TRUE(le);
+    int compared = 0;
+    for (int n : {2, 3}) {
+        DicomPtr other = dicomtest::read(file(n), true);
+        ASSERT_TRUE(other);
+        for (int i = 0; i < le->numElements; ++i) {
+            const dicom::dicomDataElement &e = le->elements[i];
+            if (e.group == 0x0002 || (e.group & 1))
+                continue;
+            const dicom::dicomDataElement *o = dicom::dicomFindElement(other.get(), e.group, e.element);
+            if (!o || o->length != e.length || !e.data)
+                continue;
+            const bool sameValue = std::memcmp(o->data, e.data, size_t(e.length)) == 0;
+            const char *a = dicom::dicomGetById(le.get(), e.group, e.element);
+            const char *b = dicom::dicomGetById(other.get(), e.group, e.element);
+            if (std::string(e.vr, 2) == "SQ" || (!a && !b))
+                continue;
+            // Binary values differ in their bytes but not in their text.
+            const std::string vr(e.vr, 2);
+            const bool binary = vr == "US" || vr == "SS" || vr == "UL" || vr == "SL" ||
+                                vr == "FL" || vr == "FD" || vr == "AT";
+            if (!sameValue && !binary)
+                continue; // a value that really differs between the files
+            ASSERT_TRUE(a && b);
+            EXPECT_STREQ(a, b) << n << ".dcm (" << std::hex << e.group << "," << e.element << ")";
+            ++compared;
+        }
+    }
+    EXPECT_GT(compared, 150);
+}
+
+} // namespace
