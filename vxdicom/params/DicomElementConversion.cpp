@@ -5,6 +5,8 @@
 #include "vxdicom/params/CsaHeader.h"
 #include "vxdicom/params/DicomValueCodec.h"
 
+#include <QStringDecoder>
+
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -140,14 +142,24 @@ bool isCsaHeader(const dicom::dicomDataElement &e)
     return e.group == 0x0029 && (e.element == 0x1010 || e.element == 0x1020);
 }
 
+// Value bytes as text. Files without a Specific Character Set, or with
+// ISO_IR 100, hold Latin-1; ISO_IR 192 holds UTF-8. Bytes that are not valid
+// UTF-8 are therefore read as Latin-1 rather than shown as replacement marks.
+QString valueBytesToQString(const char *bytes, qsizetype n)
+{
+    QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = utf8.decode(QByteArrayView(bytes, n));
+    return utf8.hasError() ? QString::fromLatin1(bytes, n) : text;
+}
+
 // Private text without a VR of its own, from its bytes: up to the first NUL,
-// trailing padding removed.
+// separators as blanks, trailing padding removed.
 QString privateText(const dicom::dicomDataElement &e)
 {
     const void *nul = std::memchr(e.data, 0, static_cast<size_t>(e.length));
     const int n =
         nul ? static_cast<int>(static_cast<const unsigned char *>(nul) - e.data) : e.length;
-    QString text = encodeBytesToQString(e.data, n);
+    QString text = encodeQString(valueBytesToQString(reinterpret_cast<const char *>(e.data), n));
     while (!text.isEmpty() && text.back().isSpace())
         text.chop(1);
     return text;
@@ -178,7 +190,7 @@ QString parameterText(const dicom::dicomDataElement &e, const char *valueText, i
     } else if (source == VRSource::PrivateText) {
         text += privateText(e);
     } else if (valueText) {
-        text += encodeQString(QString::fromLocal8Bit(valueText));
+        text += encodeQString(valueBytesToQString(valueText, qsizetype(std::strlen(valueText))));
     }
     return text;
 }

@@ -71,6 +71,7 @@ dicom::valRep dicomElementVR(const dicom::dicomDataElement &element, bool *annot
 ///   parser, which knows no VR for them, would print them as bytes.
 /// - every other VR: valueText (the parser's text of the value) when given,
 ///   with the value separators '\\' stored as blanks (encodeQString).
+/// Value texts are read as UTF-8, or as Latin-1 when they are not valid UTF-8.
 ///
 /// The Siemens CSA headers (0029,1010) and (0029,1020), when binary, become a
 /// decoded bundle "CSAImageHeaderInfo" or "CSASeriesHeaderInfo" (decode_csa2

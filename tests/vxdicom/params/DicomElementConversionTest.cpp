@@ -181,6 +181,16 @@ TEST(ElementConversion, PublicElementGivesDictionaryNameColonAndTheCallersText)
               "pixel spacing: ");
 }
 
+TEST(ElementConversion, ValueTextsAreUtf8OrElseLatin1)
+{
+    const unsigned char latin1[] = "M\xFCller^Anna";
+    const DicomDataElement name(0x0010, 0x0010, 12, 'P', 'N', latin1);
+    EXPECT_EQ(textOf(convert(name, "M\xFCller^Anna").get()), "patient name: M\xC3\xBCller^Anna")
+        << "ISO_IR 100 text, not valid UTF-8";
+    EXPECT_EQ(textOf(convert(name, "M\xC3\xBCller^Anna").get()), "patient name: M\xC3\xBCller^Anna")
+        << "ISO_IR 192 text stays as it is";
+}
+
 TEST(ElementConversion, PrivateElementWithItsOwnVrIsAnnotatedUnlessPlain)
 {
     REQUIRE_ELEMENTS(kExplicitFile);
