@@ -17,6 +17,8 @@ struct SubCommand
 
 int runInfo(int argc, char **argv);
 void helpInfo();
+int runLoad(int argc, char **argv);
+void helpLoad();
 
 /// True when args hold -h or --help.
 bool wantsHelp(int argc, char **argv);

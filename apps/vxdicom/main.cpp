@@ -13,6 +13,8 @@ namespace {
 const SubCommand kCommands[] = {
     {"info", "print what the DICOM layer reads from files and decode every frame", runInfo,
      helpInfo},
+    {"load", "load DICOM files into 3D fields (and save them as NIfTI or NRRD)", runLoad,
+     helpLoad},
 };
 
 void usage(FILE *out)

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "platform/core/KcDArray.h"
+
+#include <string>
+
+class VxField3;
+
+namespace vxdicom_cli {
+
+struct SaveOptions
+{
+    enum Format { NiftiGz, Nifti, Nrrd };
+    std::string directory; ///< empty: nothing is saved
+    Format format = NiftiGz;
+};
+
+/// "nii.gz", "nii" or "nrrd".
+bool parseSaveFormat(const char *text, SaveOptions::Format &format);
+
+/// One line per field: label, dimensions, sample type, voxel size and
+/// bounding box in the field's unit, then the transformation (when there is
+/// one) and the load command on lines of their own.
+void printFieldSummary(const VxField3 &field);
+
+/// Prints the summaries of the fields a load made (and of a time-series
+/// control added to the pool after `poolBefore` objects) and saves them when
+/// a folder is given. Returns the exit status: 0 when the load succeeded,
+/// made at least one field and everything was saved; 1 otherwise.
+int reportAndSave(const KcDArray<VxField3 *> &fields, int poolBefore, const SaveOptions &save,
+                  bool loadSucceeded);
+
+} // namespace vxdicom_cli
