@@ -1,0 +1,591 @@
+#include "vxdicom/stacks/DicomListView.h"
+
+#include "platform/core/VxMessage.h"
+#include "platform/core/VxPreferences.h"
+#include "platform/dicom/dicom.h"
+#include "vxdicom/reader/VxDicomImage.h"
+#include "vxdicom/reader/VxDicomImageStack.h"
+#include "vxdicom/stacks/DicomCriterion.h"
+#include "vxdicom/stacks/DicomListItem.h"
+#include "vxdicom/stacks/DicomLoadOption.h"
+#include "vxdicom/stacks/DicomStackDialog.h"
+#include "vxdicom/stacks/DicomStackItem.h"
+
+#include <QFontMetrics>
+#include <QHeaderView>
+
+#include <cstdlib>
+
+namespace {
+
+// The view whose images qsort is ordering; compareImages has no other way to
+// reach the columns and their directions.
+DicomListView *theSortingView = nullptr;
+
+bool isKeptColumn(const QString &label)
+{
+    return label == QLatin1String("file name") || label == QLatin1String("load index") ||
+           label == QLatin1String("slice location");
+}
+
+} // namespace
+
+DicomListView::DicomListView(QWidget *parent, const char *name) : QTreeWidget(parent)
+{
+    if (name)
+        setObjectName(QString::fromUtf8(name));
+    setSortingEnabled(false);
+    setRootIsDecorated(true);
+    setUniformRowHeights(true);
+    header()->setSectionsClickable(true);
+    header()->setSectionsMovable(true);
+    connect(header(), &QHeaderView::sectionClicked, this,
+            [this](int section) { sortingOrderChanged(header()->visualIndex(section)); });
+}
+
+DicomListView::~DicomListView()
+{
+    for (DicomLoadOption *option : options)
+        delete option;
+}
+
+void DicomListView::initialize(const KcDArray<VxDicomImage *> &list)
+{
+    if (list.isEmpty())
+        return;
+    loadImages(list);
+    loadSettings();
+}
+
+void DicomListView::loadImages(const KcDArray<VxDicomImage *> &list)
+{
+    images = list;
+}
+
+void DicomListView::loadSettings()
+{
+    clearColumnsAndOptions();
+    const KcString text = VxSettingsMgr::getInstance()->getPreferences().dicomLoadOptions;
+    if (text.isEmpty()) {
+        initializeColumns(true);
+        return;
+    }
+    VxMessage::getTheMsg()->printf("Using non default DICOM load options!\n");
+    for (DicomLoadOption *option : dicomLoadOptionsFromString(text))
+        options.append(option);
+    initializeColumns(false);
+}
+
+void DicomListView::saveSettings()
+{
+    KcString text;
+    const QHeaderView *h = header();
+    for (int position = 0; position < columnCount(); ++position) {
+        const int section = h->logicalIndex(position);
+        if (section < 1 || section - 1 >= options.size() || !options[section - 1])
+            continue;
+        text += options[section - 1]->toString();
+    }
+    VxSettingsMgr *manager = VxSettingsMgr::getInstance();
+    VxPreferences prefs = manager->getPreferences();
+    prefs.dicomLoadOptions = text;
+    manager->setPreferences(prefs, false);
+}
+
+void DicomListView::resetSettings()
+{
+    VxSettingsMgr *manager = VxSettingsMgr::getInstance();
+    VxPreferences prefs = manager->getPreferences();
+    prefs.dicomLoadOptions = KcString();
+    manager->setPreferences(prefs, false);
+    clearColumnsAndOptions();
+    initializeColumns(true);
+}
+
+void DicomListView::initializeColumns(bool withDefaults)
+{
+    if (withDefaults)
+        setupLoadOptions();
+    setupListColumns();
+    cleanupListColumns();
+    buildImageStacks();
+    header()->setSortIndicator(1, Qt::AscendingOrder);
+    scrollToTop();
+}
+
+void DicomListView::setupLoadOptions()
+{
+    for (DicomLoadOption *option : options)
+        delete option;
+    options = defaultDicomLoadOptions();
+}
+
+void DicomListView::updateImageStacks()
+{
+    buildImageStacks();
+}
+
+void DicomListView::buildImageStacks()
+{
+    cleanupAllStacks();
+    sortItems();
+    adoptChildItems();
+    updateStackView();
+    updateDicomInfo();
+}
+
+void DicomListView::sortItems()
+{
+    theSortingView = this;
+    images.sort(&DicomListView::compareImages);
+    theSortingView = nullptr;
+}
+
+int DicomListView::compareImages(const void *a, const void *b)
+{
+    if (!theSortingView)
+        return 0;
+    return theSortingView->compare(*static_cast<VxDicomImage *const *>(a),
+                                   *static_cast<VxDicomImage *const *>(b));
+}
+
+int DicomListView::compare(const VxDicomImage *a, const VxDicomImage *b) const
+{
+    const QHeaderView *h = header();
+    for (int position = 0; position < columnCount(); ++position) {
+        const int section = h->logicalIndex(position);
+        if (section < 1 || section - 1 >= options.size() || !options[section - 1])
+            continue;
+        const DicomLoadOption &option = *options[section - 1];
+        const QString label = option.name.toQString();
+        const QString ta = DicomListItem::getText(a, option.group, option.element, label).trimmed();
+        const QString tb = DicomListItem::getText(b, option.group, option.element, label).trimmed();
+        if (ta == tb)
+            continue;
+        int order;
+        if (option.group == 0x0020 && option.element == 0x0037)
+            order = a->compareOrientation(*b, 0.001f);
+        else
+            order = compareColumnTexts(ta, tb);
+        if (order != 0)
+            return getSortOrder(section) * order;
+    }
+    return 0;
+}
+
+void DicomListView::adoptChildItems()
+{
+    for (int i = 0; i < images.size(); ++i) {
+        if (stacks.isEmpty())
+            stacks.append(new DicomStackItem());
+        auto *row = new DicomListItem(images[i]);
+        row->loadIndex = i;
+        DicomStackItem *stack = stacks.last();
+        if (!stack->accept(row, options)) {
+            stack->sortChildItems();
+            stack = new DicomStackItem();
+            stacks.append(stack);
+        }
+        stack->insertImageRow(row);
+        stack->index = i;
+    }
+    if (!stacks.isEmpty())
+        stacks.last()->sortChildItems();
+
+    // The stacks were built outside the tree; they enter it at once, in
+    // build order.
+    QList<QTreeWidgetItem *> rows;
+    for (DicomStackItem *stack : stacks)
+        rows.append(stack);
+    addTopLevelItems(rows);
+    for (DicomStackItem *stack : stacks)
+        stack->setExpanded(true);
+}
+
+void DicomListView::cleanupAllStacks()
+{
+    for (int i = stacks.size() - 1; i >= 0; --i) {
+        for (QTreeWidgetItem *row : stacks[i]->takeChildren())
+            delete row;
+        delete stacks[i];
+    }
+    stacks.clear();
+}
+
+void DicomListView::updateStackView()
+{
+    for (DicomStackItem *stack : stacks) {
+        stack->showIcon(true);
+        stack->showLabel(true);
+    }
+}
+
+void DicomListView::updateDicomInfo()
+{
+    const int nStacks = stacks.size();
+    const int nImages = images.size();
+    emit listViewChanged(QString::asprintf("%d stack%s\n%d image%s", nStacks,
+                                           nStacks == 1 ? "" : "s", nImages,
+                                           nImages == 1 ? "" : "s"));
+}
+
+void DicomListView::addLoadOption(int group, int element, const QString &value)
+{
+    if (group == -1 || element == -1)
+        return;
+    for (const DicomLoadOption *option : options)
+        if (option && option->group == group && option->element == element)
+            return;
+    const char *name = nullptr;
+    if (group >= 0 && group <= 0xFFFF && element >= 0 && element <= 0xFFFF)
+        name = dicom::dicomDictionaryName(static_cast<uint16_t>(group),
+                                          static_cast<uint16_t>(element));
+    bool numeric = false;
+    value.trimmed().toDouble(&numeric);
+    options.append(
+        new DicomLoadOption(group, element, DicomLoadOption::Ignore, name, numeric ? 31 : 3));
+}
+
+void DicomListView::removeLoadOption(const QString &label)
+{
+    for (int k = 0; k < options.size(); ++k) {
+        if (options[k] && options[k]->name.toQString() == label) {
+            delete options[k];
+            options.remove(k);
+            return;
+        }
+    }
+}
+
+namespace {
+
+QString columnLabel(int group, int element, const QString &label)
+{
+    QString text;
+    if (group != -1 && element != -1 && group >= 0 && group <= 0xFFFF && element >= 0 &&
+        element <= 0xFFFF)
+        if (const char *name = dicom::dicomDictionaryName(static_cast<uint16_t>(group),
+                                                          static_cast<uint16_t>(element)))
+            text = QString::fromUtf8(name);
+    if (text.isEmpty())
+        text = label.isEmpty() ? DicomListView::tr("unknown element") : label;
+    return text;
+}
+
+} // namespace
+
+void DicomListView::setupListColumns()
+{
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
+    header()->setSortIndicatorShown(true);
+    header()->setSortIndicator(1, Qt::AscendingOrder);
+    if (columnCount() < 1)
+        setColumnCount(1);
+    headerItem()->setText(0, tr("image stack"));
+
+    int first = 0;
+    if (columnCount() > 1) {
+        // clearColumnsAndOptions keeps the column at position 1; it serves
+        // the first option again.
+        if (options.isEmpty() || !options[0]) {
+            setColumnCount(1);
+        } else {
+            const QString label =
+                columnLabel(options[0]->group, options[0]->element, options[0]->name.toQString());
+            headerItem()->setText(1, label);
+            setColumnWidth(1, fontMetrics().horizontalAdvance(label) + 40);
+            first = 1;
+        }
+    }
+    sortOrder.resize(columnCount());
+    for (int k = first; k < options.size(); ++k)
+        if (options[k])
+            appendColumn(options[k]->group, options[k]->element, options[k]->name.toQString());
+}
+
+int DicomListView::sectionOfLabel(const QString &label) const
+{
+    for (int section = 0; section < columnCount(); ++section)
+        if (headerItem()->text(section) == label)
+            return section;
+    return -1;
+}
+
+void DicomListView::appendColumn(int group, int element, const QString &label)
+{
+    const QString text = columnLabel(group, element, label);
+    if (sectionOfLabel(text) >= 0)
+        return;
+    const int column = columnCount();
+    setColumnCount(column + 1);
+    headerItem()->setText(column, text);
+    setColumnWidth(column, fontMetrics().horizontalAdvance(text) + 40);
+    while (sortOrder.size() < columnCount())
+        sortOrder.append(1);
+    for (DicomStackItem *stack : stacks)
+        for (int i = 0; i < stack->childCount(); ++i)
+            if (stack->child(i)->type() == DicomListItem::Type)
+                static_cast<DicomListItem *>(stack->child(i))->setColumnText(group, element, column);
+}
+
+void DicomListView::removeColumnSection(int section)
+{
+    const int n = columnCount();
+    if (section < 0 || section >= n)
+        return;
+    QHeaderView *h = header();
+    QList<int> visualOrder;
+    QStringList labels;
+    QList<int> widths;
+    for (int position = 0; position < n; ++position) {
+        const int s = h->logicalIndex(position);
+        if (s != section)
+            visualOrder.append(s > section ? s - 1 : s);
+    }
+    for (int s = 0; s < n; ++s) {
+        if (s == section)
+            continue;
+        labels.append(headerItem()->text(s));
+        widths.append(columnWidth(s));
+    }
+    setColumnCount(n - 1);
+    setHeaderLabels(labels);
+    for (int s = 0; s < widths.size(); ++s)
+        setColumnWidth(s, widths[s]);
+    for (int position = 0; position < visualOrder.size(); ++position) {
+        const int current = h->visualIndex(visualOrder[position]);
+        if (current != position)
+            h->moveSection(current, position);
+    }
+    if (section < sortOrder.size())
+        sortOrder.remove(section);
+}
+
+void DicomListView::deleteColumn(int section)
+{
+    if (section < 1 || section >= columnCount())
+        return;
+    removeColumnSection(section);
+    if (section - 1 < options.size()) {
+        delete options[section - 1];
+        options.remove(section - 1);
+    }
+    buildImageStacks();
+}
+
+bool DicomListView::columnIsObsolete(int section) const
+{
+    if (section < 1 || section - 1 >= options.size() || !options[section - 1])
+        return false;
+    if (images.isEmpty())
+        return true;
+    const DicomLoadOption &option = *options[section - 1];
+    const QString label = option.name.toQString();
+    const QString reference = DicomListItem::getText(images[0], option.group, option.element, label);
+    for (int i = 1; i < images.size(); ++i)
+        if (DicomListItem::getText(images[i], option.group, option.element, label) != reference)
+            return false;
+    return true;
+}
+
+void DicomListView::cleanupListColumns()
+{
+    for (int section = columnCount() - 1; section >= 1; --section) {
+        const QString label = headerItem()->text(section);
+        if (isKeptColumn(label))
+            continue;
+        if (columnIsObsolete(section)) {
+            removeColumnSection(section);
+            removeLoadOption(label);
+        }
+    }
+}
+
+void DicomListView::clearColumnsAndOptions()
+{
+    // The columns at positions 0 and 1 stay: the tree column, and one that
+    // setupListColumns gives to the first option again.
+    for (int position = columnCount() - 1; position >= 2; --position)
+        removeColumnSection(header()->logicalIndex(position));
+    for (DicomLoadOption *option : options)
+        delete option;
+    options.clear();
+}
+
+void DicomListView::sortingOrderChanged(int position)
+{
+    const int section = header()->logicalIndex(position);
+    if (section < 0)
+        return;
+    while (sortOrder.size() <= section)
+        sortOrder.append(1);
+    sortOrder[section] = -sortOrder[section];
+    header()->setSortIndicator(section,
+                               sortOrder[section] == 1 ? Qt::AscendingOrder : Qt::DescendingOrder);
+    buildImageStacks();
+}
+
+int DicomListView::getSortOrder(int section) const
+{
+    if (section < 0 || section >= sortOrder.size())
+        return 1;
+    return sortOrder[section];
+}
+
+bool DicomListView::stackConsistency()
+{
+    for (DicomStackItem *stack : stacks) {
+        const DicomListItem *first = stack->firstChild();
+        const DicomListItem *last = stack->lastChild();
+        if (!first || !last || !first->image() || !last->image())
+            continue;
+        if (stack->isMonotonous()) {
+            if (first->image()->sliceLocation > last->image()->sliceLocation) {
+                // The notice is prepared but not shown: nothing to decide.
+                DicomStackDialogNegotiator flip(stack, DicomStackDialog::FlipNotice);
+                flip.createForkedObject();
+                flip.putData();
+                flip.deleteForkedObject();
+                ThreadNegotiator::runOnGuiThread([stack] { stack->revertChildren(); });
+            }
+            continue;
+        }
+        if (std::getenv("ZENTA_ZIEHM_RECONSTRUCTION"))
+            continue;
+        DicomStackDialogNegotiator renumber(stack, DicomStackDialog::RenumberForm);
+        renumber.createForkedObject();
+        renumber.putData();
+        const int result = renumber.exec();
+        float start = 0;
+        float increment = 0;
+        ThreadNegotiator::runOnGuiThread([&] {
+            if (DicomStackDialog *dialog = renumber.dialog()) {
+                start = dialog->startLocation();
+                increment = dialog->incrementValue();
+            }
+        });
+        renumber.deleteForkedObject();
+        if (result != 1)
+            return false;
+        ThreadNegotiator::runOnGuiThread(
+            [stack, start, increment] { stack->relocateChildItems(start, increment); });
+    }
+    return true;
+}
+
+bool DicomListView::exportImageStacks(KcDArray<VxDicomImageStack *> &out, int mode)
+{
+    if (!stackConsistency())
+        return false;
+    for (DicomStackItem *stack : stacks) {
+        if (!satisfies(stack, mode))
+            continue;
+        auto *imageStack = new VxDicomImageStack();
+        out.append(imageStack);
+        for (int i = 0; i < stack->childCount(); ++i)
+            if (stack->child(i)->type() == DicomListItem::Type)
+                imageStack->append(static_cast<DicomListItem *>(stack->child(i))->image());
+        imageStack->setCoordType(stack->isUniform() ? 1 : 2);
+        if (withDicomParameters)
+            imageStack->setDicomParameters(anonymizeParameters);
+    }
+    return true;
+}
+
+bool DicomListView::satisfies(DicomStackItem *stack, int mode) const
+{
+    if (!stack)
+        return false;
+    if ((mode & 2) && !stack->isSelected())
+        return false;
+    if ((mode & 1) && !(stack->isUniform() && stack->childCount() > 1))
+        return false;
+    return true;
+}
+
+int DicomListView::countStacks(int mode) const
+{
+    int count = 0;
+    for (DicomStackItem *stack : stacks)
+        if (satisfies(stack, mode))
+            ++count;
+    return count;
+}
+
+int DicomListView::numImages() const
+{
+    int count = 0;
+    for (const DicomStackItem *stack : stacks)
+        count += stack->childCount();
+    return count;
+}
+
+int DicomListView::numSelectedImages() const
+{
+    int count = 0;
+    for (const DicomStackItem *stack : stacks) {
+        if (stack->isSelected()) {
+            count += stack->childCount();
+            continue;
+        }
+        for (int i = 0; i < stack->childCount(); ++i)
+            if (stack->child(i)->isSelected())
+                ++count;
+    }
+    return count;
+}
+
+QList<QTreeWidgetItem *> DicomListView::getSelectedItems() const
+{
+    return selectedItems();
+}
+
+void DicomListView::removeSelectedItems()
+{
+    for (QTreeWidgetItem *item : selectedItems())
+        removeSelectedItem(item);
+    cleanupListColumns();
+    buildImageStacks();
+}
+
+void DicomListView::removeSelectedItem(QTreeWidgetItem *item)
+{
+    if (!item)
+        return;
+    auto dropImage = [this](const QTreeWidgetItem *row) {
+        if (row->type() != DicomListItem::Type)
+            return;
+        const int at = images.find(static_cast<const DicomListItem *>(row)->image());
+        if (at >= 0)
+            images.remove(at);
+    };
+    if (item->type() == DicomStackItem::Type) {
+        for (int i = 0; i < item->childCount(); ++i)
+            dropImage(item->child(i));
+    } else {
+        dropImage(item);
+    }
+}
+
+void DicomListView::removeEmptyStacks()
+{
+    for (int i = stacks.size() - 1; i >= 0; --i) {
+        if (stacks[i]->childCount() == 0) {
+            delete stacks[i];
+            stacks.remove(i);
+        }
+    }
+}
+
+float DicomListView::getUniformTolerance() const
+{
+    return DicomStackItem::uniformTolerance;
+}
+
+void DicomListView::setUniformTolerance(float tolerance)
+{
+    if (tolerance == DicomStackItem::uniformTolerance)
+        return;
+    DicomStackItem::uniformTolerance = tolerance;
+    buildImageStacks();
+}

@@ -1,0 +1,128 @@
+#pragma once
+
+#include "platform/core/KcDArray.h"
+
+#include <QList>
+#include <QString>
+#include <QTreeWidget>
+
+class DicomListItem;
+class DicomLoadOption;
+class DicomStackItem;
+class VxDicomImage;
+class VxDicomImageStack;
+
+/// The tree list of the import browser: one top-level row per stack, the
+/// stack's images as its children, one column per load option (column k shows
+/// options[k-1]; column 0 is the tree column). It owns the options and the
+/// stack rows, sorts the images it is given by its columns, splits the sorted
+/// sequence into stacks, checks each stack's slice order and hands the chosen
+/// stacks to the reader. The criteria are kept in the preferences
+/// (VxPreferences::dicomLoadOptions).
+///
+/// Sorting goes through a module-wide pointer to the view being sorted (the
+/// comparison has the plain form qsort needs), so only one view sorts at a
+/// time.
+class DicomListView : public QTreeWidget
+{
+    Q_OBJECT
+public:
+    explicit DicomListView(QWidget *parent = nullptr, const char *name = nullptr);
+    ~DicomListView() override;
+
+    /// Nothing for an empty array; otherwise loadImages and loadSettings.
+    void initialize(const KcDArray<VxDicomImage *> &images);
+    /// Copies the image pointers (not owned).
+    void loadImages(const KcDArray<VxDicomImage *> &images);
+
+    void loadSettings();
+    void saveSettings();
+    void resetSettings();
+
+    /// With defaults: setupLoadOptions first. Then columns, cleanup, stacks.
+    void initializeColumns(bool withDefaults);
+    /// Replaces the option list with the default criteria.
+    void setupLoadOptions();
+    /// cleanupAllStacks, sortItems, adoptChildItems, updateStackView,
+    /// updateDicomInfo.
+    void buildImageStacks();
+    /// Sorts the images with compareImages (qsort, not stable).
+    void sortItems();
+    using QTreeWidget::sortItems;
+    /// The qsort comparison of two VxDicomImage* through the sorting view.
+    static int compareImages(const void *a, const void *b);
+    /// Splits the sorted images into stacks, in build order.
+    void adoptChildItems();
+    void cleanupAllStacks();
+    void updateStackView();
+    void updateDicomInfo();
+
+    void addLoadOption(int group, int element, const QString &value);
+    void removeLoadOption(const QString &label);
+    void setupListColumns();
+    void appendColumn(int group, int element, const QString &label);
+    /// Removes the column of that section with its option and rebuilds.
+    void deleteColumn(int section);
+    bool columnIsObsolete(int section) const;
+    void cleanupListColumns();
+    void clearColumnsAndOptions();
+
+    /// 1 ascending, -1 descending; 1 for a section beyond the array.
+    int getSortOrder(int section) const;
+
+    bool stackConsistency();
+    /// After stackConsistency, one new VxDicomImageStack per stack that
+    /// satisfies mode is appended to out (the caller owns them). False, and
+    /// nothing exported, when the user cancelled a renumbering.
+    bool exportImageStacks(KcDArray<VxDicomImageStack *> &out, int mode);
+    /// Mode bit 2: the stack row is selected; bit 1: uniform with more than
+    /// one image.
+    bool satisfies(DicomStackItem *stack, int mode) const;
+    int countStacks(int mode) const;
+    /// Image rows in all stacks.
+    int numImages() const;
+    /// Images of the selected rows: all images of a selected stack, plus
+    /// selected image rows of stacks that are not selected.
+    int numSelectedImages() const;
+    QList<QTreeWidgetItem *> getSelectedItems() const;
+
+    void removeSelectedItems();
+    void removeSelectedItem(QTreeWidgetItem *item);
+    void removeEmptyStacks();
+
+    float getUniformTolerance() const;
+    /// Nothing when unchanged; otherwise sets it and rebuilds the stacks.
+    void setUniformTolerance(float tolerance);
+
+    const KcDArray<DicomLoadOption *> &loadOptions() const { return options; }
+    KcDArray<DicomLoadOption *> &loadOptions() { return options; }
+    const KcDArray<VxDicomImage *> &imageList() const { return images; }
+    const KcDArray<DicomStackItem *> &stackList() const { return stacks; }
+
+    /// Whether exported stacks get their DICOM parameters, and whether those
+    /// are anonymised (true and false at start).
+    bool withDicomParameters = true;
+    bool anonymizeParameters = false;
+
+public slots:
+    void updateImageStacks();
+    /// A header click at visual position `position`: flips that section's
+    /// sort direction and rebuilds.
+    void sortingOrderChanged(int position);
+
+signals:
+    /// "%d stack%s\n%d image%s" after every rebuild.
+    void listViewChanged(const QString &summary);
+
+private:
+    int compare(const VxDicomImage *a, const VxDicomImage *b) const;
+    /// Removes one header section, keeping the others' visual order and sort
+    /// directions.
+    void removeColumnSection(int section);
+    int sectionOfLabel(const QString &label) const;
+
+    KcDArray<DicomLoadOption *> options;
+    KcDArray<VxDicomImage *> images;
+    KcDArray<int> sortOrder;
+    KcDArray<DicomStackItem *> stacks;
+};
