@@ -12,7 +12,7 @@ packages=(
     libnifti2-dev zlib1g-dev
     libcoin-dev
     libgtest-dev
-    dcm2niix libgdcm-tools teem-apps
+    dcm2niix libgdcm-tools teem-apps dicom3tools
     python3 python3-pydicom python3-nibabel python3-numpy
     fonts-dejavu-core
 )
