@@ -2,6 +2,7 @@
 
 #include <Inventor/SbVec3f.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <type_traits>
@@ -12,29 +13,40 @@ template <typename T>
 bool rangeOf(const void *data, size_t n, double &min, double &max)
 {
     const T *p = static_cast<const T *>(data);
-    bool any = false;
-    T lo{};
-    T hi{};
-    for (size_t i = 0; i < n; ++i) {
-        const T v = p[i];
-        if constexpr (std::is_floating_point_v<T>) {
+    if constexpr (std::is_floating_point_v<T>) {
+        bool any = false;
+        T lo{};
+        T hi{};
+        for (size_t i = 0; i < n; ++i) {
+            const T v = p[i];
             if (std::isnan(v))
                 continue;
+            if (!any) {
+                lo = hi = v;
+                any = true;
+            }
+            lo = v < lo ? v : lo;
+            hi = v > hi ? v : hi;
         }
-        if (!any) {
-            lo = hi = v;
-            any = true;
-        } else if (v < lo) {
-            lo = v;
-        } else if (v > hi) {
-            hi = v;
+        if (any) {
+            min = static_cast<double>(lo);
+            max = static_cast<double>(hi);
         }
-    }
-    if (any) {
+        return any;
+    } else {
+        if (n == 0)
+            return false;
+        // Branch-free, so that it vectorises.
+        T lo = p[0];
+        T hi = p[0];
+        for (size_t i = 1; i < n; ++i) {
+            lo = std::min(lo, p[i]);
+            hi = std::max(hi, p[i]);
+        }
         min = static_cast<double>(lo);
         max = static_cast<double>(hi);
+        return true;
     }
-    return any;
 }
 
 } // namespace

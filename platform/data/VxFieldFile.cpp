@@ -3,6 +3,8 @@
 #include "platform/core/VxMessage.h"
 #include "platform/data/FieldGeometry.h"
 
+#include <zlib.h>
+
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -188,6 +190,48 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
     return true;
 }
 
+// Checks the header before nifticlib sees it: it reports what it dislikes on
+// stderr, whatever its debug level. gzread reads plain files as they are.
+bool checkNiftiHeader(const char *path, KcString &why)
+{
+    gzFile gz = gzopen(path, "rb");
+    if (!gz) {
+        why = "cannot open: " + vxfield::systemError();
+        return false;
+    }
+    unsigned char h[348];
+    const int n = gzread(gz, h, sizeof h);
+    gzclose(gz);
+    if (n != static_cast<int>(sizeof h)) {
+        why = "shorter than a NIfTI-1 header";
+        return false;
+    }
+    int32_t headerSize;
+    std::memcpy(&headerSize, h, 4);
+    const bool swapped = headerSize != 348;
+    if (swapped)
+        headerSize = static_cast<int32_t>(__builtin_bswap32(static_cast<uint32_t>(headerSize)));
+    if (headerSize != 348) {
+        why = "not a NIfTI-1 file (no 348-byte header)";
+        return false;
+    }
+    int16_t dim[8];
+    std::memcpy(dim, h + 40, sizeof dim);
+    for (int16_t &d : dim)
+        if (swapped)
+            d = static_cast<int16_t>(__builtin_bswap16(static_cast<uint16_t>(d)));
+    if (dim[0] < 1 || dim[0] > 7) {
+        why = KcString::format("dim[0] is %d, not 1 to 7", dim[0]);
+        return false;
+    }
+    for (int i = 1; i <= dim[0]; ++i)
+        if (dim[i] < 1) {
+            why = KcString::format("dim[%d] is %d", i, dim[i]);
+            return false;
+        }
+    return true;
+}
+
 template <typename From, typename To>
 void convertSamples(const void *from, void *to, size_t n, double slope, double inter)
 {
@@ -260,6 +304,11 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNifti(const char *path, KcSt
     const long fileSize = std::ftell(probe);
     std::fclose(probe);
 
+    KcString why;
+    if (!checkNiftiHeader(path, why)) {
+        fail(error, verb, path, why);
+        return nullptr;
+    }
     quietNifti();
     std::unique_ptr<nifti_image, void (*)(nifti_image *)> nim(nifti_image_read(path, 0),
                                                               nifti_image_free);

@@ -3,6 +3,7 @@
 
 #include "tests/support/TestSupport.h"
 
+#include <Inventor/SbVec3f.h>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -427,7 +428,7 @@ TEST(VxFieldFileNifti, BrokenFilesFailWithAReason)
     const std::string junk = dir.file("junk.nii");
     vxtest::writeFileBytes(junk, std::vector<unsigned char>(400, 'x'));
     EXPECT_FALSE(VxFieldFile::load(junk.c_str(), &error));
-    EXPECT_NE(error.find("junk.nii"), std::string::npos) << error;
+    EXPECT_NE(error.find("junk.nii failed: not a NIfTI-1 file"), std::string::npos) << error;
 
     // A valid file cut inside its samples.
     auto f = indexField<int16_t, VxUniformScalarField3>(8, 8, 8);
@@ -717,3 +718,146 @@ TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
     EXPECT_EQ(sampleAt<int16_t>(*f, 1, 0, 0), 10); // file (0, 1, 0)
     expectWorld(*f, 1, 0, 0, 2, 2, 3);
 }
+
+// ------------------------------------------------ real scanner series
+
+namespace {
+
+struct WorldSample
+{
+    double pos[3];
+    double value;
+};
+
+std::vector<WorldSample> runSamples(const std::string &args)
+{
+    std::string out;
+    const int rc = vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " " + args, &out);
+    EXPECT_EQ(rc, 0) << out;
+    std::vector<WorldSample> samples;
+    for (const QJsonValue &v : QJsonDocument::fromJson(QByteArray::fromStdString(out)).array()) {
+        const QJsonArray a = v.toArray();
+        samples.push_back({{a[0].toDouble(), a[1].toDouble(), a[2].toDouble()}, a[3].toDouble()});
+    }
+    return samples;
+}
+
+// The voxel of a uniform field nearest to a world position.
+bool worldToVoxel(const VxField3 &f, const double world[3], int ijk[3])
+{
+    SbVec3f local(static_cast<float>(world[0]), static_cast<float>(world[1]),
+                  static_cast<float>(world[2]));
+    if (f.hasTransform())
+        f.transform().inverse().multVecMatrix(SbVec3f(local), local);
+    float box[6];
+    f.getBoundingBox(box);
+    for (int a = 0; a < 3; ++a) {
+        const int n = f.lattice()->dim(a);
+        const double step = n > 1 ? (box[2 * a + 1] - box[2 * a]) / (n - 1) : 1.0;
+        ijk[a] = static_cast<int>(std::lround((local[a] - box[2 * a]) / step));
+        if (ijk[a] < 0 || ijk[a] >= n)
+            return false;
+    }
+    return true;
+}
+
+double valueAt(const VxField3 &f, const int ijk[3])
+{
+    switch (f.lattice()->primType().id()) {
+    case KcPrimType::UInt8: return sampleAt<uint8_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::Int16: return sampleAt<int16_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::UInt16: return sampleAt<uint16_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::Int32: return sampleAt<int32_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::Float: return sampleAt<float>(f, ijk[0], ijk[1], ijk[2]);
+    }
+    return 0;
+}
+
+// Every sample must land on a voxel of the field (within 0.01 mm) that holds
+// its value. Samples above maxValue are skipped.
+void expectSamplesInField(const VxField3 &f, const std::vector<WorldSample> &samples,
+                          double maxValue = 1e30)
+{
+    int checked = 0;
+    for (const WorldSample &s : samples) {
+        if (s.value > maxValue)
+            continue;
+        int ijk[3];
+        ASSERT_TRUE(worldToVoxel(f, s.pos, ijk))
+            << "(" << s.pos[0] << ", " << s.pos[1] << ", " << s.pos[2] << ") is outside the field";
+        float w[3];
+        f.voxelToWorld(ijk[0], ijk[1], ijk[2], w);
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(w[c], s.pos[c], 0.01) << "voxel " << ijk[0] << "," << ijk[1] << "," << ijk[2];
+        EXPECT_NEAR(valueAt(f, ijk), s.value, 1e-3 * std::max(1.0, std::fabs(s.value)))
+            << "voxel " << ijk[0] << "," << ijk[1] << "," << ijk[2];
+        ++checked;
+    }
+    EXPECT_GT(checked, 10);
+}
+
+struct ScannerSeries
+{
+    const char *name;
+    const char *folder;
+    bool dicomTruth; // pixels placed by pydicom; else nibabel's reading of dcm2niix's file
+    double maxValue; // stored values above this are masked by dcm2niix
+};
+
+class VxFieldFileScanner : public ::testing::TestWithParam<ScannerSeries>
+{
+};
+
+} // namespace
+
+// dcm2niix converts a real series; we load its NIfTI, and every checked
+// pixel must sit where the DICOM header puts it (or, for a 4D series, where
+// nibabel puts dcm2niix's first volume), with its value. Then we save the
+// field and nibabel must find the same voxels in our file.
+TEST_P(VxFieldFileScanner, Dcm2niixOutputLoadsInPatientSpace)
+{
+    VX_REQUIRE_SHARED_DATA();
+    REQUIRE_NIBABEL();
+    if (!vxtest::haveProgram("dcm2niix") || !vxtest::havePythonModules({"pydicom"}))
+        GTEST_SKIP() << "dcm2niix and pydicom are needed for this test";
+    const ScannerSeries &series = GetParam();
+    const std::string in = vxtest::sharedPath(series.folder);
+    vxtest::TempDir dir;
+    std::string log;
+    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -b n -f out -o '" + dir.path().string() + "' '" +
+                                     in + "'",
+                                 &log, true),
+              0)
+        << log;
+    const std::string nii = dir.file("out.nii");
+    KcString error;
+    VxMessageCapture console; // a 4D series warns that only its first volume is loaded
+    auto f = VxFieldFile::load(nii.c_str(), &error);
+    ASSERT_TRUE(f) << error;
+
+    std::vector<WorldSample> truth;
+    if (series.dicomTruth) {
+        std::string files;
+        for (const std::string &p : vxtest::sharedDicomFiles(series.folder))
+            files += " '" + p + "'";
+        truth = runSamples("dicom-samples" + files);
+    } else {
+        truth = runSamples("samples '" + nii + "' 60");
+    }
+    expectSamplesInField(*f, truth, series.maxValue);
+
+    const std::string ours = dir.file("ours.nii.gz");
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, ours.c_str(), &error)) << error;
+    expectSamplesInField(*f, runSamples("samples '" + ours + "' 60"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    RealSeries, VxFieldFileScanner,
+    ::testing::Values(
+        // Sagittal, 42 x 64 x 5; stored 0xFFFF markers become 4095 in dcm2niix.
+        ScannerSeries{"SagittalFieldMap", "dcm_qa_sag/In/2_gre_field_mapping", true, 4095},
+        // Sagittal, head first decubitus right, 256 x 256 x 35.
+        ScannerSeries{"SagittalDecubitus", "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", true, 1e30},
+        // Oblique axial diffusion, 256 x 256 x 2 x 7, scaled to float by dcm2niix.
+        ScannerSeries{"ObliqueDiffusion4D", "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}),
+    [](const ::testing::TestParamInfo<ScannerSeries> &info) { return std::string(info.param.name); });

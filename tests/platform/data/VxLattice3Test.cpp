@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace {
@@ -164,7 +165,11 @@ INSTANTIATE_TEST_SUITE_P(
                       SwapCase{{1, 0, 2}, {3, 2, 4}, {20, 22, 10, 11, 30, 33}},
                       SwapCase{{1, 2, 0}, {3, 4, 2}, {20, 22, 30, 33, 10, 11}},
                       SwapCase{{2, 0, 1}, {4, 2, 3}, {30, 33, 10, 11, 20, 22}},
-                      SwapCase{{2, 1, 0}, {4, 3, 2}, {30, 33, 20, 22, 10, 11}}));
+                      SwapCase{{2, 1, 0}, {4, 3, 2}, {30, 33, 20, 22, 10, 11}}),
+    [](const ::testing::TestParamInfo<SwapCase> &info) {
+        const int *p = info.param.perm;
+        return "Axes" + std::to_string(p[0]) + std::to_string(p[1]) + std::to_string(p[2]);
+    });
 
 TEST(VxLattice3, SwapRejectsWhatIsNotAPermutation)
 {

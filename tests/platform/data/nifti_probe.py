@@ -6,6 +6,16 @@ probe FILE [i,j,k[,t] ...]
     and the values at the given indexes as nibabel reads them (scaled by
     scl_slope and scl_inter when those are set).
 
+samples FILE N
+    Prints JSON: N voxels of the first volume spread over the file, each as
+    [x, y, z, value] with x, y, z the voxel's LPS position in mm (nibabel's
+    RAS affine with x and y negated).
+
+dicom-samples FILE...
+    The same for DICOM images read with pydicom: a 5 x 5 grid of pixels of
+    each file, placed by ImagePositionPatient, ImageOrientationPatient and
+    PixelSpacing (LPS, mm), with their stored values.
+
 make FILE KIND
     Writes a file made by nibabel, values i + 10 j + 100 k (int16):
     ras-diag       3 x 4 x 5, RAS affine diag(2, 3, 4), offset (-90, -126, -72),
@@ -53,6 +63,39 @@ def probe(path, points):
     print(json.dumps(out))
 
 
+def samples(path, n):
+    img = nib.load(path)
+    data = np.asanyarray(img.dataobj)
+    while data.ndim > 3:
+        data = data[..., 0]
+    shape = data.shape
+    out = []
+    rng = np.random.default_rng(20240607)
+    for _ in range(n):
+        idx = tuple(int(rng.integers(0, d)) for d in shape)
+        ras = img.affine @ np.array([*idx, 1.0])
+        out.append([-ras[0], -ras[1], ras[2], data[idx].item()])
+    print(json.dumps(out))
+
+
+def dicom_samples(paths):
+    import pydicom
+
+    out = []
+    for p in paths:
+        ds = pydicom.dcmread(p)
+        ipp = np.array([float(v) for v in ds.ImagePositionPatient])
+        iop = [float(v) for v in ds.ImageOrientationPatient]
+        row_dir, col_dir = np.array(iop[:3]), np.array(iop[3:])
+        row_spacing, col_spacing = (float(v) for v in ds.PixelSpacing)
+        pixels = ds.pixel_array
+        for r in np.linspace(0, ds.Rows - 1, 5).astype(int):
+            for c in np.linspace(0, ds.Columns - 1, 5).astype(int):
+                pos = ipp + c * col_spacing * row_dir + r * row_spacing * col_dir
+                out.append([*pos.tolist(), pixels[r, c].item()])
+    print(json.dumps(out))
+
+
 def index_volume(shape, dtype=np.int16):
     i, j, k = np.meshgrid(*[np.arange(n) for n in shape], indexing="ij")
     return (i + 10 * j + 100 * k).astype(dtype)
@@ -90,6 +133,10 @@ def make(path, kind):
 def main():
     if len(sys.argv) >= 3 and sys.argv[1] == "probe":
         probe(sys.argv[2], sys.argv[3:])
+    elif len(sys.argv) == 4 and sys.argv[1] == "samples":
+        samples(sys.argv[2], int(sys.argv[3]))
+    elif len(sys.argv) >= 3 and sys.argv[1] == "dicom-samples":
+        dicom_samples(sys.argv[2:])
     elif len(sys.argv) == 4 and sys.argv[1] == "make":
         make(sys.argv[2], sys.argv[3])
     else:
