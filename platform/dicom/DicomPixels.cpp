@@ -37,33 +37,39 @@ bool readNativeFrame(const dicomStruct *d, const ByteSource &source, int frame, 
     const PixelLayout &layout = d->impl->layout;
     const uint64_t bitOffset = layout.frameBits * uint64_t(frame);
     const uint64_t frameBytes = (layout.frameBits + 7) / 8;
-    // Big endian OW values hold byte pairs swapped; 8- and 1-bit samples then
-    // need the pairs of the value restored, which means reading whole words.
-    const bool pairSwap = d->bigEndian && layout.wordValue && d->bitsAllocated <= 8;
-    const bool aligned = bitOffset % 8 == 0 && !(pairSwap && (bitOffset / 8) % 2 != 0);
-    const bool direct = aligned && d->bitsAllocated != 1 && !layout.ybr422 && !pairSwap;
+    // Big endian OW values are 16-bit words with the most significant byte
+    // first, whatever the sample size: pixel cells are packed into the words
+    // from their least significant bit on (PS3.5 8.1.1), so a 32-bit sample
+    // is its low word followed by its high word. OB values are bytes.
+    const bool wordSwap = d->bigEndian && layout.wordValue;
+    const bool sampleSwap = d->bigEndian && !layout.wordValue && d->bytesPerSample > 1;
+    const uint64_t firstByte = bitOffset / 8;
+    const bool direct = bitOffset % 8 == 0 && d->bitsAllocated != 1 && !layout.ybr422 &&
+                        !(wordSwap && (firstByte % 2 != 0 || frameBytes % 2 != 0));
 
     if (direct) {
-        if (!source.read(layout.valueOffset + bitOffset / 8, dst, size_t(frameBytes)))
+        if (!source.read(layout.valueOffset + firstByte, dst, size_t(frameBytes)))
             return fail(why, "cannot read frame " + std::to_string(frame + 1) + " of the pixel data");
-        if (d->bigEndian && d->bytesPerSample > 1)
+        if (wordSwap)
+            swapBytes(dst, size_t(frameBytes), 2);
+        else if (sampleSwap)
             swapBytes(dst, size_t(frameBytes), d->bytesPerSample);
         return true;
     }
 
-    // Read a window of whole bytes (whole words when pairs are swapped).
-    uint64_t first = bitOffset / 8;
+    // Read a window of whole bytes (whole words when words are swapped).
+    uint64_t first = firstByte;
     uint64_t last = (bitOffset + layout.frameBits + 7) / 8;
-    if (pairSwap) {
+    if (wordSwap) {
         first &= ~uint64_t(1);
         last = std::min<uint64_t>(last + (last & 1), layout.valueLength);
     }
     std::vector<unsigned char> window(size_t(last - first));
     if (!source.read(layout.valueOffset + first, window.data(), window.size()))
         return fail(why, "cannot read frame " + std::to_string(frame + 1) + " of the pixel data");
-    if (pairSwap)
+    if (wordSwap)
         swapBytes(window.data(), window.size() & ~size_t(1), 2);
-    else if (d->bigEndian && d->bytesPerSample > 1)
+    else if (sampleSwap)
         swapBytes(window.data(), window.size(), d->bytesPerSample);
 
     const size_t count = size_t(d->rows) * size_t(d->columns) * size_t(d->samplesPerPixel);

@@ -4,6 +4,12 @@
     pydicom_reference.py info FILE...      image description and native pixel hash
     pydicom_reference.py elements FILE...  every top-level element's bytes as stored
     pydicom_reference.py pixels FILE OUT   pixel bytes (little endian) written to OUT
+    pydicom_reference.py make DIR          small native test images written by pydicom,
+                                           each NAME.dcm with NAME.expected, the bytes a
+                                           decoder must produce
+    pydicom_reference.py refragment IN OUT N BOT
+                                           IN's encapsulated frames split into N fragments
+                                           each, with (BOT=1) or without a basic offset table
 
 Prints JSON on standard output. Files pydicom cannot read are reported with
 an "error" entry instead of failing the whole run.
@@ -120,6 +126,106 @@ def elements(paths):
     return out
 
 
+def make(outdir):
+    """Native images with the layouts the shared scanner files lack (colour,
+    planes, 1 and 8 and 32 bits, odd frame sizes, YBR_FULL_422), written by
+    pydicom. The expected decoded bytes come from numpy, not from the writer."""
+    import os
+    from pydicom.dataset import Dataset, FileMetaDataset
+    from pydicom.pixel_data_handlers.numpy_handler import pack_bits
+    from pydicom.uid import ExplicitVRLittleEndian, generate_uid
+
+    made = {}
+
+    def write(name, rows, cols, frames, spp, bits, photometric, pixel_bytes, expected,
+              planar=None, signed=0, stored=None):
+        meta = FileMetaDataset()
+        meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.7"
+        meta.MediaStorageSOPInstanceUID = generate_uid()
+        meta.TransferSyntaxUID = ExplicitVRLittleEndian
+        ds = Dataset()
+        ds.file_meta = meta
+        ds.is_little_endian = True
+        ds.is_implicit_VR = False
+        ds.SOPClassUID = meta.MediaStorageSOPClassUID
+        ds.SOPInstanceUID = meta.MediaStorageSOPInstanceUID
+        ds.StudyInstanceUID = generate_uid()
+        ds.SeriesInstanceUID = generate_uid()
+        ds.Modality = "OT"
+        ds.ConversionType = "WSD"
+        ds.PatientName = "Made^ByPydicom"
+        ds.PatientID = "MADE1"
+        ds.SamplesPerPixel = spp
+        ds.PhotometricInterpretation = photometric
+        if spp > 1:
+            ds.PlanarConfiguration = planar or 0
+        if frames > 1:
+            ds.NumberOfFrames = frames
+        ds.Rows = rows
+        ds.Columns = cols
+        ds.BitsAllocated = bits
+        ds.BitsStored = stored or bits
+        ds.HighBit = (stored or bits) - 1
+        ds.PixelRepresentation = signed
+        if len(pixel_bytes) % 2:
+            pixel_bytes += b"\0"
+        ds.PixelData = pixel_bytes
+        ds["PixelData"].VR = "OW" if bits > 8 else "OB"
+        path = os.path.join(outdir, name + ".dcm")
+        ds.save_as(path, write_like_original=False)
+        with open(os.path.join(outdir, name + ".expected"), "wb") as f:
+            f.write(expected)
+        made[name] = path
+
+    # RGB, 3 frames of 5x3: 45 bytes a frame (odd).
+    rgb = (np.arange(3 * 3 * 5 * 3) * 7 % 256).astype(np.uint8).reshape(3, 3, 5, 3)
+    write("rgb8", 3, 5, 3, 3, 8, "RGB", rgb.tobytes(), rgb.tobytes(), planar=0)
+    planes = np.ascontiguousarray(rgb.transpose(0, 3, 1, 2))
+    write("rgb8_planar", 3, 5, 3, 3, 8, "RGB", planes.tobytes(), planes.tobytes(), planar=1)
+    with open(os.path.join(outdir, "rgb8.planes"), "wb") as f:
+        f.write(planes.tobytes())
+
+    # A smooth 32x32 RGB picture for lossy JPEG.
+    y, x = np.mgrid[0:32, 0:32]
+    smooth = np.stack([x * 8, y * 8, (x + y) * 4], axis=-1).astype(np.uint8)
+    write("rgb8_smooth", 32, 32, 1, 3, 8, "RGB", smooth.tobytes(), smooth.tobytes(), planar=0)
+
+    # 1 bit, 3 frames of 5x3: 15 bits a frame, frames packed without gaps.
+    bitsimg = ((np.arange(45) * 5 // 3) % 2).astype(np.uint8)
+    write("mono1", 3, 5, 3, 1, 1, "MONOCHROME2", pack_bits(bitsimg), bitsimg.tobytes())
+
+    # 8 bit, 5 frames of 3x3: odd frames.
+    mono8 = (np.arange(45) * 11 % 256).astype(np.uint8)
+    write("mono8", 3, 3, 5, 1, 8, "MONOCHROME2", mono8.tobytes(), mono8.tobytes())
+
+    # Signed 16 bit with negative values.
+    signed = (np.arange(64, dtype=np.int32) * 997 - 30000).astype("<i2")
+    write("signed16", 8, 8, 1, 1, 16, "MONOCHROME2", signed.tobytes(), signed.tobytes(), signed=1)
+
+    # 32 bit, 2 frames of 4x3.
+    mono32 = (np.arange(24, dtype=np.uint64) * 0x01020305 % 2**32).astype("<u4")
+    write("mono32", 3, 4, 2, 1, 32, "MONOCHROME2", mono32.tobytes(), mono32.tobytes())
+
+    # YBR_FULL_422: Y1 Y2 Cb Cr for every two pixels; decoded as YBR_FULL.
+    ybr = np.array([[10, 20, 100, 200], [30, 40, 110, 210], [50, 60, 120, 220], [70, 80, 130, 230]],
+                   dtype=np.uint8)
+    full = np.array([[p[0], p[2], p[3], p[1], p[2], p[3]] for p in ybr], dtype=np.uint8)
+    write("ybr422", 2, 4, 1, 3, 8, "YBR_FULL_422", ybr.tobytes(), full.tobytes(), planar=0)
+    return made
+
+
+def refragment(src, dst, pieces, with_bot):
+    """Re-encapsulates the frames of a compressed file, N fragments a frame."""
+    from pydicom.encaps import encapsulate, generate_pixel_data_frame
+    ds = pydicom.dcmread(src)
+    frames = int(ds.get("NumberOfFrames", 1) or 1)
+    data = list(generate_pixel_data_frame(ds.PixelData, frames))
+    ds.PixelData = encapsulate(data, fragments_per_frame=pieces, has_bot=with_bot)
+    ds["PixelData"].is_undefined_length = True
+    ds.save_as(dst)
+    return {"frames": len(data)}
+
+
 def main():
     if len(sys.argv) < 3:
         print(__doc__, file=sys.stderr)
@@ -129,6 +235,10 @@ def main():
         json.dump(info(args), sys.stdout)
     elif mode == "elements":
         json.dump(elements(args), sys.stdout)
+    elif mode == "make":
+        json.dump(make(args[0]), sys.stdout)
+    elif mode == "refragment":
+        json.dump(refragment(args[0], args[1], int(args[2]), args[3] == "1"), sys.stdout)
     elif mode == "pixels":
         ds = pydicom.dcmread(args[0], force=True)
         with open(args[1], "wb") as f:
