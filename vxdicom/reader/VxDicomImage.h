@@ -43,6 +43,9 @@ public:
     /// order, component by component with tolerance eps.
     int compareOrientation(const VxDicomImage &other, float eps) const;
 
+    /// Moves the stored bits of samples read after the header down to bit 0,
+    /// drops the bits above them and sign-extends signed values.
+    void correctStoredBits(void *samples) const;
     /// Moves the stored bits down to bit 0 and masks them to bitsStored bits.
     void adjustHighBit(int highBit);
     /// Same correction on a caller's buffer of this image's layout.

