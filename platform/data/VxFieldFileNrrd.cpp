@@ -208,7 +208,7 @@ bool parseVectors(const std::string &s, std::vector<std::pair<bool, Vec3>> &out)
                 const std::string part =
                     inner.substr(start, comma == std::string::npos ? std::string::npos
                                                                    : comma - start);
-                if (n >= 3 || !parseDouble(part, v[n]))
+                if (n >= 3 || !parseDouble(part, v[n]) || !std::isfinite(v[n]))
                     return false;
                 ++n;
                 if (comma == std::string::npos)
@@ -895,16 +895,18 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
     const size_t needFile = samples * static_cast<size_t>(fileBytes);
     const bool convert = fileBytes != type.size();
     const bool ascii = encoding == "ascii" || encoding == "text" || encoding == "txt";
-    Buffer buffer(std::malloc(ascii ? samples * static_cast<size_t>(type.size())
-                                    : (needFile ? needFile : 1)));
-    if (!buffer)
-        return bad(KcString::format("out of memory for %zu bytes", needFile));
+    if (byteSkip < -1)
+        return bad(KcString::format("byte skip %ld is not -1 or a count", byteSkip));
+    if (encoding != "raw" && encoding != "gzip" && encoding != "gz" && !ascii)
+        return bad("encoding \"" + encoding + "\" is not supported");
 
+    // Raw samples: check that the file holds them before allocating.
+    long start = 0;
     if (encoding == "raw") {
         struct stat st;
         if (fstat(fileno(data), &st) != 0)
             return bad("cannot read the file size: " + vxfield::systemError());
-        long start = std::ftell(data);
+        start = std::ftell(data);
         if (byteSkip == -1)
             start = static_cast<long>(st.st_size) - static_cast<long>(needFile);
         else
@@ -914,11 +916,18 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
             return bad(KcString::format("the file holds %lld bytes of samples, %zu are needed",
                                         static_cast<long long>(st.st_size) - std::max(start, 0L),
                                         needFile));
+    }
+    Buffer buffer(std::malloc(ascii ? samples * static_cast<size_t>(type.size())
+                                    : (needFile ? needFile : 1)));
+    if (!buffer)
+        return bad(KcString::format("out of memory for %zu bytes", needFile));
+
+    if (encoding == "raw") {
         if (std::fseek(data, start, SEEK_SET) != 0 ||
             std::fread(buffer.get(), 1, needFile, data) != needFile)
             return bad("cannot read the samples: " + vxfield::systemError());
     } else if (encoding == "gzip" || encoding == "gz") {
-        if (byteSkip < 0)
+        if (byteSkip == -1)
             return bad("\"byte skip: -1\" needs raw encoding");
         if (!readGzip(data, byteSkip, buffer.get(), needFile, why))
             return bad(why);

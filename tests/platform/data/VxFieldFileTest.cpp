@@ -660,6 +660,13 @@ TEST(VxFieldFileNrrd, BrokenFilesFailWithAReason)
          "space directions"},
         {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\ndata file: nothere.raw\n",
          "nothere.raw"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\n"
+         "space directions: (nan,0,0) (0,1,0) (0,0,1)\n\nx",
+         "space directions"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nbyte skip: -5\n\nx", "byte skip -5"},
+        // Sizes far beyond the file fail before anything is allocated.
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 100000 100000 100000\n\nx",
+         "4000000000000000 are needed"},
     };
     for (const Case &c : cases) {
         const std::string path = dir.file("broken.nrrd");
