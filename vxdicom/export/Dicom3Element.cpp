@@ -180,7 +180,8 @@ unsigned int Dicom3Element::sliceBytes() const
     if (!rawVolume || !rawVolume->sliceDims(slicingAxis, width, height, count))
         return 0;
     return static_cast<unsigned int>(width) * static_cast<unsigned int>(height) *
-           static_cast<unsigned int>(componentsPerPixel) * static_cast<unsigned int>(primType.size());
+           static_cast<unsigned int>(componentsPerPixel) *
+           static_cast<unsigned int>(primType.size());
 }
 
 int Dicom3Element::setRawDataSlice(int k)
@@ -237,7 +238,8 @@ int Dicom3Element::setTableDataString(const QString &cellText)
     case dicom::AT: {
         // "gggg,eeee" read as decimal pairs on purpose: "0010,0020" gives
         // group 10 and element 20, not 0x0010 and 0x0020.
-        const int group = text.mid(0, 2).toInt(nullptr, 10) * 256 + text.mid(2, 2).toInt(nullptr, 10);
+        const int group =
+            text.mid(0, 2).toInt(nullptr, 10) * 256 + text.mid(2, 2).toInt(nullptr, 10);
         const int element =
             text.mid(5, 2).toInt(nullptr, 10) * 256 + text.mid(7, 2).toInt(nullptr, 10);
         return setAttributeData(static_cast<unsigned short>(group),
@@ -427,7 +429,8 @@ int Dicom3Element::write(FILE *f, dicom::enCoding enc, int sizeOnly)
             // 16-bit words held in host order, written in the encoding's order;
             // an odd trailing byte becomes one more word.
             for (int i = 0; i < valueLength; i += 2) {
-                const unsigned char pair[2] = {data[i], static_cast<unsigned char>(i + 1 < valueLength ? data[i + 1] : 0)};
+                const unsigned char pair[2] = {
+                    data[i], static_cast<unsigned char>(i + 1 < valueLength ? data[i + 1] : 0)};
                 unsigned short word = 0;
                 std::memcpy(&word, pair, sizeof word);
                 write_u16bit(enc, value + i, word);
@@ -479,8 +482,7 @@ int Dicom3Element::writeRawData(FILE *f, dicom::enCoding)
         static_cast<size_t>(primType.size()) * static_cast<size_t>(componentsPerPixel);
     const size_t slice = pixels * sampleBytes;
     // The volume's own element size decides how much extraction copies.
-    const size_t extracted =
-        pixels * static_cast<size_t>(std::max(rawVolume->elementBytes(), 0));
+    const size_t extracted = pixels * static_cast<size_t>(std::max(rawVolume->elementBytes(), 0));
     CBuffer buffer(static_cast<unsigned char *>(std::calloc(std::max(slice, extracted) + 1, 1)));
     if (!buffer)
         return -1;
@@ -607,6 +609,5 @@ void Dicom3Element::print() const
     const QByteArray letters = encodeVRString(vr).toLatin1();
     VxMessage::getTheMsg()->printf("(%4X, %4X) %2s  len(%s) = %d\n", groupId, elementId,
                                    letters.constData(),
-                                   data ? reinterpret_cast<const char *>(data) : "",
-                                   readLength);
+                                   data ? reinterpret_cast<const char *>(data) : "", readLength);
 }

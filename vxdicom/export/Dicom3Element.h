@@ -28,8 +28,7 @@ class Dicom3Element
 {
 public:
     /// The kinds of value an element holds; the numbers are fixed.
-    enum DataKind
-    {
+    enum DataKind {
         U8bit = 0,
         U16bit = 1,
         U32bit = 2,

@@ -13,7 +13,7 @@ bool dicom3ZiehmReconstruction()
 
 Dicom3Group::Dicom3Group(unsigned short id)
     : groupId(id), encoding(Dicom3Object::getArchitecture() == 0 ? dicom::EXPLICIT_LITTLE_ENDIAN
-                                                                  : dicom::EXPLICIT_BIG_ENDIAN)
+                                                                 : dicom::EXPLICIT_BIG_ENDIAN)
 {
 }
 

@@ -187,7 +187,7 @@ void Dicom3Object::createSeriesModule(float, float)
     char text[32];
     std::snprintf(text, sizeof text, "%d", seed);
     insertText(0x0020, 0x000E, dicom::UI, generateSOPInstanceUID(seed, -1)); // Series Instance UID
-    insertText(0x0020, 0x0011, dicom::IS, text);                              // Series Number
+    insertText(0x0020, 0x0011, dicom::IS, text);                             // Series Number
     if (sopClassIndex >= 0 && sopClassIndex < nSOPClasses)
         insertText(0x0008, 0x0060, dicom::CS, theModality[sopClassIndex]); // Modality
 }
@@ -223,11 +223,10 @@ void Dicom3Object::createImagePlaneModule(float dx, float dy, float dz, int slic
     std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dx, dy);
     insertText(0x0028, 0x0030, dicom::DS, text); // Pixel Spacing
     // Always axis-aligned: the field's own rotation is not carried.
-    std::snprintf(text, sizeof text, "%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f", 1.0, 0.0, 0.0,
-                  0.0, 1.0, 0.0);
+    std::snprintf(text, sizeof text, "%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f", 1.0, 0.0, 0.0, 0.0,
+                  1.0, 0.0);
     insertText(0x0020, 0x0037, dicom::DS, text); // Image Orientation (Patient)
-    std::snprintf(text, sizeof text, "%3.6f\\%3.6f\\%3.6f", position[0], position[1],
-                  position[2]);
+    std::snprintf(text, sizeof text, "%3.6f\\%3.6f\\%3.6f", position[0], position[1], position[2]);
     insertText(0x0020, 0x0032, dicom::DS, text); // Image Position (Patient)
     std::snprintf(text, sizeof text, "%3.6f", dz);
     insertText(0x0018, 0x0050, dicom::DS, text); // Slice Thickness
@@ -243,13 +242,13 @@ void Dicom3Object::createImagePixelModule(int rows, int columns, int bits, KcRaw
                               : componentsPerPixel == 4 ? "ARGB"
                                                         : "MONOCHROME2";
     insertU16(0x0028, 0x0002, static_cast<unsigned short>(componentsPerPixel)); // Samples per Pixel
-    insertText(0x0028, 0x0004, dicom::CS, photometric); // Photometric Interpretation
-    insertU16(0x0028, 0x0010, static_cast<unsigned short>(rows));       // Rows
-    insertU16(0x0028, 0x0011, static_cast<unsigned short>(columns));    // Columns
-    insertU16(0x0028, 0x0100, static_cast<unsigned short>(bits));       // Bits Allocated
-    insertU16(0x0028, 0x0101, static_cast<unsigned short>(bits));       // Bits Stored
-    insertU16(0x0028, 0x0102, static_cast<unsigned short>(bits - 1));   // High Bit
-    insertU16(0x0028, 0x0103, dataMinimum < 0.0f ? 1 : 0);             // Pixel Representation
+    insertText(0x0028, 0x0004, dicom::CS, photometric);               // Photometric Interpretation
+    insertU16(0x0028, 0x0010, static_cast<unsigned short>(rows));     // Rows
+    insertU16(0x0028, 0x0011, static_cast<unsigned short>(columns));  // Columns
+    insertU16(0x0028, 0x0100, static_cast<unsigned short>(bits));     // Bits Allocated
+    insertU16(0x0028, 0x0101, static_cast<unsigned short>(bits));     // Bits Stored
+    insertU16(0x0028, 0x0102, static_cast<unsigned short>(bits - 1)); // High Bit
+    insertU16(0x0028, 0x0103, dataMinimum < 0.0f ? 1 : 0);            // Pixel Representation
 
     auto pixels =
         std::make_unique<Dicom3Element>(0x7FE0, 0x0010, bits <= 8 ? dicom::OB : dicom::OW);

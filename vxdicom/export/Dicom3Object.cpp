@@ -117,10 +117,14 @@ Dicom3Element *Dicom3Object::findElement(unsigned short groupId, unsigned short 
 float Dicom3Object::getVoxelSize(int axis) const
 {
     switch (axis) {
-    case 0: return voxelSizeX;
-    case 1: return voxelSizeY;
-    case 2: return voxelSizeZ;
-    default: return 0.0f;
+    case 0:
+        return voxelSizeX;
+    case 1:
+        return voxelSizeY;
+    case 2:
+        return voxelSizeZ;
+    default:
+        return 0.0f;
     }
 }
 
@@ -168,13 +172,27 @@ int Dicom3Object::generate()
     createHeaderAndMeta();
     // 7. One builder per supported storage class.
     switch (sopClassIndex) {
-    case 0: createCRObjectFromField(); break;
-    case 1: createCTObjectFromField(); break;
-    case 2: createMRObjectFromField(); break;
-    case 3: createNMObjectFromField(); break;
-    case 4: createSCObjectFromField(); break;
-    case 9: createUSObjectFromField(); break;
-    case 10: createUS_MULTI_FRAMEObjectFromField(); break;
+    case 0:
+        createCRObjectFromField();
+        break;
+    case 1:
+        createCTObjectFromField();
+        break;
+    case 2:
+        createMRObjectFromField();
+        break;
+    case 3:
+        createNMObjectFromField();
+        break;
+    case 4:
+        createSCObjectFromField();
+        break;
+    case 9:
+        createUSObjectFromField();
+        break;
+    case 10:
+        createUS_MULTI_FRAMEObjectFromField();
+        break;
     default:
         msg->printf("Dicom3Object:: unsupported SOP Class.\n");
         return -1;
@@ -240,8 +258,7 @@ int Dicom3Object::insertElement(Dicom3Element *e, int)
         auto byGroup = [](const std::unique_ptr<Dicom3Group> &a, const Dicom3Group *b) {
             return Dicom3Group::compareGroupId(a.get(), b) < 0;
         };
-        groups.insert(std::lower_bound(groups.begin(), groups.end(), g, byGroup),
-                      std::move(group));
+        groups.insert(std::lower_bound(groups.begin(), groups.end(), g, byGroup), std::move(group));
         created = true;
     }
     const int result = g->insertElement(e);

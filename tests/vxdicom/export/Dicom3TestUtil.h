@@ -23,9 +23,8 @@ using Bytes = std::vector<unsigned char>;
 
 /// A uniform field of n0 x n1 x n2 samples copied from values, spanning bbox.
 template <typename T>
-std::unique_ptr<VxUniformScalarField3> uniformField(const int dims[3], KcPrimType type,
-                                                    const std::vector<T> &values,
-                                                    const float bbox[6])
+std::unique_ptr<VxUniformScalarField3>
+uniformField(const int dims[3], KcPrimType type, const std::vector<T> &values, const float bbox[6])
 {
     void *data = std::malloc(values.size() * sizeof(T));
     std::memcpy(data, values.data(), values.size() * sizeof(T));
@@ -97,9 +96,9 @@ inline std::vector<Element> walk(const Bytes &bytes)
                 ADD_FAILURE() << "long header cut at " << p;
                 return out;
             }
-            e.length = static_cast<uint32_t>(bytes[p + 8] | (bytes[p + 9] << 8) |
-                                             (bytes[p + 10] << 16) |
-                                             (static_cast<uint32_t>(bytes[p + 11]) << 24));
+            e.length =
+                static_cast<uint32_t>(bytes[p + 8] | (bytes[p + 9] << 8) | (bytes[p + 10] << 16) |
+                                      (static_cast<uint32_t>(bytes[p + 11]) << 24));
             p += 12;
         } else {
             e.length = static_cast<uint32_t>(bytes[p + 6] | (bytes[p + 7] << 8));

@@ -51,8 +51,7 @@ std::vector<QJsonObject> pydicomCheck(const std::string &dtype, const std::strin
 {
     std::string out;
     const int rc = vxtest::runCommand(std::string(VX_PYTHON) + " " + quote(checkScript) +
-                                          " check " + dtype + " " + quote(raw) +
-                                          joinQuoted(files),
+                                          " check " + dtype + " " + quote(raw) + joinQuoted(files),
                                       &out, true);
     EXPECT_EQ(rc, 0) << out;
     std::vector<QJsonObject> objects;
@@ -198,22 +197,21 @@ TEST_P(Dicom3Tools, EveryToolReadsEveryFileAndPydicomSeesTheSlices)
     EXPECT_EQ(instances.size(), 3u) << "each slice has its own SOP instance UID";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    AllBuildersAndSampleTypes, Dicom3Tools,
-    testing::ValuesIn([] {
-        std::vector<Case> cases;
-        const std::pair<int, const char *> builders[] = {{0, "CR"}, {1, "CT"}, {2, "MR"},
-                                                         {3, "NM"}, {4, "SC"}, {9, "US"},
-                                                         {10, "USMultiFrame"}};
-        const std::pair<KcPrimType::Id, const char *> types[] = {
-            {KcPrimType::UInt8, "uint8"}, {KcPrimType::Int16, "int16"},
-            {KcPrimType::UInt16, "uint16"}};
-        for (const auto &[index, name] : builders)
-            for (const auto &[type, dtype] : types)
-                cases.push_back({index, name, KcPrimType(type), dtype});
-        return cases;
-    }()),
-    caseName);
+INSTANTIATE_TEST_SUITE_P(AllBuildersAndSampleTypes, Dicom3Tools, testing::ValuesIn([] {
+                             std::vector<Case> cases;
+                             const std::pair<int, const char *> builders[] = {
+                                 {0, "CR"}, {1, "CT"}, {2, "MR"},           {3, "NM"},
+                                 {4, "SC"}, {9, "US"}, {10, "USMultiFrame"}};
+                             const std::pair<KcPrimType::Id, const char *> types[] = {
+                                 {KcPrimType::UInt8, "uint8"},
+                                 {KcPrimType::Int16, "int16"},
+                                 {KcPrimType::UInt16, "uint16"}};
+                             for (const auto &[index, name] : builders)
+                                 for (const auto &[type, dtype] : types)
+                                     cases.push_back({index, name, KcPrimType(type), dtype});
+                             return cases;
+                         }()),
+                         caseName);
 
 TEST(Dicom3ToolsRealData, RealCTSlicesSurviveExportUnchanged)
 {
@@ -251,8 +249,7 @@ TEST(Dicom3ToolsRealData, RealCTSlicesSurviveExportUnchanged)
     object.setSOPClassIndex(1);
     ASSERT_EQ(object.generate(), 1);
     QStringList files;
-    ASSERT_EQ(writeDicom3Slices(object, QString::fromStdString(temp.file("out")), "CT", &files),
-              3);
+    ASSERT_EQ(writeDicom3Slices(object, QString::fromStdString(temp.file("out")), "CT", &files), 3);
     expectToolsReadEveryFile(files);
     const std::vector<QJsonObject> seen = pydicomCheck("uint16", raw, files);
     ASSERT_EQ(seen.size(), 3u);
@@ -280,8 +277,7 @@ TEST(Dicom3ToolsColour, RGBImageWithUserPlanarConfigurationIsReadAsInterleavedCo
     ASSERT_EQ(object.insertParamAsElement(&planar), 1);
     vxtest::TempDir temp;
     QStringList files;
-    ASSERT_EQ(writeDicom3Slices(object, QString::fromStdString(temp.file("rgb")), "SC", &files),
-              1);
+    ASSERT_EQ(writeDicom3Slices(object, QString::fromStdString(temp.file("rgb")), "SC", &files), 1);
     expectToolsReadEveryFile(files);
     const std::string raw = temp.file("rgb.raw");
     vxtest::writeFileBytes(raw, rgb);
@@ -294,4 +290,63 @@ TEST(Dicom3ToolsColour, RGBImageWithUserPlanarConfigurationIsReadAsInterleavedCo
     EXPECT_EQ(shape[2].toInt(), 3);
     EXPECT_EQ(seen[0]["sopClass"].toString(), "1.2.840.10008.5.1.4.1.1.7");
     EXPECT_EQ(seen[0]["modality"].toString(), "SC");
+}
+
+TEST(Dicom3ToolsGeometry, Dcm2niixRebuildsTheVolumeWithItsVoxelSizeAndPosition)
+{
+    std::string missing;
+    if (!haveTools(&missing))
+        GTEST_SKIP() << missing << " is not installed";
+    if (!vxtest::haveProgram("dcm2niix") || !vxtest::havePythonModules({"nibabel"}))
+        GTEST_SKIP() << "dcm2niix and nibabel are needed";
+
+    // 7 x 5 x 4 signed words, voxel 0.5 x 0.5 x 2 mm, first voxel at (-3, -1, 10).
+    // Square pixels: Pixel Spacing is written as x then y, where DICOM reads
+    // row spacing (y) first, so other readers swap unequal in-plane sizes.
+    const int dims[3] = {7, 5, 4};
+    std::vector<short> values(7 * 5 * 4);
+    for (size_t i = 0; i < values.size(); ++i)
+        values[i] = static_cast<short>(static_cast<int>(i) * 13 - 500);
+    const float bbox[6] = {-3.f, 0.f, -1.f, 1.f, 10.f, 16.f};
+    auto field = uniformField(dims, KcPrimType::Int16, values, bbox);
+    Dicom3Object object(field.get());
+    object.setSOPClassIndex(1);
+    ASSERT_EQ(object.generate(), 1);
+    vxtest::TempDir temp;
+    ASSERT_EQ(writeDicom3Slices(object, QString::fromStdString(temp.file("dcm"))), 4);
+
+    fs::create_directory(temp.path() / "nii");
+    std::string out;
+    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f volume -o " + quote(temp.file("nii")) + " " +
+                                     quote(temp.file("dcm")),
+                                 &out, true),
+              0)
+        << out;
+    const std::string raw = temp.file("volume.raw");
+    vxtest::writeFileBytes(raw, Bytes(reinterpret_cast<const unsigned char *>(values.data()),
+                                      reinterpret_cast<const unsigned char *>(values.data()) +
+                                          values.size() * sizeof(short)));
+    out.clear();
+    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + quote(checkScript) + " nifti " +
+                                     quote(temp.file("nii/volume.nii")) + " int16 " + quote(raw) +
+                                     " 7 5 4",
+                                 &out, true),
+              0)
+        << out;
+    const QJsonObject nii = QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
+    EXPECT_EQ(nii["shape"].toArray(), QJsonArray({7, 5, 4})) << out;
+    EXPECT_EQ(nii["zooms"].toArray(), QJsonArray({0.5, 0.5, 2.0})) << out;
+    EXPECT_TRUE(nii["samplesEqual"].toBool()) << "one volume, no slice lost or reordered";
+    // DICOM's patient frame (LPS) becomes RAS: x and y change sign, and the
+    // rows are stored bottom-up, so y starts at the last row: -(-1 + 4 * 0.5).
+    const QJsonArray expectedAffine = {QJsonArray({-0.5, 0.0, 0.0, 3.0}),
+                                       QJsonArray({0.0, 0.5, 0.0, -1.0}),
+                                       QJsonArray({0.0, 0.0, 2.0, 10.0})};
+    const QJsonArray affine = nii["affine"].toArray();
+    ASSERT_EQ(affine.size(), 3) << out;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 4; ++c)
+            EXPECT_NEAR(affine[r].toArray()[c].toDouble(),
+                        expectedAffine[r].toArray()[c].toDouble(), 1e-5)
+                << "affine[" << r << "][" << c << "] in " << out;
 }

@@ -8,6 +8,12 @@ check DTYPE RAW FILE...
     object per file with the attributes the tests look at. Exits 1 with a
     message on the first file that cannot be read or whose pixels differ.
 
+nifti NII DTYPE RAW COLUMNS ROWS SLICES
+    Loads a NIfTI file made from written files (by dcm2niix) with nibabel and
+    prints one JSON object with its shape, voxel size and affine, and whether
+    its samples equal RAW read as a volume of SLICES x ROWS x COLUMNS (rows
+    run the other way in NIfTI's frame).
+
 extract OUT FILE...
     Writes the stored pixel values of every FILE to OUT, slice after slice, as
     uint16 or int16 (whichever the first file uses), and prints one JSON
@@ -76,7 +82,23 @@ def extract(out, files):
     return 0
 
 
+def nifti(path, dtype, raw, columns, rows, slices):
+    import nibabel
+    image = nibabel.load(path)
+    data = np.asanyarray(image.dataobj)
+    expected = np.fromfile(raw, dtype=np.dtype(dtype)).reshape(slices, rows, columns)
+    same = data.shape == (columns, rows, slices) and np.array_equal(
+        data[:, ::-1, :].transpose(2, 1, 0).astype(np.int64), expected.astype(np.int64))
+    print(json.dumps({"shape": list(data.shape),
+                      "zooms": [float(z) for z in image.header.get_zooms()],
+                      "affine": [[float(v) for v in row] for row in image.affine[:3]],
+                      "samplesEqual": bool(same)}))
+    return 0
+
+
 def main(argv):
+    if len(argv) == 8 and argv[1] == "nifti":
+        return nifti(argv[2], argv[3], argv[4], int(argv[5]), int(argv[6]), int(argv[7]))
     if len(argv) >= 4 and argv[1] == "check":
         return check(argv[2], argv[3], argv[4:])
     if len(argv) >= 4 and argv[1] == "extract":
