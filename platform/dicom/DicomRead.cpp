@@ -157,15 +157,16 @@ const SyntaxRow *findSyntax(const std::string &uid)
 }
 
 // A file without the "DICM" preamble is taken for a bare data set only when
-// it starts like one: a tag of the command, meta, directory or identifying
-// group followed by an explicit VR or a plausible implicit length.
+// it starts like one: a tag of the meta or the identifying group (every
+// image has (0008,0016) SOP Class UID) followed by an explicit VR or a
+// plausible implicit length.
 bool looksLikeDataSet(const unsigned char *p, size_t n, uint64_t size)
 {
     if (n < 8)
         return false;
     for (bool big : {false, true}) {
         const uint16_t group = dicomRead16bit(p, big);
-        if (group != 0x0000 && group != 0x0002 && group != 0x0004 && group != 0x0008)
+        if (group != 0x0002 && group != 0x0008)
             continue;
         if (p[4] >= 'A' && p[4] <= 'Z' && p[5] >= 'A' && p[5] <= 'Z')
             return true;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <thread>
 
 namespace {
 
@@ -198,9 +199,10 @@ TEST_F(SharedFiles, ElementBytesAreTheFileBytes)
 // dcm_qa_ts: one image in nine transfer syntaxes (README: 1 explicit LE,
 // 2 implicit LE, 3 explicit BE, 4 RLE, 5+6 JPEG lossless, 7+8 JPEG-LS,
 // 9 JPEG 2000 lossless); the decoded pixels are identical.
-class TransferSyntaxSet : public SharedFiles
+class TransferSyntaxSet : public ::testing::Test
 {
 protected:
+    void SetUp() override { VX_REQUIRE_SHARED_DATA(); }
     static std::string file(int n) { return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm"); }
 };
 
@@ -300,6 +302,39 @@ TEST_F(TransferSyntaxSet, ElementTextDoesNotDependOnTheEncoding)
         }
     }
     EXPECT_GT(compared, 150);
+}
+
+} // namespace
+
+namespace {
+
+// The reader may run on a worker thread while another thread reads too.
+TEST_F(TransferSyntaxSet, FilesAreReadOnSeveralThreadsAtOnce)
+{
+    std::vector<std::string> serial(9);
+    for (int n = 1; n <= 9; ++n) {
+        DicomPtr d = dicomtest::read(file(n), false);
+        ASSERT_TRUE(d);
+        serial[size_t(n - 1)] = dicomtest::sha256(dicomtest::fullPixels(*d));
+    }
+    std::vector<std::string> parallel(9 * 4);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t, &parallel] {
+            for (int n = 1; n <= 9; ++n) {
+                DicomPtr d = dicomtest::read(file(1 + (n + t) % 9), false);
+                if (d)
+                    parallel[size_t(t * 9 + (n + t) % 9)] = dicomtest::sha256(dicomtest::fullPixels(*d));
+                if (d)
+                    dicom::dicomGetById(d.get(), 0x0010, 0x0010);
+                dicom::dicomDictionaryName(0x0020, uint16_t(0x1041 + n));
+            }
+        });
+    for (std::thread &t : threads)
+        t.join();
+    for (int t = 0; t < 4; ++t)
+        for (int n = 0; n < 9; ++n)
+            EXPECT_EQ(parallel[size_t(t * 9 + n)], serial[size_t(n)]) << "thread " << t << " file " << n + 1;
 }
 
 } // namespace
