@@ -33,7 +33,10 @@ bool fail(KcString *error, const char *verb, const char *path, const KcString &w
 void quietNifti()
 {
     static std::once_flag once;
-    std::call_once(once, [] { nifti_set_debug_level(0); });
+    std::call_once(once, [] {
+        nifti_set_debug_level(0);
+        nifti_set_allow_upper_fext(1);
+    });
 }
 
 // NIfTI-1 datatype of a field's samples, or 0.
@@ -69,6 +72,8 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
     const char *verb = "saving";
     if (!path || !*path)
         return fail(error, verb, path, "no file name");
+    if (VxFieldFile::formatOf(path) != VxFieldFile::Nifti)
+        return fail(error, verb, path, "not a NIfTI file name (.nii or .nii.gz)");
     if (fields.isEmpty())
         return fail(error, verb, path, "no field to save");
     for (int t = 0; t < fields.size(); ++t)

@@ -56,9 +56,13 @@ public:
 
     /// Makes old axes i, j, k the new axes 0, 1, 2 (a permutation of 0, 1, 2),
     /// moving samples, dimensions and the box with them. A stacked lattice can
-    /// only swap axes 0 and 1 (k must be 2); returns false otherwise.
+    /// only swap axes 0 and 1 (k must be 2); returns false otherwise. Needs
+    /// one temporary copy of the samples (false, unchanged, when it cannot be
+    /// allocated).
     bool swapDims(int i, int j, int k);
-    /// Reverses the sample order along an axis (the box stays).
+    /// Reverses the sample order along an axis (the box stays), in place.
+    /// The slice coordinates of a stacked lattice stay too. An axis outside
+    /// 0..2 is ignored.
     void mirror(int axis);
 
     /// Marks the coordinates as changed; the mark counts calls.

@@ -41,7 +41,9 @@ private:
     int index = -1;
 };
 
-/// Declares the type-system members of a class: in the class body.
+/// Declares the type-system members of a class: in the class body, whose
+/// base must be VxCompModule or derive from it. It leaves the access at
+/// private, so write `public:` after it.
 #define VX_TYPE_HEADER(Class)                                                                      \
 public:                                                                                            \
     static VxTypeId getClassTypeId();                                                              \

@@ -452,6 +452,21 @@ TEST(VxFieldFileNifti, BrokenFilesFailWithAReason)
     EXPECT_NE(error.find("save as NRRD"), std::string::npos) << error;
     EXPECT_FALSE(VxFieldFile::save(*f, dir.file("a.tiff").c_str(), &error));
     EXPECT_NE(error.find("unknown file type"), std::string::npos) << error;
+    EXPECT_FALSE(VxFieldFile::saveNifti(*f, dir.file("noext").c_str(), &error));
+    EXPECT_NE(error.find("not a NIfTI file name"), std::string::npos) << error;
+    EXPECT_FALSE(std::filesystem::exists(dir.file("noext")));
+
+    // Upper-case endings are NIfTI too, and the file keeps its name.
+    const std::string upper = dir.file("UPPER.NII.GZ");
+    ASSERT_TRUE(VxFieldFile::save(*f, upper.c_str(), &error)) << error;
+    int named = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(dir.path()))
+        named += entry.path().filename().string().rfind("UPPER", 0) == 0;
+    EXPECT_EQ(named, 1);
+    EXPECT_EQ(vxtest::readFileBytes(upper)[0], 0x1f) << "gzip magic";
+    auto back = VxFieldFile::load(upper.c_str(), &error);
+    ASSERT_TRUE(back) << error;
+    EXPECT_EQ(sampleAt<int16_t>(*back, 7, 7, 7), 777);
 }
 
 // ------------------------------------------------------------------- NRRD
