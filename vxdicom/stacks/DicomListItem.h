@@ -27,8 +27,7 @@ public:
     /// (0020,1041) and Instance Number (0020,0013) come from the image record;
     /// any other element is its value text in the file's header, empty when
     /// absent.
-    static QString getText(const VxDicomImage *image, int group, int element,
-                           const QString &label);
+    static QString getText(const VxDicomImage *image, int group, int element, const QString &label);
 
     /// Stores getText of the element under the column's header label as the
     /// column's own text (the display still follows the options).

@@ -325,7 +325,8 @@ void DicomListView::appendColumn(int group, int element, const QString &label)
     for (DicomStackItem *stack : stacks)
         for (int i = 0; i < stack->childCount(); ++i)
             if (stack->child(i)->type() == DicomListItem::Type)
-                static_cast<DicomListItem *>(stack->child(i))->setColumnText(group, element, column);
+                static_cast<DicomListItem *>(stack->child(i))
+                    ->setColumnText(group, element, column);
 }
 
 void DicomListView::removeColumnSection(int section)
@@ -381,7 +382,8 @@ bool DicomListView::columnIsObsolete(int section) const
         return true;
     const DicomLoadOption &option = *options[section - 1];
     const QString label = option.name.toQString();
-    const QString reference = DicomListItem::getText(images[0], option.group, option.element, label);
+    const QString reference =
+        DicomListItem::getText(images[0], option.group, option.element, label);
     for (int i = 1; i < images.size(); ++i)
         if (DicomListItem::getText(images[i], option.group, option.element, label) != reference)
             return false;

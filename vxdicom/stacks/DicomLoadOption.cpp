@@ -49,12 +49,18 @@ void DicomLoadOption::getOption(int n, Id &id, KcString &text) const
 KcString DicomLoadOption::description(int id)
 {
     switch (id) {
-    case Ignore: return "ignore";
-    case Constant: return "constant";
-    case Monotonic: return "monotonic";
-    case StrictlyMonotonic: return "strictly monot.";
-    case Linear: return "linear";
-    default: return "unused";
+    case Ignore:
+        return "ignore";
+    case Constant:
+        return "constant";
+    case Monotonic:
+        return "monotonic";
+    case StrictlyMonotonic:
+        return "strictly monot.";
+    case Linear:
+        return "linear";
+    default:
+        return "unused";
     }
 }
 
@@ -101,7 +107,12 @@ bool DicomLoadOption::fromString(const KcString &text)
 
 KcDArray<DicomLoadOption *> defaultDicomLoadOptions()
 {
-    struct Row { int group, element; DicomLoadOption::Id value; int options; };
+    struct Row
+    {
+        int group, element;
+        DicomLoadOption::Id value;
+        int options;
+    };
     const bool stereotaxis = std::getenv("ZENTA_MHT_STEREOTAXIS") != nullptr;
     const bool ziehm = std::getenv("ZENTA_ZIEHM_RECONSTRUCTION") != nullptr;
     const Row rows[] = {
@@ -141,7 +152,8 @@ KcDArray<DicomLoadOption *> dicomLoadOptionsFromString(const KcString &text)
     KcDArray<DicomLoadOption *> list;
     if (text.size() < 2)
         return list;
-    const QString inner = QString::fromUtf8(text.data() + 1, static_cast<qsizetype>(text.size()) - 2);
+    const QString inner =
+        QString::fromUtf8(text.data() + 1, static_cast<qsizetype>(text.size()) - 2);
     for (const QString &part : inner.split("><", Qt::SkipEmptyParts)) {
         auto *option = new DicomLoadOption();
         if (option->fromString(KcString::fromQString(part)))

@@ -28,8 +28,7 @@ float toFloat(const QString &text)
 } // namespace
 
 DicomStackDialog::DicomStackDialog(QWidget *parent)
-    : QxDialog(parent, "DicomStackDialog", true),
-      stepText(QString::number(1.0, 'g', 6)),
+    : QxDialog(parent, "DicomStackDialog", true), stepText(QString::number(1.0, 'g', 6)),
       frameStyle(QFrame::StyledPanel | QFrame::Sunken)
 {
     setObjectName(QStringLiteral("DicomStackDialog"));

@@ -164,8 +164,7 @@ bool DicomStackItem::accept(DicomListItem *item, const KcDArray<DicomLoadOption 
     return loadOptionTest(item, options);
 }
 
-bool DicomStackItem::loadOptionTest(DicomListItem *item,
-                                    const KcDArray<DicomLoadOption *> &options)
+bool DicomStackItem::loadOptionTest(DicomListItem *item, const KcDArray<DicomLoadOption *> &options)
 {
     for (int k = 0; k < options.size(); ++k) {
         if (!options[k])

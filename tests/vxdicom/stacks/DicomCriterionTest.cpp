@@ -42,7 +42,12 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
     };
     const Row rows[] = {
         {O::StrictlyMonotonic, "slice location", "3", {"2", "1"}, true, "load order 1, 2, 3"},
-        {O::StrictlyMonotonic, "slice location", "3", {"1", "2"}, false, "load order 2, 1, 3 reverses"},
+        {O::StrictlyMonotonic,
+         "slice location",
+         "3",
+         {"1", "2"},
+         false,
+         "load order 2, 1, 3 reverses"},
         {O::StrictlyMonotonic, "slice location", "2", {"2", "1"}, false, "a repeat"},
         {O::StrictlyMonotonic, "slice location", "2", {"1"}, true, "one stack value: any change"},
         {O::StrictlyMonotonic, "slice location", "1.0", {"1"}, false, "numerically equal texts"},
@@ -58,9 +63,18 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
         {O::Linear, "slice location", "1", {"1", "1"}, true, "both steps 0"},
         {O::Linear, "slice location", "2", {"1", "1"}, false, "zero older step, non-zero newer"},
         {O::Linear, "slice location", "1", {"1", "2"}, false, "zero newer step, non-zero older"},
-        {O::Linear, "Slice Location", "-1.019", {"0", "1"}, false,
+        {O::Linear,
+         "Slice Location",
+         "-1.019",
+         {"0", "1"},
+         false,
          "the relative rule needs the exact lower-case name"},
-        {O::Linear, "instance number", "3.0000001", {"2", "1"}, true, "absolute 1e-6 for other names"},
+        {O::Linear,
+         "instance number",
+         "3.0000001",
+         {"2", "1"},
+         true,
+         "absolute 1e-6 for other names"},
         {O::Linear, "instance number", "3.01", {"2", "1"}, false, "absolute 1e-6 for other names"},
         {O::Linear, "x", "c", {"b", "a"}, true, "text steps compare by their signs"},
         {O::Constant, "x", "1.0", {"1"}, true, "both numeric and equal"},
@@ -72,8 +86,9 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
     };
     for (const Row &r : rows) {
         const DicomLoadOption option(32, 4161, r.policy, r.name, 31);
-        EXPECT_EQ(isOptionSatisfied(QString::fromLatin1(r.candidate), values(r.stack), option, 0.02f),
-                  r.pass)
+        EXPECT_EQ(
+            isOptionSatisfied(QString::fromLatin1(r.candidate), values(r.stack), option, 0.02f),
+            r.pass)
             << r.why << " (" << r.candidate << ")";
     }
 }
@@ -93,7 +108,8 @@ TEST(CriterionRule, LinearToleranceIsTheStacksSharedTolerance)
 
 TEST(StackChecks, MonotonousNeedsOneDirectionWithoutRepeats)
 {
-    EXPECT_TRUE(slicesAreMonotonous(locations({1, 1}))) << "two equal locations count as monotonous";
+    EXPECT_TRUE(slicesAreMonotonous(locations({1, 1})))
+        << "two equal locations count as monotonous";
     EXPECT_FALSE(slicesAreMonotonous(locations({1, 1, 2}))) << "first step is zero";
     EXPECT_FALSE(slicesAreMonotonous(locations({1, 2, 2}))) << "a later step is zero";
     EXPECT_TRUE(slicesAreMonotonous(locations({3, 2, 1}))) << "descending is monotonous";

@@ -139,8 +139,7 @@ TEST_F(ListView, CleanupKeepsFileNameLoadIndexAndSliceLocation)
     EXPECT_EQ(stacktest::columnLabels(view),
               (QStringList{"image stack", "slice location", "file name", "load index"}));
     EXPECT_EQ(optionNames(view), (QStringList{"slice location", "file name", "load index"}));
-    EXPECT_EQ(view.columnWidth(1),
-              view.fontMetrics().horizontalAdvance("slice location") + 40);
+    EXPECT_EQ(view.columnWidth(1), view.fontMetrics().horizontalAdvance("slice location") + 40);
 }
 
 TEST_F(ListView, ClearColumnsAndOptionsKeepsTheFirstTwoPositions)
@@ -170,7 +169,8 @@ TEST_F(ListView, OptionsAndColumnsAreAddedAndRemovedByName)
 
     view.addLoadOption(-1, -1, "7");
     view.addLoadOption(0x0020, 0x0013, "1");
-    EXPECT_EQ(view.loadOptions().size(), before) << "pseudo-elements and known elements are ignored";
+    EXPECT_EQ(view.loadOptions().size(), before)
+        << "pseudo-elements and known elements are ignored";
 
     view.addLoadOption(0x0018, 0x0050, " 2.5 ");
     view.addLoadOption(0x0008, 0x0060, "CT");

@@ -28,8 +28,8 @@ struct OutOfOrderStack
 {
     OutOfOrderStack()
         : files({vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10"),
-                  vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I20"),
-                  vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I30")})
+                 vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I20"),
+                 vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I30")})
     {
         const float made[3] = {20, 30, 10}; // appended rows go first: 10, 30, 20
         for (size_t i = 0; i < files.files.size(); ++i) {

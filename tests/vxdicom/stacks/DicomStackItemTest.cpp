@@ -52,8 +52,10 @@ TEST(StackItemGeometry, EachDifferencePrintsItsStackBreakLine)
         {"stack break: height is differing", [](VxDicomImage &i) { i.height = 256; }},
         {"stack break: size is differing", [](VxDicomImage &i) { i.dataSize /= 2; }},
         {"stack break: primType is differing", [](VxDicomImage &i) { i.isSigned = !i.isSigned; }},
-        {"stack break: samplesPerPixel is differing", [](VxDicomImage &i) { i.samplesPerPixel = 3; }},
-        {"stack break: xPixelSizeMM is differing", [](VxDicomImage &i) { i.pixelSpacing[0] += 0.0001f; }},
+        {"stack break: samplesPerPixel is differing",
+         [](VxDicomImage &i) { i.samplesPerPixel = 3; }},
+        {"stack break: xPixelSizeMM is differing",
+         [](VxDicomImage &i) { i.pixelSpacing[0] += 0.0001f; }},
         {"stack break: yPixelSizeMM is differing", [](VxDicomImage &i) { i.pixelSpacing[1] *= 2; }},
     };
     for (const Row &row : rows) {
@@ -64,7 +66,8 @@ TEST(StackItemGeometry, EachDifferencePrintsItsStackBreakLine)
         DicomListItem candidate(files.files[1]->images[0]);
         VxMessageCapture console;
         EXPECT_FALSE(stack.accept(&candidate, {})) << row.message;
-        EXPECT_EQ(console.text(), std::string(row.message) + "\n") << "one line, the first difference";
+        EXPECT_EQ(console.text(), std::string(row.message) + "\n")
+            << "one line, the first difference";
         EXPECT_EQ(candidate.breakOption, -1) << "geometry breaks leave no criterion mark";
     }
 }
@@ -95,7 +98,8 @@ TEST(StackItemCriteria, FirstFailingOptionIsMarkedOnStackAndItem)
     LoadedFiles files(ctSlices(2)); // I10 I20 I30 I10 I20 I30
     ASSERT_EQ(files.size(), 6);
     DicomLoadOption patient(0x0010, 0x0010, DicomLoadOption::Constant, "patient name", 3);
-    DicomLoadOption instance(0x0020, 0x0013, DicomLoadOption::StrictlyMonotonic, "instance number", 31);
+    DicomLoadOption instance(0x0020, 0x0013, DicomLoadOption::StrictlyMonotonic, "instance number",
+                             31);
     const KcDArray<DicomLoadOption *> options = {&patient, nullptr, &instance};
 
     DicomStackItem stack(files.files[0]->images[0]); // instance 1
@@ -105,7 +109,8 @@ TEST(StackItemCriteria, FirstFailingOptionIsMarkedOnStackAndItem)
 
     DicomListItem repeat(files.files[4]->images[0]); // instance 2 again
     EXPECT_FALSE(stack.accept(&repeat, options));
-    EXPECT_EQ(stack.breakOption, 2) << "list index of the failing option; the null entry is skipped";
+    EXPECT_EQ(stack.breakOption, 2)
+        << "list index of the failing option; the null entry is skipped";
     EXPECT_EQ(repeat.breakOption, 2);
 
     DicomListItem back(files.files[3]->images[0]); // instance 1 after 1, 2
