@@ -18,6 +18,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -106,6 +107,11 @@ struct Case
     KcPrimType type;
     const char *dtype;
 };
+
+void PrintTo(const Case &c, std::ostream *os)
+{
+    *os << c.builder << " " << c.dtype;
+}
 
 std::string caseName(const testing::TestParamInfo<Case> &info)
 {
