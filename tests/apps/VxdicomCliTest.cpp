@@ -1,0 +1,170 @@
+// The vxdicom command line, run as users run it.
+
+#include "tests/support/TestSupport.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace {
+
+struct Outcome
+{
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string quote(const std::string &s)
+{
+    std::string q = "'";
+    for (char c : s)
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+Outcome run(const std::string &arguments)
+{
+    vxtest::TempDir dir;
+    const std::string errFile = dir.file("stderr");
+    Outcome r;
+    r.status = vxtest::runCommand(quote(VXDICOM_BINARY) + " " + arguments + " 2>" + quote(errFile), &r.out);
+    const std::vector<unsigned char> err = vxtest::readFileBytes(errFile);
+    r.err.assign(err.begin(), err.end());
+    return r;
+}
+
+bool contains(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+TEST(VxdicomCommand, HelpIsOnStandardOutput)
+{
+    for (const char *args : {"--help", "-h", "help"}) {
+        const Outcome r = run(args);
+        EXPECT_EQ(r.status, 0) << args;
+        EXPECT_TRUE(contains(r.out, "usage: vxdicom COMMAND")) << args;
+        EXPECT_TRUE(contains(r.out, "info")) << args;
+        EXPECT_EQ(r.err, "") << args;
+    }
+    for (const char *args : {"info --help", "help info", "info -h", "info FILE --help"}) {
+        const Outcome r = run(args);
+        EXPECT_EQ(r.status, 0) << args;
+        EXPECT_TRUE(contains(r.out, "usage: vxdicom info FILE...")) << args;
+        EXPECT_TRUE(contains(r.out, "1.2.840.10008.1.2.4.90")) << "lists the transfer syntaxes";
+    }
+}
+
+TEST(VxdicomCommand, UsageErrorsExitWithTwo)
+{
+    Outcome r = run("frobnicate");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(contains(r.err, "unknown command 'frobnicate'"));
+    EXPECT_TRUE(contains(r.err, "usage: vxdicom COMMAND"));
+    EXPECT_EQ(r.out, "");
+
+    r = run("help frobnicate");
+    EXPECT_EQ(r.status, 2);
+    r = run("");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(contains(r.err, "usage: vxdicom COMMAND"));
+    r = run("info");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(contains(r.err, "usage: vxdicom info"));
+    r = run("info --bogus x.dcm");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(contains(r.err, "unknown option '--bogus'"));
+}
+
+std::string ts(int n)
+{
+    return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
+}
+
+TEST(VxdicomInfo, ReportsWhatTheLayerReadsAndDecodes)
+{
+    VX_REQUIRE_SHARED_DATA();
+    const Outcome r = run("info " + quote(ts(3)) + " " + quote(ts(9)));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_TRUE(contains(r.out, ts(3) + "\n"));
+    EXPECT_TRUE(contains(r.out, "transfer syntax:   1.2.840.10008.1.2.2 (Explicit VR Big Endian)"));
+    EXPECT_TRUE(contains(r.out,
+                         "transfer syntax:   1.2.840.10008.1.2.4.90 (JPEG 2000 Image Compression (Lossless Only))"));
+    EXPECT_TRUE(contains(r.out, "rows:              384\n"));
+    EXPECT_TRUE(contains(r.out, "columns:           384\n"));
+    EXPECT_TRUE(contains(r.out, "bits allocated:    16\n"));
+    EXPECT_TRUE(contains(r.out, "bytes per sample:  2\n"));
+    EXPECT_TRUE(contains(r.out, "samples per pixel: 1\n"));
+    EXPECT_TRUE(contains(r.out, "photometric:       MONOCHROME2\n"));
+    EXPECT_TRUE(contains(r.out, "DICOMDIR:          no\n"));
+    size_t decoded = 0;
+    for (size_t at = r.out.find("pixels:            1 frame decoded"); at != std::string::npos;
+         at = r.out.find("pixels:            1 frame decoded", at + 1))
+        ++decoded;
+    EXPECT_EQ(decoded, 2u);
+}
+
+TEST(VxdicomInfo, FailuresAreReportedAndTheOtherFilesStillRead)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    const std::string text = dir.file("notes.txt");
+    vxtest::writeFileBytes(text, {'h', 'e', 'l', 'l', 'o', '\n'});
+    // Cut inside the pixel data: the header parses, the pixels are short.
+    const std::string cut = dir.file("cut.dcm");
+    std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(1));
+    bytes.resize(bytes.size() - 100);
+    vxtest::writeFileBytes(cut, bytes);
+    const std::string missing = dir.file("missing.dcm");
+
+    const Outcome r = run("info " + quote(missing) + " " + quote(ts(1)) + " " + quote(text) + " " +
+                      quote(cut));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(contains(r.err, "reading " + missing + " failed: No such file or directory\n")) << r.err;
+    EXPECT_TRUE(contains(r.err, "reading " + text + " failed: not a DICOM file\n")) << r.err;
+    EXPECT_TRUE(contains(r.err, "reading " + cut + " failed: (7FE0,0010) pixel data are truncated")) << r.err;
+    EXPECT_TRUE(contains(r.out, ts(1) + "\n"));
+    EXPECT_TRUE(contains(r.out, "1 frame decoded"));
+    EXPECT_FALSE(contains(r.out, missing));
+}
+
+TEST(VxdicomInfo, AFrameThatCannotBeDecodedFailsTheFile)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    // The image size in the JPEG 2000 codestream of 9.dcm (SIZ marker right
+    // after the start of codestream) no longer matches the header: the file
+    // parses, its frame does not decode.
+    std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(9));
+    const unsigned char soc[] = {0xFF, 0x4F, 0xFF, 0x51};
+    auto at = std::search(bytes.begin(), bytes.end(), soc, soc + 4);
+    ASSERT_NE(at, bytes.end());
+    at[8] ^= 0x01; // Xsiz, most significant byte
+    const std::string broken = dir.file("broken.dcm");
+    vxtest::writeFileBytes(broken, bytes);
+    const Outcome r = run("info " + quote(broken));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(contains(r.out, "pixels:            not decoded"));
+    EXPECT_TRUE(contains(r.err, "reading " + broken + " failed: JPEG 2000")) << r.err;
+}
+
+// Every shared file reads and decodes, and nothing but the report is printed.
+TEST(VxdicomInfo, AllSharedFilesDecodeSilently)
+{
+    VX_REQUIRE_SHARED_DATA();
+    const std::vector<std::string> files = vxtest::sharedDicomFiles();
+    std::string args;
+    for (const std::string &f : files)
+        args += " " + quote(f);
+    const Outcome r = run("info" + args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    size_t reports = 0;
+    for (size_t at = r.out.find("\n  pixels:"); at != std::string::npos; at = r.out.find("\n  pixels:", at + 1))
+        ++reports;
+    EXPECT_EQ(reports, files.size());
+    EXPECT_FALSE(contains(r.out, "not decoded"));
+}
+
+} // namespace
