@@ -1,11 +1,18 @@
 #!/usr/bin/env bash
 # The main job on the built-in example: builds everything (installing what is
-# missing), writes the phantom CT series, and reads it with vxdicom.
+# missing), writes the phantom CT series, loads it with vxdicom into a 3D field
+# and saves that field as NIfTI beside it.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="$here/build"
 bash "$here/scripts/build.sh" "$build"
 
 example="$build/example/phantom-ct"
-echo "== vxdicom info on the built-in phantom ($example)"
+out="$build/example/phantom-ct-out"
+rm -rf "$out"
+# Preferences of this run stay beside the example, not in the user's settings.
+export VXDICOM_SETTINGS_FILE="$build/example/vxdicom.ini"
+echo "== vxdicom load -nodialog $example -o $out"
+"$build/apps/vxdicom/vxdicom" load -nodialog "$example" -o "$out"
+echo "== the first file, as the DICOM layer reads it"
 "$build/apps/vxdicom/vxdicom" info "$example/IM0001.dcm"

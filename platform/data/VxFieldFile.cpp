@@ -163,8 +163,28 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
         nim->dt = nim->pixdim[4] = static_cast<float>(stepSeconds);
         nim->time_units = NIFTI_UNITS_SEC;
     }
-    nim->scl_slope = 1.0f;
-    nim->scl_inter = 0.0f;
+    // Samples that were scaled to fit their type carry the way back to the
+    // physical values ("DataWindowScale", "DataWindowBias"): NIfTI's own
+    // scaling says the same to other tools.
+    // A series gets them only when all its steps agree.
+    auto scalingOf = [](const VxField3 *f, float &slope, float &inter) {
+        const VxParameter *scale = f->parameters().parameter("DataWindowScale");
+        const VxParameter *bias = f->parameters().parameter("DataWindowBias");
+        slope = scale ? static_cast<float>(scale->floatValue()) : 1.0f;
+        inter = bias ? static_cast<float>(bias->floatValue()) : 0.0f;
+        if (slope == 0.0f)
+            slope = 1.0f;
+    };
+    scalingOf(fields[0], nim->scl_slope, nim->scl_inter);
+    for (int t = 1; t < fields.size(); ++t) {
+        float slope, inter;
+        scalingOf(fields[t], slope, inter);
+        if (slope != nim->scl_slope || inter != nim->scl_inter) {
+            nim->scl_slope = 1.0f;
+            nim->scl_inter = 0.0f;
+            break;
+        }
+    }
     std::snprintf(nim->descrip, sizeof nim->descrip, "%s", fields[0]->label().c_str());
 
     KcString problem;

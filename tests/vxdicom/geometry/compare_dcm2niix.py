@@ -37,8 +37,8 @@ CORNER_TOL = 1e-3  # mm
 
 def volumes_of(path):
     img = nib.load(path)
-    data = np.asanyarray(img.dataobj)
-    slope, inter = img.header.get_slope_inter()
+    data = img.get_fdata()  # with scl_slope and scl_inter applied
+    slope, _ = img.header.get_slope_inter()
     affine = img.get_sform() if img.header["sform_code"] > 0 else img.get_qform()
     if data.ndim == 3:
         vols = [data]
@@ -47,9 +47,9 @@ def volumes_of(path):
     out = []
     for t, v in enumerate(vols):
         v = np.asarray(v, dtype=np.float64)
-        if slope is not None and not np.isnan(slope) and slope != 0:
-            v = v * slope + (inter if inter is not None and not np.isnan(inter) else 0.0)
-        out.append({"file": os.path.basename(path), "volume": t, "data": v, "affine": affine})
+        step = abs(slope) if slope is not None and not np.isnan(slope) and slope != 0 else 1.0
+        out.append({"file": os.path.basename(path), "volume": t, "data": v, "affine": affine,
+                    "step": step})
     return out
 
 
@@ -95,9 +95,41 @@ def match(ours, theirs):
     a = ours["data"][tuple(ii)]
     b = theirs["data"][tuple(jj)]
     diff = np.max(np.abs(a - b)) if a.size else 0.0
-    if diff > 0.5 + 1e-6:
-        return "values differ by up to %g" % diff
+    # Integer samples round the physical value to half a step of their scaling.
+    allowed = 0.5 * max(ours["step"], 1.0) + 1e-6 * max(1.0, float(np.max(np.abs(b))) if b.size else 1.0)
+    if diff > allowed:
+        return "values differ by up to %g (allowed %g)" % (diff, allowed)
     return None
+
+
+ENHANCED = {"1.2.840.10008.5.1.4.1.1.4.1", "1.2.840.10008.5.1.4.1.1.2.1",
+            "1.2.840.10008.5.1.4.1.1.4.3", "1.2.840.10008.5.1.4.1.1.4.4"}
+
+
+def classic_series_folders(root):
+    """Folders below root whose DICOM files are all classic single-frame
+    images (no mosaic, no enhanced multi-frame object)."""
+    import pydicom
+    found = []
+    for folder, _, files in sorted(os.walk(root)):
+        dicom = []
+        classic = True
+        for f in sorted(files):
+            try:
+                ds = pydicom.dcmread(os.path.join(folder, f), stop_before_pixels=True)
+            except Exception:
+                continue
+            if "PixelData" not in ds and "Rows" not in ds:
+                continue  # a DICOMDIR or another non-image object
+            frames = int(getattr(ds, "NumberOfFrames", 1) or 1)
+            image_type = [str(v).upper() for v in getattr(ds, "ImageType", [])]
+            if frames > 1 or "MOSAIC" in image_type or str(ds.SOPClassUID) in ENHANCED:
+                classic = False
+                break
+            dicom.append(f)
+        if classic and dicom:
+            found.append(folder)
+    return found
 
 
 def main():
@@ -106,8 +138,19 @@ def main():
     ap.add_argument("--settings", help="preferences file for vxdicom (stack-break criteria)")
     ap.add_argument("--work", help="keep the outputs in this folder")
     ap.add_argument("--json", action="store_true", help="print the results as JSON")
-    ap.add_argument("series", nargs="+")
+    ap.add_argument("--discover", help="compare every classic series folder below this root")
+    ap.add_argument("--exclude", action="append", default=[],
+                    help="leave out folders whose path holds this text (repeatable)")
+    ap.add_argument("--criteria", action="append", default=[],
+                    help="SUBSTRING=TEXT: stack-break criteria for folders whose path holds SUBSTRING")
+    ap.add_argument("series", nargs="*")
     args = ap.parse_args()
+    if args.discover:
+        args.series += classic_series_folders(args.discover)
+    args.series = [s for s in args.series if not any(x in s for x in args.exclude)]
+    if not args.series:
+        print("no series to compare")
+        return 1
     if not shutil.which("dcm2niix"):
         print("SKIP: dcm2niix is not installed")
         return 77
@@ -117,12 +160,18 @@ def main():
     results = []
     env = dict(os.environ)
     env.setdefault("QT_QPA_PLATFORM", "offscreen")
-    if args.settings:
-        env["VXDICOM_SETTINGS_FILE"] = args.settings
-    else:
-        env["VXDICOM_SETTINGS_FILE"] = os.path.join(work, "vxdicom.ini")
+    default_settings = args.settings or os.path.join(work, "vxdicom.ini")
     try:
         for n, series in enumerate(args.series):
+            env["VXDICOM_SETTINGS_FILE"] = default_settings
+            for rule in args.criteria:
+                key, _, text = rule.partition("=")
+                if key and key in series:
+                    ini = os.path.join(work, "criteria%d.ini" % n)
+                    with open(ini, "w") as f:
+                        f.write("[DICOM]\nLoadOptions=\"%s\"\n" % text.replace('"', '\\"'))
+                    env["VXDICOM_SETTINGS_FILE"] = ini
+                    print("     %s: stack-break criteria %s" % (series, text))
             ours_dir = os.path.join(work, "ours%d" % n)
             theirs_dir = os.path.join(work, "theirs%d" % n)
             os.makedirs(ours_dir, exist_ok=True)
@@ -133,7 +182,9 @@ def main():
                 print("FAIL %s: vxdicom load exited %d\n%s%s" % (series, r.returncode, r.stdout, r.stderr))
                 failures += 1
                 continue
-            subprocess.run(["dcm2niix", "-z", "n", "-b", "n", "-o", theirs_dir, series],
+            # -p n: Philips values as their Rescale Slope/Intercept say (dcm2niix
+            # otherwise uses Philips' private floating-point scale).
+            subprocess.run(["dcm2niix", "-z", "n", "-b", "n", "-p", "n", "-o", theirs_dir, series],
                            capture_output=True, text=True)
             ours = []
             for f in sorted(os.listdir(ours_dir)):
