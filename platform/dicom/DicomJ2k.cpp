@@ -133,9 +133,6 @@ bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &f
         return fail(why, "JPEG 2000 header: " + (error.empty() ? std::string("unreadable") : error));
     }
     std::unique_ptr<opj_image_t, ImageDeleter> image(raw);
-    if (!opj_decode(codec.get(), stream.get(), image.get()) ||
-        !opj_end_decompress(codec.get(), stream.get()))
-        return fail(why, "JPEG 2000 decoding: " + (error.empty() ? std::string("failed") : error));
 
     if (int(image->numcomps) != format.samplesPerPixel)
         return fail(why, "JPEG 2000 frame has " + std::to_string(image->numcomps) +
@@ -143,7 +140,7 @@ bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &f
                              std::to_string(format.samplesPerPixel));
     for (int c = 0; c < format.samplesPerPixel; ++c) {
         const opj_image_comp_t &comp = image->comps[c];
-        if (!comp.data || comp.dx != 1 || comp.dy != 1 || int(comp.w) != format.columns ||
+        if (comp.dx != 1 || comp.dy != 1 || int(comp.w) != format.columns ||
             int(comp.h) != format.rows)
             return fail(why, "JPEG 2000 component " + std::to_string(c) + " is " +
                                  std::to_string(comp.w) + "x" + std::to_string(comp.h) +
@@ -153,6 +150,15 @@ bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &f
             return fail(why, "JPEG 2000 component precision " + std::to_string(comp.prec) +
                                  " exceeds (0028,0100) bits allocated");
     }
+    // Decoding only after the header matched the image: a codestream that
+    // claims a huge image never gets its buffers.
+    if (!opj_decode(codec.get(), stream.get(), image.get()) ||
+        !opj_end_decompress(codec.get(), stream.get()))
+        return fail(why, "JPEG 2000 decoding: " + (error.empty() ? std::string("failed") : error));
+    for (int c = 0; c < format.samplesPerPixel; ++c)
+        if (!image->comps[c].data || image->comps[c].w != unsigned(format.columns) ||
+            image->comps[c].h != unsigned(format.rows))
+            return fail(why, "JPEG 2000 component " + std::to_string(c) + " was not decoded");
 
     // Samples keep their bits; signed data are sign-extended from Bits Stored
     // whatever the codestream claims (some writers store signed pixels in an
