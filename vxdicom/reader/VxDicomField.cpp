@@ -20,6 +20,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
+
+#include <sys/mman.h>
 
 namespace {
 
@@ -106,6 +109,48 @@ void fillColourSlice(unsigned char *dst, const unsigned char *src, const VxDicom
             p[2] = clampByte(y + 1.772 * cb);
         }
     }
+}
+
+// The plain rescale (slope 1, a whole intercept) of a slice that was just
+// read, done while the slice is still in the cache instead of in a second
+// pass over the volume. It is taken only when the rescaled values fit the
+// stack's own type, so it is exact and can be undone; createField3 undoes it
+// when the stack as a whole needs another type or an adjusted scaling.
+bool rescaleWhileCached(unsigned char *slice, long count, const VxDicomImage &image,
+                        KcPrimType type)
+{
+    const float o = image.rescaleIntercept;
+    if (image.rescaleSlope != 1.0f || o == 0.0f || o != std::trunc(o) || std::fabs(o) > 65536.0f ||
+        image.minValue > image.maxValue || image.primType() != type)
+        return false;
+    int low, high;
+    typeBounds(type, low, high);
+    const long lo = image.minValue + static_cast<long>(o);
+    const long hi = image.maxValue + static_cast<long>(o);
+    if (lo < low || hi > high)
+        return false;
+    rescaleSlice(slice, count, type, type, 1.0f, o);
+    return true;
+}
+
+void undoEarlyRescale(unsigned char *slice, long count, const VxDicomImage &image, KcPrimType type)
+{
+    rescaleSlice(slice, count, type, type, 1.0f, -image.rescaleIntercept);
+}
+
+// A volume's sample buffer (released with free). Large buffers are aligned
+// to 2 MiB and offered to the kernel for huge pages: faulting in a few
+// hundred megabytes page by page costs more than reading the files.
+unsigned char *allocateSamples(size_t bytes)
+{
+    constexpr size_t hugePage = 2u << 20;
+    if (bytes < 4 * hugePage)
+        return static_cast<unsigned char *>(std::malloc(bytes));
+    void *p = nullptr;
+    if (posix_memalign(&p, hugePage, bytes) != 0)
+        return nullptr;
+    madvise(p, (bytes + hugePage - 1) / hugePage * hugePage, MADV_HUGEPAGE);
+    return static_cast<unsigned char *>(p);
 }
 
 // The value range of a slice that was read lazily, for its image record.
@@ -213,7 +258,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
 
     // Room for one more byte: decoders write odd-sized frames as whole words.
     const long bytes = stack.memSize();
-    SampleBuffer samples(static_cast<unsigned char *>(std::malloc(static_cast<size_t>(bytes) + 1)));
+    SampleBuffer samples(allocateSamples(static_cast<size_t>(bytes) + 1));
     if (!samples) {
         msg->printf("stack %s: cannot allocate %ld bytes for its samples\n", stack.name.c_str(),
                     bytes);
@@ -227,6 +272,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
         work->setStatus("loading image data...");
     }
     bool rangesChanged = false;
+    std::vector<char> rescaledEarly(static_cast<size_t>(stack.images.size()), 0);
     for (int k = 0; k < stack.images.size(); ++k) {
         VxDicomImage &image = *stack.images[k];
         unsigned char *slice = samples.get() + k * sliceBytes;
@@ -251,6 +297,9 @@ VxField3 *createField3(VxDicomImageStack &stack)
             rangeOfSlice(image, slice);
             rangesChanged = true;
         }
+        if (spp == 1)
+            rescaledEarly[static_cast<size_t>(k)] =
+                rescaleWhileCached(slice, sliceSamples, image, stack.primType) ? 1 : 0;
         if (progress) {
             work->setProgress(static_cast<float>(k + 1) / static_cast<float>(stack.numSlices));
             if (work->wasInterrupted()) {
@@ -276,6 +325,17 @@ VxField3 *createField3(VxDicomImageStack &stack)
         return nullptr;
     }
 
+    // Slices rescaled early assumed the plain rescale into the stack's own
+    // type; when the decision is another, they get their stored values back.
+    const bool earlyHolds = !overflow && type == stack.primType;
+    if (!earlyHolds)
+        for (int k = 0; k < stack.images.size(); ++k)
+            if (rescaledEarly[static_cast<size_t>(k)]) {
+                undoEarlyRescale(samples.get() + k * sliceBytes, sliceSamples, *stack.images[k],
+                                 stack.primType);
+                rescaledEarly[static_cast<size_t>(k)] = 0;
+            }
+
     int choice = AdjustScaling;
     if (spp == 1) {
         if (overflow)
@@ -296,7 +356,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
                     o = image.rescaleIntercept * scale + offset;
                 }
             }
-            if (s == 1 && o == 0)
+            if ((s == 1 && o == 0) || rescaledEarly[static_cast<size_t>(k)])
                 continue;
             if (!statusShown) {
                 work->setStatus("Adjusting image data");
