@@ -190,8 +190,11 @@ unsigned char *newValue(dicomStructImpl &impl, size_t n)
 bool encodeSequence(DcmSequenceOfItems *sq, E_TransferSyntax xfer, bool bigEndian,
                     std::vector<unsigned char> &out, std::string *why)
 {
-    for (unsigned long i = 0; i < sq->card(); ++i) {
-        DcmItem *item = sq->getItem(i);
+    // nextInContainer walks the list in one pass; getItem(i) would seek from
+    // its start every time.
+    unsigned long i = 0;
+    for (DcmObject *o = sq->nextInContainer(nullptr); o; o = sq->nextInContainer(o), ++i) {
+        auto *item = dynamic_cast<DcmItem *>(o);
         if (!item)
             continue;
         const E_EncodingType type = item->getLengthField() == DCM_UndefinedLength
@@ -245,8 +248,8 @@ public:
         const E_TransferSyntax writeXfer =
             isMeta || x.getStreamCompression() != ESC_none ? EXS_LittleEndianExplicit : xfer;
 
-        for (unsigned long i = 0; i < item->card(); ++i) {
-            DcmElement *e = item->getElement(i);
+        for (DcmObject *o = item->nextInContainer(nullptr); o; o = item->nextInContainer(o)) {
+            auto *e = dynamic_cast<DcmElement *>(o);
             if (!e)
                 continue;
             const DcmTag &tag = e->getTag();
@@ -535,30 +538,50 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
         return nullptr;
     }
 
+    // DCMTK parses from memory: the file is handed over in chunks as far as
+    // the parse needs them (usually one), which spares the many small
+    // buffered reads of a file stream.
     std::unique_ptr<DcmFileFormat> file(new DcmFileFormat);
-    std::unique_ptr<DcmInputStream> in;
-    if (source.isFile()) {
-        in.reset(new DcmInputFileStream(source.path().c_str()));
-    } else {
-        auto *b = new DcmInputBufferStream;
-        b->setBuffer(source.bytes(), offile_off_t(size));
-        b->setEos();
-        in.reset(b);
-    }
-    if (in->status().bad()) {
-        fail(why, conditionText(in->status()));
-        return nullptr;
-    }
+    std::vector<unsigned char> chunk; // outlives the stream that reads it
+    DcmInputBufferStream in;
+    uint64_t fed = 0;
+    OFCondition cond = EC_Normal;
     file->transferInit();
-    OFCondition cond = file->readUntilTag(*in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, DCM_PixelData);
+    for (;;) {
+        const unsigned char *data;
+        size_t n;
+        if (source.isFile()) {
+            n = size_t(std::min<uint64_t>(size - fed, fed == 0 ? 64 * 1024 : 1024 * 1024));
+            chunk.resize(n);
+            if (!source.read(fed, chunk.data(), n)) {
+                cond = makeOFCondition(OFM_dcmdata, 1, OF_error, "file cannot be read");
+                break;
+            }
+            data = chunk.data();
+        } else {
+            n = size_t(size);
+            data = source.bytes();
+        }
+        in.setBuffer(data, offile_off_t(n));
+        fed += n;
+        if (fed >= size)
+            in.setEos();
+        cond = file->readUntilTag(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, DCM_PixelData);
+        if (cond != EC_StreamNotifyClient || fed >= size)
+            break;
+        in.releaseBuffer();
+        if (in.status().bad()) {
+            cond = in.status();
+            break;
+        }
+    }
     file->transferEnd();
     // A failed parse leaves a partial data set whose values must not be read.
     if (cond.bad()) {
-        fail(why, conditionText(cond));
+        fail(why, cond == EC_StreamNotifyClient ? std::string("premature end of file") : conditionText(cond));
         return nullptr;
     }
-    const uint64_t stopOffset = uint64_t(in->tell());
-    in.reset();
+    const uint64_t stopOffset = uint64_t(in.tell());
 
     DcmDataset *ds = file->getDataset();
     if (!ds) {
