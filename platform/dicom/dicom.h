@@ -82,6 +82,8 @@ struct dicomStruct
     unsigned char *pixelData = nullptr;
     /// True when pixel data exist in the file and can still be read from it
     /// (delayed read); false after a full read and for files without pixels.
+    /// A full read of a file whose transfer syntax cannot be decoded
+    /// (COMPRESSION_UNSUPPORTED) leaves it true and pixelData null.
     bool pixelsInFile = false;
     /// Bytes of one decoded frame: rows x columns x bytesPerSample x samplesPerPixel.
     int frameSize = 0;
@@ -93,7 +95,8 @@ struct dicomStruct
     int samplesPerPixel = 0; ///< (0028,0002), 1 when absent
     /// The Photometric Interpretation that decoded frames have. JPEG colour
     /// (YBR_FULL, YBR_FULL_422) and JPEG 2000 YBR_RCT/ICT come back as "RGB";
-    /// otherwise the value of (0028,0004).
+    /// native YBR_FULL_422 is widened to "YBR_FULL" (chroma repeated for both
+    /// pixels of a pair); otherwise the value of (0028,0004).
     std::string photometric;
     /// The planar configuration of decoded frames: 1 (colour by plane) for
     /// RLE colour frames and native data with (0028,0006) = 1, else 0.
@@ -111,7 +114,9 @@ struct dicomStruct
     std::string fileName; ///< the path that was parsed
 
     /// The top-level elements of the data set in ascending tag order (file
-    /// meta group 0002 first when present). Owned by this structure.
+    /// meta group 0002 first when present), up to and including Pixel Data;
+    /// elements after Pixel Data (trailing padding) are not listed. Owned by
+    /// this structure.
     int numElements = 0;
     const dicomDataElement *elements = nullptr;
 
@@ -147,8 +152,10 @@ bool dicomReadImageData(const dicomStruct *d, const char *path, int frame, void 
 /// absent or empty. Strings lose trailing padding; numbers (US, SS, UL, SL,
 /// FL, FD, and the numeric strings as stored) are printed as text; multiple
 /// values are separated by '\\'. Sequences and pixel data give null; other
-/// binary values (OB, OW, UN) give their bytes as hexadecimal words. The
-/// text lives as long as d.
+/// binary values (OB, OW, UN) give their bytes as hexadecimal words. An
+/// element without a VR of its own (implicit VR) that the dictionary does not
+/// know gives its bytes as text when they are all 0..127 (private text), else
+/// hexadecimal. The text lives as long as d.
 const char *dicomGetById(const dicomStruct *d, uint16_t group, uint16_t element);
 
 /// The element with that tag, or null.
@@ -162,7 +169,8 @@ const char *dicomDictionaryName(uint16_t group, uint16_t element);
 /// Whether the public dictionary knows the tag.
 bool dicomDictionaryContains(uint16_t group, uint16_t element);
 /// The dictionary's VR of the tag; UN when unknown. Ambiguous dictionary VRs
-/// resolve as: US or SS -> US, OB or OW -> OW, US/SS/OW -> OW.
+/// resolve as: US or SS -> US, OB or OW -> OW, US/SS/OW -> OW. VRs newer than
+/// the table: UC and UR -> UT, OD/OF/OL/OV -> OB, SV and UV -> UN.
 valRep dicomDictionaryType(uint16_t group, uint16_t element);
 /// The tag of a dictionary name as dicomDictionaryName prints it; false when unknown.
 bool dicomDictionaryFind(const char *name, uint16_t *group, uint16_t *element);

@@ -5,6 +5,9 @@
 
 #include <QJsonArray>
 
+#include <cstdio>
+#include <cstdlib>
+
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -335,6 +338,119 @@ TEST_F(TransferSyntaxSet, FilesAreReadOnSeveralThreadsAtOnce)
     for (int t = 0; t < 4; ++t)
         for (int n = 0; n < 9; ++n)
             EXPECT_EQ(parallel[size_t(t * 9 + n)], serial[size_t(n)]) << "thread " << t << " file " << n + 1;
+}
+
+} // namespace
+
+namespace {
+
+std::vector<std::string> splitValues(const std::string &text)
+{
+    std::vector<std::string> parts;
+    size_t begin = 0;
+    for (size_t at; (at = text.find('\\', begin)) != std::string::npos; begin = at + 1)
+        parts.push_back(text.substr(begin, at - begin));
+    parts.push_back(text.substr(begin));
+    return parts;
+}
+
+std::string trimmed(const std::string &s)
+{
+    const size_t b = s.find_first_not_of(' ');
+    const size_t e = s.find_last_not_of(' ');
+    return b == std::string::npos ? std::string() : s.substr(b, e - b + 1);
+}
+
+// dicomGetById against pydicom's values: strings without their padding,
+// multiple values split at '\', numbers that read back to the same value.
+TEST_F(SharedFiles, ElementTextAgreesWithPydicomValues)
+{
+    std::vector<std::string> sample;
+    for (size_t i = 0; i < files.size(); i += 7)
+        sample.push_back(files[i]);
+    for (int n : {1, 2, 3})
+        sample.push_back(vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm"));
+    std::string error;
+    const QJsonObject texts = dicomtest::runReference("texts", sample, &error);
+    ASSERT_FALSE(texts.isEmpty()) << error;
+    int strings = 0, numbers = 0, tags = 0;
+    for (const std::string &path : sample) {
+        SCOPED_TRACE(path);
+        DicomPtr d = dicomtest::read(path, true);
+        ASSERT_TRUE(d);
+        const QJsonObject values = texts.value(QString::fromStdString(path)).toObject();
+        for (auto it = values.begin(); it != values.end(); ++it) {
+            const uint32_t tag = it.key().toUInt(nullptr, 16);
+            const uint16_t g = uint16_t(tag >> 16), e = uint16_t(tag & 0xFFFF);
+            const QJsonObject v = it.value().toObject();
+            const std::string vr = v.value("vr").toString().toStdString();
+            const QJsonArray expected = v.value("values").toArray();
+            if ((g & 1) && !d->explicitVR)
+                continue; // private attributes have no known VR in an implicit data set
+            const char *text = dicom::dicomGetById(d.get(), g, e);
+            ASSERT_NE(text, nullptr) << it.key().toStdString();
+            const std::vector<std::string> parts = splitValues(text);
+            ASSERT_EQ(parts.size(), size_t(expected.size())) << it.key().toStdString() << " " << text;
+            for (size_t k = 0; k < parts.size(); ++k) {
+                const QJsonValue x = expected[qsizetype(k)];
+                if (vr == "AT") {
+                    unsigned tg = 0, te = 0;
+                    ASSERT_EQ(std::sscanf(parts[k].c_str(), "(%x,%x)", &tg, &te), 2) << parts[k];
+                    EXPECT_EQ(tg, unsigned(x.toArray()[0].toInt()));
+                    EXPECT_EQ(te, unsigned(x.toArray()[1].toInt()));
+                    ++tags;
+                } else if (x.isDouble()) {
+                    const double value = std::strtod(parts[k].c_str(), nullptr);
+                    if (vr == "FL")
+                        EXPECT_EQ(float(value), float(x.toDouble())) << it.key().toStdString();
+                    else
+                        EXPECT_EQ(value, x.toDouble()) << it.key().toStdString();
+                    ++numbers;
+                } else if (vr == "DS" || vr == "IS") {
+                    // Numeric strings keep their leading blanks as stored.
+                    EXPECT_EQ(trimmed(parts[k]), trimmed(x.toString().toStdString())) << it.key().toStdString();
+                    ++strings;
+                } else {
+                    // Only the padding at the end of the value goes; blanks
+                    // before a '\' are kept as stored, pydicom drops them.
+                    std::string part = parts[k];
+                    if (k + 1 < parts.size())
+                        part.erase(part.find_last_not_of(' ') + 1);
+                    EXPECT_EQ(part, x.toString().toStdString()) << it.key().toStdString();
+                    ++strings;
+                }
+            }
+        }
+    }
+    EXPECT_GT(strings, 2000);
+    EXPECT_GT(numbers, 300);
+}
+
+TEST_F(TransferSyntaxSet, TextFormsOfTheValueRepresentations)
+{
+    DicomPtr d = dicomtest::read(file(1), true);
+    ASSERT_TRUE(d);
+    // Absent, sequence and pixel data: no text.
+    EXPECT_EQ(dicom::dicomGetById(d.get(), 0x0011, 0x0011), nullptr);
+    EXPECT_EQ(dicom::dicomGetById(d.get(), 0x7FE0, 0x0010), nullptr);
+    EXPECT_EQ(dicom::dicomFindElement(d.get(), 0x0011, 0x0011), nullptr);
+    const dicom::dicomDataElement *px = dicom::dicomFindElement(d.get(), 0x7FE0, 0x0010);
+    ASSERT_NE(px, nullptr);
+    EXPECT_EQ(px->data, nullptr);
+    EXPECT_EQ(px->length, 384 * 384 * 2);
+    EXPECT_EQ(&d->elements[d->numElements - 1], px) << "pixel data are the last element";
+    // (0002,0001) File Meta Information Version, OB 00 01 (PS3.10 7.1).
+    EXPECT_STREQ(dicom::dicomGetById(d.get(), 0x0002, 0x0001), "00\\01");
+    // Strings lose their padding; the element keeps it.
+    const dicom::dicomDataElement *sop = dicom::dicomFindElement(d.get(), 0x0002, 0x0002);
+    ASSERT_NE(sop, nullptr);
+    EXPECT_EQ(sop->length, 26);
+    EXPECT_EQ(sop->data[25], 0) << "UI padding";
+    EXPECT_STREQ(dicom::dicomGetById(d.get(), 0x0002, 0x0002), "1.2.840.10008.5.1.4.1.1.4");
+    for (int i = 1; i < d->numElements; ++i)
+        EXPECT_LT((uint32_t(d->elements[i - 1].group) << 16) | d->elements[i - 1].element,
+                  (uint32_t(d->elements[i].group) << 16) | d->elements[i].element)
+            << "ascending tags";
 }
 
 } // namespace

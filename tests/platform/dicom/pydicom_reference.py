@@ -4,6 +4,7 @@
     pydicom_reference.py info FILE...      image description and native pixel hash
     pydicom_reference.py elements FILE...  every top-level element's bytes as stored
     pydicom_reference.py pixels FILE OUT   pixel bytes (little endian) written to OUT
+    pydicom_reference.py texts FILE...     top-level element values as pydicom reads them
     pydicom_reference.py make DIR          small native test images written by pydicom,
                                            each NAME.dcm with NAME.expected, the bytes a
                                            decoder must produce
@@ -19,9 +20,13 @@ import hashlib
 import json
 import sys
 
+import warnings
+
 import numpy as np
 import pydicom
 from pydicom.filereader import data_element_generator
+
+warnings.simplefilter("ignore")
 
 NATIVE = {"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2",
           "1.2.840.10008.1.2.1.99"}
@@ -123,6 +128,33 @@ def elements(paths):
             out[path] = entries
         except Exception as e:
             out[path] = {"error": str(e)}
+    return out
+
+
+TEXT_VRS = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT", "PN", "SH", "ST", "TM",
+             "UI", "UT", "US", "SS", "UL", "SL", "FL", "FD", "AT"}
+
+
+def texts(paths):
+    """Values of the explicit VR elements with a text form: strings as
+    pydicom decodes them, numbers as numbers, tags as [group, element]."""
+    out = {}
+    for path in paths:
+        ds = pydicom.dcmread(path, stop_before_pixels=True)
+        values = {}
+        for elem in list(ds.file_meta) + list(ds):
+            if elem.VR not in TEXT_VRS or elem.value is None or elem.value == "":
+                continue
+            vm = elem.VM
+            items = list(elem.value) if vm > 1 else [elem.value]
+            if elem.VR == "AT":
+                items = [[int(t) >> 16, int(t) & 0xFFFF] for t in items]
+            elif elem.VR in ("US", "SS", "UL", "SL", "FL", "FD"):
+                items = [float(v) for v in items]
+            else:
+                items = [str(v) for v in items]
+            values["%08X" % int(elem.tag)] = {"vr": elem.VR, "values": items}
+        out[path] = values
     return out
 
 
@@ -235,6 +267,8 @@ def main():
         json.dump(info(args), sys.stdout)
     elif mode == "elements":
         json.dump(elements(args), sys.stdout)
+    elif mode == "texts":
+        json.dump(texts(args), sys.stdout)
     elif mode == "make":
         json.dump(make(args[0]), sys.stdout)
     elif mode == "refragment":
