@@ -19,6 +19,8 @@ int runInfo(int argc, char **argv);
 void helpInfo();
 int runLoad(int argc, char **argv);
 void helpLoad();
+int runSaveDicom(int argc, char **argv);
+void helpSaveDicom();
 
 /// True when args hold -h or --help.
 bool wantsHelp(int argc, char **argv);

@@ -15,6 +15,8 @@ const SubCommand kCommands[] = {
      helpInfo},
     {"load", "load DICOM files into 3D fields (and save them as NIfTI or NRRD)", runLoad,
      helpLoad},
+    {"save-dicom", "write volumes (NIfTI, NRRD or loaded DICOM) as DICOM, one file per slice",
+     runSaveDicom, helpSaveDicom},
 };
 
 void usage(FILE *out)
