@@ -116,7 +116,13 @@ void VxDicomImageStack::setDataRange(VxDicomImage *image)
         return;
     }
     int lo, hi;
-    if (image->dataRange(&lo, &hi) && lo <= hi) {
+    if (!image->dataRange(&lo, &hi)) {
+        // An image read lazily learns its range when its samples are read
+        // into the field, without keeping them.
+        lo = image->minValue;
+        hi = image->maxValue;
+    }
+    if (lo <= hi) {
         if (minValue > maxValue) {
             minValue = lo;
             maxValue = hi;
