@@ -85,6 +85,7 @@ int VxDicomFile::extractImageData()
         unsigned char *pixels =
             data->pixelData ? data->pixelData + static_cast<size_t>(k) * data->frameSize : nullptr;
         auto image = std::make_unique<VxDicomImage>(this, pixels);
+        image->setParameters();
         image->minValue = 1;
         image->maxValue = 0;
         if (data->frames > 1)
