@@ -1,0 +1,401 @@
+// Field creation: samples, rescaling and the overflow choice, uniform and
+// stacked coordinates, colour, parameters and registration.
+
+#include "platform/core/VxMessage.h"
+#include "platform/core/VxObjectPool.h"
+#include "platform/core/VxWorkArea.h"
+#include "platform/data/VxField3.h"
+#include "platform/data/VxParameter.h"
+#include "platform/gui/VxSkin.h"
+#include "platform/gui/VxWarningDialog.h"
+#include "tests/support/TestSupport.h"
+#include "tests/vxdicom/reader/ReaderTestSupport.h"
+#include "vxdicom/reader/DicomReaderSettings.h"
+#include "vxdicom/reader/VxDicom.h"
+#include "vxdicom/reader/VxDicomField.h"
+#include "vxdicom/reader/VxDicomFile.h"
+#include "vxdicom/reader/VxDicomImage.h"
+#include "vxdicom/reader/VxDicomImageStack.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+
+namespace fs = std::filesystem;
+using namespace readertest;
+
+namespace {
+
+const char *const kMrFile = "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2/i22.MRDC.1";
+const char *const kEnhanced6 = "dcm_qa_enh/In/Siemens/XA10";
+
+template <typename T>
+std::vector<T> samples(const VxField3 &field)
+{
+    const VxLattice3 *lat = field.lattice();
+    const T *p = static_cast<const T *>(lat->data());
+    return std::vector<T>(p, p + lat->numVoxels() * lat->nComponents());
+}
+
+KcString param(const VxField3 &field, const char *name)
+{
+    const VxParameter *p = field.parameters().parameter(name);
+    return p ? p->stringValue() : KcString("(absent)");
+}
+
+// A 256 x 256 real MR file made into one image whose samples repeat `pixels`.
+struct OneImageStack
+{
+    vxtest::TempDir dir;
+    OpenedFiles files;
+    std::unique_ptr<VxDicomImageStack> stack;
+
+    OneImageStack(const std::vector<std::string> &edits, const std::string &pixels, int delayed = 1)
+    {
+        const std::string path = dir.file("image.dcm");
+        std::vector<std::string> all = edits;
+        all.push_back("--pixels=" + pixels);
+        editCopy(vxtest::sharedPath(kMrFile), path, all);
+        files.add(path, delayed);
+        stack = stackOf(files.images());
+    }
+};
+
+// Clicks a button of the next message box the GUI shows; remembers its text.
+class MessageBoxClicker
+{
+public:
+    explicit MessageBoxClicker(const QString &button) : button(button)
+    {
+        timer.setInterval(10);
+        QObject::connect(&timer, &QTimer::timeout, [this] { tryClick(); });
+        timer.start();
+    }
+    QString text, defaultButton;
+    QStringList buttons;
+    bool clicked = false;
+
+private:
+    void tryClick()
+    {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box || clicked)
+            return;
+        text = box->text();
+        if (box->defaultButton())
+            defaultButton = box->defaultButton()->text();
+        for (QAbstractButton *b : box->buttons())
+            buttons << b->text();
+        for (QAbstractButton *b : box->buttons())
+            if (b->text() == button) {
+                clicked = true;
+                timer.stop();
+                b->click();
+                return;
+            }
+    }
+    QString button;
+    QTimer timer;
+};
+
+const char *const kQuestion =
+    "According to the DICOM header the pixel values should be linearly scaled.\n"
+    "However, after applying the scaling an overflow would occur. You can either\n"
+    "completely ignore the scaling, apply the scaling and clamp the data values,\n"
+    "or use adjusted scaling parameters, so that no data overflow occurs.";
+
+const std::vector<std::string> kUnsignedCt = {"--set", "Modality=CT", "--set", "PixelRepresentation=0",
+                                              "--set", "RescaleIntercept=-1024", "--set", "RescaleSlope=1"};
+
+} // namespace
+
+TEST(DicomFieldCreation, UnsignedCtWithInterceptBecomesSignedHounsfieldValues)
+{
+    VX_REQUIRE_SHARED_DATA();
+    // 33791 - 1024 = 32767: the whole range fits signed 16-bit.
+    OneImageStack s(kUnsignedCt, "0,1,1023,1024,2000,4095,30000,33791");
+    ASSERT_EQ(s.stack->primType, KcPrimType::UInt16);
+    std::unique_ptr<VxField3> field(createField3(*s.stack));
+    ASSERT_TRUE(field);
+    EXPECT_STREQ(field->typeName(), "VxUniformScalarField3");
+    ASSERT_EQ(field->lattice()->primType(), KcPrimType::Int16);
+    const std::vector<short> v = samples<short>(*field);
+    const short expected[] = {-1024, -1023, -1, 0, 976, 3071, 28976, 32767};
+    for (int k = 0; k < 8; ++k)
+        EXPECT_EQ(v[k], expected[k]);
+    EXPECT_EQ(v[256 * 256 - 1], expected[(256 * 256 - 1) % 8]);
+    EXPECT_EQ(param(*field, "DataWindow"), "-200 200");
+    EXPECT_EQ(param(*field, "Modality"), "CT");
+    EXPECT_EQ(param(*field, "UnitLength"), "0.01");
+    EXPECT_EQ(param(*field, "DataWindowScale"), "(absent)");
+    EXPECT_EQ(param(*field, "DataWindowBias"), "(absent)");
+}
+
+TEST(DicomFieldCreation, OverflowTakesAdjustScalingWithoutADisplay)
+{
+    VX_REQUIRE_SHARED_DATA();
+    ASSERT_FALSE(VxWarningDialog::haveDisplay());
+    // -1024..64511 spans exactly 65535: adjusted, every value moves up by 1024,
+    // which undoes the intercept; the stored values stay.
+    OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
+                     "RescaleIntercept=-1024", "--set", "RescaleSlope=1"},
+                    "0,1024,2048,65535");
+    VxMessageCapture capture;
+    std::unique_ptr<VxField3> field(createField3(*s.stack));
+    ASSERT_TRUE(field);
+    EXPECT_NE(capture.text().find(std::string(kQuestion) + "\n-> Adjust scaling (no display; default answer)"),
+              std::string::npos)
+        << capture.text();
+    ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
+    const std::vector<unsigned short> v = samples<unsigned short>(*field);
+    EXPECT_EQ(v[0], 0);
+    EXPECT_EQ(v[1], 1024);
+    EXPECT_EQ(v[2], 2048);
+    EXPECT_EQ(v[3], 65535);
+    EXPECT_EQ(param(*field, "DataWindowScale"), "(absent)") << "scale 1 is not recorded";
+    EXPECT_EQ(param(*field, "DataWindowBias"), "-1024");
+    // Read lazily, the image learnt its range with its samples.
+    EXPECT_EQ(s.stack->images[0]->minValue, 0);
+    EXPECT_EQ(s.stack->images[0]->maxValue, 65535);
+    EXPECT_EQ(param(*field, "DataWindow"), "0 65535");
+}
+
+TEST(DicomFieldCreation, AdjustedScalingMapsTheRescaledRangeOntoTheType)
+{
+    VX_REQUIRE_SHARED_DATA();
+    // Slope 2: 0..80000 onto 0..65535, scale 65535/80000; each value becomes
+    // floor(s x 2 x 0.8191875 + 0.5): 100 -> 164, 40000 -> 65535.
+    OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set", "RescaleSlope=2",
+                     "--set", "RescaleIntercept=0"},
+                    "0,100,40000,20000");
+    VxMessageCapture capture;
+    std::unique_ptr<VxField3> field(createField3(*s.stack));
+    ASSERT_TRUE(field);
+    const std::vector<unsigned short> v = samples<unsigned short>(*field);
+    EXPECT_EQ(v[0], 0);
+    EXPECT_EQ(v[1], 164);
+    EXPECT_EQ(v[2], 65535);
+    EXPECT_EQ(v[3], 32768); // 20000 x 1.638375 = 32767.5, + 0.5
+    const VxParameter *scale = field->parameters().parameter("DataWindowScale");
+    ASSERT_TRUE(scale);
+    EXPECT_NEAR(scale->floatValue(), 80000.0 / 65535.0, 1e-6);
+    EXPECT_EQ(param(*field, "DataWindowBias"), "(absent)");
+}
+
+TEST(DicomFieldCreation, OverflowAnswersFromTheWarningDialog)
+{
+    VX_REQUIRE_SHARED_DATA();
+    VxWarningDialog::setDisplayOverride(1);
+    const struct
+    {
+        const char *button;
+        unsigned short values[4];
+        const char *bias;
+    } cases[] = {
+        {"Clamp data", {0, 0, 1024, 64511}, "-1024"},
+        {"Ignore scaling", {0, 1024, 2048, 65535}, "(absent)"},
+        {"Adjust scaling", {0, 1024, 2048, 65535}, "-1024"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.button);
+        OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
+                         "RescaleIntercept=-1024"},
+                        "0,1024,2048,65535");
+        MessageBoxClicker clicker(c.button);
+        std::unique_ptr<VxField3> field(createField3(*s.stack));
+        ASSERT_TRUE(field);
+        EXPECT_TRUE(clicker.clicked);
+        EXPECT_EQ(clicker.text.toStdString(), kQuestion);
+        EXPECT_EQ(clicker.buttons, (QStringList{"Ignore scaling", "Clamp data", "Adjust scaling"}));
+        EXPECT_EQ(clicker.defaultButton, "Adjust scaling");
+        const std::vector<unsigned short> v = samples<unsigned short>(*field);
+        for (int k = 0; k < 4; ++k)
+            EXPECT_EQ(v[k], c.values[k]) << k;
+        EXPECT_EQ(param(*field, "DataWindowBias"), c.bias);
+        EXPECT_EQ(param(*field, "DataWindowScale"), "(absent)");
+    }
+    VxWarningDialog::setDisplayOverride(-1);
+}
+
+TEST(DicomFieldCreation, GapMakesAStackedFieldWithTheExactSliceCoordinates)
+{
+    vxtest::TempDir dir;
+    makeSeries(dir.file("u"), {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness", "1.5"});
+    makeSeries(dir.file("g"), {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness", "1.5",
+                               "--gaps", "1"});
+    OpenedFiles uniform(filesIn(dir.file("u"))), gap(filesIn(dir.file("g")));
+    auto us = stackOf(uniform.images());
+    auto gs = stackOf(gap.images());
+    EXPECT_EQ(us->spacingState, 1);
+    EXPECT_EQ(gs->spacingState, 2);
+
+    std::unique_ptr<VxField3> u(createField3(*us));
+    std::unique_ptr<VxField3> g(createField3(*gs));
+    ASSERT_TRUE(u && g);
+    EXPECT_STREQ(u->typeName(), "VxUniformScalarField3");
+    EXPECT_STREQ(g->typeName(), "VxStackedScalarField3");
+    float box[6];
+    u->getBoundingBox(box);
+    for (int k = 0; k < 6; ++k)
+        EXPECT_FLOAT_EQ(box[k], us->bbox[k]);
+    const KcDArray<float> &z = g->lattice()->sliceCoords();
+    ASSERT_EQ(z.size(), 4);
+    // Slices 1.5 mm apart with one extra distance after slice 1: 0, 0.15, 0.45, 0.6 cm
+    // above the first slice, as the stack holds them.
+    for (int k = 0; k < 4; ++k)
+        EXPECT_FLOAT_EQ(z[k], gs->sliceLocations[k]);
+    EXPECT_NEAR(z[1] - z[0], 0.15, 1e-5);
+    EXPECT_NEAR(z[2] - z[1], 0.30, 1e-5);
+    EXPECT_NEAR(z[3] - z[2], 0.15, 1e-5);
+    // Signed CT with intercept -1024 keeps its type and loses the intercept.
+    EXPECT_EQ(g->lattice()->primType(), KcPrimType::Int16);
+}
+
+TEST(DicomFieldCreation, ProgressOnlyForMoreThanOneSlice)
+{
+    vxtest::TempDir dir;
+    makeSeries(dir.file("s"), {"--rows", "4", "--columns", "4", "--slices", "3"});
+    OpenedFiles files(filesIn(dir.file("s")));
+    std::vector<std::string> statuses;
+    // Status changes only (progress fractions repeat the current status).
+    VxWorkArea::instance()->setObserver([&](const std::string &status, float) {
+        if (statuses.empty() || statuses.back() != status)
+            statuses.push_back(status);
+    });
+    KcDArray<VxDicomImage *> first;
+    first.append(files.images()[0]);
+    auto one = stackOf(first);
+    std::unique_ptr<VxField3> a(createField3(*one));
+    EXPECT_EQ(std::count(statuses.begin(), statuses.end(), "loading image data..."), 0);
+    auto three = stackOf(files.images());
+    std::unique_ptr<VxField3> b(createField3(*three));
+    VxWorkArea::instance()->setObserver(nullptr);
+    EXPECT_EQ(std::count(statuses.begin(), statuses.end(), "loading image data..."), 1);
+    ASSERT_TRUE(a && b);
+}
+
+TEST(DicomFieldCreation, ParametersAreCleanedAndCarryUnitAndWindow)
+{
+    VX_REQUIRE_SHARED_DATA();
+    OneImageStack s({"--set", "SpecificCharacterSet=ISO_IR 192", "--set", "PatientName=Doe\"^J\xc3\xb6rg",
+                     "--set", "Modality=MR"},
+                    "1,2,3");
+    std::unique_ptr<VxField3> field(createField3(*s.stack));
+    ASSERT_TRUE(field);
+    VxParamBundle *dicomBundle = field->parameters().bundle("DICOM");
+    ASSERT_TRUE(dicomBundle);
+    ASSERT_TRUE(dicomBundle->bundle("All"));
+    ASSERT_TRUE(dicomBundle->bundle("Slice000"));
+    const KcString name = dicomBundle->bundle("All")->getString("G0010-0010");
+    EXPECT_NE(name.find("Doe ^J rg"), std::string::npos) << name;
+    EXPECT_EQ(name.find('"'), std::string::npos);
+    // The stack's own bundle keeps the text as read.
+    EXPECT_NE(s.stack->parameters.bundle("All")->getString("G0010-0010").find('"'), std::string::npos);
+    EXPECT_EQ(param(*field, "DataWindow"), "0 1000");
+    EXPECT_EQ(param(*field, "Modality"), "MR");
+
+    setDicomUnitFactor(1.0f);
+    VxSkin::instance()->setDataWindowOption(true);
+    OneImageStack mm({"--set", "Modality=PT"}, "1,2,3");
+    std::unique_ptr<VxField3> f2(createField3(*mm.stack));
+    setDicomUnitFactor(0.1f);
+    VxSkin::instance()->setDataWindowOption(false);
+    ASSERT_TRUE(f2);
+    EXPECT_EQ(param(*f2, "UnitLength"), "0.001");
+    EXPECT_EQ(param(*f2, "DataWindow"), "(absent)") << "the host keeps its own window";
+    EXPECT_EQ(param(*f2, "Modality"), "Unknown");
+}
+
+TEST(DicomFieldCreation, PlanarColourIsInterleavedIntoPixelOrder)
+{
+    VX_REQUIRE_SHARED_DATA();
+    const std::vector<std::string> rgb = {
+        "--set", "Rows=2", "--set", "Columns=2", "--set", "SamplesPerPixel=3", "--set",
+        "PhotometricInterpretation=RGB", "--set", "BitsAllocated=8", "--set", "BitsStored=8",
+        "--set", "HighBit=7", "--set", "PixelRepresentation=0"};
+    const std::string pixels = "1,2,3,4,11,12,13,14,21,22,23,24";
+    for (int planar : {0, 1}) {
+        SCOPED_TRACE(planar);
+        std::vector<std::string> edits = rgb;
+        edits.push_back("--set");
+        edits.push_back("PlanarConfiguration=" + std::to_string(planar));
+        OneImageStack s(edits, pixels);
+        ASSERT_EQ(s.stack->images[0]->samplesPerPixel, 3);
+        std::unique_ptr<VxField3> field(createField3(*s.stack));
+        ASSERT_TRUE(field);
+        EXPECT_STREQ(field->typeName(), "VxRegColorField3");
+        EXPECT_EQ(field->lattice()->nComponents(), 3);
+        const std::vector<unsigned char> v = samples<unsigned char>(*field);
+        const std::vector<unsigned char> byPlane = {1, 11, 21, 2, 12, 22, 3, 13, 23, 4, 14, 24};
+        const std::vector<unsigned char> byPixel = {1, 2, 3, 4, 11, 12, 13, 14, 21, 22, 23, 24};
+        EXPECT_EQ(v, planar ? byPlane : byPixel);
+    }
+}
+
+class DicomFieldRegistration : public ::testing::Test
+{
+protected:
+    void SetUp() override { VxObjectPool::instance()->clear(); }
+    void TearDown() override
+    {
+        VxObjectPool::instance()->clear();
+        useDynamicSeriesCtrl = false;
+    }
+};
+
+TEST_F(DicomFieldRegistration, LoadCommandNamesEachFileOnceAndQuotesBlanks)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    makeSeries(dir.file("two words"), {"--rows", "4", "--columns", "4", "--slices", "2"});
+    std::vector<std::string> names = filesIn(dir.file("two words"));
+    const std::string plain = dir.file("plain.dcm");
+    fs::copy_file(names[1], plain);
+    names[1] = plain;
+    OpenedFiles files(names);
+    auto stack = stackOf(files.images());
+    VxField3 *field = createField3(*stack);
+    ASSERT_TRUE(field);
+    registerField3(field, *stack);
+    EXPECT_EQ(VxObjectPool::instance()->size(), 1);
+    EXPECT_EQ(field->label(), "Synthetic^Series");
+    EXPECT_EQ(field->loadCommand(), "load -dicom \"" + names[0] + "\" " + plain);
+
+    // The frames of one file stand there once.
+    const std::string multi = vxtest::sharedDicomFiles(kEnhanced6)[0];
+    OpenedFiles frames({multi}, 0);
+    ASSERT_EQ(frames.images().size(), 6);
+    auto frameStack = stackOf(frames.images());
+    VxField3 *framesField = createField3(*frameStack);
+    ASSERT_TRUE(framesField);
+    registerField3(framesField, *frameStack);
+    EXPECT_EQ(framesField->loadCommand(), "load -dicom " + multi);
+    EXPECT_EQ(framesField->lattice()->dim(2), 6);
+    registerField3(nullptr, *frameStack);
+    EXPECT_EQ(VxObjectPool::instance()->size(), 2);
+}
+
+TEST_F(DicomFieldRegistration, TimeSeriesCollectsTheFieldInsteadOfRegisteringIt)
+{
+    vxtest::TempDir dir;
+    makeSeries(dir.file("s"), {"--rows", "4", "--columns", "4", "--slices", "2"});
+    OpenedFiles files(filesIn(dir.file("s")));
+    auto stack = stackOf(files.images());
+    std::unique_ptr<VxField3> field(createField3(*stack));
+    ASSERT_TRUE(field);
+    useDynamicSeriesCtrl = true;
+    const int before = timeSteps.size();
+    registerField3(field.get(), *stack);
+    EXPECT_EQ(VxObjectPool::instance()->size(), 0);
+    ASSERT_EQ(timeSteps.size(), before + 1);
+    ASSERT_EQ(timeSteps.last().size(), 1);
+    EXPECT_EQ(timeSteps.last()[0], field.get());
+    timeSteps.remove(timeSteps.size() - 1);
+}
