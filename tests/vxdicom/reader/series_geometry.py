@@ -52,7 +52,7 @@ def main():
         for modality in ("CT", "MR"):
             d = os.path.join(work, "series", "square-" + modality)
             make(d, "--modality", modality, "--spacing", "0.7", "--thickness", "1.25",
-                 "--origin", "-7.35,20.5,-101.25")
+                 "--origin=-7.35,20.5,-101.25")
             series.append(d)
         r = subprocess.run([sys.executable, COMPARE, "--vxdicom", args.vxdicom,
                             "--work", os.path.join(work, "compare")] + series)
