@@ -4,143 +4,246 @@
 #include "platform/dicom/dicom.h"
 #include "vxdicom/reader/VxDicomFile.h"
 
+#include <strings.h>
+
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace fs = std::filesystem;
 
 namespace {
 
-constexpr unsigned kUndefinedLength = 0xFFFFFFFFu;
+constexpr uint32_t kUndefinedLength = 0xFFFFFFFFu;
+constexpr uint16_t kDelimiterGroup = 0xFFFE;
+constexpr uint16_t kItem = 0xE000;
+constexpr uint16_t kItemDelimiter = 0xE00D;
+constexpr uint16_t kSequenceDelimiter = 0xE0DD;
 
-struct Walker
+// The value of a Referenced File ID without its padding. CS values are padded
+// with a blank; some writers pad with NUL, and nothing after a NUL is text.
+KcString trimmedId(const unsigned char *value, size_t length)
 {
-    const unsigned char *p;
-    long size;
+    size_t end = 0;
+    while (end < length && value[end] != '\0')
+        ++end;
+    size_t begin = 0;
+    while (begin < end && value[begin] == ' ')
+        ++begin;
+    while (end > begin && value[end - 1] == ' ')
+        --end;
+    return KcString(reinterpret_cast<const char *>(value + begin), end - begin);
+}
+
+class RecordWalker
+{
+public:
+    RecordWalker(bool bigEndian, bool explicitVR, KcDArray<KcString> &ids)
+        : big(bigEndian), explicitVr(explicitVR), ids(ids)
+    {
+    }
+
+    // Walks the elements of one directory record starting at pos. A record of
+    // defined length ends exactly at recordEnd; one of undefined length at its
+    // item delimiter, before recordEnd (the end of the whole value). Returns
+    // the first byte after the record, or null when the record is malformed.
+    const unsigned char *walk(const unsigned char *pos, const unsigned char *recordEnd,
+                              bool undefinedLength)
+    {
+        while (pos < recordEnd) {
+            dicom::dicomElementHeader h;
+            if (!dicom::dicomReadElementHeader(pos, recordEnd, big, explicitVr, &h))
+                return nullptr;
+            const unsigned char *value = pos + h.headerSize;
+            if (h.group == kDelimiterGroup) {
+                if (undefinedLength && h.element == kItemDelimiter)
+                    return value;
+                return nullptr; // an item or a sequence end among the record's elements
+            }
+            size_t valueLength;
+            if (h.length == kUndefinedLength) {
+                // A nested sequence (such as an icon image sequence); UN of
+                // undefined length holds implicit VR items (CP-246).
+                const bool innerExplicit = explicitVr && !(h.vr[0] == 'U' && h.vr[1] == 'N');
+                const long n =
+                    dicom::dicomAdjustLength(value, recordEnd, big, innerExplicit, false);
+                if (n < 0)
+                    return nullptr;
+                valueLength = static_cast<size_t>(n);
+            } else {
+                if (h.length > static_cast<size_t>(recordEnd - value))
+                    return nullptr;
+                valueLength = h.length;
+                if (h.group == 0x0004 && h.element == 0x1500)
+                    ids.append(trimmedId(value, valueLength));
+            }
+            pos = value + valueLength;
+        }
+        return undefinedLength ? nullptr : pos; // no item delimiter before the end
+    }
+
+private:
     bool big;
     bool explicitVr;
-
-    unsigned short u16(long at) const { return dicom::dicomRead16bit(p + at, big); }
-    unsigned u32(long at) const { return dicom::dicomRead32bit(p + at, big); }
+    KcDArray<KcString> &ids;
 };
 
-bool hasLongLength(const unsigned char *vr)
+// The components of a file ID, split at the DICOM separator (and at '/').
+std::vector<std::string> components(const KcString &id)
 {
-    static const char *const longVrs[] = {"OB", "OD", "OF", "OL", "OV", "OW", "SQ",
-                                          "SV", "UC", "UN", "UR", "UT", "UV"};
-    for (const char *v : longVrs)
-        if (vr[0] == v[0] && vr[1] == v[1])
+    std::vector<std::string> parts;
+    std::string part;
+    for (char c : id) {
+        if (c == '\\' || c == '/') {
+            if (!part.empty())
+                parts.push_back(part);
+            part.clear();
+        } else {
+            part += c;
+        }
+    }
+    if (!part.empty())
+        parts.push_back(part);
+    return parts;
+}
+
+// File IDs are relative to the file set's root (PS3.10 8.2); one that steps
+// out of it is not a file of the set.
+bool leavesFileSet(const std::vector<std::string> &parts)
+{
+    for (const std::string &p : parts)
+        if (p == "..")
             return true;
     return false;
 }
 
-KcString trimmedId(const unsigned char *value, long length)
+// Finds a file whose path below base matches the components except for
+// letter case: ISO 9660 media mounted on Linux often show "images/im0001"
+// where the DICOMDIR says "IMAGES\IM0001". Folder listings are kept for the
+// whole DICOMDIR, so a CD of thousands of files is listed once per folder.
+class CaseResolver
 {
-    long begin = 0;
-    long end = length;
-    while (begin < end && (value[begin] == ' ' || value[begin] == '\0'))
-        ++begin;
-    while (end > begin && (value[end - 1] == ' ' || value[end - 1] == '\0'))
-        --end;
-    return KcString(reinterpret_cast<const char *>(value + begin), static_cast<size_t>(end - begin));
-}
-
-// Walks the elements of one item's content [begin, end); false when malformed.
-bool walkItem(const Walker &w, long begin, long end, const KcString &base,
-              KcDArray<KcString> &names)
-{
-    long pos = begin;
-    while (pos < end) {
-        if (pos + 8 > end)
-            return false;
-        const unsigned short group = w.u16(pos);
-        const unsigned short element = w.u16(pos + 2);
-        long header = 8;
-        unsigned length;
-        if (w.explicitVr) {
-            const unsigned char *vr = w.p + pos + 4;
-            if (hasLongLength(vr)) {
-                if (pos + 12 > end)
-                    return false;
-                length = w.u32(pos + 8);
-                header = 12;
-            } else {
-                length = w.u16(pos + 6);
+public:
+    KcString resolve(const KcString &base, const std::vector<std::string> &parts)
+    {
+        fs::path path(base.empty() ? "." : base.c_str());
+        for (const std::string &part : parts) {
+            std::error_code ec;
+            fs::path exact = path / part;
+            if (fs::exists(exact, ec)) {
+                path = exact;
+                continue;
             }
-        } else {
-            length = w.u32(pos + 4);
+            const std::vector<std::string> &entries = listing(path);
+            const std::string *match = nullptr;
+            for (const std::string &e : entries)
+                if (e.size() == part.size() && strcasecmp(e.c_str(), part.c_str()) == 0) {
+                    match = &e;
+                    break;
+                }
+            if (!match)
+                return KcString();
+            path /= *match;
         }
-        const long valueStart = pos + header;
-        long valueLength;
-        if (length == kUndefinedLength) {
-            const long adjusted = dicom::dicomAdjustLength(w.p + valueStart, w.p + end, w.big,
-                                                           w.explicitVr, false);
-            if (adjusted < 0)
-                return false;
-            valueLength = adjusted;
-        } else {
-            valueLength = static_cast<long>(length);
-        }
-        if (valueLength > end - valueStart)
+        return KcString(path.string());
+    }
+
+private:
+    const std::vector<std::string> &listing(const fs::path &dir)
+    {
+        auto found = listings.find(dir.string());
+        if (found != listings.end())
+            return found->second;
+        std::vector<std::string> &entries = listings[dir.string()];
+        std::error_code ec;
+        for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
+            entries.push_back(it->path().filename().string());
+        return entries;
+    }
+
+    std::map<std::string, std::vector<std::string>> listings;
+};
+
+} // namespace
+
+bool dicomDirFileIds(const unsigned char *value, size_t length, bool bigEndian, bool explicitVR,
+                     KcDArray<KcString> &ids)
+{
+    if (!value || length < 8)
+        return false;
+    const unsigned char *pos = value;
+    const unsigned char *const end = value + length;
+    if (dicom::dicomRead16bit(pos, bigEndian) != kDelimiterGroup ||
+        dicom::dicomRead16bit(pos + 2, bigEndian) != kItem)
+        return false;
+
+    RecordWalker records(bigEndian, explicitVR, ids);
+    while (pos < end) {
+        dicom::dicomElementHeader h;
+        if (!dicom::dicomReadElementHeader(pos, end, bigEndian, explicitVR, &h))
+            return false; // fewer than 8 bytes left
+        if (h.group != kDelimiterGroup)
             return false;
-        if (group == 0x0004 && element == 0x1500) {
-            KcFilename name = KcFilename::join(base, trimmedId(w.p + valueStart, valueLength));
-            name.fixSlashes();
-            names.append(name);
+        if (h.element == kSequenceDelimiter)
+            return true;
+        if (h.element != kItem)
+            return false;
+        const unsigned char *content = pos + h.headerSize;
+        const unsigned char *next;
+        if (h.length == kUndefinedLength) {
+            next = records.walk(content, end, true);
+        } else {
+            if (h.length > static_cast<size_t>(end - content))
+                return false;
+            next = records.walk(content, content + h.length, false);
         }
-        pos = valueStart + valueLength;
+        if (!next)
+            return false;
+        pos = next;
     }
     return true;
 }
 
-} // namespace
-
 int extractDicomDir(VxDicomFile *dicomDir, KcDArray<KcString> &names)
 {
-    if (!dicomDir || !dicomDir->data || names.isEmpty())
+    if (!dicomDir || !dicomDir->data)
         return names.size();
-    dicom::dicomStruct *d = dicomDir->data;
-    const KcString base = KcFilename(names.last()).directory();
+    const dicom::dicomStruct *d = dicomDir->data;
 
     if (const char *flag = dicom::dicomGetById(d, 0x0004, 0x1212))
         if (std::atoi(flag) == 1)
             return names.size();
 
-    const dicom::dicomDataElement *records = nullptr;
-    for (int i = 0; i < d->numElements; ++i)
-        if (d->elements[i].group == 0x0004 && d->elements[i].element == 0x1220)
-            records = &d->elements[i];
-    if (!records || !records->data || records->length < 8)
+    const dicom::dicomDataElement *records = dicom::dicomFindElement(d, 0x0004, 0x1220);
+    if (!records || !records->data || records->length <= 0)
         return names.size();
 
-    const Walker w{records->data, records->length, d->bigEndian, d->explicitVR};
-    if (w.u16(0) != 0xFFFE || w.u16(2) != 0xE000)
-        return names.size();
+    KcDArray<KcString> ids;
+    dicomDirFileIds(records->data, static_cast<size_t>(records->length), d->bigEndian,
+                    d->explicitVR, ids);
 
-    long pos = 0;
-    while (pos + 8 <= w.size) {
-        const unsigned short group = w.u16(pos);
-        const unsigned short element = w.u16(pos + 2);
-        if (group != 0xFFFE || element != 0xE000)
-            break; // sequence delimiter, or garbage: the walk ends here
-        const unsigned length = w.u32(pos + 4);
-        const long begin = pos + 8;
-        long end;
-        long next;
-        if (length == kUndefinedLength) {
-            const long adjusted = dicom::dicomAdjustLength(w.p + begin, w.p + w.size, w.big,
-                                                           w.explicitVr, true);
-            if (adjusted < 8)
-                break;
-            end = begin + adjusted - 8; // content stops before the item delimiter
-            next = begin + adjusted;
-        } else {
-            if (static_cast<long>(length) > w.size - begin)
-                break;
-            end = begin + static_cast<long>(length);
-            next = end;
+    // Deliberately the last name of the list, not the DICOMDIR's own name:
+    // with a single DICOMDIR argument they are the same.
+    const KcString base =
+        KcFilename(names.isEmpty() ? dicomDir->fileName : names.last()).directory();
+    CaseResolver resolver;
+    for (const KcString &id : ids) {
+        const std::vector<std::string> parts = components(id);
+        if (parts.empty() || leavesFileSet(parts))
+            continue;
+        KcFilename name = KcFilename::join(base, id);
+        name.fixSlashes();
+        std::error_code ec;
+        if (!fs::exists(name.c_str(), ec)) {
+            const KcString onDisk = resolver.resolve(base, parts);
+            if (!onDisk.empty())
+                name = KcFilename(onDisk);
         }
-        if (!walkItem(w, begin, end, base, names))
-            break;
-        pos = next;
+        names.append(name);
     }
     return names.size();
 }
