@@ -13,10 +13,14 @@
 #include "vxdicom/reader/VxDicomImageStack.h"
 #include "vxdicom/reader/VxDynamicDicomSeriesCtrl.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <set>
+#include <utility>
 
 bool useDynamicSeriesCtrl = false;
 KcDArray<VxDynamicSeriesCtrl::TimeStep> timeSteps;
@@ -55,6 +59,7 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
         work.setStatus("loading files...");
     }
 
+    std::set<std::pair<dev_t, ino_t>> dicomDirsRead;
     for (int i = 0; i < n; ++i) {
         const KcString name = names[i];
         VxDicomFile *file = nullptr;
@@ -72,7 +77,14 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
                 work.startProgress();
                 work.setStatus("processing DICOMDIR...");
             }
-            n = extractDicomDir(file, names);
+            // A DICOMDIR that lists itself, or two that list each other,
+            // would otherwise grow the list without end.
+            struct stat st;
+            if (stat(name.c_str(), &st) == 0 && !dicomDirsRead.emplace(st.st_dev, st.st_ino).second)
+                msg->printf("DICOMDIR %s was read before; its files are not added again\n",
+                            name.c_str());
+            else
+                n = extractDicomDir(file, names);
             delete file;
         } else if (file) {
             files.append(file);
