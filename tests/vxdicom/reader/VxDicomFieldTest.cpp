@@ -224,6 +224,95 @@ TEST(DicomFieldCreation, OverflowAnswersFromTheWarningDialog)
     VxWarningDialog::setDisplayOverride(-1);
 }
 
+// Two images of one stack, both copies of a real signed MR file.
+struct TwoImageStack
+{
+    vxtest::TempDir dir;
+    OpenedFiles files;
+    std::unique_ptr<VxDicomImageStack> stack;
+
+    TwoImageStack(const std::vector<std::string> &a, const std::vector<std::string> &b)
+    {
+        editCopy(vxtest::sharedPath(kMrFile), dir.file("a.dcm"), a);
+        editCopy(vxtest::sharedPath(kMrFile), dir.file("b.dcm"), b);
+        files.add(dir.file("a.dcm"));
+        files.add(dir.file("b.dcm"));
+        stack = stackOf(files.images());
+    }
+};
+
+// A slice whose plain intercept fits the stack's type is rescaled while it is
+// read; when the stack as a whole needs another type or scaling, that early
+// rescale must be taken back before the final one.
+TEST(DicomFieldCreation, EarlyRescaleIsTakenBackWhenTheStackNeedsAnotherFit)
+{
+    VX_REQUIRE_SHARED_DATA();
+    {
+        SCOPED_TRACE("second image reaches 33000: unsigned without rescaling");
+        TwoImageStack s({"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
+                        {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,32000"});
+        ASSERT_EQ(s.stack->primType, KcPrimType::Int16);
+        std::unique_ptr<VxField3> field(createField3(*s.stack));
+        ASSERT_TRUE(field);
+        ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
+        const std::vector<unsigned short> v = samples<unsigned short>(*field);
+        const size_t slice = 256 * 256;
+        EXPECT_EQ(v[0], 1000);
+        EXPECT_EQ(v[1], 1500);
+        EXPECT_EQ(v[2], 2000);
+        EXPECT_EQ(v[slice], 1000);
+        EXPECT_EQ(v[slice + 1], 33000);
+    }
+    {
+        SCOPED_TRACE("second image reaches 98301: adjusted into 0..65535");
+        // scale = 65535 / 98301 = 0.66667684, offset 0. First image:
+        // floor(s x 0.66667684 + 1000 x 0.66667684 + 0.5): 0 -> 667, 500 -> 1000,
+        // 1000 -> 1333. Second: floor(s x 3 x 0.66667684 + 0.5): 1 -> 2,
+        // 10000 -> 20000, 32767 -> 65535.
+        TwoImageStack s({"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
+                        {"--set", "RescaleIntercept=0", "--set", "RescaleSlope=3", "--pixels=0,1,10000,32767"});
+        VxMessageCapture capture;
+        std::unique_ptr<VxField3> field(createField3(*s.stack));
+        ASSERT_TRUE(field);
+        ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
+        const std::vector<unsigned short> v = samples<unsigned short>(*field);
+        const size_t slice = 256 * 256;
+        EXPECT_EQ(v[0], 667);
+        EXPECT_EQ(v[1], 1000);
+        EXPECT_EQ(v[2], 1333);
+        EXPECT_EQ(v[slice + 0], 0);
+        EXPECT_EQ(v[slice + 1], 2);
+        EXPECT_EQ(v[slice + 2], 20000);
+        EXPECT_EQ(v[slice + 3], 65535);
+    }
+}
+
+TEST(DicomFieldCreation, ImagesWithoutPositionAreCentredWithTheirSliceLocations)
+{
+    vxtest::TempDir dir;
+    // Axial, centred in plane; Slice Location 0, 2, 4, 6 mm.
+    makeSeries(dir.file("s"), {"--rows", "7", "--columns", "5", "--slices", "4", "--spacing", "0.8",
+                               "--row-spacing", "1.1", "--thickness", "2.0"});
+    std::vector<std::string> names;
+    for (const std::string &f : filesIn(dir.file("s"))) {
+        names.push_back(f + ".nopos");
+        editCopy(f, names.back(), {"--delete", "ImagePositionPatient"});
+    }
+    OpenedFiles files(names);
+    auto stack = stackOf(files.images());
+    ASSERT_EQ(stack->images[0]->hasPosition, 0);
+    std::unique_ptr<VxField3> field(createField3(*stack));
+    ASSERT_TRUE(field);
+    flipField3(field.get(), *stack);
+    float box[6];
+    field->getBoundingBox(box);
+    // (5 - 1) x 0.08 cm / 2 = 0.16; (7 - 1) x 0.11 cm / 2 = 0.33; 0 .. 0.6 cm.
+    const float expected[6] = {-0.16f, 0.16f, -0.33f, 0.33f, 0.0f, 0.6f};
+    for (int k = 0; k < 6; ++k)
+        EXPECT_NEAR(box[k], expected[k], 1e-6) << k;
+    EXPECT_FALSE(field->hasTransform());
+}
+
 TEST(DicomFieldCreation, GapMakesAStackedFieldWithTheExactSliceCoordinates)
 {
     vxtest::TempDir dir;
@@ -337,6 +426,17 @@ TEST(DicomFieldCreation, PlanarColourIsInterleavedIntoPixelOrder)
         const std::vector<unsigned char> byPixel = {1, 2, 3, 4, 11, 12, 13, 14, 21, 22, 23, 24};
         EXPECT_EQ(v, planar ? byPlane : byPixel);
     }
+
+    // YBR_FULL (PS3.3 C.7.6.3.1.2) becomes RGB: Y 128, Cb 128, Cr 128 is grey 128;
+    // Y 76, Cb 85, Cr 255: R = 76 + 1.402 x 127 = 254.05, G = 76 + 0.344136 x 43
+    // - 0.714136 x 127 = 0.10, B = 76 - 1.772 x 43 = -0.20 -> (254, 0, 0).
+    std::vector<std::string> edits = rgb;
+    edits.insert(edits.end(), {"--set", "PhotometricInterpretation=YBR_FULL", "--set", "PlanarConfiguration=0"});
+    OneImageStack ybr(edits, "128,128,128,76,85,255");
+    std::unique_ptr<VxField3> field(createField3(*ybr.stack));
+    ASSERT_TRUE(field);
+    const std::vector<unsigned char> v = samples<unsigned char>(*field);
+    EXPECT_EQ(v, (std::vector<unsigned char>{128, 128, 128, 254, 0, 0, 128, 128, 128, 254, 0, 0}));
 }
 
 class DicomFieldRegistration : public ::testing::Test
