@@ -194,6 +194,41 @@ bool readJ2kFrame(const dicomStruct *d, const ByteSource &source, int frame, uns
     return decodeJ2kFrame(codestream.data(), codestream.size(), layout.format, dst, why);
 }
 
+// Checks the RLE header of a frame (PS3.5 G.5) before DCMTK decodes it:
+// DCMTK 3.6.7 trusts the segment offsets and reads wherever they point.
+bool checkRleHeader(const dicomStruct *d, const ByteSource &source, int frame, std::string *why)
+{
+    const PixelLayout &layout = d->impl->layout;
+    std::vector<int> starts;
+    if (!frameStarts(d, source, &starts, why))
+        return false;
+    const size_t first = size_t(starts[size_t(frame)]);
+    const size_t last = size_t(frame) + 1 < starts.size() ? size_t(starts[size_t(frame) + 1])
+                                                          : layout.fragments.size();
+    uint64_t frameBytes = 0;
+    for (size_t f = first; f < last; ++f)
+        frameBytes += layout.fragments[f].length;
+    unsigned char header[64];
+    if (layout.fragments[first].length < sizeof header ||
+        !source.read(layout.fragments[first].offset, header, sizeof header))
+        return fail(why, "RLE frame " + std::to_string(frame + 1) + " has no complete header");
+    const uint32_t segments = dicomRead32bit(header, false);
+    const uint32_t expected = uint32_t(d->samplesPerPixel * d->bytesPerSample);
+    if (segments != expected)
+        return fail(why, "RLE frame " + std::to_string(frame + 1) + " has " + std::to_string(segments) +
+                             " segments, " + std::to_string(expected) + " expected");
+    uint32_t previous = 0;
+    for (uint32_t i = 0; i < segments; ++i) {
+        const uint32_t offset = dicomRead32bit(header + 4 + 4 * i, false);
+        if ((i == 0 && offset != 64) || offset <= previous || offset >= frameBytes)
+            return fail(why, "RLE frame " + std::to_string(frame + 1) + ": segment " +
+                                 std::to_string(i + 1) + " at byte " + std::to_string(offset) +
+                                 " lies outside its " + std::to_string(frameBytes) + " bytes");
+        previous = offset;
+    }
+    return true;
+}
+
 // RLE, JPEG, JPEG-LS and deflated data sets: DCMTK decodes from its own
 // parse of the source, kept while frames are read in order.
 bool readDcmtkFrame(const dicomStruct *d, const ByteSource &source, int frame, unsigned char *dst,
@@ -201,6 +236,8 @@ bool readDcmtkFrame(const dicomStruct *d, const ByteSource &source, int frame, u
 {
     dicomStructImpl &impl = *d->impl;
     std::lock_guard<std::mutex> lock(impl.decodeMutex);
+    if (d->compression == COMPRESSION_RLE && !checkRleHeader(d, source, frame, why))
+        return false;
     const std::string key = source.isFile() ? source.path() : std::string();
     if (!impl.decoder || !impl.decoder->file || impl.decoder->key != key) {
         auto state = std::make_shared<DecoderState>();

@@ -6,6 +6,7 @@
 
 #include "platform/core/VxMessage.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <random>
 
@@ -134,6 +135,28 @@ TEST(BrokenInput, RandomCorruptionNeverCrashes)
     EXPECT_GT(refused, 0);
     EXPECT_GT(decoded, 0);
     EXPECT_EQ(parsed, decoded + undecodable);
+}
+
+// DCMTK 3.6.7's RLE decoder follows segment offsets outside the fragment
+// (found by fuzzing); the layer checks the RLE header first.
+TEST(BrokenInput, RleSegmentOffsetsOutsideTheFrameAreRefused)
+{
+    VX_REQUIRE_SHARED_DATA();
+    std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(4));
+    // 16-bit monochrome RLE: two segments, the first at byte 64 (PS3.5 G.5).
+    const unsigned char header[] = {2, 0, 0, 0, 64, 0, 0, 0};
+    auto at = std::search(bytes.begin(), bytes.end(), header, header + 8);
+    ASSERT_NE(at, bytes.end());
+    at[6] = 0x60; // first segment at byte 0x00600040
+    std::string why;
+    DicomPtr d(dicom::dicomReadBuffer(bytes.data(), bytes.size(), "4.dcm", &why));
+    EXPECT_FALSE(d);
+    EXPECT_NE(why.find("RLE frame 1: segment 1 at byte 6291520"), std::string::npos) << why;
+    at[6] = 0;
+    at[0] = 3; // three segments for one 16-bit sample
+    d.reset(dicom::dicomReadBuffer(bytes.data(), bytes.size(), "4.dcm", &why));
+    EXPECT_FALSE(d);
+    EXPECT_NE(why.find("3 segments, 2 expected"), std::string::npos) << why;
 }
 
 TEST(BrokenInput, PixelReadsCheckTheirArguments)
