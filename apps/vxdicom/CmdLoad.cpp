@@ -11,6 +11,7 @@
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
 #include "platform/data/VxField3.h"
+#include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/browser/DicomDialog.h"
 #include "vxdicom/reader/VxDicom.h"
 
@@ -122,8 +123,10 @@ int runLoad(int argc, char **argv)
             argvNames.push_back(n.c_str());
         KcDArray<VxField3 *> fields;
         const int poolBefore = VxObjectPool::instance()->size();
+        // Nobody could answer a dialog shown without a display.
+        const bool dialog = showDialog && VxWarningDialog::haveDisplay();
         const int ok = vxReadDicom(static_cast<int>(argvNames.size()), argvNames.data(), fields,
-                                   showDialog ? 1 : 0, true);
+                                   dialog ? 1 : 0, true);
         VxMessage::getTheMsg()->setQuiet(false);
         return reportAndSave(fields, poolBefore, save, ok == 1);
     });
