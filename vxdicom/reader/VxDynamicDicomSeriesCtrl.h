@@ -18,6 +18,8 @@ public:
 
     /// Writes "load -dicom" and every file name between double quotes, then a
     /// newline. Returns 0 (also for a null file, when nothing is written).
+    /// A '"', '\\', '$', '[' or ']' in a name gets a backslash in front, so
+    /// that the script interpreter reads the name back unchanged.
     int saveCreation(FILE *file, const char *dataDir, int flags) override;
 
     const KcDArray<KcString> &names() const { return fileNames; }
