@@ -13,6 +13,7 @@
 #include "platform/data/VxField3.h"
 #include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/browser/DicomDialog.h"
+#include "vxdicom/params/VxAnonymizeImageStack.h"
 #include "vxdicom/reader/VxDicom.h"
 
 #include <cstdio>
@@ -21,6 +22,25 @@
 #include <vector>
 
 namespace vxdicom_cli {
+
+namespace {
+
+// The slices' bundles still name the files they came from; the anonymizer
+// module removes those names. The fields keep the labels the load gave them
+// (already "Anonymized", made unique by the object pool).
+void anonymizeFields(const KcDArray<VxField3 *> &fields)
+{
+    VxAnonymizeImageStack anonymizer;
+    for (VxField3 *field : fields) {
+        const KcString label = field->label();
+        anonymizer.portData.connect(field);
+        anonymizer.portAction.hit(0);
+        anonymizer.fire();
+        field->setLabel(label);
+    }
+}
+
+} // namespace
 
 void helpLoad()
 {
@@ -40,7 +60,9 @@ void helpLoad()
         "  -o, --output DIR     save every field into DIR (created when missing)\n"
         "  --format FMT         nii.gz (default), nii or nrrd\n"
         "  --anonymize          anonymise the attributes (stack name \"Anonymized\",\n"
-        "                       patient group left out)\n"
+        "                       patient group left out), then run the anonymizer\n"
+        "                       module on every field, so that saved files carry no\n"
+        "                       patient name and no file names\n"
         "  --time-series        load the stacks as time steps of one series\n"
         "                       (saved as one 4D NIfTI when the steps share geometry)\n"
         "  -q, --quiet          no line per file read\n"
@@ -128,6 +150,8 @@ int runLoad(int argc, char **argv)
         const int ok = vxReadDicom(static_cast<int>(argvNames.size()), argvNames.data(), fields,
                                    dialog ? 1 : 0, true);
         VxMessage::getTheMsg()->setQuiet(false);
+        if (choices.anonymize)
+            anonymizeFields(fields);
         return reportAndSave(fields, poolBefore, save, ok == 1);
     });
 }

@@ -39,6 +39,15 @@ const char *extension(SaveOptions::Format f)
     }
 }
 
+std::string uniqueName(const std::string &base, const char *ending, std::set<std::string> &used)
+{
+    std::string name = base + ending;
+    for (int n = 2; used.count(name); ++n)
+        name = base + "_" + std::to_string(n) + ending;
+    used.insert(name);
+    return name;
+}
+
 // A file name made of the label: letters, digits, '-', '_' and '.' are kept,
 // everything else becomes '_'; names already used get "_2", "_3", ...
 std::string fileNameFor(const std::string &label, std::set<std::string> &used,
@@ -53,11 +62,7 @@ std::string fileNameFor(const std::string &label, std::set<std::string> &used,
         base.erase(base.begin());
     if (base.empty())
         base = "field";
-    std::string name = base + extension(format);
-    for (int n = 2; used.count(name); ++n)
-        name = base + "_" + std::to_string(n) + extension(format);
-    used.insert(name);
-    return name;
+    return uniqueName(base, extension(format), used);
 }
 
 bool saveOne(const VxField3 &field, const fs::path &path, SaveOptions::Format format)
@@ -154,7 +159,8 @@ int reportAndSave(const KcDArray<VxField3 *> &fields, int poolBefore, const Save
                      save.directory.c_str(), ec.message().c_str());
         return 1;
     }
-    std::set<std::string> used;
+    std::set<std::string> ownNames;
+    std::set<std::string> &used = save.usedNames ? *save.usedNames : ownNames;
     const fs::path dir(save.directory);
 
     if (series) {
@@ -183,8 +189,14 @@ int reportAndSave(const KcDArray<VxField3 *> &fields, int poolBefore, const Save
                                                save.format),
                              save.format) &&
                      ok;
-        const fs::path command = dir / "TimeSeriesCtrl.vxs";
+        const fs::path command = dir / uniqueName("TimeSeriesCtrl", ".vxs", used);
         if (FILE *f = std::fopen(command.c_str(), "w")) {
+            // The creation command alone would replay as separate fields: the
+            // variable makes 'vxdicom run' load the stacks as one series again.
+            std::fprintf(f,
+                         "# time series of %d steps; replay with: vxdicom run %s\n"
+                         "set DicomLoadAsTimeSeries 1\n",
+                         series->nSteps(), command.filename().c_str());
             series->saveCreation(f, save.directory.c_str(), 0);
             const bool closed = std::fclose(f) == 0;
             if (closed)

@@ -2,6 +2,7 @@
 
 #include "platform/core/KcDArray.h"
 
+#include <set>
 #include <string>
 
 class VxField3;
@@ -13,6 +14,9 @@ struct SaveOptions
     enum Format { NiftiGz, Nifti, Nrrd };
     std::string directory; ///< empty: nothing is saved
     Format format = NiftiGz;
+    /// File names already written into the folder by earlier loads of the same
+    /// run (a script with several load commands); null: this save alone.
+    std::set<std::string> *usedNames = nullptr;
 };
 
 /// "nii.gz", "nii" or "nrrd".

@@ -21,6 +21,10 @@ int runLoad(int argc, char **argv);
 void helpLoad();
 int runSaveDicom(int argc, char **argv);
 void helpSaveDicom();
+int runAnonymize(int argc, char **argv);
+void helpAnonymize();
+int runRun(int argc, char **argv);
+void helpRun();
 
 /// True when args hold -h or --help.
 bool wantsHelp(int argc, char **argv);

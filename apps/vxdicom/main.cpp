@@ -17,6 +17,9 @@ const SubCommand kCommands[] = {
      helpLoad},
     {"save-dicom", "write volumes (NIfTI, NRRD or loaded DICOM) as DICOM, one file per slice",
      runSaveDicom, helpSaveDicom},
+    {"anonymize", "run the anonymizer module on a saved field (NRRD or NIfTI)", runAnonymize,
+     helpAnonymize},
+    {"run", "run host script commands (stored \"load -dicom ...\" commands)", runRun, helpRun},
 };
 
 void usage(FILE *out)
