@@ -105,8 +105,8 @@ int saveField(VxField3 &field, const std::string &dir, const SaveRequest &reques
             return -1;
         }
         const int dims[3] = {lat->dim(0), lat->dim(1), lat->nComponents()};
-        object = std::make_unique<Dicom3Object>(dims,
-                                                static_cast<const unsigned char *>(lat->data()));
+        object =
+            std::make_unique<Dicom3Object>(dims, static_cast<const unsigned char *>(lat->data()));
     } else {
         if (type != KcPrimType::UInt8 && type != KcPrimType::Int16 && type != KcPrimType::UInt16) {
             msg->printf("save-dicom: field \"%s\" holds %s samples; DICOM images are written "

@@ -33,9 +33,12 @@ const char *unitName(double metresPerUnit)
 const char *extension(SaveOptions::Format f)
 {
     switch (f) {
-    case SaveOptions::Nifti: return ".nii";
-    case SaveOptions::Nrrd: return ".nrrd";
-    default: return ".nii.gz";
+    case SaveOptions::Nifti:
+        return ".nii";
+    case SaveOptions::Nrrd:
+        return ".nrrd";
+    default:
+        return ".nii.gz";
     }
 }
 
@@ -116,7 +119,8 @@ void printFieldSummary(const VxField3 &field)
             std::printf(" x %d components", lat->nComponents());
         std::printf(", voxel");
         for (int k = 0; k < 3; ++k) {
-            const double d = lat->dim(k) > 1 ? (box[2 * k + 1] - box[2 * k]) / (lat->dim(k) - 1) : 0;
+            const double d =
+                lat->dim(k) > 1 ? (box[2 * k + 1] - box[2 * k]) / (lat->dim(k) - 1) : 0;
             std::printf("%s%g", k ? " x " : " ", d);
         }
         std::printf(" %s%s, box [%g %g] [%g %g] [%g %g] %s", unit,
@@ -155,8 +159,8 @@ int reportAndSave(const KcDArray<VxField3 *> &fields, int poolBefore, const Save
     std::error_code ec;
     fs::create_directories(save.directory, ec);
     if (ec) {
-        std::fprintf(stderr, "vxdicom load: cannot create folder %s: %s\n",
-                     save.directory.c_str(), ec.message().c_str());
+        std::fprintf(stderr, "vxdicom load: cannot create folder %s: %s\n", save.directory.c_str(),
+                     ec.message().c_str());
         return 1;
     }
     std::set<std::string> ownNames;
@@ -177,8 +181,7 @@ int reportAndSave(const KcDArray<VxField3 *> &fields, int poolBefore, const Save
                 std::printf("saved %s (%d time steps)\n", path.c_str(), steps.size());
                 written = true;
             } else {
-                std::fprintf(stderr,
-                             "warning: the time steps are saved one file each: %s\n",
+                std::fprintf(stderr, "warning: the time steps are saved one file each: %s\n",
                              error.c_str());
             }
         }

@@ -13,8 +13,7 @@ namespace {
 const SubCommand kCommands[] = {
     {"info", "print what the DICOM layer reads from files and decode every frame", runInfo,
      helpInfo},
-    {"load", "load DICOM files into 3D fields (and save them as NIfTI or NRRD)", runLoad,
-     helpLoad},
+    {"load", "load DICOM files into 3D fields (and save them as NIfTI or NRRD)", runLoad, helpLoad},
     {"save-dicom", "write volumes (NIfTI, NRRD or loaded DICOM) as DICOM, one file per slice",
      runSaveDicom, helpSaveDicom},
     {"anonymize", "run the anonymizer module on a saved field (NRRD or NIfTI)", runAnonymize,

@@ -81,12 +81,13 @@ int main(int argc, char **argv)
     }
     std::vector<std::string> files;
     std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(folder, ec); it != fs::recursive_directory_iterator();
-         it.increment(ec)) {
+    for (auto it = fs::recursive_directory_iterator(folder, ec);
+         it != fs::recursive_directory_iterator(); it.increment(ec)) {
         if (ec)
             break;
         const std::string name = it->path().filename().string();
-        if (it->is_regular_file() && name != "README.md" && name != "LICENSE" && name != "notes.txt")
+        if (it->is_regular_file() && name != "README.md" && name != "LICENSE" &&
+            name != "notes.txt")
             files.push_back(it->path().string());
     }
     std::sort(files.begin(), files.end());
@@ -107,9 +108,10 @@ int main(int argc, char **argv)
         passTotals.push_back(std::accumulate(t.begin(), t.end(), 0.0));
         all.insert(all.end(), t.begin(), t.end());
     }
-    const double mean = all.empty() ? 0 : std::accumulate(all.begin(), all.end(), 0.0) / double(all.size());
-    std::printf("%s, %zu files (%d not readable), %d passes, %s\n", folder.c_str(), files.size(), failed,
-                repeat, pixels ? "header + all frames" : "header only (delayed read)");
+    const double mean =
+        all.empty() ? 0 : std::accumulate(all.begin(), all.end(), 0.0) / double(all.size());
+    std::printf("%s, %zu files (%d not readable), %d passes, %s\n", folder.c_str(), files.size(),
+                failed, repeat, pixels ? "header + all frames" : "header only (delayed read)");
     std::printf("per file: median %.1f us, mean %.1f us\n", median(all), mean);
     std::printf("per pass: best %.2f ms, median %.2f ms\n",
                 *std::min_element(passTotals.begin(), passTotals.end()) / 1000.0,

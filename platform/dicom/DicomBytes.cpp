@@ -13,9 +13,10 @@ uint16_t dicomRead16bit(const unsigned char *p, bool bigEndian)
 
 uint32_t dicomRead32bit(const unsigned char *p, bool bigEndian)
 {
-    return bigEndian ? (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3]
-                     : uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16)
-                           | (uint32_t(p[3]) << 24);
+    return bigEndian
+               ? (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3]
+               : uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) |
+                     (uint32_t(p[3]) << 24);
 }
 
 bool hasLongExplicitLength(const char vr[2])

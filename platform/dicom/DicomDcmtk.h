@@ -22,8 +22,8 @@ std::string conditionText(const OFCondition &condition);
 struct DecoderState
 {
     std::unique_ptr<DcmFileFormat> file;
-    std::string key;      ///< the path the data set came from; empty for a buffer
-    int nextFrame = -1;   ///< the frame the fragment below belongs to
+    std::string key;    ///< the path the data set came from; empty for a buffer
+    int nextFrame = -1; ///< the frame the fragment below belongs to
     Uint32 nextFragment = 0;
 };
 

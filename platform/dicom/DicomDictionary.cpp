@@ -8,8 +8,8 @@
 #include "platform/dicom/DicomInternal.h"
 
 #include "dcmtk/config/osconfig.h"
-#include "dcmtk/dcmdata/dcdict.h"
 #include "dcmtk/dcmdata/dcdicent.h"
+#include "dcmtk/dcmdata/dcdict.h"
 #include "dcmtk/dcmdata/dchashdi.h"
 
 #include <cctype>
@@ -123,49 +123,88 @@ std::string keywordToDictionaryName(const char *keyword)
 valRep valRepOfDcmEVR(int evr)
 {
     switch (static_cast<DcmEVR>(evr)) {
-    case EVR_AE: return AE;
-    case EVR_AS: return AS;
-    case EVR_AT: return AT;
-    case EVR_CS: return CS;
-    case EVR_DA: return DA;
-    case EVR_DS: return DS;
-    case EVR_DT: return DT;
-    case EVR_FL: return FL;
-    case EVR_FD: return FD;
-    case EVR_IS: return IS;
-    case EVR_LO: return LO;
-    case EVR_LT: return LT;
-    case EVR_PN: return PN;
-    case EVR_SH: return SH;
-    case EVR_SL: return SL;
-    case EVR_SS: return SS;
-    case EVR_ST: return ST;
-    case EVR_TM: return TM;
-    case EVR_UI: return UI;
-    case EVR_UL: return UL;
-    case EVR_US: return US;
-    case EVR_OB: return OB;
-    case EVR_OW: return OW;
-    case EVR_SQ: return SQ;
-    case EVR_UT: return UT;
+    case EVR_AE:
+        return AE;
+    case EVR_AS:
+        return AS;
+    case EVR_AT:
+        return AT;
+    case EVR_CS:
+        return CS;
+    case EVR_DA:
+        return DA;
+    case EVR_DS:
+        return DS;
+    case EVR_DT:
+        return DT;
+    case EVR_FL:
+        return FL;
+    case EVR_FD:
+        return FD;
+    case EVR_IS:
+        return IS;
+    case EVR_LO:
+        return LO;
+    case EVR_LT:
+        return LT;
+    case EVR_PN:
+        return PN;
+    case EVR_SH:
+        return SH;
+    case EVR_SL:
+        return SL;
+    case EVR_SS:
+        return SS;
+    case EVR_ST:
+        return ST;
+    case EVR_TM:
+        return TM;
+    case EVR_UI:
+        return UI;
+    case EVR_UL:
+        return UL;
+    case EVR_US:
+        return US;
+    case EVR_OB:
+        return OB;
+    case EVR_OW:
+        return OW;
+    case EVR_SQ:
+        return SQ;
+    case EVR_UT:
+        return UT;
     // Dictionary pseudo-VRs: the first choice of the alternatives.
-    case EVR_xs: return US;          // US or SS
-    case EVR_ox: return OW;          // OB or OW
-    case EVR_lt: return OW;          // US, SS or OW
-    case EVR_px: return OW;          // pixel data, OB or OW
-    case EVR_up: return UL;          // UL used as a file offset
-    case EVR_OverlayData: return OW;
-    case EVR_PixelData: return OW;
+    case EVR_xs:
+        return US; // US or SS
+    case EVR_ox:
+        return OW; // OB or OW
+    case EVR_lt:
+        return OW; // US, SS or OW
+    case EVR_px:
+        return OW; // pixel data, OB or OW
+    case EVR_up:
+        return UL; // UL used as a file offset
+    case EVR_OverlayData:
+        return OW;
+    case EVR_PixelData:
+        return OW;
     // VRs newer than the module's table, mapped to the row that keeps the
     // value intact: unlimited texts to UT (no length cut), other binary
     // arrays to OB (bytes as stored).
-    case EVR_UC: return UT;
-    case EVR_UR: return UT;
-    case EVR_OD: return OB;
-    case EVR_OF: return OB;
-    case EVR_OL: return OB;
-    case EVR_OV: return OB;
-    default: return UN;              // SV, UV, UN, items, unknown
+    case EVR_UC:
+        return UT;
+    case EVR_UR:
+        return UT;
+    case EVR_OD:
+        return OB;
+    case EVR_OF:
+        return OB;
+    case EVR_OL:
+        return OB;
+    case EVR_OV:
+        return OB;
+    default:
+        return UN; // SV, UV, UN, items, unknown
     }
 }
 

@@ -75,15 +75,15 @@ struct PixelLayout
 {
     bool present = false;
     bool encapsulated = false;
-    bool deflated = false;       ///< the whole data set is deflated: pixels only through DCMTK
-    uint64_t valueOffset = 0;    ///< first byte of the Pixel Data value
-    uint64_t valueLength = 0;    ///< bytes of the value (encapsulated: up to the delimiter's end)
-    bool wordValue = false;      ///< VR OW (matters for 8- and 1-bit data in big endian)
+    bool deflated = false;    ///< the whole data set is deflated: pixels only through DCMTK
+    uint64_t valueOffset = 0; ///< first byte of the Pixel Data value
+    uint64_t valueLength = 0; ///< bytes of the value (encapsulated: up to the delimiter's end)
+    bool wordValue = false;   ///< VR OW (matters for 8- and 1-bit data in big endian)
     std::vector<uint32_t> offsetTable; ///< basic offset table
     std::vector<Fragment> fragments;   ///< items after the offset table
     std::string storedPhotometric;
-    bool ybr422 = false;         ///< native YBR_FULL_422, widened to YBR_FULL when read
-    uint64_t frameBits = 0;      ///< native: bits one frame occupies in the file
+    bool ybr422 = false;    ///< native YBR_FULL_422, widened to YBR_FULL when read
+    uint64_t frameBits = 0; ///< native: bits one frame occupies in the file
     FrameFormat format;
 };
 

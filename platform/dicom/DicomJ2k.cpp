@@ -130,7 +130,8 @@ bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &f
     if (!opj_read_header(stream.get(), codec.get(), &raw)) {
         if (raw)
             opj_image_destroy(raw);
-        return fail(why, "JPEG 2000 header: " + (error.empty() ? std::string("unreadable") : error));
+        return fail(why,
+                    "JPEG 2000 header: " + (error.empty() ? std::string("unreadable") : error));
     }
     std::unique_ptr<opj_image_t, ImageDeleter> image(raw);
 

@@ -49,7 +49,8 @@ bool readNativeFrame(const dicomStruct *d, const ByteSource &source, int frame, 
 
     if (direct) {
         if (!source.read(layout.valueOffset + firstByte, dst, size_t(frameBytes)))
-            return fail(why, "cannot read frame " + std::to_string(frame + 1) + " of the pixel data");
+            return fail(why,
+                        "cannot read frame " + std::to_string(frame + 1) + " of the pixel data");
         if (wordSwap)
             swapBytes(dst, size_t(frameBytes), 2);
         else if (sampleSwap)
@@ -120,7 +121,8 @@ bool computeFrameStarts(const dicomStruct *d, const ByteSource &source, std::vec
             const uint64_t at = base + layout.offsetTable[k];
             while (f < n && layout.fragments[f].offset - 8 < at)
                 ++f;
-            if (f == n || layout.fragments[f].offset - 8 != at || (k > 0 && int(f) <= starts.back()))
+            if (f == n || layout.fragments[f].offset - 8 != at ||
+                (k > 0 && int(f) <= starts.back()))
                 break;
             starts.push_back(int(f));
         }
@@ -140,9 +142,10 @@ bool computeFrameStarts(const dicomStruct *d, const ByteSource &source, std::vec
             const size_t len = std::min<size_t>(sizeof head, layout.fragments[f].length);
             if (!source.read(layout.fragments[f].offset, head, len))
                 return fail(why, "cannot read fragment " + std::to_string(f + 1));
-            const bool start = d->compression == COMPRESSION_JPEG2000
-                                   ? isJ2kCodestreamStart(head, len) || isJp2Start(head, len)
-                                   : len >= 3 && head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF;
+            const bool start =
+                d->compression == COMPRESSION_JPEG2000
+                    ? isJ2kCodestreamStart(head, len) || isJp2Start(head, len)
+                    : len >= 3 && head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF;
             if (start)
                 starts.push_back(int(f));
         }
@@ -154,7 +157,8 @@ bool computeFrameStarts(const dicomStruct *d, const ByteSource &source, std::vec
                          std::to_string(frames) + " frames");
 }
 
-bool frameStarts(const dicomStruct *d, const ByteSource &source, std::vector<int> *out, std::string *why)
+bool frameStarts(const dicomStruct *d, const ByteSource &source, std::vector<int> *out,
+                 std::string *why)
 {
     // Caller holds decodeMutex.
     dicomStructImpl &impl = *d->impl;
@@ -187,7 +191,8 @@ bool readJ2kFrame(const dicomStruct *d, const ByteSource &source, int frame, uns
     std::vector<unsigned char> codestream(total);
     size_t at = 0;
     for (size_t f = first; f < last; ++f) {
-        if (!source.read(layout.fragments[f].offset, codestream.data() + at, layout.fragments[f].length))
+        if (!source.read(layout.fragments[f].offset, codestream.data() + at,
+                         layout.fragments[f].length))
             return fail(why, "cannot read fragment " + std::to_string(f + 1));
         at += layout.fragments[f].length;
     }
@@ -215,8 +220,9 @@ bool checkRleHeader(const dicomStruct *d, const ByteSource &source, int frame, s
     const uint32_t segments = dicomRead32bit(header, false);
     const uint32_t expected = uint32_t(d->samplesPerPixel * d->bytesPerSample);
     if (segments != expected)
-        return fail(why, "RLE frame " + std::to_string(frame + 1) + " has " + std::to_string(segments) +
-                             " segments, " + std::to_string(expected) + " expected");
+        return fail(why, "RLE frame " + std::to_string(frame + 1) + " has " +
+                             std::to_string(segments) + " segments, " + std::to_string(expected) +
+                             " expected");
     uint32_t previous = 0;
     for (uint32_t i = 0; i < segments; ++i) {
         const uint32_t offset = dicomRead32bit(header + 4 + 4 * i, false);
@@ -300,8 +306,8 @@ bool readDcmtkFrame(const dicomStruct *d, const ByteSource &source, int frame, u
         std::memcpy(dst, target, frameSize);
 
     if (d->samplesPerPixel > 1 && !colourModel.empty() && colourModel != d->photometric.c_str())
-        return fail(why, std::string("the decoder delivered ") + colourModel.c_str() + ", expected " +
-                             d->photometric);
+        return fail(why, std::string("the decoder delivered ") + colourModel.c_str() +
+                             ", expected " + d->photometric);
     if (frame + 1 >= d->frames)
         impl.decoder.reset(); // the last frame: the data set is no longer needed
     return true;
@@ -379,7 +385,8 @@ bool dicomReadImageData(const dicomStruct *d, const char *path, int frame, void 
     if (!source)
         return false;
     try {
-        return decodeFrame(d, *source, frame, static_cast<unsigned char *>(buffer), bufferSize, why);
+        return decodeFrame(d, *source, frame, static_cast<unsigned char *>(buffer), bufferSize,
+                           why);
     } catch (const std::exception &e) {
         return fail(why, e.what());
     } catch (...) {

@@ -234,7 +234,7 @@ public:
 
     dicomStructImpl &impl;
     const ByteSource &source;
-    DcmFileCache cache; // keeps the file open for values DCMTK left in it
+    DcmFileCache cache;                 // keeps the file open for values DCMTK left in it
     DcmElement *pixelElement = nullptr; // only when DCMTK read the pixel data (deflate)
 
     bool collect(DcmItem *item, E_TransferSyntax xfer, bool isMeta, std::string *why)
@@ -329,7 +329,8 @@ bool findPixelHeader(const ByteSource &source, uint64_t offset, bool big, PixelL
     };
     unsigned char h[12];
     if (offset >= 12 && source.read(offset - 12, h, 12) && isPixelTag(h) && h[6] == 0 &&
-        h[7] == 0 && ((h[4] == 'O' && (h[5] == 'B' || h[5] == 'W')) || (h[4] == 'U' && h[5] == 'N'))) {
+        h[7] == 0 &&
+        ((h[4] == 'O' && (h[5] == 'B' || h[5] == 'W')) || (h[4] == 'U' && h[5] == 'N'))) {
         layout.wordValue = h[5] == 'W';
         *length = dicomRead32bit(h + 8, big);
         return true;
@@ -355,7 +356,8 @@ bool walkFragments(const ByteSource &source, PixelLayout &layout, std::string *w
             break; // no sequence delimiter before the end: tolerated
         unsigned char h[8];
         if (!source.read(pos, h, 8))
-            return fail(why, "(7FE0,0010) pixel data are truncated: the file ends inside an item header");
+            return fail(
+                why, "(7FE0,0010) pixel data are truncated: the file ends inside an item header");
         const uint16_t g = dicomRead16bit(h, false), e = dicomRead16bit(h + 2, false);
         const uint32_t length = dicomRead32bit(h + 4, false);
         if (g == 0xFFFE && e == 0xE0DD) {
@@ -451,8 +453,8 @@ bool describePixels(dicomStruct *d, std::string *why)
     const uint64_t frameSize = uint64_t(d->rows) * uint64_t(d->columns) *
                                uint64_t(d->bytesPerSample) * uint64_t(d->samplesPerPixel);
     if (frameSize > uint64_t(INT_MAX))
-        return fail(why, "a frame of " + std::to_string(d->rows) + "x" + std::to_string(d->columns) +
-                             " pixels is too large");
+        return fail(why, "a frame of " + std::to_string(d->rows) + "x" +
+                             std::to_string(d->columns) + " pixels is too large");
     d->frameSize = int(frameSize);
 
     const bool colour = d->samplesPerPixel > 1;
@@ -466,7 +468,8 @@ bool describePixels(dicomStruct *d, std::string *why)
             // Two luminance samples share one pair of chroma samples; frames
             // are widened to YBR_FULL, colour by pixel.
             if (d->samplesPerPixel != 3 || d->columns % 2 != 0)
-                return fail(why, "YBR_FULL_422 needs 3 samples per pixel and an even number of columns");
+                return fail(why,
+                            "YBR_FULL_422 needs 3 samples per pixel and an even number of columns");
             d->photometric = "YBR_FULL";
             d->planarConfiguration = 0;
             layout.frameBits = uint64_t(d->rows) * d->columns * 2 * bits;
@@ -518,7 +521,8 @@ Compression compressionOf(const std::string &uid, bool encapsulated)
     return encapsulated ? COMPRESSION_UNSUPPORTED : COMPRESSION_NONE;
 }
 
-dicomStruct *parse(const ByteSource &source, const std::string &name, bool delayed, std::string *why)
+dicomStruct *parse(const ByteSource &source, const std::string &name, bool delayed,
+                   std::string *why)
 {
     dicomInitialize();
     const uint64_t size = source.size();
@@ -578,7 +582,8 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
     file->transferEnd();
     // A failed parse leaves a partial data set whose values must not be read.
     if (cond.bad()) {
-        fail(why, cond == EC_StreamNotifyClient ? std::string("premature end of file") : conditionText(cond));
+        fail(why, cond == EC_StreamNotifyClient ? std::string("premature end of file")
+                                                : conditionText(cond));
         return nullptr;
     }
     const uint64_t stopOffset = uint64_t(in.tell());
@@ -650,7 +655,8 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
                 return nullptr;
             }
         }
-        px.length = layout.valueLength > uint64_t(INT32_MAX) ? INT32_MAX : int32_t(layout.valueLength);
+        px.length =
+            layout.valueLength > uint64_t(INT32_MAX) ? INT32_MAX : int32_t(layout.valueLength);
         impl.elements.push_back(px);
         impl.info.push_back(info);
     }
@@ -668,7 +674,8 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
     auto keyOf = [&](size_t i) {
         return (uint32_t(impl.elements[i].group) << 16) | impl.elements[i].element;
     };
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return keyOf(a) < keyOf(b); });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return keyOf(a) < keyOf(b); });
     std::vector<dicomDataElement> elements;
     std::vector<ElementInfo> info;
     elements.reserve(order.size());
@@ -714,7 +721,8 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
             const size_t at = size_t(k) * size_t(d->frameSize);
             std::string reason;
             if (!decodeFrame(d.get(), source, k, impl.pixels.get() + at, total + 1 - at, &reason)) {
-                fail(why, d->frames > 1 ? "frame " + std::to_string(k + 1) + ": " + reason : reason);
+                fail(why,
+                     d->frames > 1 ? "frame " + std::to_string(k + 1) + ": " + reason : reason);
                 return nullptr;
             }
         }

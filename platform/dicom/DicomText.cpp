@@ -12,29 +12,83 @@
 namespace dicom {
 namespace {
 
-enum class TextKind { None, String, U16, S16, U32, S32, U64, S64, F32, F64, Tag, Bytes, Words16, Words32, Words64 };
+enum class TextKind {
+    None,
+    String,
+    U16,
+    S16,
+    U32,
+    S32,
+    U64,
+    S64,
+    F32,
+    F64,
+    Tag,
+    Bytes,
+    Words16,
+    Words32,
+    Words64
+};
 
 TextKind kindOf(int evr)
 {
     switch (static_cast<DcmEVR>(evr)) {
-    case EVR_AE: case EVR_AS: case EVR_CS: case EVR_DA: case EVR_DS: case EVR_DT:
-    case EVR_IS: case EVR_LO: case EVR_LT: case EVR_PN: case EVR_SH: case EVR_ST:
-    case EVR_TM: case EVR_UI: case EVR_UT: case EVR_UC: case EVR_UR:
+    case EVR_AE:
+    case EVR_AS:
+    case EVR_CS:
+    case EVR_DA:
+    case EVR_DS:
+    case EVR_DT:
+    case EVR_IS:
+    case EVR_LO:
+    case EVR_LT:
+    case EVR_PN:
+    case EVR_SH:
+    case EVR_ST:
+    case EVR_TM:
+    case EVR_UI:
+    case EVR_UT:
+    case EVR_UC:
+    case EVR_UR:
         return TextKind::String;
-    case EVR_US: case EVR_xs: return TextKind::U16;
-    case EVR_SS: return TextKind::S16;
-    case EVR_UL: case EVR_up: return TextKind::U32;
-    case EVR_SL: return TextKind::S32;
-    case EVR_UV: return TextKind::U64;
-    case EVR_SV: return TextKind::S64;
-    case EVR_FL: return TextKind::F32;
-    case EVR_FD: return TextKind::F64;
-    case EVR_AT: return TextKind::Tag;
-    case EVR_OW: case EVR_ox: case EVR_lt: case EVR_OverlayData: return TextKind::Words16;
-    case EVR_OF: case EVR_OL: return TextKind::Words32;
-    case EVR_OD: case EVR_OV: return TextKind::Words64;
-    case EVR_SQ: case EVR_pixelSQ: case EVR_PixelData: case EVR_px: return TextKind::None;
-    default: return TextKind::Bytes; // OB, UN, unknown
+    case EVR_US:
+    case EVR_xs:
+        return TextKind::U16;
+    case EVR_SS:
+        return TextKind::S16;
+    case EVR_UL:
+    case EVR_up:
+        return TextKind::U32;
+    case EVR_SL:
+        return TextKind::S32;
+    case EVR_UV:
+        return TextKind::U64;
+    case EVR_SV:
+        return TextKind::S64;
+    case EVR_FL:
+        return TextKind::F32;
+    case EVR_FD:
+        return TextKind::F64;
+    case EVR_AT:
+        return TextKind::Tag;
+    case EVR_OW:
+    case EVR_ox:
+    case EVR_lt:
+    case EVR_OverlayData:
+        return TextKind::Words16;
+    case EVR_OF:
+    case EVR_OL:
+        return TextKind::Words32;
+    case EVR_OD:
+    case EVR_OV:
+        return TextKind::Words64;
+    case EVR_SQ:
+    case EVR_pixelSQ:
+    case EVR_PixelData:
+    case EVR_px:
+        return TextKind::None;
+    default:
+        return TextKind::Bytes; // OB, UN, unknown
     }
 }
 
@@ -55,8 +109,7 @@ uint64_t readUnsigned(const unsigned char *p, int bytes, bool big)
     return v;
 }
 
-template <typename T>
-void appendNumber(std::string &out, T value)
+template <typename T> void appendNumber(std::string &out, T value)
 {
     char buf[64];
     const auto r = std::to_chars(buf, buf + sizeof buf, value);
@@ -100,22 +153,32 @@ std::string valueText(const dicomDataElement &e, const ElementInfo &info)
         break;
     }
     case TextKind::U16:
-        eachValue(2, [&](const unsigned char *v) { appendNumber(out, uint16_t(readUnsigned(v, 2, big))); });
+        eachValue(2, [&](const unsigned char *v) {
+            appendNumber(out, uint16_t(readUnsigned(v, 2, big)));
+        });
         break;
     case TextKind::S16:
-        eachValue(2, [&](const unsigned char *v) { appendNumber(out, int16_t(readUnsigned(v, 2, big))); });
+        eachValue(2, [&](const unsigned char *v) {
+            appendNumber(out, int16_t(readUnsigned(v, 2, big)));
+        });
         break;
     case TextKind::U32:
-        eachValue(4, [&](const unsigned char *v) { appendNumber(out, uint32_t(readUnsigned(v, 4, big))); });
+        eachValue(4, [&](const unsigned char *v) {
+            appendNumber(out, uint32_t(readUnsigned(v, 4, big)));
+        });
         break;
     case TextKind::S32:
-        eachValue(4, [&](const unsigned char *v) { appendNumber(out, int32_t(readUnsigned(v, 4, big))); });
+        eachValue(4, [&](const unsigned char *v) {
+            appendNumber(out, int32_t(readUnsigned(v, 4, big)));
+        });
         break;
     case TextKind::U64:
         eachValue(8, [&](const unsigned char *v) { appendNumber(out, readUnsigned(v, 8, big)); });
         break;
     case TextKind::S64:
-        eachValue(8, [&](const unsigned char *v) { appendNumber(out, int64_t(readUnsigned(v, 8, big))); });
+        eachValue(8, [&](const unsigned char *v) {
+            appendNumber(out, int64_t(readUnsigned(v, 8, big)));
+        });
         break;
     case TextKind::F32:
         eachValue(4, [&](const unsigned char *v) {
@@ -161,7 +224,8 @@ std::string valueText(const dicomDataElement &e, const ElementInfo &info)
         break;
     case TextKind::Words64:
         eachValue(8, [&](const unsigned char *v) {
-            std::snprintf(hex, sizeof hex, "%016llx", static_cast<unsigned long long>(readUnsigned(v, 8, big)));
+            std::snprintf(hex, sizeof hex, "%016llx",
+                          static_cast<unsigned long long>(readUnsigned(v, 8, big)));
             out += hex;
         });
         break;
@@ -176,9 +240,10 @@ long indexOf(const dicomStruct *d, uint16_t group, uint16_t element)
     const uint32_t key = (uint32_t(group) << 16) | element;
     const dicomDataElement *begin = d->elements;
     const dicomDataElement *end = d->elements + d->numElements;
-    const dicomDataElement *it = std::lower_bound(begin, end, key, [](const dicomDataElement &e, uint32_t k) {
-        return ((uint32_t(e.group) << 16) | e.element) < k;
-    });
+    const dicomDataElement *it =
+        std::lower_bound(begin, end, key, [](const dicomDataElement &e, uint32_t k) {
+            return ((uint32_t(e.group) << 16) | e.element) < k;
+        });
     if (it == end || it->group != group || it->element != element)
         return -1;
     return long(it - begin);

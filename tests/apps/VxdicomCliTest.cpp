@@ -27,7 +27,8 @@ Outcome run(const std::string &arguments)
     vxtest::TempDir dir;
     const std::string errFile = dir.file("stderr");
     Outcome r;
-    r.status = vxtest::runCommand(quote(VXDICOM_BINARY) + " " + arguments + " 2>" + quote(errFile), &r.out);
+    r.status = vxtest::runCommand(quote(VXDICOM_BINARY) + " " + arguments + " 2>" + quote(errFile),
+                                  &r.out);
     const std::vector<unsigned char> err = vxtest::readFileBytes(errFile);
     r.err.assign(err.begin(), err.end());
     return r;
@@ -89,8 +90,9 @@ TEST(VxdicomInfo, ReportsWhatTheLayerReadsAndDecodes)
     EXPECT_EQ(r.err, "");
     EXPECT_TRUE(contains(r.out, ts(3) + "\n"));
     EXPECT_TRUE(contains(r.out, "transfer syntax:   1.2.840.10008.1.2.2 (Explicit VR Big Endian)"));
-    EXPECT_TRUE(contains(r.out,
-                         "transfer syntax:   1.2.840.10008.1.2.4.90 (JPEG 2000 Image Compression (Lossless Only))"));
+    EXPECT_TRUE(contains(
+        r.out,
+        "transfer syntax:   1.2.840.10008.1.2.4.90 (JPEG 2000 Image Compression (Lossless Only))"));
     EXPECT_TRUE(contains(r.out, "rows:              384\n"));
     EXPECT_TRUE(contains(r.out, "columns:           384\n"));
     EXPECT_TRUE(contains(r.out, "bits allocated:    16\n"));
@@ -118,12 +120,14 @@ TEST(VxdicomInfo, FailuresAreReportedAndTheOtherFilesStillRead)
     vxtest::writeFileBytes(cut, bytes);
     const std::string missing = dir.file("missing.dcm");
 
-    const Outcome r = run("info " + quote(missing) + " " + quote(ts(1)) + " " + quote(text) + " " +
-                      quote(cut));
+    const Outcome r =
+        run("info " + quote(missing) + " " + quote(ts(1)) + " " + quote(text) + " " + quote(cut));
     EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(contains(r.err, "reading " + missing + " failed: No such file or directory\n")) << r.err;
+    EXPECT_TRUE(contains(r.err, "reading " + missing + " failed: No such file or directory\n"))
+        << r.err;
     EXPECT_TRUE(contains(r.err, "reading " + text + " failed: not a DICOM file\n")) << r.err;
-    EXPECT_TRUE(contains(r.err, "reading " + cut + " failed: (7FE0,0010) pixel data are truncated")) << r.err;
+    EXPECT_TRUE(contains(r.err, "reading " + cut + " failed: (7FE0,0010) pixel data are truncated"))
+        << r.err;
     EXPECT_TRUE(contains(r.out, ts(1) + "\n"));
     EXPECT_TRUE(contains(r.out, "1 frame decoded"));
     EXPECT_FALSE(contains(r.out, missing));
@@ -161,7 +165,8 @@ TEST(VxdicomInfo, AllSharedFilesDecodeSilently)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");
     size_t reports = 0;
-    for (size_t at = r.out.find("\n  pixels:"); at != std::string::npos; at = r.out.find("\n  pixels:", at + 1))
+    for (size_t at = r.out.find("\n  pixels:"); at != std::string::npos;
+         at = r.out.find("\n  pixels:", at + 1))
         ++reports;
     EXPECT_EQ(reports, files.size());
     EXPECT_FALSE(contains(r.out, "not decoded"));

@@ -46,7 +46,8 @@ TEST(BrokenInput, NonDicomFilesAreRefusedAsSuch)
 {
     expectRejected({}, "empty file", "not a DICOM file");
     const std::string text = "This is a plain text file, not a DICOM file at all.\n";
-    expectRejected(std::vector<unsigned char>(text.begin(), text.end()), "text", "not a DICOM file");
+    expectRejected(std::vector<unsigned char>(text.begin(), text.end()), "text",
+                   "not a DICOM file");
     std::vector<unsigned char> zeros(4096, 0);
     expectRejected(zeros, "4 kB of zero bytes", "not a DICOM file");
     // A preamble and "DICM", then nothing.
@@ -81,8 +82,16 @@ TEST(BrokenInput, TruncatedFilesFailWithAReason)
         ASSERT_TRUE(px);
         // Pixel data are the last element in these files.
         const size_t pixelValue = bytes.size() - size_t(px->length);
-        const size_t cuts[] = {1, 100, 131, 140, 300, pixelValue / 2 + 3, pixelValue - 6,
-                               pixelValue + 1, pixelValue + size_t(px->length) / 2, bytes.size() - 1};
+        const size_t cuts[] = {1,
+                               100,
+                               131,
+                               140,
+                               300,
+                               pixelValue / 2 + 3,
+                               pixelValue - 6,
+                               pixelValue + 1,
+                               pixelValue + size_t(px->length) / 2,
+                               bytes.size() - 1};
         for (size_t cut : cuts) {
             const std::vector<unsigned char> head(bytes.begin(), bytes.begin() + long(cut));
             expectRejected(head, std::to_string(n) + ".dcm cut at " + std::to_string(cut));
@@ -169,11 +178,13 @@ TEST(BrokenInput, PixelReadsCheckTheirArguments)
     EXPECT_FALSE(dicom::dicomReadImageData(d.get(), nullptr, 1, frame.data(), frame.size(), &why));
     EXPECT_NE(why.find("frame"), std::string::npos) << why;
     EXPECT_FALSE(dicom::dicomReadImageData(d.get(), nullptr, -1, frame.data(), frame.size(), &why));
-    EXPECT_FALSE(dicom::dicomReadImageData(d.get(), nullptr, 0, frame.data(), frame.size() - 1, &why));
+    EXPECT_FALSE(
+        dicom::dicomReadImageData(d.get(), nullptr, 0, frame.data(), frame.size() - 1, &why));
     EXPECT_NE(why.find("buffer"), std::string::npos) << why;
     EXPECT_FALSE(dicom::dicomReadImageData(d.get(), nullptr, 0, nullptr, frame.size(), &why));
     EXPECT_FALSE(dicom::dicomReadImageData(nullptr, nullptr, 0, frame.data(), frame.size(), &why));
-    EXPECT_TRUE(dicom::dicomReadImageData(d.get(), nullptr, 0, frame.data(), frame.size(), &why)) << why;
+    EXPECT_TRUE(dicom::dicomReadImageData(d.get(), nullptr, 0, frame.data(), frame.size(), &why))
+        << why;
 }
 
 // The module reads pixels later from a fresh copy (an unpacked .gz); the
@@ -191,13 +202,16 @@ TEST(BrokenInput, PixelsComeFromThePathGivenAndFailWhenItIsGone)
         std::filesystem::remove(first);
         std::vector<unsigned char> frame(size_t(d->frameSize) + 1);
         std::string why;
-        EXPECT_FALSE(dicom::dicomReadImageData(d.get(), nullptr, 0, frame.data(), frame.size(), &why));
+        EXPECT_FALSE(
+            dicom::dicomReadImageData(d.get(), nullptr, 0, frame.data(), frame.size(), &why));
         EXPECT_EQ(why, "No such file or directory");
-        EXPECT_TRUE(dicom::dicomReadImageData(d.get(), second.c_str(), 0, frame.data(), frame.size(), &why))
+        EXPECT_TRUE(
+            dicom::dicomReadImageData(d.get(), second.c_str(), 0, frame.data(), frame.size(), &why))
             << why;
         // A copy truncated after the header was parsed.
         std::filesystem::resize_file(second, std::filesystem::file_size(second) - 1000);
-        EXPECT_FALSE(dicom::dicomReadImageData(d.get(), second.c_str(), 0, frame.data(), frame.size(), &why));
+        EXPECT_FALSE(dicom::dicomReadImageData(d.get(), second.c_str(), 0, frame.data(),
+                                               frame.size(), &why));
         EXPECT_FALSE(why.empty());
     }
 }
@@ -218,10 +232,9 @@ TEST(Logging, DcmtkWarningsGoToTheConsole)
 {
     // A bare explicit VR data set with (0008,0060) twice: DCMTK keeps the
     // first and warns about the second.
-    const unsigned char bytes[] = {
-        0x08, 0x00, 0x60, 0x00, 'C', 'S', 2, 0, 'O', 'T',
-        0x08, 0x00, 0x60, 0x00, 'C', 'S', 2, 0, 'M', 'R',
-        0x10, 0x00, 0x10, 0x00, 'P', 'N', 4, 0, 'A', '^', 'B', ' '};
+    const unsigned char bytes[] = {0x08, 0x00, 0x60, 0x00, 'C', 'S', 2,   0,   'O', 'T',  0x08,
+                                   0x00, 0x60, 0x00, 'C',  'S', 2,   0,   'M', 'R', 0x10, 0x00,
+                                   0x10, 0x00, 'P',  'N',  4,   0,   'A', '^', 'B', ' '};
     VxMessageCapture capture;
     std::string why;
     DicomPtr d(dicom::dicomReadBuffer(bytes, sizeof bytes, "duplicate", &why));

@@ -116,13 +116,15 @@ TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
     std::istringstream lines(out);
     std::string tagText, vr, keyword;
     const std::map<std::string, dicom::valRep> vrs = {
-        {"AE", dicom::AE}, {"AS", dicom::AS}, {"AT", dicom::AT}, {"CS", dicom::CS},
-        {"DA", dicom::DA}, {"DS", dicom::DS}, {"DT", dicom::DT}, {"FL", dicom::FL},
-        {"FD", dicom::FD}, {"IS", dicom::IS}, {"LO", dicom::LO}, {"LT", dicom::LT},
-        {"PN", dicom::PN}, {"SH", dicom::SH}, {"SL", dicom::SL}, {"SS", dicom::SS},
-        {"ST", dicom::ST}, {"TM", dicom::TM}, {"UI", dicom::UI}, {"UL", dicom::UL},
-        {"US", dicom::US}, {"OB", dicom::OB}, {"OW", dicom::OW}, {"SQ", dicom::SQ},
-        {"UT", dicom::UT}, {"USorSS", dicom::US}, {"OBorOW", dicom::OW},
+        {"AE", dicom::AE},     {"AS", dicom::AS},        {"AT", dicom::AT},
+        {"CS", dicom::CS},     {"DA", dicom::DA},        {"DS", dicom::DS},
+        {"DT", dicom::DT},     {"FL", dicom::FL},        {"FD", dicom::FD},
+        {"IS", dicom::IS},     {"LO", dicom::LO},        {"LT", dicom::LT},
+        {"PN", dicom::PN},     {"SH", dicom::SH},        {"SL", dicom::SL},
+        {"SS", dicom::SS},     {"ST", dicom::ST},        {"TM", dicom::TM},
+        {"UI", dicom::UI},     {"UL", dicom::UL},        {"US", dicom::US},
+        {"OB", dicom::OB},     {"OW", dicom::OW},        {"SQ", dicom::SQ},
+        {"UT", dicom::UT},     {"USorSS", dicom::US},    {"OBorOW", dicom::OW},
         {"USorOW", dicom::OW}, {"USorSSorOW", dicom::OW}};
     while (lines >> tagText >> vr >> keyword) {
         const unsigned long tag = std::stoul(tagText, nullptr, 16);

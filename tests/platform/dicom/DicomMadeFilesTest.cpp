@@ -17,14 +17,14 @@ using dicomtest::DicomPtr;
 
 struct Made
 {
-    const char *name;      ///< file made in the fixture directory
-    const char *command;   ///< how it is made from its source ("" for pydicom's own files)
-    const char *tool;      ///< the program the command needs
-    const char *expected;  ///< file with the bytes a decoder must produce
+    const char *name;     ///< file made in the fixture directory
+    const char *command;  ///< how it is made from its source ("" for pydicom's own files)
+    const char *tool;     ///< the program the command needs
+    const char *expected; ///< file with the bytes a decoder must produce
     dicom::Compression compression;
     const char *photometric;
     int planar;
-    int tolerance;         ///< largest sample difference allowed (lossy codecs)
+    int tolerance; ///< largest sample difference allowed (lossy codecs)
     const char *why;
 };
 
@@ -44,8 +44,8 @@ const Made kMade[] = {
      "32-bit samples"},
     {"ybr422", "", "", "ybr422.expected", dicom::COMPRESSION_NONE, "YBR_FULL", 0, 0,
      "native YBR_FULL_422 widened to YBR_FULL"},
-    {"rgb8_be", "dcmconv +tb %D/rgb8.dcm %O", "dcmconv", "rgb8.expected",
-     dicom::COMPRESSION_NONE, "RGB", 0, 0, "8-bit colour, big endian"},
+    {"rgb8_be", "dcmconv +tb %D/rgb8.dcm %O", "dcmconv", "rgb8.expected", dicom::COMPRESSION_NONE,
+     "RGB", 0, 0, "8-bit colour, big endian"},
     {"mono32_be", "dcmconv +tb %D/mono32.dcm %O", "dcmconv", "mono32.expected",
      dicom::COMPRESSION_NONE, "MONOCHROME2", 0, 0, "32-bit samples swapped from big endian"},
     {"signed16_be", "dcmconv +tb %D/signed16.dcm %O", "dcmconv", "signed16.expected",
@@ -54,12 +54,12 @@ const Made kMade[] = {
      dicom::COMPRESSION_NONE, "MONOCHROME2", 0, 0, "1-bit data in big endian"},
     {"mono1_implicit", "dcmconv +ti %D/mono1.dcm %O", "dcmconv", "mono1.expected",
      dicom::COMPRESSION_NONE, "MONOCHROME2", 0, 0, "1-bit data in implicit VR"},
-    {"rgb8_planar_deflated", "dcmconv +td %D/rgb8_planar.dcm %O", "dcmconv",
-     "rgb8_planar.expected", dicom::COMPRESSION_DEFLATE, "RGB", 1, 0, "deflated data set"},
+    {"rgb8_planar_deflated", "dcmconv +td %D/rgb8_planar.dcm %O", "dcmconv", "rgb8_planar.expected",
+     dicom::COMPRESSION_DEFLATE, "RGB", 1, 0, "deflated data set"},
     {"mono8_deflated", "dcmconv +td %D/mono8.dcm %O", "dcmconv", "mono8.expected",
      dicom::COMPRESSION_DEFLATE, "MONOCHROME2", 0, 0, "deflated odd frames"},
-    {"rgb8_rle", "gdcmconv --rle %D/rgb8.dcm %O", "gdcmconv", "rgb8.planes",
-     dicom::COMPRESSION_RLE, "RGB", 1, 0, "RLE colour comes back by plane"},
+    {"rgb8_rle", "gdcmconv --rle %D/rgb8.dcm %O", "gdcmconv", "rgb8.planes", dicom::COMPRESSION_RLE,
+     "RGB", 1, 0, "RLE colour comes back by plane"},
     {"mono8_rle", "gdcmconv --rle %D/mono8.dcm %O", "gdcmconv", "mono8.expected",
      dicom::COMPRESSION_RLE, "MONOCHROME2", 0, 0, "RLE frames of odd size"},
     {"rgb8_jpegls", "dcmcjpls %D/rgb8.dcm %O", "dcmcjpls", "rgb8.expected",
@@ -100,7 +100,8 @@ const Made kMade[] = {
 
 std::string substitute(std::string text, const std::string &key, const std::string &value)
 {
-    for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + value.size()))
+    for (size_t at = text.find(key); at != std::string::npos;
+         at = text.find(key, at + value.size()))
         text.replace(at, key.size(), value);
     return text;
 }
@@ -116,13 +117,12 @@ protected:
         std::string error;
         made = dicomtest::runReference("make", {dir->path().string()}, &error);
         // References for the real files: pydicom's little-endian pixel bytes.
-        dicomtest::runReference("pixels",
-                                {vxtest::sharedPath("dcm_qa_enh/In/Siemens/XA10/6_1.dcm"),
-                                 dir->file("enh.expected")},
-                                &error);
-        dicomtest::runReference("pixels",
-                                {vxtest::sharedPath("dcm_qa_ts/In/1.dcm"), dir->file("ts.expected")},
-                                &error);
+        dicomtest::runReference(
+            "pixels",
+            {vxtest::sharedPath("dcm_qa_enh/In/Siemens/XA10/6_1.dcm"), dir->file("enh.expected")},
+            &error);
+        dicomtest::runReference(
+            "pixels", {vxtest::sharedPath("dcm_qa_ts/In/1.dcm"), dir->file("ts.expected")}, &error);
     }
     static void TearDownTestSuite()
     {
@@ -178,8 +178,8 @@ vxtest::TempDir *MadeFile::dir = nullptr;
 QJsonObject MadeFile::made;
 
 // Samples equal, or within the tolerance of a lossy codec.
-void expectSamples(const std::vector<unsigned char> &actual, const std::vector<unsigned char> &expected,
-                   int tolerance, const char *what)
+void expectSamples(const std::vector<unsigned char> &actual,
+                   const std::vector<unsigned char> &expected, int tolerance, const char *what)
 {
     ASSERT_EQ(actual.size(), expected.size()) << what;
     if (tolerance == 0) {
@@ -223,7 +223,8 @@ TEST_P(MadeFile, DecodesToTheKnownSamples)
     if (d->frames > 1) {
         std::vector<unsigned char> frame(size_t(d->frameSize) + 1);
         for (int k = d->frames - 1; k >= 0; --k) {
-            ASSERT_TRUE(dicom::dicomReadImageData(d.get(), nullptr, k, frame.data(), frame.size(), &why))
+            ASSERT_TRUE(
+                dicom::dicomReadImageData(d.get(), nullptr, k, frame.data(), frame.size(), &why))
                 << "frame " << k << ": " << why;
             EXPECT_TRUE(std::equal(frame.begin(), frame.begin() + d->frameSize,
                                    frames.begin() + long(k) * d->frameSize))

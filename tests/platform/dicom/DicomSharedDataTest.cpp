@@ -173,12 +173,15 @@ TEST_F(SharedFiles, ElementBytesAreTheFileBytes)
             ASSERT_EQ(tag, x.value("tag").toString().toStdString());
             const std::string vr = x.value("vr").toString().toStdString();
             EXPECT_EQ(std::string(e.vr, 2), vr.empty() ? "  " : vr) << tag;
-            const bool sequence = vr == "SQ" || (vr.empty() && dicom::dicomDictionaryType(e.group, e.element) == dicom::SQ);
+            const bool sequence =
+                vr == "SQ" ||
+                (vr.empty() && dicom::dicomDictionaryType(e.group, e.element) == dicom::SQ);
             const std::string sha = e.data ? dicomtest::sha256(e.data, size_t(e.length))
                                            : dicomtest::sha256(nullptr, 0);
             if (sequence) {
                 ++sequences;
-                if (e.length != x.value("length").toInt() || sha != x.value("sha256").toString().toStdString())
+                if (e.length != x.value("length").toInt() ||
+                    sha != x.value("sha256").toString().toStdString())
                     sequenceDiffs.push_back(path + " " + tag);
                 continue;
             }
@@ -206,14 +209,17 @@ class TransferSyntaxSet : public ::testing::Test
 {
 protected:
     void SetUp() override { VX_REQUIRE_SHARED_DATA(); }
-    static std::string file(int n) { return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm"); }
+    static std::string file(int n)
+    {
+        return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
+    }
 };
 
 TEST_F(TransferSyntaxSet, AllNineSyntaxesDecodeToTheSamePixels)
 {
     const dicom::Compression expected[] = {
-        dicom::COMPRESSION_NONE, dicom::COMPRESSION_NONE, dicom::COMPRESSION_NONE,
-        dicom::COMPRESSION_RLE, dicom::COMPRESSION_JPEG, dicom::COMPRESSION_JPEG,
+        dicom::COMPRESSION_NONE,   dicom::COMPRESSION_NONE,   dicom::COMPRESSION_NONE,
+        dicom::COMPRESSION_RLE,    dicom::COMPRESSION_JPEG,   dicom::COMPRESSION_JPEG,
         dicom::COMPRESSION_JPEGLS, dicom::COMPRESSION_JPEGLS, dicom::COMPRESSION_JPEG2000};
     DicomPtr first = dicomtest::read(file(1), false);
     ASSERT_TRUE(first);
@@ -285,7 +291,8 @@ TEST_F(TransferSyntaxSet, ElementTextDoesNotDependOnTheEncoding)
             const dicom::dicomDataElement &e = le->elements[i];
             if (e.group == 0x0002 || (e.group & 1))
                 continue;
-            const dicom::dicomDataElement *o = dicom::dicomFindElement(other.get(), e.group, e.element);
+            const dicom::dicomDataElement *o =
+                dicom::dicomFindElement(other.get(), e.group, e.element);
             if (!o || o->length != e.length || !e.data)
                 continue;
             const bool sameValue = std::memcmp(o->data, e.data, size_t(e.length)) == 0;
@@ -327,7 +334,8 @@ TEST_F(TransferSyntaxSet, FilesAreReadOnSeveralThreadsAtOnce)
             for (int n = 1; n <= 9; ++n) {
                 DicomPtr d = dicomtest::read(file(1 + (n + t) % 9), false);
                 if (d)
-                    parallel[size_t(t * 9 + (n + t) % 9)] = dicomtest::sha256(dicomtest::fullPixels(*d));
+                    parallel[size_t(t * 9 + (n + t) % 9)] =
+                        dicomtest::sha256(dicomtest::fullPixels(*d));
                 if (d)
                     dicom::dicomGetById(d.get(), 0x0010, 0x0010);
                 dicom::dicomDictionaryName(0x0020, uint16_t(0x1041 + n));
@@ -337,7 +345,8 @@ TEST_F(TransferSyntaxSet, FilesAreReadOnSeveralThreadsAtOnce)
         t.join();
     for (int t = 0; t < 4; ++t)
         for (int n = 0; n < 9; ++n)
-            EXPECT_EQ(parallel[size_t(t * 9 + n)], serial[size_t(n)]) << "thread " << t << " file " << n + 1;
+            EXPECT_EQ(parallel[size_t(t * 9 + n)], serial[size_t(n)])
+                << "thread " << t << " file " << n + 1;
 }
 
 } // namespace
@@ -390,7 +399,8 @@ TEST_F(SharedFiles, ElementTextAgreesWithPydicomValues)
             const char *text = dicom::dicomGetById(d.get(), g, e);
             ASSERT_NE(text, nullptr) << it.key().toStdString();
             const std::vector<std::string> parts = splitValues(text);
-            ASSERT_EQ(parts.size(), size_t(expected.size())) << it.key().toStdString() << " " << text;
+            ASSERT_EQ(parts.size(), size_t(expected.size()))
+                << it.key().toStdString() << " " << text;
             for (size_t k = 0; k < parts.size(); ++k) {
                 const QJsonValue x = expected[qsizetype(k)];
                 if (vr == "AT") {
@@ -408,7 +418,8 @@ TEST_F(SharedFiles, ElementTextAgreesWithPydicomValues)
                     ++numbers;
                 } else if (vr == "DS" || vr == "IS") {
                     // Numeric strings keep their leading blanks as stored.
-                    EXPECT_EQ(trimmed(parts[k]), trimmed(x.toString().toStdString())) << it.key().toStdString();
+                    EXPECT_EQ(trimmed(parts[k]), trimmed(x.toString().toStdString()))
+                        << it.key().toStdString();
                     ++strings;
                 } else {
                     // Only the padding at the end of the value goes; blanks

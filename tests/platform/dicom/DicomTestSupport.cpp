@@ -58,7 +58,8 @@ QJsonObject runReference(const std::string &mode, const std::vector<std::string>
                          std::string *error)
 {
     std::string command = std::string(VX_PYTHON) + " " +
-                          quote(std::string(VX_DICOM_TEST_DIR) + "/pydicom_reference.py") + " " + mode;
+                          quote(std::string(VX_DICOM_TEST_DIR) + "/pydicom_reference.py") + " " +
+                          mode;
     for (const std::string &a : args)
         command += " " + quote(a);
     std::string out;

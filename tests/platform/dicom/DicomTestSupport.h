@@ -34,7 +34,10 @@ QJsonObject runReference(const std::string &mode, const std::vector<std::string>
 
 /// Lower-case hexadecimal SHA-256.
 std::string sha256(const unsigned char *p, size_t n);
-inline std::string sha256(const std::vector<unsigned char> &v) { return sha256(v.data(), v.size()); }
+inline std::string sha256(const std::vector<unsigned char> &v)
+{
+    return sha256(v.data(), v.size());
+}
 
 std::string quote(const std::string &s);
 
