@@ -149,9 +149,10 @@ KcDArray<VxDicomImage *> OpenedFiles::images() const
 std::unique_ptr<VxDicomImageStack> stackOf(const KcDArray<VxDicomImage *> &images)
 {
     std::vector<VxDicomImage *> sorted(images.data(), images.data() + images.size());
-    std::stable_sort(sorted.begin(), sorted.end(), [](const VxDicomImage *a, const VxDicomImage *b) {
-        return a->sliceLocation < b->sliceLocation;
-    });
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const VxDicomImage *a, const VxDicomImage *b) {
+                         return a->sliceLocation < b->sliceLocation;
+                     });
     auto stack = std::make_unique<VxDicomImageStack>();
     for (VxDicomImage *image : sorted)
         stack->append(image);

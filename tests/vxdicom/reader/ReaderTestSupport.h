@@ -78,11 +78,11 @@ std::unique_ptr<VxDicomImageStack> stackOf(const KcDArray<VxDicomImage *> &image
 /// appear; each stack's label is "S<series number>".
 struct FakeDialogConfig
 {
-    int execResult = 1;      ///< result of a modal run
+    int execResult = 1; ///< result of a modal run
     bool asTimeSeries = false;
-    int execCount = 0;       ///< modal runs so far
-    int exportCount = 0;     ///< silent exports so far
-    KcString caption;        ///< the caption the pipeline set
+    int execCount = 0;   ///< modal runs so far
+    int exportCount = 0; ///< silent exports so far
+    KcString caption;    ///< the caption the pipeline set
     /// Changes the stacks before they are handed back (names, labels).
     std::function<void(KcDArray<VxDicomImageStack *> &)> adjust;
 };

@@ -1,6 +1,7 @@
 // Field creation: samples, rescaling and the overflow choice, uniform and
 // stacked coordinates, colour, parameters and registration.
 
+#include "vxdicom/reader/VxDicomField.h"
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
 #include "platform/core/VxWorkArea.h"
@@ -12,7 +13,6 @@
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
 #include "vxdicom/reader/VxDicom.h"
-#include "vxdicom/reader/VxDicomField.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
 #include "vxdicom/reader/VxDicomImageStack.h"
@@ -36,8 +36,7 @@ namespace {
 const char *const kMrFile = "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2/i22.MRDC.1";
 const char *const kEnhanced6 = "dcm_qa_enh/In/Siemens/XA10";
 
-template <typename T>
-std::vector<T> samples(const VxField3 &field)
+template <typename T> std::vector<T> samples(const VxField3 &field)
 {
     const VxLattice3 *lat = field.lattice();
     const T *p = static_cast<const T *>(lat->data());
@@ -111,8 +110,9 @@ const char *const kQuestion =
     "completely ignore the scaling, apply the scaling and clamp the data values,\n"
     "or use adjusted scaling parameters, so that no data overflow occurs.";
 
-const std::vector<std::string> kUnsignedCt = {"--set", "Modality=CT", "--set", "PixelRepresentation=0",
-                                              "--set", "RescaleIntercept=-1024", "--set", "RescaleSlope=1"};
+const std::vector<std::string> kUnsignedCt = {
+    "--set", "Modality=CT",   "--set", "PixelRepresentation=0", "--set", "RescaleIntercept=-1024",
+    "--set", "RescaleSlope=1"};
 
 } // namespace
 
@@ -150,7 +150,8 @@ TEST(DicomFieldCreation, OverflowTakesAdjustScalingWithoutADisplay)
     VxMessageCapture capture;
     std::unique_ptr<VxField3> field(createField3(*s.stack));
     ASSERT_TRUE(field);
-    EXPECT_NE(capture.text().find(std::string(kQuestion) + "\n-> Adjust scaling (no display; default answer)"),
+    EXPECT_NE(capture.text().find(std::string(kQuestion) +
+                                  "\n-> Adjust scaling (no display; default answer)"),
               std::string::npos)
         << capture.text();
     ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
@@ -172,8 +173,8 @@ TEST(DicomFieldCreation, AdjustedScalingMapsTheRescaledRangeOntoTheType)
     VX_REQUIRE_SHARED_DATA();
     // Slope 2: 0..80000 onto 0..65535, scale 65535/80000; each value becomes
     // floor(s x 2 x 0.8191875 + 0.5): 100 -> 164, 40000 -> 65535.
-    OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set", "RescaleSlope=2",
-                     "--set", "RescaleIntercept=0"},
+    OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
+                     "RescaleSlope=2", "--set", "RescaleIntercept=0"},
                     "0,100,40000,20000");
     VxMessageCapture capture;
     std::unique_ptr<VxField3> field(createField3(*s.stack));
@@ -249,8 +250,9 @@ TEST(DicomFieldCreation, EarlyRescaleIsTakenBackWhenTheStackNeedsAnotherFit)
     VX_REQUIRE_SHARED_DATA();
     {
         SCOPED_TRACE("second image reaches 33000: unsigned without rescaling");
-        TwoImageStack s({"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
-                        {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,32000"});
+        TwoImageStack s(
+            {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
+            {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,32000"});
         ASSERT_EQ(s.stack->primType, KcPrimType::Int16);
         std::unique_ptr<VxField3> field(createField3(*s.stack));
         ASSERT_TRUE(field);
@@ -269,8 +271,9 @@ TEST(DicomFieldCreation, EarlyRescaleIsTakenBackWhenTheStackNeedsAnotherFit)
         // floor(s x 0.66667684 + 1000 x 0.66667684 + 0.5): 0 -> 667, 500 -> 1000,
         // 1000 -> 1333. Second: floor(s x 3 x 0.66667684 + 0.5): 1 -> 2,
         // 10000 -> 20000, 32767 -> 65535.
-        TwoImageStack s({"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
-                        {"--set", "RescaleIntercept=0", "--set", "RescaleSlope=3", "--pixels=0,1,10000,32767"});
+        TwoImageStack s(
+            {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
+            {"--set", "RescaleIntercept=0", "--set", "RescaleSlope=3", "--pixels=0,1,10000,32767"});
         VxMessageCapture capture;
         std::unique_ptr<VxField3> field(createField3(*s.stack));
         ASSERT_TRUE(field);
@@ -316,9 +319,10 @@ TEST(DicomFieldCreation, ImagesWithoutPositionAreCentredWithTheirSliceLocations)
 TEST(DicomFieldCreation, GapMakesAStackedFieldWithTheExactSliceCoordinates)
 {
     vxtest::TempDir dir;
-    makeSeries(dir.file("u"), {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness", "1.5"});
-    makeSeries(dir.file("g"), {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness", "1.5",
-                               "--gaps", "1"});
+    makeSeries(dir.file("u"),
+               {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness", "1.5"});
+    makeSeries(dir.file("g"), {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness",
+                               "1.5", "--gaps", "1"});
     OpenedFiles uniform(filesIn(dir.file("u"))), gap(filesIn(dir.file("g")));
     auto us = stackOf(uniform.images());
     auto gs = stackOf(gap.images());
@@ -373,8 +377,8 @@ TEST(DicomFieldCreation, ProgressOnlyForMoreThanOneSlice)
 TEST(DicomFieldCreation, ParametersAreCleanedAndCarryUnitAndWindow)
 {
     VX_REQUIRE_SHARED_DATA();
-    OneImageStack s({"--set", "SpecificCharacterSet=ISO_IR 192", "--set", "PatientName=Doe\"^J\xc3\xb6rg",
-                     "--set", "Modality=MR"},
+    OneImageStack s({"--set", "SpecificCharacterSet=ISO_IR 192", "--set",
+                     "PatientName=Doe\"^J\xc3\xb6rg", "--set", "Modality=MR"},
                     "1,2,3");
     std::unique_ptr<VxField3> field(createField3(*s.stack));
     ASSERT_TRUE(field);
@@ -386,7 +390,8 @@ TEST(DicomFieldCreation, ParametersAreCleanedAndCarryUnitAndWindow)
     EXPECT_NE(name.find("Doe ^J rg"), std::string::npos) << name;
     EXPECT_EQ(name.find('"'), std::string::npos);
     // The stack's own bundle keeps the text as read.
-    EXPECT_NE(s.stack->parameters.bundle("All")->getString("G0010-0010").find('"'), std::string::npos);
+    EXPECT_NE(s.stack->parameters.bundle("All")->getString("G0010-0010").find('"'),
+              std::string::npos);
     EXPECT_EQ(param(*field, "DataWindow"), "0 1000");
     EXPECT_EQ(param(*field, "Modality"), "MR");
 
@@ -405,10 +410,14 @@ TEST(DicomFieldCreation, ParametersAreCleanedAndCarryUnitAndWindow)
 TEST(DicomFieldCreation, PlanarColourIsInterleavedIntoPixelOrder)
 {
     VX_REQUIRE_SHARED_DATA();
-    const std::vector<std::string> rgb = {
-        "--set", "Rows=2", "--set", "Columns=2", "--set", "SamplesPerPixel=3", "--set",
-        "PhotometricInterpretation=RGB", "--set", "BitsAllocated=8", "--set", "BitsStored=8",
-        "--set", "HighBit=7", "--set", "PixelRepresentation=0"};
+    const std::vector<std::string> rgb = {"--set", "Rows=2",
+                                          "--set", "Columns=2",
+                                          "--set", "SamplesPerPixel=3",
+                                          "--set", "PhotometricInterpretation=RGB",
+                                          "--set", "BitsAllocated=8",
+                                          "--set", "BitsStored=8",
+                                          "--set", "HighBit=7",
+                                          "--set", "PixelRepresentation=0"};
     const std::string pixels = "1,2,3,4,11,12,13,14,21,22,23,24";
     for (int planar : {0, 1}) {
         SCOPED_TRACE(planar);
@@ -431,7 +440,8 @@ TEST(DicomFieldCreation, PlanarColourIsInterleavedIntoPixelOrder)
     // Y 76, Cb 85, Cr 255: R = 76 + 1.402 x 127 = 254.05, G = 76 + 0.344136 x 43
     // - 0.714136 x 127 = 0.10, B = 76 - 1.772 x 43 = -0.20 -> (254, 0, 0).
     std::vector<std::string> edits = rgb;
-    edits.insert(edits.end(), {"--set", "PhotometricInterpretation=YBR_FULL", "--set", "PlanarConfiguration=0"});
+    edits.insert(edits.end(),
+                 {"--set", "PhotometricInterpretation=YBR_FULL", "--set", "PlanarConfiguration=0"});
     OneImageStack ybr(edits, "128,128,128,76,85,255");
     std::unique_ptr<VxField3> field(createField3(*ybr.stack));
     ASSERT_TRUE(field);

@@ -1,10 +1,10 @@
 // The file and image records on real scanner files, checked against pydicom,
 // and on copies of real files with one attribute changed.
 
+#include "vxdicom/reader/VxDicomFile.h"
 #include "tests/support/TestSupport.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/reader/VxDicom.h"
-#include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
 
 #include <gtest/gtest.h>
@@ -104,7 +104,8 @@ TEST(DicomImageRecord, EverySingleFrameSharedFileAgreesWithPydicom)
         EXPECT_EQ(im.isSigned, r["signed"].toBool());
         EXPECT_EQ(im.imageNumber, r["instanceNumber"].toInt());
         EXPECT_EQ(im.dataSize, r["rows"].toInt() * r["columns"].toInt() *
-                                   r["samplesPerPixel"].toInt() * ((r["bitsAllocated"].toInt() + 7) / 8));
+                                   r["samplesPerPixel"].toInt() *
+                                   ((r["bitsAllocated"].toInt() + 7) / 8));
         EXPECT_FALSE(im.hasPixels()) << "a delayed read keeps the pixels in the file";
 
         const QJsonArray spacing = r["pixelSpacing"].toArray();
@@ -180,13 +181,13 @@ TEST(DicomImageRecord, NearlyAxialRowIsObliqueOnlyBelowTheTolerance)
         EXPECT_EQ(again->images[0]->oblique, 0);
     }
 
-    EditedImage axial(vxtest::sharedPath(kMrFile), {"--set", "ImageOrientationPatient=1\\0\\0\\0\\1\\0"});
+    EditedImage axial(vxtest::sharedPath(kMrFile),
+                      {"--set", "ImageOrientationPatient=1\\0\\0\\0\\1\\0"});
     ASSERT_TRUE(axial.image);
     EXPECT_EQ(axial.image->oblique, 0);
     EXPECT_FLOAT_EQ(axial.image->normal[0], 0);
     EXPECT_FLOAT_EQ(axial.image->normal[1], 0);
     EXPECT_FLOAT_EQ(axial.image->normal[2], 1);
-    // Without a usable position the location comes from (0020,1041).
 }
 
 TEST(DicomImageRecord, SliceLocationFallsBackWhenPositionOrOrientationIsMissing)
@@ -203,12 +204,14 @@ TEST(DicomImageRecord, SliceLocationFallsBackWhenPositionOrOrientationIsMissing)
     EXPECT_EQ(noOrientation.image->oblique, 0);
     EXPECT_FALSE(noOrientation.image->hasRowDirection());
 
-    EditedImage positionOnly(src, {"--delete", "ImageOrientationPatient", "--delete", "SliceLocation"});
+    EditedImage positionOnly(src,
+                             {"--delete", "ImageOrientationPatient", "--delete", "SliceLocation"});
     ASSERT_TRUE(positionOnly.image);
     EXPECT_FLOAT_EQ(positionOnly.image->sliceLocation, r["position"].toArray()[2].toDouble());
 
     // The retired Image Position (0020,0030) stands in for (0020,0032).
-    EditedImage retired(src, {"--delete", "ImagePositionPatient", "--set", "(0020,0030)=1.5\\-2\\3.25"});
+    EditedImage retired(src,
+                        {"--delete", "ImagePositionPatient", "--set", "(0020,0030)=1.5\\-2\\3.25"});
     ASSERT_TRUE(retired.image);
     EXPECT_EQ(retired.image->hasPosition, 1);
     EXPECT_FLOAT_EQ(retired.image->position[0], 1.5f);
@@ -240,8 +243,10 @@ TEST(DicomImageRecord, PixelSpacingWithOneZeroValueIsSquare)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.why);
-        EditedImage e(src, *c.value ? std::vector<std::string>{"--set", std::string("PixelSpacing=") + c.value}
-                                    : std::vector<std::string>{"--delete", "PixelSpacing"});
+        EditedImage e(
+            src, *c.value
+                     ? std::vector<std::string>{"--set", std::string("PixelSpacing=") + c.value}
+                     : std::vector<std::string>{"--delete", "PixelSpacing"});
         ASSERT_TRUE(e.image);
         EXPECT_FLOAT_EQ(e.image->pixelSpacing[0], c.row);
         EXPECT_FLOAT_EQ(e.image->pixelSpacing[1], c.column);
@@ -262,8 +267,12 @@ TEST(DicomImageRecord, UnsignedTwelveBitCtWithoutRescaleGetsInterceptMinus1000)
         {{}, -1024, "a real intercept is kept"},
         {{"--set", "RescaleIntercept=0"}, -1000, "intercept 0, slope 1: HU + 1000 stored"},
         {{"--delete", "RescaleIntercept", "--delete", "RescaleSlope"}, -1000, "no rescale at all"},
-        {{"--set", "RescaleIntercept=0", "--set", "Modality=ct"}, -1000, "modality compared case-insensitively"},
-        {{"--set", "RescaleIntercept=0", "--set", "BitsStored=16", "--set", "HighBit=15"}, 0, "16 bits stored"},
+        {{"--set", "RescaleIntercept=0", "--set", "Modality=ct"},
+         -1000,
+         "modality compared case-insensitively"},
+        {{"--set", "RescaleIntercept=0", "--set", "BitsStored=16", "--set", "HighBit=15"},
+         0,
+         "16 bits stored"},
         {{"--set", "RescaleIntercept=0", "--set", "PixelRepresentation=1"}, 0, "signed data"},
         {{"--set", "RescaleIntercept=0", "--set", "RescaleSlope=2"}, 0, "slope 2"},
         {{"--set", "RescaleIntercept=0", "--set", "Modality=MR"}, 0, "not CT"},
@@ -295,7 +304,8 @@ TEST(DicomImageRecord, MultiFrameFilesGiveOneImagePerFrameAtFrameSpacing)
         ASSERT_EQ(file->images.size(), frames);
         const double step = num(r["spacingBetweenSlices"], 1.0);
         for (int k = 0; k < frames; ++k) {
-            EXPECT_FLOAT_EQ(file->images[k]->sliceLocation, static_cast<float>(k * static_cast<float>(step)));
+            EXPECT_FLOAT_EQ(file->images[k]->sliceLocation,
+                            static_cast<float>(k * static_cast<float>(step)));
             EXPECT_EQ(file->images[k]->file, file.get());
         }
     }
@@ -344,7 +354,8 @@ TEST(DicomImageRecord, HeaderReadKeepsEveryFrameInMemory)
     for (int k = 0; k < full->images.size(); ++k) {
         VxDicomImage &im = *full->images[k];
         EXPECT_TRUE(im.hasPixels());
-        EXPECT_EQ(im.pixels, full->data->pixelData + static_cast<size_t>(k) * full->data->frameSize);
+        EXPECT_EQ(im.pixels,
+                  full->data->pixelData + static_cast<size_t>(k) * full->data->frameSize);
         EXPECT_LE(im.minValue, im.maxValue) << "frame " << k << " knows its range";
     }
     const QJsonArray masked = r["pixels"].toObject()["masked"].toArray();
@@ -358,8 +369,8 @@ TEST(DicomImageRecord, DelayedReadSwitchFollowsTheEnvironment)
     {
         const char *value;
         bool delayed;
-    } cases[] = {{nullptr, true}, {"1", true}, {"0", false}, {"00", false},
-                 {"7", true}, {"-1", true}, {"no", false}, {"", false}};
+    } cases[] = {{nullptr, true}, {"1", true},  {"0", false},  {"00", false},
+                 {"7", true},     {"-1", true}, {"no", false}, {"", false}};
     for (const auto &c : cases) {
         ScopedEnv env("DICOM_DELAYED_READ", c.value);
         EXPECT_EQ(dicomDelayedReadEnabled(), c.delayed) << (c.value ? c.value : "(unset)");
@@ -371,8 +382,9 @@ TEST(DicomImageRecord, DelayedReadSwitchFollowsTheEnvironment)
 TEST(DicomImageRecord, StoredBitsAreMaskedAndSignedLazyValuesSignExtended)
 {
     VX_REQUIRE_SHARED_DATA();
-    std::vector<std::string> files = {vxtest::sharedPath(k12BitSigned),
-                                      vxtest::sharedPath("dcm_qa_12bit/In/12bitUnsigned_0x0F0F.dcm")};
+    std::vector<std::string> files = {
+        vxtest::sharedPath(k12BitSigned),
+        vxtest::sharedPath("dcm_qa_12bit/In/12bitUnsigned_0x0F0F.dcm")};
     for (const std::string &f : vxtest::sharedDicomFiles(kFieldMap))
         files.push_back(f);
     const QJsonArray reference = pydicomReference(files, true);
@@ -463,10 +475,22 @@ TEST(DicomFileFailures, BrokenFilesThrowTheDocumentedTexts)
         bool withName;
     } cases[] = {
         {"no-columns", mr, {"--set", "Columns=0"}, "cannot extract DICOM information from: ", true},
-        {"two-samples", mr, {"--set", "SamplesPerPixel=2", "--pixels", "1,2,3"}, "unsupported number of samples.", false},
-        {"32-bit", mr, {"--set", "BitsAllocated=32", "--set", "BitsStored=32", "--set", "HighBit=31", "--pixels", "1,2"},
-         "unsupported data format.", false},
-        {"mpeg2", j2k, {"--transfer-syntax", "1.2.840.10008.1.2.4.100"}, "unsupported data compression.", false},
+        {"two-samples",
+         mr,
+         {"--set", "SamplesPerPixel=2", "--pixels", "1,2,3"},
+         "unsupported number of samples.",
+         false},
+        {"32-bit",
+         mr,
+         {"--set", "BitsAllocated=32", "--set", "BitsStored=32", "--set", "HighBit=31", "--pixels",
+          "1,2"},
+         "unsupported data format.",
+         false},
+        {"mpeg2",
+         j2k,
+         {"--transfer-syntax", "1.2.840.10008.1.2.4.100"},
+         "unsupported data compression.",
+         false},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -484,14 +508,17 @@ TEST(DicomFileFailures, BrokenFilesThrowTheDocumentedTexts)
     const std::string missing = dir.file("missing.dcm");
     EXPECT_EQ(thrownBy(missing).rfind("cannot open: " + missing, 0), 0u) << thrownBy(missing);
     const std::string notDicom = vxtest::sharedPath("dcm_qa_ct/README.md");
-    EXPECT_EQ(thrownBy(notDicom).rfind("cannot extract DICOM information from: " + notDicom, 0), 0u);
+    EXPECT_EQ(thrownBy(notDicom).rfind("cannot extract DICOM information from: " + notDicom, 0),
+              0u);
     const std::string truncated = dir.file("truncated.dcm");
     auto bytes = vxtest::readFileBytes(mr);
     bytes.resize(bytes.size() - 1000);
     vxtest::writeFileBytes(truncated, bytes);
-    EXPECT_EQ(thrownBy(truncated).rfind("cannot extract DICOM information from: " + truncated, 0), 0u)
+    EXPECT_EQ(thrownBy(truncated).rfind("cannot extract DICOM information from: " + truncated, 0),
+              0u)
         << thrownBy(truncated);
-    EXPECT_EQ(thrownBy(truncated, 0).rfind("cannot extract DICOM information from: " + truncated, 0), 0u);
+    EXPECT_EQ(
+        thrownBy(truncated, 0).rfind("cannot extract DICOM information from: " + truncated, 0), 0u);
 
     // No pixel data: a file without images, which is no failure of the file.
     const std::string noPixels = dir.file("nopixels.dcm");
@@ -519,8 +546,10 @@ TEST(DicomFileFailures, ImageRecordChecksTheParsedDescription)
         {[](dicom::dicomStruct &s) { s.rows = 0; }, "image height unknown."},
         {[](dicom::dicomStruct &s) { s.bytesPerSample = 4; }, "unsupported data format."},
         {[](dicom::dicomStruct &s) { s.samplesPerPixel = 2; }, "unsupported number of samples."},
-        {[](dicom::dicomStruct &s) { s.frameSize -= 2; }, "image size doesn't match its specification.\n"},
-        {[](dicom::dicomStruct &s) { s.frameSize = 0; }, "image size doesn't match its specification.\n"},
+        {[](dicom::dicomStruct &s) { s.frameSize -= 2; },
+         "image size doesn't match its specification.\n"},
+        {[](dicom::dicomStruct &s) { s.frameSize = 0; },
+         "image size doesn't match its specification.\n"},
         {[](dicom::dicomStruct &s) { s.pixelsInFile = false; }, "no image data found."},
         {[](dicom::dicomStruct &s) { s.compression = dicom::COMPRESSION_UNSUPPORTED; },
          "unsupported data compression."},

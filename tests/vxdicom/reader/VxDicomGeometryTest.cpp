@@ -74,7 +74,8 @@ Placement locate(const std::vector<Slice> &slices, const double w[3])
     Placement best;
     for (size_t s = 0; s < slices.size(); ++s) {
         const Slice &sl = slices[s];
-        std::array<double, 3> d = {w[0] - sl.position[0], w[1] - sl.position[1], w[2] - sl.position[2]};
+        std::array<double, 3> d = {w[0] - sl.position[0], w[1] - sl.position[1],
+                                   w[2] - sl.position[2]};
         const double i = dot(d, sl.row) / sl.columnSpacing;
         const double j = dot(d, sl.column) / sl.rowSpacing;
         const double ri = std::round(i), rj = std::round(j);
@@ -102,8 +103,8 @@ struct GeometryCase
 
 void PrintTo(const GeometryCase &c, std::ostream *os)
 {
-    *os << c.orientation << (c.gap ? " with a gap" : "") << (c.reversedNames ? ", names reversed" : "")
-        << ", unit " << c.unit;
+    *os << c.orientation << (c.gap ? " with a gap" : "")
+        << (c.reversedNames ? ", names reversed" : "") << ", unit " << c.unit;
 }
 
 std::string caseName(const testing::TestParamInfo<GeometryCase> &info)
@@ -135,10 +136,10 @@ TEST_P(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
 {
     const GeometryCase &c = GetParam();
     vxtest::TempDir dir;
-    std::vector<std::string> args = {"--rows", "7", "--columns", "5", "--slices", "4",
-                                     "--orientation", c.orientation, "--spacing", "0.8",
-                                     "--row-spacing", "1.1", "--thickness", "2.0",
-                                     "--origin", "12.5,-30.25,47"};
+    std::vector<std::string> args = {"--rows",      "7",   "--columns",     "5",
+                                     "--slices",    "4",   "--orientation", c.orientation,
+                                     "--spacing",   "0.8", "--row-spacing", "1.1",
+                                     "--thickness", "2.0", "--origin",      "12.5,-30.25,47"};
     if (c.gap) {
         args.push_back("--gaps");
         args.push_back("1");
@@ -177,8 +178,8 @@ TEST_P(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
                 const Placement p = locate(slices, mm);
                 worst = std::max(worst, p.error);
                 if (p.error > 2e-3) {
-                    ADD_FAILURE() << "voxel (" << i << "," << j << "," << k << ") at (" << mm[0] << ", "
-                                  << mm[1] << ", " << mm[2] << ") mm is " << p.error
+                    ADD_FAILURE() << "voxel (" << i << "," << j << "," << k << ") at (" << mm[0]
+                                  << ", " << mm[1] << ", " << mm[2] << ") mm is " << p.error
                                   << " mm off every source pixel";
                     return;
                 }
@@ -193,7 +194,8 @@ TEST_P(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
                 for (int a = 0; a < 3; ++a)
                     at[a] = sl.position[a] + p.column * sl.columnSpacing * sl.row[a] +
                             p.row * sl.rowSpacing * sl.column[a];
-                const short v = values[i + lat->dim(0) * (j + lat->dim(1) * static_cast<size_t>(k))];
+                const short v =
+                    values[i + lat->dim(0) * (j + lat->dim(1) * static_cast<size_t>(k))];
                 if (std::fabs(v - std::round(signalAt(at))) > 1)
                     ++valueMismatches;
             }
@@ -204,21 +206,20 @@ TEST_P(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
 
 INSTANTIATE_TEST_SUITE_P(
     EveryOrientation, DicomFieldGeometry,
-    testing::Values(GeometryCase{"axial", false, false, 0.1f}, GeometryCase{"coronal", false, false, 0.1f},
-                    GeometryCase{"sagittal", false, false, 0.1f},
-                    GeometryCase{"axial-rev", false, false, 0.1f},
-                    GeometryCase{"coronal-rev", false, false, 0.1f},
-                    GeometryCase{"sagittal-rev", false, false, 0.1f},
-                    GeometryCase{"axial-rot", false, false, 0.1f},
-                    GeometryCase{"oblique", false, false, 0.1f}, GeometryCase{"axial", false, true, 0.1f},
-                    GeometryCase{"sagittal", false, true, 0.1f}, GeometryCase{"oblique", false, false, 1.0f},
-                    GeometryCase{"coronal", false, false, 1.0f}, GeometryCase{"axial", true, false, 0.1f},
-                    GeometryCase{"coronal", true, false, 0.1f}, GeometryCase{"sagittal", true, false, 0.1f},
-                    GeometryCase{"axial-rev", true, false, 0.1f},
-                    GeometryCase{"coronal-rev", true, false, 0.1f},
-                    GeometryCase{"sagittal-rev", true, false, 0.1f},
-                    GeometryCase{"axial-rot", true, false, 0.1f}, GeometryCase{"oblique", true, false, 0.1f},
-                    GeometryCase{"axial-rot", true, true, 1.0f}),
+    testing::Values(
+        GeometryCase{"axial", false, false, 0.1f}, GeometryCase{"coronal", false, false, 0.1f},
+        GeometryCase{"sagittal", false, false, 0.1f}, GeometryCase{"axial-rev", false, false, 0.1f},
+        GeometryCase{"coronal-rev", false, false, 0.1f},
+        GeometryCase{"sagittal-rev", false, false, 0.1f},
+        GeometryCase{"axial-rot", false, false, 0.1f}, GeometryCase{"oblique", false, false, 0.1f},
+        GeometryCase{"axial", false, true, 0.1f}, GeometryCase{"sagittal", false, true, 0.1f},
+        GeometryCase{"oblique", false, false, 1.0f}, GeometryCase{"coronal", false, false, 1.0f},
+        GeometryCase{"axial", true, false, 0.1f}, GeometryCase{"coronal", true, false, 0.1f},
+        GeometryCase{"sagittal", true, false, 0.1f}, GeometryCase{"axial-rev", true, false, 0.1f},
+        GeometryCase{"coronal-rev", true, false, 0.1f},
+        GeometryCase{"sagittal-rev", true, false, 0.1f},
+        GeometryCase{"axial-rot", true, false, 0.1f}, GeometryCase{"oblique", true, false, 0.1f},
+        GeometryCase{"axial-rot", true, true, 1.0f}),
     caseName);
 
 // A single slice: no slice axis to orient, still in place.
@@ -227,9 +228,9 @@ TEST(DicomFieldGeometrySingle, OneSliceSitsOnItsImage)
     for (const char *orientation : {"axial", "coronal", "sagittal", "axial-rev", "oblique"}) {
         SCOPED_TRACE(orientation);
         vxtest::TempDir dir;
-        makeSeries(dir.file("s"), {"--rows", "3", "--columns", "4", "--slices", "1", "--orientation",
-                                   orientation, "--spacing", "0.8", "--row-spacing", "1.1",
-                                   "--origin=-3,4,5"});
+        makeSeries(dir.file("s"),
+                   {"--rows", "3", "--columns", "4", "--slices", "1", "--orientation", orientation,
+                    "--spacing", "0.8", "--row-spacing", "1.1", "--origin=-3,4,5"});
         const std::vector<std::string> files = filesIn(dir.file("s"));
         const std::vector<Slice> slices = slicesOf(pydicomReference(files));
         OpenedFiles opened(files);

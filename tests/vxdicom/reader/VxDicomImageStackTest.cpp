@@ -1,6 +1,7 @@
 // The image stack: appending, spacing, box, value range, overflow decision,
 // size and parameters, with numbers worked out by hand.
 
+#include "vxdicom/reader/VxDicomImageStack.h"
 #include "platform/core/VxScriptVars.h"
 #include "platform/data/VxParameter.h"
 #include "tests/support/TestSupport.h"
@@ -8,7 +9,6 @@
 #include "vxdicom/reader/DicomReaderSettings.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
-#include "vxdicom/reader/VxDicomImageStack.h"
 
 #include <gtest/gtest.h>
 
@@ -34,7 +34,10 @@ struct Copies
 class ScopedMaxDistError
 {
 public:
-    explicit ScopedMaxDistError(const char *value) { VxScriptVars::instance()->set("DicomMaxDistError", value); }
+    explicit ScopedMaxDistError(const char *value)
+    {
+        VxScriptVars::instance()->set("DicomMaxDistError", value);
+    }
     ~ScopedMaxDistError() { VxScriptVars::instance()->unset("DicomMaxDistError"); }
 };
 
@@ -173,17 +176,20 @@ TEST(DicomImageStack, CtAndMrRangesAreFixedOtherModalitiesUseTheSamples)
         int min, max;
         const char *stackModality;
     } cases[] = {
-        {"CT", "5,6", "7,9000", -200, 200, "CT"},
-        {"MR", "5,6", "7,9000", 0, 1000, "MR"},
-        {"NM", "5,6", "7,9000", 5, 9000, "NM"},
-        {"OT", "-40,6", "7,90", -40, 90, "Unknown"},
+        {"CT", "5,6", "7,9000", -200, 200, "CT"},    {"MR", "5,6", "7,9000", 0, 1000, "MR"},
+        {"NM", "5,6", "7,9000", 5, 9000, "NM"},      {"OT", "-40,6", "7,90", -40, 90, "Unknown"},
         {"mr", "-40,6", "7,90", -40, 90, "Unknown"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.modality);
-        const std::string a = dir.file(std::string(c.modality) + "a"), b = dir.file(std::string(c.modality) + "b");
-        editCopy(mr, a, {"--set", std::string("Modality=") + c.modality, std::string("--pixels=") + c.stored});
-        editCopy(mr, b, {"--set", std::string("Modality=") + c.modality, std::string("--pixels=") + c.stored2});
+        const std::string a = dir.file(std::string(c.modality) + "a"),
+                          b = dir.file(std::string(c.modality) + "b");
+        editCopy(
+            mr, a,
+            {"--set", std::string("Modality=") + c.modality, std::string("--pixels=") + c.stored});
+        editCopy(
+            mr, b,
+            {"--set", std::string("Modality=") + c.modality, std::string("--pixels=") + c.stored2});
         OpenedFiles files({a, b}, 0);
         VxDicomImageStack stack;
         for (VxDicomImage *image : files.images())
@@ -213,16 +219,16 @@ TEST(DicomImageStack, OverflowDecisionFollowsTheRescaledRange)
         double scale, offset;
     };
     const Case cases[] = {
-        {"unsigned 0..4095, intercept -1024: signed, no rescale", KcPrimType::UInt16, 0, 4095, 1, -1024,
-         false, KcPrimType::Int16, 1, 0},
-        {"signed rescaled to 0..40000: unsigned, no rescale", KcPrimType::Int16, 0, 20000, 2, 0, false,
-         KcPrimType::UInt16, 1, 0},
-        {"signed rescaled to 0..70000: unsigned, scaled into 0..65535", KcPrimType::Int16, 0, 35000, 2, 0,
-         true, KcPrimType::UInt16, 65535.0 / 70000.0, 0},
+        {"unsigned 0..4095, intercept -1024: signed, no rescale", KcPrimType::UInt16, 0, 4095, 1,
+         -1024, false, KcPrimType::Int16, 1, 0},
+        {"signed rescaled to 0..40000: unsigned, no rescale", KcPrimType::Int16, 0, 20000, 2, 0,
+         false, KcPrimType::UInt16, 1, 0},
+        {"signed rescaled to 0..70000: unsigned, scaled into 0..65535", KcPrimType::Int16, 0, 35000,
+         2, 0, true, KcPrimType::UInt16, 65535.0 / 70000.0, 0},
         {"signed rescaled to -100..70000: stays signed", KcPrimType::Int16, -50, 35000, 2, 0, true,
          KcPrimType::Int16, 65535.0 / 70100.0, -32768.0 + 65535.0 / 70100.0 * 100.0},
-        {"unsigned rescaled to -1024..64511: shifted by 1024", KcPrimType::UInt16, 0, 65535, 1, -1024,
-         true, KcPrimType::UInt16, 1, 1024},
+        {"unsigned rescaled to -1024..64511: shifted by 1024", KcPrimType::UInt16, 0, 65535, 1,
+         -1024, true, KcPrimType::UInt16, 1, 1024},
         {"bytes that fit", KcPrimType::UInt8, 3, 200, 1, 50, false, KcPrimType::UInt8, 1, 0},
         {"slope 0 puts every byte at 300: offset 0 - 300", KcPrimType::UInt8, 0, 10, 0, 300, true,
          KcPrimType::UInt8, 1, -300},

@@ -164,9 +164,9 @@ TEST(DicomReadLoop, ProgressStartsAtTenFiles)
     for (const auto &p : ten.progress)
         if (p.first != "loading files..." && (counts.empty() || counts.back() != p.first))
             counts.push_back(p.first);
-    const std::vector<std::string> expected = {"  1. of 10.", "  2. of 10.", "  3. of 10.", "  4. of 10.",
-                                               "  5. of 10.", "  6. of 10.", "  7. of 10.", "  8. of 10.",
-                                               "  9. of 10.", " 10. of 10."};
+    const std::vector<std::string> expected = {
+        "  1. of 10.", "  2. of 10.", "  3. of 10.", "  4. of 10.", "  5. of 10.",
+        "  6. of 10.", "  7. of 10.", "  8. of 10.", "  9. of 10.", " 10. of 10."};
     EXPECT_EQ(counts, expected);
     // The fraction is set to i/n before the status "i+1. of n.".
     // Each count is shown with the fraction i/n of the files done before it.
@@ -248,10 +248,10 @@ protected:
     // Two small MR series of different sizes, written by make_series.py.
     void makeTwoSeries()
     {
-        makeSeries(dir.file("s1"), {"--modality", "MR", "--rows", "8", "--columns", "6", "--slices", "3",
-                                    "--series-number", "1"});
-        makeSeries(dir.file("s2"), {"--modality", "MR", "--rows", "5", "--columns", "7", "--slices", "2",
-                                    "--series-number", "2"});
+        makeSeries(dir.file("s1"), {"--modality", "MR", "--rows", "8", "--columns", "6", "--slices",
+                                    "3", "--series-number", "1"});
+        makeSeries(dir.file("s2"), {"--modality", "MR", "--rows", "5", "--columns", "7", "--slices",
+                                    "2", "--series-number", "2"});
         for (const char *s : {"s1", "s2"})
             for (const std::string &f : filesIn(dir.file(s)))
                 names.push_back(f);
@@ -263,7 +263,8 @@ protected:
         for (const std::string &n : list)
             argv.push_back(n.c_str());
         VxMessageCapture capture;
-        const int rc = vxReadDicom(static_cast<int>(argv.size()), argv.data(), fields, showDialog, verbose);
+        const int rc =
+            vxReadDicom(static_cast<int>(argv.size()), argv.data(), fields, showDialog, verbose);
         console = capture.text();
         return rc;
     }
@@ -306,7 +307,8 @@ TEST_F(DicomReaderPipeline, LastNameNodialogMeansSilent)
     EXPECT_EQ(fake.config().exportCount, 1);
     EXPECT_EQ(fake.config().execCount, 0);
     EXPECT_EQ(VxObjectPool::instance()->size(), 2);
-    EXPECT_EQ(capture.text().find("-nodialog"), std::string::npos) << "the option is not read as a file";
+    EXPECT_EQ(capture.text().find("-nodialog"), std::string::npos)
+        << "the option is not read as a file";
 
     VxObjectPool::instance()->clear();
     argv.pop_back();
@@ -370,9 +372,10 @@ TEST_F(DicomReaderPipeline, ShearedStackIsReportedAndLoaded)
     FakeDialog fake;
     KcDArray<VxField3 *> fields;
     std::vector<std::string> ct = vxtest::sharedDicomFiles("dcm_qa_ct/In/Philips/S21610/S2010");
-    ct.erase(std::remove_if(ct.begin(), ct.end(),
-                            [](const std::string &f) { return f.find("DIRFILE") != std::string::npos; }),
-             ct.end());
+    ct.erase(
+        std::remove_if(ct.begin(), ct.end(),
+                       [](const std::string &f) { return f.find("DIRFILE") != std::string::npos; }),
+        ct.end());
     EXPECT_EQ(load(ct, fields, 0), 1);
     ASSERT_EQ(fields.size(), 1);
     EXPECT_NE(console.find("stack HEAD is sheared by -18.5 degrees!\n"), std::string::npos);

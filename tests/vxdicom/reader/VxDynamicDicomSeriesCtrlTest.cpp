@@ -1,13 +1,13 @@
 // Stacks loaded as a time series: one control with a step per stack, and the
 // command that recreates it.
 
+#include "vxdicom/reader/VxDynamicDicomSeriesCtrl.h"
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
 #include "platform/data/VxField3.h"
 #include "tests/support/TestSupport.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/reader/VxDicom.h"
-#include "vxdicom/reader/VxDynamicDicomSeriesCtrl.h"
 
 #include <gtest/gtest.h>
 
@@ -51,8 +51,8 @@ protected:
         const int rows[] = {4, 5, 6};
         for (int s = 1; s <= 3; ++s) {
             const std::string d = dir.file("series " + std::to_string(s));
-            makeSeries(d, {"--modality", "MR", "--rows", std::to_string(rows[s - 1]), "--columns", "3",
-                           "--slices", "2", "--series-number", std::to_string(s)});
+            makeSeries(d, {"--modality", "MR", "--rows", std::to_string(rows[s - 1]), "--columns",
+                           "3", "--slices", "2", "--series-number", std::to_string(s)});
             for (const std::string &f : filesIn(d))
                 names.push_back(f);
         }
