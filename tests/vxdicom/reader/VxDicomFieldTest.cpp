@@ -351,6 +351,23 @@ TEST(DicomFieldCreation, GapMakesAStackedFieldWithTheExactSliceCoordinates)
     EXPECT_EQ(g->lattice()->primType(), KcPrimType::Int16);
 }
 
+TEST(DicomFieldCreation, FileGoneBeforeItsPixelsAreReadGivesNoField)
+{
+    vxtest::TempDir dir;
+    makeSeries(dir.file("s"), {"--rows", "4", "--columns", "4", "--slices", "3"});
+    const std::vector<std::string> names = filesIn(dir.file("s"));
+    OpenedFiles files(names);
+    auto stack = stackOf(files.images());
+    fs::remove(names[1]);
+    VxMessageCapture capture;
+    std::unique_ptr<VxField3> field(createField3(*stack));
+    EXPECT_FALSE(field);
+    EXPECT_NE(capture.text().find("reading " + names[1] + " failed: cannot open: " + names[1]),
+              std::string::npos)
+        << capture.text();
+    EXPECT_FALSE(VxWorkArea::instance()->isShowingProgress());
+}
+
 TEST(DicomFieldCreation, ProgressOnlyForMoreThanOneSlice)
 {
     vxtest::TempDir dir;
