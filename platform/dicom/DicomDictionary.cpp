@@ -212,6 +212,7 @@ namespace {
 
 Dictionary buildDictionary()
 {
+    dicomInitialize(); // a missing dictionary file is reported on the console
     Dictionary d;
     // DCMTK's iterators are not const, but walking the tables under the read
     // lock does not change them.

@@ -39,6 +39,11 @@ protected:
         // The header parse asks DCMTK to stop at Pixel Data; it says so.
         if (std::strstr(message.c_str(), "encountered, skipping rest of dataset"))
             return;
+        // An implicit VR data set behind an explicit VR meta header: DCMTK
+        // says so for every element; the layer reports the data set as
+        // implicit instead.
+        if (std::strstr(message.c_str(), "trying again with Implicit VR Little Endian"))
+            return;
         if (event.getLogLevel() >= lg::ERROR_LOG_LEVEL)
             VxMessage::getTheMsg()->error("DCMTK: %s\n", message.c_str());
         else

@@ -380,6 +380,7 @@ bool dicomReadImageData(const dicomStruct *d, const char *path, int frame, void 
 {
     if (!d || !d->impl || !buffer)
         return fail(why, "no parsed file or no buffer");
+    dicomInitialize();
     const std::string name = path && *path ? path : d->fileName;
     std::unique_ptr<ByteSource> source = ByteSource::openFile(name, why);
     if (!source)

@@ -509,6 +509,21 @@ bool describePixels(dicomStruct *d, std::string *why)
     return true;
 }
 
+// DCMTK reads an implicit VR data set behind a meta header that names an
+// explicit VR syntax element by element, yet still reports the explicit
+// syntax; the bytes of the first data set element tell the truth.
+bool dataSetIsImplicit(const ByteSource &source, DcmMetaInfo *meta, bool part10)
+{
+    Uint32 groupLength = 0;
+    if (!meta || meta->findAndGetUint32(DCM_FileMetaInformationGroupLength, groupLength).bad())
+        return false;
+    const uint64_t start = (part10 ? 132 : 0) + 12 + uint64_t(groupLength);
+    unsigned char h[6];
+    if (!source.read(start, h, sizeof h) || dicomRead16bit(h, false) == 0x0002)
+        return false;
+    return !(h[4] >= 'A' && h[4] <= 'Z' && h[5] >= 'A' && h[5] <= 'Z');
+}
+
 Compression compressionOf(const std::string &uid, bool encapsulated)
 {
     if (const SyntaxRow *row = findSyntax(uid)) {
@@ -593,7 +608,11 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
         fail(why, "not a DICOM file");
         return nullptr;
     }
-    const E_TransferSyntax xfer = ds->getOriginalXfer();
+    E_TransferSyntax xfer = ds->getOriginalXfer();
+    if (DcmXfer(xfer).isExplicitVR() && DcmXfer(xfer).getStreamCompression() == ESC_none &&
+        DcmXfer(xfer).getByteOrder() == EBO_LittleEndian &&
+        dataSetIsImplicit(source, file->getMetaInfo(), part10))
+        xfer = EXS_LittleEndianImplicit;
     const DcmXfer x(xfer);
 
     StructPtr d(new dicomStruct);

@@ -3,7 +3,11 @@
 #include "tests/platform/dicom/DicomTestSupport.h"
 #include "tests/support/TestSupport.h"
 
+#include "platform/core/VxMessage.h"
+
 #include <QJsonArray>
+
+#include <algorithm>
 
 #include <cstdio>
 #include <cstdlib>
@@ -462,6 +466,57 @@ TEST_F(TransferSyntaxSet, TextFormsOfTheValueRepresentations)
         EXPECT_LT((uint32_t(d->elements[i - 1].group) << 16) | d->elements[i - 1].element,
                   (uint32_t(d->elements[i].group) << 16) | d->elements[i].element)
             << "ascending tags";
+}
+
+} // namespace
+
+namespace {
+
+// Some writers put an implicit VR data set behind a meta header that names
+// Explicit VR Little Endian: 2.dcm with only its transfer syntax UID changed.
+TEST_F(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
+{
+    std::vector<unsigned char> bytes = vxtest::readFileBytes(file(2));
+    const std::string implicitUid("1.2.840.10008.1.2\0", 18);
+    const std::string explicitUid("1.2.840.10008.1.2.1\0", 20);
+    // (0002,0010) UI, length 18, then the UID.
+    const unsigned char tag[] = {0x02, 0x00, 0x10, 0x00, 'U', 'I', 18, 0};
+    auto at = std::search(bytes.begin(), bytes.end(), tag, tag + 8);
+    ASSERT_NE(at, bytes.end());
+    ASSERT_TRUE(std::equal(implicitUid.begin(), implicitUid.end(), at + 8));
+    const size_t pos = size_t(at - bytes.begin());
+    bytes[pos + 6] = 20;
+    bytes.erase(bytes.begin() + long(pos + 8), bytes.begin() + long(pos + 8 + 18));
+    bytes.insert(bytes.begin() + long(pos + 8), explicitUid.begin(), explicitUid.end());
+    // (0002,0000) group length grows by two bytes.
+    const unsigned char groupLength[] = {0x02, 0x00, 0x00, 0x00, 'U', 'L', 4, 0};
+    auto gl = std::search(bytes.begin(), bytes.end(), groupLength, groupLength + 8);
+    ASSERT_NE(gl, bytes.end());
+    gl[8] = uint8_t(gl[8] + 2);
+
+    std::string why;
+    VxMessageCapture capture;
+    DicomPtr d(dicom::dicomReadBuffer(bytes.data(), bytes.size(), "patched", &why));
+    ASSERT_TRUE(d) << why;
+    EXPECT_EQ(capture.text(), "") << "no warning for every element";
+    EXPECT_EQ(d->transferSyntaxUID, "1.2.840.10008.1.2.1");
+    EXPECT_FALSE(d->explicitVR) << "the data set is what it is";
+    const dicom::dicomDataElement *modality = dicom::dicomFindElement(d.get(), 0x0008, 0x0060);
+    ASSERT_TRUE(modality);
+    EXPECT_EQ(std::string(modality->vr, 2), "  ");
+    // Sequences keep the file's implicit encoding: the same bytes as in 2.dcm.
+    DicomPtr original = dicomtest::read(file(2), true);
+    ASSERT_TRUE(original);
+    const dicom::dicomDataElement *a = dicom::dicomFindElement(d.get(), 0x0008, 0x1140);
+    const dicom::dicomDataElement *b = dicom::dicomFindElement(original.get(), 0x0008, 0x1140);
+    ASSERT_TRUE(a && b && a->data && b->data);
+    ASSERT_EQ(a->length, b->length);
+    EXPECT_EQ(std::memcmp(a->data, b->data, size_t(a->length)), 0);
+    EXPECT_EQ(d->rows, 384);
+    EXPECT_STREQ(dicom::dicomGetById(d.get(), 0x0008, 0x0060), "MR");
+    DicomPtr reference = dicomtest::read(file(1), false);
+    ASSERT_TRUE(reference);
+    EXPECT_TRUE(dicomtest::fullPixels(*d) == dicomtest::fullPixels(*reference));
 }
 
 } // namespace
