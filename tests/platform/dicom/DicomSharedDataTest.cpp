@@ -520,3 +520,111 @@ TEST_F(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
 }
 
 } // namespace
+
+namespace {
+
+// The Referenced File IDs of a DICOMDIR, found the way the module finds
+// them: the record sequence's bytes walked with the layer's helpers.
+std::vector<std::string> referencedFiles(const dicom::dicomStruct &d)
+{
+    std::vector<std::string> ids;
+    const dicom::dicomDataElement *records = dicom::dicomFindElement(&d, 0x0004, 0x1220);
+    if (!records || !records->data)
+        return ids;
+    const unsigned char *p = records->data, *end = p + records->length;
+    auto skipValue = [&](const dicom::dicomElementHeader &h, const unsigned char *value,
+                         const unsigned char *limit, bool isItem) -> const unsigned char * {
+        if (h.length != 0xFFFFFFFFu)
+            return h.length <= uint64_t(limit - value) ? value + h.length : nullptr;
+        const long n = dicom::dicomAdjustLength(value, limit, d.bigEndian, d.explicitVR, isItem);
+        return n < 0 ? nullptr : value + n;
+    };
+    while (p < end) {
+        dicom::dicomElementHeader item;
+        if (!dicom::dicomReadElementHeader(p, end, d.bigEndian, d.explicitVR, &item) ||
+            item.group != 0xFFFE || item.element != 0xE000)
+            break;
+        const unsigned char *content = p + item.headerSize;
+        const unsigned char *next = skipValue(item, content, end, true);
+        if (!next)
+            break;
+        const unsigned char *contentEnd = item.length == 0xFFFFFFFFu ? next - 8 : next;
+        for (const unsigned char *q = content; q < contentEnd;) {
+            dicom::dicomElementHeader e;
+            if (!dicom::dicomReadElementHeader(q, contentEnd, d.bigEndian, d.explicitVR, &e))
+                break;
+            const unsigned char *value = q + e.headerSize;
+            const unsigned char *after = skipValue(e, value, contentEnd, false);
+            if (!after)
+                break;
+            if (e.group == 0x0004 && e.element == 0x1500) {
+                std::string id(reinterpret_cast<const char *>(value), size_t(after - value));
+                while (!id.empty() && (id.back() == ' ' || id.back() == '\0'))
+                    id.pop_back();
+                for (char &c : id)
+                    if (c == '\\')
+                        c = '/';
+                ids.push_back(id);
+            }
+            q = after;
+        }
+        p = next;
+    }
+    return ids;
+}
+
+class DicomDir : public SharedFiles
+{
+};
+
+TEST_F(DicomDir, RecordsAreWalkedFromTheSequenceBytes)
+{
+    if (!vxtest::haveProgram("dcmmkdir"))
+        GTEST_SKIP() << "dcmmkdir (DCMTK) is not installed";
+    const std::string series = "dcm_qa_ct/In/Philips/S21610/S2010/";
+    // Explicit item lengths; undefined lengths; undefined lengths with icon
+    // images, whose nested Pixel Data must not end the header parse.
+    for (const char *options : {"", "-e", "-e +X"}) {
+        SCOPED_TRACE(options);
+        vxtest::TempDir dir;
+        std::filesystem::create_directory(dir.path() / "CT");
+        for (const char *name : {"I10", "I100", "I110", "I120"})
+            std::filesystem::copy_file(vxtest::sharedPath(series + name), dir.path() / "CT" / name);
+        ASSERT_EQ(vxtest::runCommand("cd " + dicomtest::quote(dir.path().string()) +
+                                     " && dcmmkdir -q +r +I " + options + " CT"),
+                  0);
+        const std::string path = dir.file("DICOMDIR");
+        std::string why;
+        DicomPtr d = dicomtest::read(path, false, &why);
+        ASSERT_TRUE(d) << why;
+        EXPECT_TRUE(d->isDicomDir);
+        EXPECT_EQ(d->frames, 0);
+        EXPECT_EQ(d->pixelData, nullptr);
+        EXPECT_FALSE(d->pixelsInFile);
+        std::string error;
+        const QJsonObject expected = dicomtest::runReference("dicomdir", {path}, &error);
+        ASSERT_FALSE(expected.isEmpty()) << error;
+        std::vector<std::string> ids;
+        for (const QJsonValue &v : expected.value("ids").toArray())
+            ids.push_back(v.toString().toStdString());
+        ASSERT_EQ(ids.size(), 4u);
+        EXPECT_EQ(referencedFiles(*d), ids);
+    }
+}
+
+TEST_F(DicomDir, ThePhilipsDirectoryFileIsADicomDir)
+{
+    const std::string path = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/DIRFILE");
+    DicomPtr d = dicomtest::read(path, true);
+    ASSERT_TRUE(d);
+    EXPECT_TRUE(d->isDicomDir);
+    std::string error;
+    const QJsonObject expected = dicomtest::runReference("dicomdir", {path}, &error);
+    ASSERT_FALSE(expected.isEmpty()) << error;
+    std::vector<std::string> ids;
+    for (const QJsonValue &v : expected.value("ids").toArray())
+        ids.push_back(v.toString().toStdString());
+    EXPECT_EQ(referencedFiles(*d), ids);
+}
+
+} // namespace

@@ -5,6 +5,7 @@
     pydicom_reference.py elements FILE...  every top-level element's bytes as stored
     pydicom_reference.py pixels FILE OUT   pixel bytes (little endian) written to OUT
     pydicom_reference.py texts FILE...     top-level element values as pydicom reads them
+    pydicom_reference.py dicomdir FILE     Referenced File IDs of a DICOMDIR's records
     pydicom_reference.py make DIR          small native test images written by pydicom,
                                            each NAME.dcm with NAME.expected, the bytes a
                                            decoder must produce
@@ -158,6 +159,16 @@ def texts(paths):
     return out
 
 
+def dicomdir(path):
+    ds = pydicom.dcmread(path)
+    ids = []
+    for record in ds.get("DirectoryRecordSequence", []):
+        if "ReferencedFileID" in record:
+            value = record.ReferencedFileID
+            ids.append("/".join(value) if record["ReferencedFileID"].VM > 1 else str(value))
+    return {"ids": ids}
+
+
 def make(outdir):
     """Native images with the layouts the shared scanner files lack (colour,
     planes, 1 and 8 and 32 bits, odd frame sizes, YBR_FULL_422), written by
@@ -269,6 +280,8 @@ def main():
         json.dump(elements(args), sys.stdout)
     elif mode == "texts":
         json.dump(texts(args), sys.stdout)
+    elif mode == "dicomdir":
+        json.dump(dicomdir(args[0]), sys.stdout)
     elif mode == "make":
         json.dump(make(args[0]), sys.stdout)
     elif mode == "refragment":
