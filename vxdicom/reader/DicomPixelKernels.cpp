@@ -1,48 +1,37 @@
 #include "vxdicom/reader/DicomPixelKernels.h"
 
-void dicomValueRangeU8(const unsigned char *data, long count, int &min, int &max)
+namespace {
+// Min and max in the samples' own type, branch-free so that the loop vectorises.
+template <typename T>
+void valueRange(const T *data, long count, int &min, int &max)
 {
     min = 1;
     max = 0;
     if (!data || count < 1)
         return;
-    unsigned char lo = data[0], hi = data[0];
+    T lo = data[0], hi = data[0];
     for (long i = 1; i < count; ++i) {
         lo = data[i] < lo ? data[i] : lo;
         hi = data[i] > hi ? data[i] : hi;
     }
     min = lo;
     max = hi;
+}
+} // namespace
+
+void dicomValueRangeU8(const unsigned char *data, long count, int &min, int &max)
+{
+    valueRange(data, count, min, max);
 }
 
 void dicomValueRangeS16(const short *data, long count, int &min, int &max)
 {
-    min = 1;
-    max = 0;
-    if (!data || count < 1)
-        return;
-    short lo = data[0], hi = data[0];
-    for (long i = 1; i < count; ++i) {
-        lo = data[i] < lo ? data[i] : lo;
-        hi = data[i] > hi ? data[i] : hi;
-    }
-    min = lo;
-    max = hi;
+    valueRange(data, count, min, max);
 }
 
 void dicomValueRangeU16(const unsigned short *data, long count, int &min, int &max)
 {
-    min = 1;
-    max = 0;
-    if (!data || count < 1)
-        return;
-    unsigned short lo = data[0], hi = data[0];
-    for (long i = 1; i < count; ++i) {
-        lo = data[i] < lo ? data[i] : lo;
-        hi = data[i] > hi ? data[i] : hi;
-    }
-    min = lo;
-    max = hi;
+    valueRange(data, count, min, max);
 }
 
 void dicomValueRangeS32(const int *data, long count, long long &min, long long &max)

@@ -23,6 +23,25 @@ const char *failure(KcString &slot, const char *prefix, const KcString &name,
     return slot.c_str();
 }
 
+// The path to read for `name`: the name itself, or for ".gz" and ".Z" names
+// the file `unpacked` unpacks them to. Throws "cannot open: " with the name
+// when the file cannot be unpacked or opened for reading.
+KcString openableCopy(const char *name, VxGunzip &unpacked, KcString &text)
+{
+    KcString path(name);
+    if (VxGunzip::needsUnpacking(name)) {
+        KcString why;
+        if (!unpacked.unpack(name, &why))
+            throw failure(text, "cannot open: ", name, why);
+        path = unpacked.path();
+    }
+    FILE *f = std::fopen(path.c_str(), "rb");
+    if (!f)
+        throw failure(text, "cannot open: ", name, std::strerror(errno));
+    std::fclose(f);
+    return path;
+}
+
 } // namespace
 
 VxDicomFile::VxDicomFile(const char *name, int idx, int delayed) : index(idx)
@@ -51,19 +70,8 @@ VxDicomFile::~VxDicomFile()
 int VxDicomFile::readData(const char *name, int delayed)
 {
     static KcString text;
-    KcString path(name);
     VxGunzip unpacked; // removes its temporary file on every way out
-    if (VxGunzip::needsUnpacking(name)) {
-        KcString why;
-        if (!unpacked.unpack(name, &why))
-            throw failure(text, "cannot open: ", name, why);
-        path = unpacked.path();
-    }
-
-    FILE *f = std::fopen(path.c_str(), "rb");
-    if (!f)
-        throw failure(text, "cannot open: ", name, std::strerror(errno));
-    std::fclose(f);
+    const KcString path = openableCopy(name, unpacked, text);
 
     std::string why;
     data = dicom::dicomReadFile(path.c_str(), delayed, &why);
@@ -120,19 +128,8 @@ void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
     if (access(name, R_OK) != 0)
         throw failure(text, "cannot open: ", name, std::strerror(errno));
 
-    KcString path(name);
     VxGunzip unpacked;
-    if (VxGunzip::needsUnpacking(name)) {
-        KcString why;
-        if (!unpacked.unpack(name, &why))
-            throw failure(text, "cannot open: ", name, why);
-        path = unpacked.path();
-    }
-
-    FILE *f = std::fopen(path.c_str(), "rb");
-    if (!f)
-        throw failure(text, "cannot open: ", name, std::strerror(errno));
-    std::fclose(f);
+    const KcString path = openableCopy(name, unpacked, text);
 
     if (data->frames > 1)
         throw failure(text, "Error: Delayed read for multi frame file: ", name);
