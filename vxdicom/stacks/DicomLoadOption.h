@@ -10,8 +10,11 @@
 class DicomLoadOption : public KcHandable
 {
 public:
-    /// Policies; each is one bit of `options`.
-    enum Id {
+    /// Policies; each is one bit of `options`. The underlying type is fixed
+    /// because `value` holds whatever number the stored text gives (3, 99, -1
+    /// all read back as "unused"), and an enumeration without one has no
+    /// values outside its bits.
+    enum Id : int {
         Ignore = 1,
         Constant = 2,
         Monotonic = 4,
