@@ -30,7 +30,8 @@ void VxAnonymizeImageStack::compute()
                 if (entry->isBundle())
                     continue;
                 const auto *p = static_cast<const VxParameter *>(entry);
-                if (!p->isString() || strncasecmp(p->stringValue().c_str(), "patient name", 12) != 0)
+                if (!p->isString() ||
+                    strncasecmp(p->stringValue().c_str(), "patient name", 12) != 0)
                     continue;
                 // Inserting with replace puts the new parameter in the old one's place.
                 all->insert(new VxParameter(p->name().c_str(), "patient name: <Anonymized>"), true);

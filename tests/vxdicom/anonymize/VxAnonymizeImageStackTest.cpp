@@ -1,11 +1,11 @@
 // The anonymizer module: its place in the type system, its ports, what one
 // press of "DoIt" changes in a field's DICOM parameters, and its messages.
 
+#include "vxdicom/params/VxAnonymizeImageStack.h"
 #include "platform/core/VxMessage.h"
 #include "platform/data/VxField3.h"
 #include "platform/data/VxParamBundle.h"
 #include "tests/support/TestSupport.h"
-#include "vxdicom/params/VxAnonymizeImageStack.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
 #include "vxdicom/reader/VxDicomImageStack.h"
@@ -96,8 +96,7 @@ TEST(AnonymizerModule, DoItReplacesThePatientNameAndDropsTheSlicesFileNamesInPla
     auto field = fieldWithDicomBundles(3);
     VxAnonymizeImageStack module;
     module.portData.connect(field.get());
-    EXPECT_EQ(press(module),
-              "anonymized patient name\nanonymized 3 single slices' bundles\n");
+    EXPECT_EQ(press(module), "anonymized patient name\nanonymized 3 single slices' bundles\n");
 
     EXPECT_EQ(module.result(0), field.get()) << "the field itself, no copy";
     EXPECT_EQ(field->label(), "Anonymized");
@@ -115,7 +114,8 @@ TEST(AnonymizerModule, DoItReplacesThePatientNameAndDropsTheSlicesFileNamesInPla
         ASSERT_NE(slice, nullptr);
         EXPECT_EQ(slice->find("Filename"), nullptr);
         EXPECT_EQ(slice->find("Name"), nullptr);
-        EXPECT_EQ(slice->getString("G0020-0013"), KcString::format("instance number [IS]: %d", s + 1));
+        EXPECT_EQ(slice->getString("G0020-0013"),
+                  KcString::format("instance number [IS]: %d", s + 1));
     }
 }
 
@@ -225,9 +225,10 @@ TEST(AnonymizerModule, RealCtParametersLoseNameAndFileNames)
 {
     VX_REQUIRE_SHARED_DATA();
     std::vector<std::string> files = vxtest::sharedDicomFiles("dcm_qa_ct/In/Philips/S21610/S2010");
-    files.erase(std::remove_if(files.begin(), files.end(),
-                               [](const std::string &f) { return f.find("DIRFILE") != std::string::npos; }),
-                files.end());
+    files.erase(
+        std::remove_if(files.begin(), files.end(),
+                       [](const std::string &f) { return f.find("DIRFILE") != std::string::npos; }),
+        files.end());
     ASSERT_GE(files.size(), 4u);
     std::vector<std::unique_ptr<VxDicomFile>> opened;
     VxDicomImageStack stack;

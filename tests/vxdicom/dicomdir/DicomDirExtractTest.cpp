@@ -54,11 +54,10 @@ Names linkFileSet(const fs::path &root, int perSeries)
     fs::create_directories(root / "IMAGES" / "CT");
     fs::create_directories(root / "IMAGES" / "MRI");
     Names ct = vxtest::sharedDicomFiles(kCtFolder);
-    ct.erase(std::remove_if(ct.begin(), ct.end(),
-                            [](const std::string &f) {
-                                return fs::path(f).filename() == "DIRFILE";
-                            }),
-             ct.end());
+    ct.erase(
+        std::remove_if(ct.begin(), ct.end(),
+                       [](const std::string &f) { return fs::path(f).filename() == "DIRFILE"; }),
+        ct.end());
     const Names mr = vxtest::sharedDicomFiles(kMrFolder);
     for (int i = 0; i < perSeries && i < static_cast<int>(ct.size()); ++i) {
         const fs::path link = root / "IMAGES" / "CT" / fs::path(ct[i]).filename();
@@ -201,8 +200,7 @@ TEST(DicomDirExtraction, NamesAreJoinedToTheFolderOfTheLastName)
     vxtest::TempDir dir;
     const std::string dicomDir = dir.file("DICOMDIR");
     makeDicomDir(dicomDir, {"--id", "IMAGES\\IM1", "--id", "IM2"});
-    EXPECT_EQ(extracted(dicomDir, {dicomDir}),
-              (Names{dir.file("IMAGES/IM1"), dir.file("IM2")}));
+    EXPECT_EQ(extracted(dicomDir, {dicomDir}), (Names{dir.file("IMAGES/IM1"), dir.file("IM2")}));
     EXPECT_EQ(extracted(dicomDir, {dicomDir, "/elsewhere/x.dcm"}),
               (Names{"/elsewhere/IMAGES/IM1", "/elsewhere/IM2"}))
         << "the last name's folder, not the DICOMDIR's";
@@ -215,9 +213,12 @@ TEST(DicomDirExtraction, EncodingsAndLengthFormsOfPydicomGiveTheSameNames)
                             dir.file("A")};
     for (const char *syntax : {"explicit", "implicit", "big"})
         for (bool undefined : {false, true}) {
-            const std::string path = dir.file(std::string("DIR_") + syntax + (undefined ? "_U" : ""));
-            std::vector<std::string> args = {"--syntax", syntax, "--id", "IMAGES\\SERIES1\\IMG0001",
-                                             "--id", "IMAGES\\SERIES1\\IMG02 ", "--id", "  A"};
+            const std::string path =
+                dir.file(std::string("DIR_") + syntax + (undefined ? "_U" : ""));
+            std::vector<std::string> args = {"--syntax", syntax,
+                                             "--id",     "IMAGES\\SERIES1\\IMG0001",
+                                             "--id",     "IMAGES\\SERIES1\\IMG02 ",
+                                             "--id",     "  A"};
             if (undefined)
                 args.push_back("--undefined-lengths");
             makeDicomDir(path, args);

@@ -147,7 +147,8 @@ WalkResult walk(const std::vector<unsigned char> &bytes, bool bigEndian, bool ex
 
 void makeDicomDir(const std::string &out, const std::vector<std::string> &args)
 {
-    std::string command = std::string(VX_PYTHON) + " " + shellQuote(script()) + " " + shellQuote(out);
+    std::string command =
+        std::string(VX_PYTHON) + " " + shellQuote(script()) + " " + shellQuote(out);
     for (const std::string &a : args)
         command += " " + shellQuote(a);
     std::string output;

@@ -54,8 +54,8 @@ TEST_P(DicomDirWalkEncodings, TakesEveryFileIdInRecordOrderWithoutPadding)
     const Ids stored = {"IMAGES\\CT\\IM0001 ", "IMAGES\\CT\\IM0002 ", "IM3 "};
     const Ids expected = {"IMAGES\\CT\\IM0001", "IMAGES\\CT\\IM0002", "IM3"};
     for (bool undefinedItems : {false, true}) {
-        const WalkResult r = walk(sequenceOf(enc, stored, undefinedItems).data(), enc.big,
-                                  enc.explicitVr);
+        const WalkResult r =
+            walk(sequenceOf(enc, stored, undefinedItems).data(), enc.big, enc.explicitVr);
         EXPECT_TRUE(r.complete) << (undefinedItems ? "items of undefined length" : "");
         EXPECT_EQ(r.ids, expected) << (undefinedItems ? "items of undefined length" : "");
     }
