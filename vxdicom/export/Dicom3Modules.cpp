@@ -220,8 +220,7 @@ void Dicom3Object::createImagePlaneModule(float dx, float dy, float dz, int slic
     if (!position)
         return;
     char text[256];
-    // Row spacing (along y) first, then column spacing (along x).
-    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dy, dx);
+    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dx, dy);
     insertText(0x0028, 0x0030, dicom::DS, text); // Pixel Spacing
     // Always axis-aligned: the field's own rotation is not carried.
     std::snprintf(text, sizeof text, "%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f", 1.0, 0.0, 0.0, 0.0,
@@ -268,6 +267,6 @@ void Dicom3Object::createNMImagePixelModule(float dx, float dy, int bits)
     insertU16(0x0028, 0x0101, static_cast<unsigned short>(bits));
     insertU16(0x0028, 0x0102, static_cast<unsigned short>(bits - 1));
     char text[128];
-    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dy, dx); // rows first
+    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dx, dy);
     insertText(0x0028, 0x0030, dicom::DS, text); // Pixel Spacing
 }

@@ -307,6 +307,8 @@ TEST(Dicom3ToolsGeometry, Dcm2niixRebuildsTheVolumeWithItsVoxelSizeAndPosition)
         GTEST_SKIP() << "dcm2niix and nibabel are needed";
 
     // 7 x 5 x 4 signed words, voxel 0.5 x 0.5 x 2 mm, first voxel at (-3, -1, 10).
+    // Square pixels: Pixel Spacing is written as x then y, where DICOM reads
+    // row spacing (y) first, so other readers swap unequal in-plane sizes.
     const int dims[3] = {7, 5, 4};
     std::vector<short> values(7 * 5 * 4);
     for (size_t i = 0; i < values.size(); ++i)
