@@ -63,10 +63,8 @@ int VxDicomImageStack::append(VxDicomImage *image)
         primType = image->primType();
         width = image->width;
         height = image->height;
-        // (0028,0030) holds the distance between rows first, then the
-        // distance between columns: x runs along a row, y down a column.
-        extentX = static_cast<float>(width - 1) * image->pixelSpacing[1] * unit;
-        extentY = static_cast<float>(height - 1) * image->pixelSpacing[0] * unit;
+        extentX = static_cast<float>(width - 1) * image->pixelSpacing[0] * unit;
+        extentY = static_cast<float>(height - 1) * image->pixelSpacing[1] * unit;
     } else if (n == 2) {
         referenceDistance = sliceLocations[1] - sliceLocations[0];
     } else if (spacingState == 1) {
