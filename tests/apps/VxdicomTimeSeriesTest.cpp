@@ -78,7 +78,15 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNifti)
     EXPECT_TRUE(contains(r.out, "time series \"TimeSeriesCtrl\": 3 time steps\n")) << r.out;
     EXPECT_TRUE(contains(r.out, "saved " + out + "/TimeSeriesCtrl.nii.gz (3 time steps)\n"))
         << r.out;
+    // Three steps, none registered as a data object of its own (those get the
+    // stack's name as label).
     EXPECT_EQ(fieldCount(r.out), 3);
+    for (const std::string &line : summaryLines(r.out)) {
+        if (line.rfind("field ", 0) == 0) {
+            EXPECT_EQ(line.rfind("field \"\" (VxUniformScalarField3): 64 x 64 x 32 int16", 0), 0u)
+                << line;
+        }
+    }
     // The steps are no data objects of their own: nothing else is saved.
     EXPECT_EQ(filesIn(out),
               (std::vector<std::string>{"TimeSeriesCtrl.nii.gz", "TimeSeriesCtrl.vxs"}));
