@@ -206,27 +206,6 @@ TEST(DicomDirExtraction, NamesAreJoinedToTheFolderOfTheLastName)
         << "the last name's folder, not the DICOMDIR's";
 }
 
-TEST(DicomDirExtraction, EncodingsAndLengthFormsOfPydicomGiveTheSameNames)
-{
-    vxtest::TempDir dir;
-    const Names expected = {dir.file("IMAGES/SERIES1/IMG0001"), dir.file("IMAGES/SERIES1/IMG02"),
-                            dir.file("A")};
-    for (const char *syntax : {"explicit", "implicit", "big"})
-        for (bool undefined : {false, true}) {
-            const std::string path =
-                dir.file(std::string("DIR_") + syntax + (undefined ? "_U" : ""));
-            std::vector<std::string> args = {"--syntax", syntax,
-                                             "--id",     "IMAGES\\SERIES1\\IMG0001",
-                                             "--id",     "IMAGES\\SERIES1\\IMG02 ",
-                                             "--id",     "  A"};
-            if (undefined)
-                args.push_back("--undefined-lengths");
-            makeDicomDir(path, args);
-            EXPECT_EQ(extracted(path, {dir.file("DICOMDIR")}), expected)
-                << syntax << (undefined ? ", undefined lengths" : "");
-        }
-}
-
 TEST(DicomDirExtraction, IdsThatAreEmptyOrLeaveTheFileSetAreLeftOut)
 {
     vxtest::TempDir dir;
