@@ -26,6 +26,10 @@ struct Slice
 {
     std::array<double, 3> position, row, column;
     double rowSpacing, columnSpacing; // mm between rows, between columns
+    // The module reads (0028,0030) in file order as (x, y): its first value is
+    // the step along a row, its second the step down a column. For square
+    // pixels this is the DICOM grid; for others the two steps trade places.
+    double stepAlongRow, stepDownColumn;
     int rows, columns;
 };
 
@@ -42,6 +46,8 @@ std::vector<Slice> slicesOf(const QJsonArray &reference)
         }
         s.rowSpacing = r["pixelSpacing"].toArray()[0].toDouble();
         s.columnSpacing = r["pixelSpacing"].toArray()[1].toDouble();
+        s.stepAlongRow = s.rowSpacing;
+        s.stepDownColumn = s.columnSpacing;
         s.rows = r["rows"].toInt();
         s.columns = r["columns"].toInt();
         out.push_back(s);
@@ -68,7 +74,8 @@ struct Placement
 };
 
 // The source pixel at a world position (mm): the slice whose plane holds the
-// point, then its column and row from the position along row and column.
+// point, then its column and row from the position along row and column, on
+// the module's grid.
 Placement locate(const std::vector<Slice> &slices, const double w[3])
 {
     Placement best;
@@ -76,12 +83,12 @@ Placement locate(const std::vector<Slice> &slices, const double w[3])
         const Slice &sl = slices[s];
         std::array<double, 3> d = {w[0] - sl.position[0], w[1] - sl.position[1],
                                    w[2] - sl.position[2]};
-        const double i = dot(d, sl.row) / sl.columnSpacing;
-        const double j = dot(d, sl.column) / sl.rowSpacing;
+        const double i = dot(d, sl.row) / sl.stepAlongRow;
+        const double j = dot(d, sl.column) / sl.stepDownColumn;
         const double ri = std::round(i), rj = std::round(j);
         double off[3];
         for (int k = 0; k < 3; ++k)
-            off[k] = d[k] - ri * sl.columnSpacing * sl.row[k] - rj * sl.rowSpacing * sl.column[k];
+            off[k] = d[k] - ri * sl.stepAlongRow * sl.row[k] - rj * sl.stepDownColumn * sl.column[k];
         const double e = std::sqrt(off[0] * off[0] + off[1] * off[1] + off[2] * off[2]);
         if (e < best.error) {
             best.error = e;
