@@ -227,6 +227,136 @@ bool encodeSequence(DcmSequenceOfItems *sq, E_TransferSyntax xfer, bool bigEndia
     return true;
 }
 
+// Reads a ByteSource for DCMTK from `start` on: memory directly, a file
+// through a window of whole blocks (64 KiB first, which holds most headers,
+// then 1 MiB), so that the parse costs a few large reads.
+class SourceProducer : public DcmProducer
+{
+public:
+    SourceProducer(const ByteSource &source, uint64_t start)
+        : source(source), start(start), pos(std::min(start, source.size()))
+    {
+    }
+
+    OFBool good() const override { return state.good(); }
+    OFCondition status() const override { return state; }
+    OFBool eos() override { return pos >= source.size(); }
+    offile_off_t avail() override { return offile_off_t(source.size() - pos); }
+
+    offile_off_t read(void *buf, offile_off_t buflen) override
+    {
+        if (state.bad() || buflen <= 0)
+            return 0;
+        const size_t count = size_t(std::min<uint64_t>(uint64_t(buflen), source.size() - pos));
+        auto *out = static_cast<unsigned char *>(buf);
+        if (!source.isFile()) {
+            std::memcpy(out, source.bytes() + pos, count);
+            pos += count;
+            return offile_off_t(count);
+        }
+        size_t done = 0;
+        if (count >= 64 * 1024 && (pos < windowStart || pos >= windowStart + window.size())) {
+            // A long value read as a whole (a deferred value being copied):
+            // straight into the caller's buffer.
+            if (!source.read(pos, out, count)) {
+                state = makeOFCondition(OFM_dcmdata, 1, OF_error, "file cannot be read");
+                return 0;
+            }
+            pos += count;
+            return offile_off_t(count);
+        }
+        while (done < count) {
+            if (pos < windowStart || pos >= windowStart + window.size()) {
+                const size_t n = size_t(std::min<uint64_t>(
+                    source.size() - pos, window.empty() ? 64 * 1024 : 1024 * 1024));
+                window.resize(n);
+                windowStart = pos;
+                if (!source.read(pos, window.data(), n)) {
+                    window.clear();
+                    state = makeOFCondition(OFM_dcmdata, 1, OF_error, "file cannot be read");
+                    break;
+                }
+            }
+            const size_t k = size_t(std::min<uint64_t>(count - done,
+                                                       windowStart + window.size() - pos));
+            std::memcpy(out + done, window.data() + (pos - windowStart), k);
+            done += k;
+            pos += k;
+        }
+        return offile_off_t(done);
+    }
+
+    offile_off_t skip(offile_off_t skiplen) override
+    {
+        if (state.bad() || skiplen <= 0)
+            return 0;
+        const uint64_t n = std::min<uint64_t>(uint64_t(skiplen), source.size() - pos);
+        pos += n;
+        return offile_off_t(n);
+    }
+
+    void putback(offile_off_t num) override
+    {
+        if (num > 0)
+            pos -= std::min<uint64_t>(uint64_t(num), pos - start);
+    }
+
+private:
+    const ByteSource &source;
+    const uint64_t start;
+    uint64_t pos;
+    std::vector<unsigned char> window;
+    uint64_t windowStart = 0;
+    OFCondition state = EC_Normal;
+};
+
+// DCMTK's input stream over a ByteSource. Like DCMTK's file stream, and
+// unlike its buffer stream, it lets DCMTK leave values longer than the read
+// limit where they are: DCMTK then skips them, and a length field that
+// claims more than the source holds fails the parse at once instead of
+// making DCMTK allocate the claimed size first (a 20-byte file could ask for
+// 4 GB). The values are read from the source when they are used, which must
+// be while the source lives.
+class SourceStream : public DcmInputStream
+{
+public:
+    SourceStream(const ByteSource &source, uint64_t start)
+        : DcmInputStream(&producer), source(source), start(start), producer(source, start)
+    {
+    }
+
+    DcmInputStreamFactory *newFactory() const override;
+
+private:
+    const ByteSource &source;
+    const uint64_t start;
+    SourceProducer producer;
+};
+
+class SourceStreamFactory : public DcmInputStreamFactory
+{
+public:
+    SourceStreamFactory(const ByteSource &source, uint64_t offset)
+        : source(source), offset(offset)
+    {
+    }
+    DcmInputStream *create() const override { return new SourceStream(source, offset); }
+    DcmInputStreamFactory *clone() const override { return new SourceStreamFactory(*this); }
+    DcmInputStreamFactoryType ident() const override { return DFT_DcmInputFileStreamFactory; }
+
+private:
+    const ByteSource &source;
+    const uint64_t offset;
+};
+
+DcmInputStreamFactory *SourceStream::newFactory() const
+{
+    // Behind an inflating filter, stream positions are not source offsets.
+    if (currentProducer() != &producer)
+        return nullptr;
+    return new SourceStreamFactory(source, start + uint64_t(tell()));
+}
+
 class Collector
 {
 public:
@@ -557,43 +687,14 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
         return nullptr;
     }
 
-    // DCMTK parses from memory: the file is handed over in chunks as far as
-    // the parse needs them (usually one), which spares the many small
-    // buffered reads of a file stream.
+    // DCMTK parses through a window on the source (usually one read for the
+    // whole header), which spares the many small buffered reads of a file
+    // stream; long values stay in the source until the collector copies them.
     std::unique_ptr<DcmFileFormat> file(new DcmFileFormat);
-    std::vector<unsigned char> chunk; // outlives the stream that reads it
-    DcmInputBufferStream in;
-    uint64_t fed = 0;
-    OFCondition cond = EC_Normal;
+    SourceStream in(source, 0);
     file->transferInit();
-    for (;;) {
-        const unsigned char *data;
-        size_t n;
-        if (source.isFile()) {
-            n = size_t(std::min<uint64_t>(size - fed, fed == 0 ? 64 * 1024 : 1024 * 1024));
-            chunk.resize(n);
-            if (!source.read(fed, chunk.data(), n)) {
-                cond = makeOFCondition(OFM_dcmdata, 1, OF_error, "file cannot be read");
-                break;
-            }
-            data = chunk.data();
-        } else {
-            n = size_t(size);
-            data = source.bytes();
-        }
-        in.setBuffer(data, offile_off_t(n));
-        fed += n;
-        if (fed >= size)
-            in.setEos();
-        cond = file->readUntilTag(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, DCM_PixelData);
-        if (cond != EC_StreamNotifyClient || fed >= size)
-            break;
-        in.releaseBuffer();
-        if (in.status().bad()) {
-            cond = in.status();
-            break;
-        }
-    }
+    OFCondition cond =
+        file->readUntilTag(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, DCM_PixelData);
     file->transferEnd();
     // A failed parse leaves a partial data set whose values must not be read.
     if (cond.bad()) {
