@@ -248,9 +248,15 @@ std::string jsonEntry(const VxParamBase &entry)
     } else {
         const auto &p = static_cast<const VxParameter &>(entry);
         switch (p.type()) {
-        case VxParameter::Int: value = jsonNumber(p.intValue()); break;
-        case VxParameter::Float: value = jsonNumber(p.floatValue()); break;
-        case VxParameter::String: value = jsonString(p.stringValue()); break;
+        case VxParameter::Int:
+            value = jsonNumber(p.intValue());
+            break;
+        case VxParameter::Float:
+            value = jsonNumber(p.floatValue());
+            break;
+        case VxParameter::String:
+            value = jsonString(p.stringValue());
+            break;
         }
     }
     return "[" + jsonString(entry.name()) + ", " + value + "]";
@@ -258,10 +264,15 @@ std::string jsonEntry(const VxParamBase &entry)
 
 // ---- the layer's section -------------------------------------------------
 
+struct StructFree
+{
+    void operator()(dicom::dicomStruct *d) const { dicom::dicomFree(d); }
+};
+
 void layerRows(const dicom::dicomStruct &d, Rows &rows)
 {
-    rows.push_back({"transfer syntax", nullptr,
-                    d.transferSyntaxUID + " (" + d.transferSyntaxName + ")", {}});
+    rows.push_back(
+        {"transfer syntax", nullptr, d.transferSyntaxUID + " (" + d.transferSyntaxName + ")", {}});
     rows.push_back({nullptr, "transferSyntax", {}, jsonString(d.transferSyntaxUID)});
     rows.push_back({nullptr, "transferSyntaxName", {}, jsonString(d.transferSyntaxName)});
     rows.push_back({"rows", "rows", std::to_string(d.rows), jsonNumber(d.rows)});
@@ -275,8 +286,8 @@ void layerRows(const dicom::dicomStruct &d, Rows &rows)
                     jsonNumber(d.samplesPerPixel)});
     rows.push_back({"photometric", "photometric", d.photometric.empty() ? "-" : d.photometric,
                     jsonString(d.photometric)});
-    rows.push_back({"elements", "elements", std::to_string(d.numElements),
-                    jsonNumber(d.numElements)});
+    rows.push_back(
+        {"elements", "elements", std::to_string(d.numElements), jsonNumber(d.numElements)});
     rows.push_back({"DICOMDIR", "dicomDir", d.isDicomDir ? "yes" : "no", jsonBool(d.isDicomDir)});
 }
 
@@ -306,8 +317,8 @@ Rows imageRows(VxDicomImage &image, int frame)
     Rows rows;
     const KcPrimType type = image.primType();
     rows.push_back({nullptr, "frame", {}, jsonNumber(frame)});
-    rows.push_back({"size", nullptr,
-                    std::to_string(image.width) + " x " + std::to_string(image.height), {}});
+    rows.push_back(
+        {"size", nullptr, std::to_string(image.width) + " x " + std::to_string(image.height), {}});
     rows.push_back({nullptr, "width", {}, jsonNumber(image.width)});
     rows.push_back({nullptr, "height", {}, jsonNumber(image.height)});
     rows.push_back({"samples per pixel", "samplesPerPixel", std::to_string(image.samplesPerPixel),
@@ -320,11 +331,9 @@ Rows imageRows(VxDicomImage &image, int frame)
     rows.push_back({nullptr, "primType", {}, jsonString(type.name())});
     rows.push_back({"bits stored", "bitsStored", std::to_string(image.bitsStored),
                     jsonNumber(image.bitsStored)});
-    rows.push_back({"high bit", "highBit",
-                    image.highBit < 0 ? "-" : std::to_string(image.highBit),
+    rows.push_back({"high bit", "highBit", image.highBit < 0 ? "-" : std::to_string(image.highBit),
                     jsonNumber(image.highBit)});
-    rows.push_back(
-        {"signed", "isSigned", image.isSigned ? "yes" : "no", jsonBool(image.isSigned)});
+    rows.push_back({"signed", "isSigned", image.isSigned ? "yes" : "no", jsonBool(image.isSigned)});
     rows.push_back({"data size", "dataSize", std::to_string(image.dataSize) + " bytes",
                     jsonNumber(image.dataSize)});
     rows.push_back({"pixel spacing", "pixelSpacing",
@@ -332,8 +341,10 @@ Rows imageRows(VxDicomImage &image, int frame)
                     jsonVector(image.pixelSpacing, 2)});
     rows.push_back({"slice thickness", "sliceThickness", floatText(image.sliceThickness) + " mm",
                     jsonNumber(image.sliceThickness)});
-    rows.push_back({"position", nullptr,
-                    image.hasPosition ? vectorText(image.position, 3) + " mm" : "none", {}});
+    rows.push_back({"position",
+                    nullptr,
+                    image.hasPosition ? vectorText(image.position, 3) + " mm" : "none",
+                    {}});
     rows.push_back({nullptr, "hasPosition", {}, jsonBool(image.hasPosition != 0)});
     rows.push_back({nullptr, "position", {}, jsonVector(image.position, 3)});
     rows.push_back({"row direction", "rowDirection", vectorText(image.rowDirection, 3),
@@ -344,7 +355,8 @@ Rows imageRows(VxDicomImage &image, int frame)
     rows.push_back({"oblique", "oblique", image.oblique ? "yes" : "no", jsonBool(image.oblique)});
     rows.push_back({"slice location", "sliceLocation", floatText(image.sliceLocation) + " mm",
                     jsonNumber(image.sliceLocation)});
-    rows.push_back({"rescale", nullptr,
+    rows.push_back({"rescale",
+                    nullptr,
                     "slope " + floatText(image.rescaleSlope) + ", intercept " +
                         floatText(image.rescaleIntercept),
                     {}});
@@ -373,16 +385,16 @@ Rows imageRows(VxDicomImage &image, int frame)
 struct FileReport
 {
     std::string path;
-    Rows layer;              ///< empty when the layer's section was not asked for
+    Rows layer; ///< empty when the layer's section was not asked for
     std::vector<std::string> failures;
-    std::string console;     ///< what the layer and the module printed while reading
+    std::string console; ///< what the layer and the module printed while reading
     int imageCount = 0;
     std::vector<Rows> images;
     std::unique_ptr<VxParamBundle> attributes;
     bool moduleRead = false; ///< the module's VxDicomFile was made
 };
 
-// The first line of a thrown text; some of the module's texts end in "\n".
+// A thrown text without the line break some of the module's texts end in.
 std::string failureText(const char *text)
 {
     std::string s = text ? text : "unknown failure";
@@ -404,7 +416,8 @@ void readLayer(const char *path, const InfoOptions &options, FileReport &report)
         parsed = unpacked.path();
     }
     std::string why;
-    dicom::dicomStruct *d = dicom::dicomReadFile(parsed.c_str(), 1, &why);
+    const std::unique_ptr<dicom::dicomStruct, StructFree> d(
+        dicom::dicomReadFile(parsed.c_str(), 1, &why));
     if (!d) {
         report.failures.push_back(why);
         return;
@@ -418,7 +431,6 @@ void readLayer(const char *path, const InfoOptions &options, FileReport &report)
         if (!failure.empty())
             report.failures.push_back(failure);
     }
-    dicom::dicomFree(d);
 }
 
 void readModule(const char *path, const InfoOptions &options, FileReport &report)
@@ -524,8 +536,8 @@ void printText(const FileReport &r)
 
 void printJson(const FileReport &r, bool first)
 {
-    std::printf("%s{\n  \"file\": %s,\n  \"ok\": %s", first ? "" : ",\n", jsonString(r.path).c_str(),
-                jsonBool(r.failures.empty()).c_str());
+    std::printf("%s{\n  \"file\": %s,\n  \"ok\": %s", first ? "" : ",\n",
+                jsonString(r.path).c_str(), jsonBool(r.failures.empty()).c_str());
     std::string failures = "[";
     for (size_t i = 0; i < r.failures.size(); ++i)
         failures += (i ? ", " : "") + jsonString(r.failures[i]);
@@ -561,53 +573,52 @@ const char kUsage[] = "usage: vxdicom info FILE... [options]\n";
 
 void helpInfo()
 {
-    std::printf(
-        "%s"
-        "\n"
-        "Prints, for every FILE, what the DICOM layer reads from it (transfer syntax,\n"
-        "image size, frames, sample layout, number of elements, DICOMDIR flag) and\n"
-        "decodes every frame; then the file as the module stores it: the image record\n"
-        "of its images (size, sample layout, pixel spacing, position, row and column\n"
-        "directions, normal, oblique flag, slice location, rescale, value range) and\n"
-        "every data element as an attribute parameter \"G%%04X-%%04X\" with its text\n"
-        "(dictionary name, \" [VR]\" for attributes the dictionary does not know, \": \",\n"
-        "value). Siemens CSA headers (0029,1010) and (0029,1020) appear decoded as the\n"
-        "bundles \"CSAImageHeaderInfo\" and \"CSASeriesHeaderInfo\", indented below.\n"
-        "Messages that the layer or the module print while reading are listed as\n"
-        "\"message:\" lines, and why a file could not be read or decoded as \"failed:\".\n"
-        "\n"
-        "The module reads the header only, as the reader does (the pixels later, when a\n"
-        "field is filled), unless DICOM_DELAYED_READ is set to 0 or --read-pixels is\n"
-        "given; only then are value ranges known. Multi-frame files have one image per\n"
-        "frame; their records differ only in the slice location.\n"
-        "\n"
-        "options:\n"
-        "  --all-frames       print the image record of every frame of a multi-frame\n"
-        "                     file (default: the first, and the number of images)\n"
-        "  --no-attributes    leave out the attribute parameters\n"
-        "  --attributes-only  print only the attribute parameters (no layer section,\n"
-        "                     no frame decoding, no image records)\n"
-        "  --no-decode        do not decode the frames through the layer\n"
-        "  --read-pixels      let the module read the pixels with the header (as\n"
-        "                     DICOM_DELAYED_READ=0), so that value ranges are known\n"
-        "  --json             one JSON array with an object per file: \"file\", \"ok\",\n"
-        "                     \"failures\", \"messages\", \"layer\" (an object),\n"
-        "                     \"imageCount\", \"images\" (objects keyed by the image\n"
-        "                     record's fields: frame, width, height, bitsStored,\n"
-        "                     samplesPerPixel, pixelSpacing [row, column], hasPosition,\n"
-        "                     position, rowDirection, columnDirection, normal, oblique,\n"
-        "                     sliceLocation, rescaleSlope, rescaleIntercept, valueRange\n"
-        "                     [min, max] or null, ...) and \"attributes\" ([name, value]\n"
-        "                     pairs in order; the value of a bundle is again an array of\n"
-        "                     pairs)\n"
-        "  --                 end of options\n"
-        "\n"
-        "Exit status 0 when every file was read (and decoded), 1 otherwise (each\n"
-        "failure is reported as \"reading FILE failed: REASON\" on standard error, and\n"
-        "the other files are still processed), 2 for a usage error.\n"
-        "\n"
-        "Transfer syntaxes decoded:\n",
-        kUsage);
+    std::printf("%s"
+                "\n"
+                "Prints, for every FILE, what the DICOM layer reads from it (transfer syntax,\n"
+                "image size, frames, sample layout, number of elements, DICOMDIR flag) and\n"
+                "decodes every frame; then the file as the module stores it: the image record\n"
+                "of its images (size, sample layout, pixel spacing, position, row and column\n"
+                "directions, normal, oblique flag, slice location, rescale, value range) and\n"
+                "every data element as an attribute parameter \"G%%04X-%%04X\" with its text\n"
+                "(dictionary name, \" [VR]\" for attributes the dictionary does not know, \": \",\n"
+                "value). Siemens CSA headers (0029,1010) and (0029,1020) appear decoded as the\n"
+                "bundles \"CSAImageHeaderInfo\" and \"CSASeriesHeaderInfo\", indented below.\n"
+                "Messages that the layer or the module print while reading are listed as\n"
+                "\"message:\" lines, and why a file could not be read or decoded as \"failed:\".\n"
+                "\n"
+                "The module reads the header only, as the reader does (the pixels later, when a\n"
+                "field is filled), unless DICOM_DELAYED_READ is set to 0 or --read-pixels is\n"
+                "given; only then are value ranges known. Multi-frame files have one image per\n"
+                "frame; their records differ only in the slice location.\n"
+                "\n"
+                "options:\n"
+                "  --all-frames       print the image record of every frame of a multi-frame\n"
+                "                     file (default: the first, and the number of images)\n"
+                "  --no-attributes    leave out the attribute parameters\n"
+                "  --attributes-only  print only the attribute parameters (no layer section,\n"
+                "                     no frame decoding, no image records)\n"
+                "  --no-decode        do not decode the frames through the layer\n"
+                "  --read-pixels      let the module read the pixels with the header (as\n"
+                "                     DICOM_DELAYED_READ=0), so that value ranges are known\n"
+                "  --json             one JSON array with an object per file: \"file\", \"ok\",\n"
+                "                     \"failures\", \"messages\", \"layer\" (an object),\n"
+                "                     \"imageCount\", \"images\" (objects keyed by the image\n"
+                "                     record's fields: frame, width, height, bitsStored,\n"
+                "                     samplesPerPixel, pixelSpacing [row, column], hasPosition,\n"
+                "                     position, rowDirection, columnDirection, normal, oblique,\n"
+                "                     sliceLocation, rescaleSlope, rescaleIntercept, valueRange\n"
+                "                     [min, max] or null, ...) and \"attributes\" ([name, value]\n"
+                "                     pairs in order; the value of a bundle is again an array of\n"
+                "                     pairs)\n"
+                "  --                 end of options\n"
+                "\n"
+                "Exit status 0 when every file was read (and decoded), 1 otherwise (each\n"
+                "failure is reported as \"reading FILE failed: REASON\" on standard error, and\n"
+                "the other files are still processed), 2 for a usage error.\n"
+                "\n"
+                "Transfer syntaxes decoded:\n",
+                kUsage);
     const std::string syntaxes = dicom::dicomSupportedTransferSyntaxes();
     size_t begin = 0;
     while (begin < syntaxes.size()) {

@@ -37,8 +37,8 @@ Outcome run(const std::string &arguments, const std::string &environment = std::
     const std::string errFile = dir.file("stderr");
     Outcome r;
     r.status = vxtest::runCommand("env -u DICOM_DELAYED_READ -u DICOM_EPS_ORIENTATION " +
-                                      environment + " " + quote(VXDICOM_BINARY) + " " +
-                                      arguments + " 2>" + quote(errFile),
+                                      environment + " " + quote(VXDICOM_BINARY) + " " + arguments +
+                                      " 2>" + quote(errFile),
                                   &r.out);
     const std::vector<unsigned char> err = vxtest::readFileBytes(errFile);
     r.err.assign(err.begin(), err.end());
@@ -81,11 +81,11 @@ public:
         if (!vxtest::havePythonModules({"pydicom", "numpy"}))
             return;
         std::string output;
-        written = vxtest::runCommand(std::string(VX_PYTHON) + " " +
-                                         quote(std::string(VX_APPS_TEST_DIR) +
-                                               "/info_fixtures.py") +
-                                         " " + quote(dir.path().string()),
-                                     &output, true) == 0;
+        written =
+            vxtest::runCommand(std::string(VX_PYTHON) + " " +
+                                   quote(std::string(VX_APPS_TEST_DIR) + "/info_fixtures.py") +
+                                   " " + quote(dir.path().string()),
+                               &output, true) == 0;
     }
     bool ok() const { return written; }
     std::string file(const char *name) const { return dir.file(name); }
@@ -183,7 +183,8 @@ TEST(VxdicomInfoRecord, TextsAreShownOnOneLineAndNotUtf8BytesAsLatin1)
     const Outcome r = run("info --attributes-only " + quote(fixtures.file("texts.dcm")));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.out, "\n    G0010-0010 = patient name: M\xC3\xBCller\n"));
-    EXPECT_TRUE(contains(r.out, "\n    G0020-4000 = image comments: line one\\r\\nline two\\ttab\n"));
+    EXPECT_TRUE(
+        contains(r.out, "\n    G0020-4000 = image comments: line one\\r\\nline two\\ttab\n"));
     EXPECT_TRUE(contains(r.out, "\n      Beta:\n"));
     EXPECT_TRUE(contains(r.out, "\n          0000 = a\xC2\xB5\\x01\n"));
     // A tag without items has no "values" bundle; it is the last entry here.
@@ -263,7 +264,8 @@ TEST(VxdicomInfoOptions, ConsoleMessagesOfTheReadBelongToTheFile)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_TRUE(contains(
-        r.out, "\n  message:           WARNING: forcing planarConfig=1 for RLE compressed images\n"));
+        r.out,
+        "\n  message:           WARNING: forcing planarConfig=1 for RLE compressed images\n"));
     EXPECT_TRUE(contains(r.out, "\n    planar config:     1\n"));
 }
 
