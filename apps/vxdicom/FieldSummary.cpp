@@ -127,16 +127,15 @@ void printFieldSummary(const VxField3 &field)
                     lat->coordType() == VX_COORD_STACKED ? " (stacked: mean slice distance)" : "",
                     box[0], box[1], box[2], box[3], box[4], box[5], unit);
     }
-    std::printf("\n");
     if (field.hasTransform()) {
         const SbMatrix &m = field.transform();
-        std::printf("  transformation (rows, world = local x M):");
+        std::printf(", transformation (rows, world = local x M)");
         for (int r = 0; r < 4; ++r)
             std::printf(" [%g %g %g %g]", m[r][0], m[r][1], m[r][2], m[r][3]);
-        std::printf("\n");
     }
     if (!field.loadCommand().empty())
-        std::printf("  load command: %s\n", field.loadCommand().c_str());
+        std::printf(", load command: %s", field.loadCommand().c_str());
+    std::printf("\n");
 }
 
 int reportAndSave(const KcDArray<VxField3 *> &fields, int poolBefore, const SaveOptions &save,

@@ -23,8 +23,8 @@ struct SaveOptions
 bool parseSaveFormat(const char *text, SaveOptions::Format &format);
 
 /// One line per field: label, dimensions, sample type, voxel size and
-/// bounding box in the field's unit, then the transformation (when there is
-/// one) and the load command on lines of their own.
+/// bounding box in the field's unit, the transformation (when there is one)
+/// and the load command.
 void printFieldSummary(const VxField3 &field);
 
 /// Prints the summaries of the fields a load made (and of a time-series

@@ -50,8 +50,7 @@ std::vector<std::string> summaryLines(const std::string &out)
 {
     std::vector<std::string> kept;
     for (const std::string &line : lines(out))
-        if (line.rfind("field ", 0) == 0 || line.rfind("  transformation", 0) == 0 ||
-            line.rfind("  load command: ", 0) == 0 || line.rfind("time series ", 0) == 0)
+        if (line.rfind("field ", 0) == 0 || line.rfind("time series ", 0) == 0)
             kept.push_back(line);
     return kept;
 }

@@ -27,9 +27,11 @@ void twoSlices(const vxtest::TempDir &dir)
 
 std::string loadCommandOf(const std::string &out)
 {
+    // The summary line of a field ends with ", load command: ...".
+    const std::string marker = ", load command: ";
     for (const std::string &line : lines(out))
-        if (line.rfind("  load command: ", 0) == 0)
-            return line.substr(std::string("  load command: ").size());
+        if (line.rfind("field ", 0) == 0 && line.find(marker) != std::string::npos)
+            return line.substr(line.find(marker) + marker.size());
     return {};
 }
 
