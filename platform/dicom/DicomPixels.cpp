@@ -247,7 +247,17 @@ bool readDcmtkFrame(const dicomStruct *d, const ByteSource &source, int frame, u
     const std::string key = source.isFile() ? source.path() : std::string();
     if (!impl.decoder || !impl.decoder->file || impl.decoder->key != key) {
         auto state = std::make_shared<DecoderState>();
-        state->file = loadWholeDataSet(source, why);
+        if (impl.layout.deflated) {
+            // DCMTK reads the data set from an inflated image of the file,
+            // kept while the frames are decoded.
+            if (!inflateDeflatedFile(source, state->image, why))
+                return false;
+            const std::unique_ptr<ByteSource> image =
+                ByteSource::memory(state->image.data(), state->image.size());
+            state->file = loadWholeDataSet(*image, why, true);
+        } else {
+            state->file = loadWholeDataSet(source, why);
+        }
         if (!state->file)
             return false;
         state->key = key;
@@ -315,19 +325,18 @@ bool readDcmtkFrame(const dicomStruct *d, const ByteSource &source, int frame, u
 
 } // namespace
 
-std::unique_ptr<DcmFileFormat> loadWholeDataSet(const ByteSource &source, std::string *why)
+std::unique_ptr<DcmFileFormat> loadWholeDataSet(const ByteSource &source, std::string *why,
+                                                bool inflated)
 {
     std::unique_ptr<DcmFileFormat> file(new DcmFileFormat);
     OFCondition c;
-    if (source.isFile()) {
+    if (source.isFile() && !inflated) {
         c = file->loadFile(OFFilename(source.path().c_str()), EXS_Unknown, EGL_noChange,
                            DCM_MaxReadLength, ERM_autoDetect);
     } else {
-        DcmInputBufferStream in;
-        in.setBuffer(source.bytes(), offile_off_t(source.size()));
-        in.setEos();
+        std::unique_ptr<DcmInputStream> in = openSourceStream(source, 0, inflated);
         file->transferInit();
-        c = file->read(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
+        c = file->read(*in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
         file->transferEnd();
     }
     if (c.bad()) {

@@ -16,6 +16,7 @@
 #include "dcmtk/dcmdata/dcxfer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -277,8 +278,8 @@ public:
                     break;
                 }
             }
-            const size_t k = size_t(std::min<uint64_t>(count - done,
-                                                       windowStart + window.size() - pos));
+            const size_t k =
+                size_t(std::min<uint64_t>(count - done, windowStart + window.size() - pos));
             std::memcpy(out + done, window.data() + (pos - windowStart), k);
             done += k;
             pos += k;
@@ -315,33 +316,48 @@ private:
 // limit where they are: DCMTK then skips them, and a length field that
 // claims more than the source holds fails the parse at once instead of
 // making DCMTK allocate the claimed size first (a 20-byte file could ask for
-// 4 GB). The values are read from the source when they are used, which must
-// be while the source lives.
+// 4 GB). The values are read from the source when they are used.
 class SourceStream : public DcmInputStream
 {
 public:
-    SourceStream(const ByteSource &source, uint64_t start)
-        : DcmInputStream(&producer), source(source), start(start), producer(source, start)
+    SourceStream(const ByteSource &source, uint64_t start, bool inflated)
+        : DcmInputStream(&producer), source(source), start(start), inflated(inflated),
+          producer(source, start)
     {
+    }
+    /// A stream that owns its (memory) source.
+    SourceStream(std::unique_ptr<ByteSource> owned, uint64_t start, bool inflated)
+        : SourceStream(*owned, start, inflated)
+    {
+        ownedSource = std::move(owned);
     }
 
     DcmInputStreamFactory *newFactory() const override;
 
+    OFCondition installCompressionFilter(E_StreamCompression filterType) override
+    {
+        // The image of a deflated file holds its data set inflated already.
+        if (inflated)
+            return EC_Normal;
+        return DcmInputStream::installCompressionFilter(filterType);
+    }
+
 private:
     const ByteSource &source;
     const uint64_t start;
+    const bool inflated;
     SourceProducer producer;
+    std::unique_ptr<ByteSource> ownedSource;
 };
 
-class SourceStreamFactory : public DcmInputStreamFactory
+// Values left in a file are read through the same ByteSource, which lives
+// as long as the parse that made them (the parse copies every value it keeps).
+class FileSourceFactory : public DcmInputStreamFactory
 {
 public:
-    SourceStreamFactory(const ByteSource &source, uint64_t offset)
-        : source(source), offset(offset)
-    {
-    }
-    DcmInputStream *create() const override { return new SourceStream(source, offset); }
-    DcmInputStreamFactory *clone() const override { return new SourceStreamFactory(*this); }
+    FileSourceFactory(const ByteSource &source, uint64_t offset) : source(source), offset(offset) {}
+    DcmInputStream *create() const override { return new SourceStream(source, offset, false); }
+    DcmInputStreamFactory *clone() const override { return new FileSourceFactory(*this); }
     DcmInputStreamFactoryType ident() const override { return DFT_DcmInputFileStreamFactory; }
 
 private:
@@ -349,12 +365,39 @@ private:
     const uint64_t offset;
 };
 
+// Values left in memory are read from the bytes, which must outlive every
+// data set that refers to them (the caller's buffer during a parse, the
+// decoder's inflated image while it decodes).
+class MemorySourceFactory : public DcmInputStreamFactory
+{
+public:
+    MemorySourceFactory(const unsigned char *bytes, uint64_t size, uint64_t offset, bool inflated)
+        : bytes(bytes), size(size), offset(offset), inflated(inflated)
+    {
+    }
+    DcmInputStream *create() const override
+    {
+        return new SourceStream(ByteSource::memory(bytes, size_t(size)), offset, inflated);
+    }
+    DcmInputStreamFactory *clone() const override { return new MemorySourceFactory(*this); }
+    DcmInputStreamFactoryType ident() const override { return DFT_DcmInputFileStreamFactory; }
+
+private:
+    const unsigned char *bytes;
+    const uint64_t size;
+    const uint64_t offset;
+    const bool inflated;
+};
+
 DcmInputStreamFactory *SourceStream::newFactory() const
 {
     // Behind an inflating filter, stream positions are not source offsets.
     if (currentProducer() != &producer)
         return nullptr;
-    return new SourceStreamFactory(source, start + uint64_t(tell()));
+    const uint64_t at = start + uint64_t(tell());
+    if (source.isFile())
+        return new FileSourceFactory(source, at);
+    return new MemorySourceFactory(source.bytes(), source.size(), at, inflated);
 }
 
 class Collector
@@ -666,6 +709,44 @@ Compression compressionOf(const std::string &uid, bool encapsulated)
     return encapsulated ? COMPRESSION_UNSUPPORTED : COMPRESSION_NONE;
 }
 
+constexpr const char *kDeflatedSyntax = "1.2.840.10008.1.2.1.99";
+
+// The end of the meta group (explicit VR little endian, PS3.10 7.1) that
+// starts at `start` (132 in a Part 10 file), which is the first byte of the
+// data set, and the transfer syntax it names. False when no well-formed
+// group 0002 element is there.
+bool readMetaGroup(const ByteSource &source, uint64_t start, uint64_t *dataSetStart,
+                   std::string *syntax)
+{
+    uint64_t pos = start;
+    *dataSetStart = start;
+    for (int n = 0; n < 1000; ++n) {
+        unsigned char h[12];
+        const size_t got =
+            size_t(std::min<uint64_t>(sizeof h, source.size() - std::min(pos, source.size())));
+        dicomElementHeader e;
+        if (got < 8 || !source.read(pos, h, got) ||
+            !dicomReadElementHeader(h, h + got, false, true, &e) || e.group != 0x0002) {
+            *dataSetStart = pos;
+            return n > 0;
+        }
+        const uint64_t value = pos + uint64_t(e.headerSize);
+        if (e.length == kUndefinedLength ||
+            e.length > source.size() - std::min(value, source.size()))
+            return false;
+        if (e.element == 0x0010 && e.length <= 64) {
+            char uid[65] = {};
+            if (!source.read(value, uid, e.length))
+                return false;
+            *syntax = std::string(uid, std::strlen(uid));
+            while (!syntax->empty() && syntax->back() == ' ')
+                syntax->pop_back();
+        }
+        pos = value + e.length;
+    }
+    return false;
+}
+
 dicomStruct *parse(const ByteSource &source, const std::string &name, bool delayed,
                    std::string *why)
 {
@@ -687,11 +768,23 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
         return nullptr;
     }
 
+    // A deflated data set is inflated first, into memory, and parsed from
+    // there like any other: DCMTK's own inflating stream cannot leave long
+    // values where they are, and would allocate whatever a length claims.
+    std::vector<unsigned char> inflated;
+    std::unique_ptr<ByteSource> inflatedSource;
+    if (part10 && isDeflatedFile(source)) {
+        if (!inflateDeflatedFile(source, inflated, why))
+            return nullptr;
+        inflatedSource = ByteSource::memory(inflated.data(), inflated.size());
+    }
+    const ByteSource &input = inflatedSource ? *inflatedSource : source;
+
     // DCMTK parses through a window on the source (usually one read for the
     // whole header), which spares the many small buffered reads of a file
     // stream; long values stay in the source until the collector copies them.
     std::unique_ptr<DcmFileFormat> file(new DcmFileFormat);
-    SourceStream in(source, 0);
+    SourceStream in(input, 0, inflatedSource != nullptr);
     file->transferInit();
     OFCondition cond =
         file->readUntilTag(in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength, DCM_PixelData);
@@ -728,13 +821,13 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
     if (layout.deflated) {
         // Offsets mean nothing in a deflated stream: DCMTK reads everything,
         // pixels included, and the pixels are decoded from its data set.
-        file = loadWholeDataSet(source, why);
+        file = loadWholeDataSet(input, why, true);
         if (!file)
             return nullptr;
         ds = file->getDataset();
     }
 
-    Collector collector(impl, source);
+    Collector collector(impl, input);
     if (DcmMetaInfo *meta = file->getMetaInfo())
         if (!collector.collect(meta, EXS_LittleEndianExplicit, true, why))
             return nullptr;
@@ -832,6 +925,12 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
     if (!delayed && layout.present && d->compression != COMPRESSION_UNSUPPORTED) {
         // One spare byte: decoders write frames rounded up to even sizes.
         const size_t total = size_t(d->frameSize) * size_t(d->frames);
+        if (total >= dicomMemoryLimit()) {
+            fail(why, std::to_string(d->frames) + " frame(s) of " + std::to_string(d->frameSize) +
+                          " bytes exceed the memory limit of " +
+                          std::to_string(dicomMemoryLimit()) + " bytes");
+            return nullptr;
+        }
         impl.pixels.reset(static_cast<unsigned char *>(std::malloc(total + 1)));
         if (!impl.pixels) {
             fail(why, "out of memory for " + std::to_string(total) + " bytes of pixel data");
@@ -854,6 +953,74 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
 }
 
 } // namespace
+
+std::unique_ptr<DcmInputStream> openSourceStream(const ByteSource &source, uint64_t start,
+                                                 bool inflated)
+{
+    return std::unique_ptr<DcmInputStream>(new SourceStream(source, start, inflated));
+}
+
+bool isDeflatedFile(const ByteSource &source)
+{
+    unsigned char magic[4];
+    uint64_t start = 0;
+    std::string syntax;
+    return source.size() > 132 && source.read(128, magic, 4) &&
+           std::memcmp(magic, "DICM", 4) == 0 && readMetaGroup(source, 132, &start, &syntax) &&
+           syntax == kDeflatedSyntax;
+}
+
+bool inflateDeflatedFile(const ByteSource &source, std::vector<unsigned char> &image,
+                         std::string *why)
+{
+    uint64_t start = 0;
+    std::string syntax;
+    if (!readMetaGroup(source, 132, &start, &syntax) || syntax != kDeflatedSyntax)
+        return fail(why, "not a file with a deflated data set");
+    image.resize(size_t(start));
+    if (!source.read(0, image.data(), image.size()))
+        return fail(why, "cannot read the meta header");
+    // DCMTK's inflating stream (raw deflate, PS3.5 A.5) over the rest.
+    SourceStream in(source, start, false);
+    if (in.installCompressionFilter(ESC_zlib).bad())
+        return fail(why, "cannot inflate the data set");
+    const uint64_t limit = dicomMemoryLimit();
+    std::vector<unsigned char> block(1024 * 1024);
+    while (!in.eos() && in.good()) {
+        const offile_off_t n = in.read(block.data(), offile_off_t(block.size()));
+        if (n <= 0)
+            break;
+        if (image.size() + size_t(n) > limit)
+            return fail(why, "the inflated data set exceeds the memory limit of " +
+                                 std::to_string(limit) + " bytes");
+        image.insert(image.end(), block.data(), block.data() + n);
+    }
+    if (in.status().bad())
+        return fail(why, "the deflated data set cannot be inflated (" + conditionText(in.status()) +
+                             ")");
+    return true;
+}
+
+namespace {
+std::atomic<uint64_t> theMemoryLimit{0};
+}
+
+uint64_t dicomMemoryLimit()
+{
+    const uint64_t set = theMemoryLimit.load(std::memory_order_relaxed);
+    if (set)
+        return set;
+    static const uint64_t physical = [] {
+        const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+        return pages > 0 && pageSize > 0 ? uint64_t(pages) * uint64_t(pageSize) : uint64_t(1) << 34;
+    }();
+    return physical;
+}
+
+void dicomSetMemoryLimit(uint64_t bytes)
+{
+    theMemoryLimit.store(bytes, std::memory_order_relaxed);
+}
 
 dicomStruct *dicomReadFile(const char *path, int delayed, std::string *why)
 {

@@ -204,6 +204,15 @@ bool dicomReadElementHeader(const unsigned char *p, const unsigned char *end, bo
 long dicomAdjustLength(const unsigned char *p, const unsigned char *end, bool bigEndian,
                        bool explicitVR, bool isItem);
 
+/// The most memory the layer allocates for one file (all decoded frames of a
+/// full read, an inflated data set); by default the physical memory of the
+/// machine. A file that would need more is refused with a reason before
+/// anything of that size is allocated; a single frame is limited to 2 GiB
+/// whatever the limit. Callers that allocate volumes use it too.
+uint64_t dicomMemoryLimit();
+/// Sets that limit in bytes (0 restores the default). Thread-safe.
+void dicomSetMemoryLimit(uint64_t bytes);
+
 /// Transfer syntaxes this layer decodes, as "UID name" lines (for --help and notes).
 std::string dicomSupportedTransferSyntaxes();
 
