@@ -11,8 +11,8 @@ namespace {
 
 // Add a sub-command here: name, one-line summary, entry and help functions.
 const SubCommand kCommands[] = {
-    {"info", "print what the DICOM layer reads from files and decode every frame", runInfo,
-     helpInfo},
+    {"info", "print files as the DICOM layer and the module read them (image records, attributes)",
+     runInfo, helpInfo},
     {"load", "load DICOM files into 3D fields (and save them as NIfTI or NRRD)", runLoad, helpLoad},
     {"save-dicom", "write volumes (NIfTI, NRRD or loaded DICOM) as DICOM, one file per slice",
      runSaveDicom, helpSaveDicom},
