@@ -70,6 +70,8 @@ bool ByteSource::read(uint64_t offset, void *dst, size_t n) const
 {
     if (offset > length || n > length - offset)
         return false;
+    if (n == 0)
+        return true; // dst may be null (an empty vector's data)
     if (fd < 0) {
         std::memcpy(dst, buffer + offset, n);
         return true;
