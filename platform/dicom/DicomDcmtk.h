@@ -22,12 +22,17 @@ std::unique_ptr<DcmFileFormat> loadWholeDataSet(const ByteSource &source, std::s
                                                 bool inflated = false);
 
 /// DCMTK's input stream over a source from byte `start` on. DCMTK may leave
-/// long values in the source and read them when they are used, so a length
-/// field never makes it allocate more than the source holds. With
+/// long values in the source and read them when they are used (files are
+/// reopened by name then), so a length field never makes it allocate more
+/// than the source holds; nesting deeper than the stack allows fails the
+/// parse instead of overflowing the stack. With
 /// `inflated`, DCMTK's request to inflate a deflated data set is ignored (the
 /// source holds it inflated already).
 std::unique_ptr<DcmInputStream> openSourceStream(const ByteSource &source, uint64_t start,
                                                  bool inflated);
+/// True when a parse through that stream failed because its sequences were
+/// nested deeper than the stack allows DCMTK to recurse.
+bool sourceStreamTooDeep(const DcmInputStream &stream);
 
 /// Whether the source is a Part 10 file whose meta header names the
 /// Deflated Explicit VR Little Endian transfer syntax.

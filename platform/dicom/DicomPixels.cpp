@@ -330,17 +330,17 @@ std::unique_ptr<DcmFileFormat> loadWholeDataSet(const ByteSource &source, std::s
 {
     std::unique_ptr<DcmFileFormat> file(new DcmFileFormat);
     OFCondition c;
-    if (source.isFile() && !inflated) {
-        c = file->loadFile(OFFilename(source.path().c_str()), EXS_Unknown, EGL_noChange,
-                           DCM_MaxReadLength, ERM_autoDetect);
-    } else {
-        std::unique_ptr<DcmInputStream> in = openSourceStream(source, 0, inflated);
-        file->transferInit();
-        c = file->read(*in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
-        file->transferEnd();
-    }
+    // Through the layer's own stream, files too: it bounds the stack DCMTK's
+    // recursion over nested sequences may take (elements after the pixel
+    // data, which the header parse never saw, are read here).
+    std::unique_ptr<DcmInputStream> in = openSourceStream(source, 0, inflated);
+    file->transferInit();
+    c = file->read(*in, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
+    file->transferEnd();
     if (c.bad()) {
-        fail(why, conditionText(c));
+        fail(why, sourceStreamTooDeep(*in)
+                      ? std::string("sequences nested too deep to be read safely")
+                      : conditionText(c));
         return nullptr;
     }
     return file;

@@ -22,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -237,19 +238,34 @@ class SourceProducer : public DcmProducer
 {
 public:
     SourceProducer(const ByteSource &source, uint64_t start)
-        : source(source), start(start), pos(std::min(start, source.size()))
+        : source(source), start(start), pos(std::min(start, source.size())),
+          stackFloor(stackFloorFromHere())
     {
     }
 
     OFBool good() const override { return state.good(); }
     OFCondition status() const override { return state; }
-    OFBool eos() override { return pos >= source.size(); }
-    offile_off_t avail() override { return offile_off_t(source.size() - pos); }
+    OFBool eos() override { return state.bad() || pos >= source.size(); }
+    offile_off_t avail() override { return state.bad() ? 0 : offile_off_t(source.size() - pos); }
+
+    /// True when a read was refused because DCMTK's recursion over nested
+    /// sequences had used up the stack allowed for the parse.
+    bool tooDeep() const { return stackExhausted; }
 
     offile_off_t read(void *buf, offile_off_t buflen) override
     {
         if (state.bad() || buflen <= 0)
             return 0;
+        // DCMTK reads nested sequences and items by recursion, a few
+        // hundred bytes of stack per level: a file nested tens of thousands
+        // deep (16 bytes a level) would overflow the stack. DCMTK reads every
+        // element header through here, so a read made deeper than the
+        // parse's share of the stack fails, and DCMTK unwinds with an error.
+        if (uintptr_t(__builtin_frame_address(0)) < stackFloor) {
+            stackExhausted = true;
+            state = makeOFCondition(OFM_dcmdata, 2, OF_error, "sequences nested too deep");
+            return 0;
+        }
         const size_t count = size_t(std::min<uint64_t>(uint64_t(buflen), source.size() - pos));
         auto *out = static_cast<unsigned char *>(buf);
         if (!source.isFile()) {
@@ -305,12 +321,31 @@ public:
     }
 
 private:
+    // The lowest stack address the parse may reach: half of what is left of
+    // this thread's stack below the caller, at most 4 MiB.
+    static uintptr_t stackFloorFromHere()
+    {
+        const uintptr_t here = uintptr_t(__builtin_frame_address(0));
+        uintptr_t budget = uintptr_t(4) << 20;
+        pthread_attr_t attr;
+        if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+            void *low = nullptr;
+            size_t size = 0;
+            if (pthread_attr_getstack(&attr, &low, &size) == 0 && here > uintptr_t(low))
+                budget = std::min(budget, (here - uintptr_t(low)) / 2);
+            pthread_attr_destroy(&attr);
+        }
+        return here > budget ? here - budget : 0;
+    }
+
     const ByteSource &source;
     const uint64_t start;
     uint64_t pos;
     std::vector<unsigned char> window;
     uint64_t windowStart = 0;
     OFCondition state = EC_Normal;
+    const uintptr_t stackFloor;
+    bool stackExhausted = false;
 };
 
 // DCMTK's input stream over a ByteSource. Like DCMTK's file stream, and
@@ -336,6 +371,11 @@ public:
 
     DcmInputStreamFactory *newFactory() const override;
 
+    bool tooDeep() const { return producer.tooDeep(); }
+    /// Values DCMTK leaves in a file are reopened by name, so that the data
+    /// set may outlive this stream's ByteSource (a decoder kept between frames).
+    void setDurable() { durable = true; }
+
     OFCondition installCompressionFilter(E_StreamCompression filterType) override
     {
         // The image of a deflated file holds its data set inflated already.
@@ -350,6 +390,7 @@ private:
     const bool inflated;
     SourceProducer producer;
     std::unique_ptr<ByteSource> ownedSource;
+    bool durable = false;
 };
 
 // Values left in a file are read through the same ByteSource, which lives
@@ -397,6 +438,8 @@ DcmInputStreamFactory *SourceStream::newFactory() const
     if (currentProducer() != &producer)
         return nullptr;
     const uint64_t at = start + uint64_t(tell());
+    if (source.isFile() && durable)
+        return new DcmInputFileStreamFactory(OFFilename(source.path().c_str()), offile_off_t(at));
     if (source.isFile())
         return new FileSourceFactory(source, at);
     return new MemorySourceFactory(source.bytes(), source.size(), at, inflated);
@@ -933,8 +976,9 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
     file->transferEnd();
     // A failed parse leaves a partial data set whose values must not be read.
     if (cond.bad()) {
-        fail(why, cond == EC_StreamNotifyClient ? std::string("premature end of file")
-                                                : conditionText(cond));
+        fail(why, in.tooDeep() ? std::string("sequences nested too deep to be read safely")
+                  : cond == EC_StreamNotifyClient ? std::string("premature end of file")
+                                                  : conditionText(cond));
         return nullptr;
     }
     const uint64_t stopOffset = uint64_t(in.tell());
@@ -1099,7 +1143,15 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
 std::unique_ptr<DcmInputStream> openSourceStream(const ByteSource &source, uint64_t start,
                                                  bool inflated)
 {
-    return std::unique_ptr<DcmInputStream>(new SourceStream(source, start, inflated));
+    auto *stream = new SourceStream(source, start, inflated);
+    stream->setDurable();
+    return std::unique_ptr<DcmInputStream>(stream);
+}
+
+bool sourceStreamTooDeep(const DcmInputStream &stream)
+{
+    const auto *s = dynamic_cast<const SourceStream *>(&stream);
+    return s && s->tooDeep();
 }
 
 bool isDeflatedFile(const ByteSource &source)
