@@ -2,8 +2,7 @@
 
 namespace {
 // Min and max in the samples' own type, branch-free so that the loop vectorises.
-template <typename T>
-void valueRange(const T *data, long count, int &min, int &max)
+template <typename T> void valueRange(const T *data, long count, int &min, int &max)
 {
     min = 1;
     max = 0;
@@ -51,7 +50,8 @@ void dicomValueRangeS32(const int *data, long count, long long &min, long long &
 
 namespace {
 template <typename Dst, typename Src>
-void rescaleKernel(Dst *dst, const Src *src, long count, float scale, float offset, int low, int high)
+void rescaleKernel(Dst *dst, const Src *src, long count, float scale, float offset, int low,
+                   int high)
 {
     // A slope of 1 and a whole intercept (CT's -1024) add exactly in single
     // precision, so whole-number arithmetic gives the same samples, faster.
@@ -81,23 +81,28 @@ void rescaleKernel(Dst *dst, const Src *src, long count, float scale, float offs
 }
 } // namespace
 
-void dicomRescale(short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high)
+void dicomRescale(short *dst, const unsigned short *src, long count, float scale, float offset,
+                  int low, int high)
 {
     rescaleKernel(dst, src, count, scale, offset, low, high);
 }
-void dicomRescale(unsigned short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high)
+void dicomRescale(unsigned short *dst, const unsigned short *src, long count, float scale,
+                  float offset, int low, int high)
 {
     rescaleKernel(dst, src, count, scale, offset, low, high);
 }
-void dicomRescale(short *dst, const short *src, long count, float scale, float offset, int low, int high)
+void dicomRescale(short *dst, const short *src, long count, float scale, float offset, int low,
+                  int high)
 {
     rescaleKernel(dst, src, count, scale, offset, low, high);
 }
-void dicomRescale(unsigned short *dst, const short *src, long count, float scale, float offset, int low, int high)
+void dicomRescale(unsigned short *dst, const short *src, long count, float scale, float offset,
+                  int low, int high)
 {
     rescaleKernel(dst, src, count, scale, offset, low, high);
 }
-void dicomRescale(unsigned char *dst, const unsigned char *src, long count, float scale, float offset, int low, int high)
+void dicomRescale(unsigned char *dst, const unsigned char *src, long count, float scale,
+                  float offset, int low, int high)
 {
     rescaleKernel(dst, src, count, scale, offset, low, high);
 }

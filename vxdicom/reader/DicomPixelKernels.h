@@ -12,8 +12,13 @@ void dicomValueRangeS32(const int *data, long count, long long &min, long long &
 
 /// Rescaling kernels: target = clamp(floor(s * scale + offset + 0.5), low, high)
 /// in single precision; count < 1 does nothing.
-void dicomRescale(short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high);
-void dicomRescale(unsigned short *dst, const unsigned short *src, long count, float scale, float offset, int low, int high);
-void dicomRescale(short *dst, const short *src, long count, float scale, float offset, int low, int high);
-void dicomRescale(unsigned short *dst, const short *src, long count, float scale, float offset, int low, int high);
-void dicomRescale(unsigned char *dst, const unsigned char *src, long count, float scale, float offset, int low, int high);
+void dicomRescale(short *dst, const unsigned short *src, long count, float scale, float offset,
+                  int low, int high);
+void dicomRescale(unsigned short *dst, const unsigned short *src, long count, float scale,
+                  float offset, int low, int high);
+void dicomRescale(short *dst, const short *src, long count, float scale, float offset, int low,
+                  int high);
+void dicomRescale(unsigned short *dst, const short *src, long count, float scale, float offset,
+                  int low, int high);
+void dicomRescale(unsigned char *dst, const unsigned char *src, long count, float scale,
+                  float offset, int low, int high);

@@ -219,8 +219,8 @@ int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int sho
     if (create) {
         ThreadNegotiator::runOnGuiThread([&] { useDynamicSeriesCtrl = dialog->getAsTimeSeries(); });
         if (verbose)
-            VxMessage::getTheMsg()->printf("creating %d stack%s of DICOM images\n",
-                                           stacks.size(), stacks.size() == 1 ? "" : "s");
+            VxMessage::getTheMsg()->printf("creating %d stack%s of DICOM images\n", stacks.size(),
+                                           stacks.size() == 1 ? "" : "s");
 
         // Stacks of one series share the first stack's name; their second
         // label tells them apart.

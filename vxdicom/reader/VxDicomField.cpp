@@ -5,7 +5,6 @@
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
 
-#include <Inventor/SbVec3f.h>
 #include "platform/gui/VxSkin.h"
 #include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/params/DicomParamFilter.h"
@@ -14,6 +13,7 @@
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
 #include "vxdicom/reader/VxDicomImageStack.h"
+#include <Inventor/SbVec3f.h>
 
 #include <algorithm>
 #include <cmath>
@@ -49,9 +49,18 @@ float orientationTolerance()
 void typeBounds(KcPrimType type, int &low, int &high)
 {
     switch (type) {
-    case KcPrimType::UInt16: low = 0; high = 65535; break;
-    case KcPrimType::Int16: low = -32768; high = 32767; break;
-    default: low = 0; high = 255; break;
+    case KcPrimType::UInt16:
+        low = 0;
+        high = 65535;
+        break;
+    case KcPrimType::Int16:
+        low = -32768;
+        high = 32767;
+        break;
+    default:
+        low = 0;
+        high = 255;
+        break;
     }
 }
 
@@ -229,8 +238,8 @@ float distance(const float a[3], const float b[3])
 // +y, -y, +z, -z (the first one within the tolerance).
 int axisClass(const float v[3], float tolerance)
 {
-    static const float axes[6][3] = {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0},
-                                     {0, -1, 0}, {0, 0, 1}, {0, 0, -1}};
+    static const float axes[6][3] = {{1, 0, 0},  {-1, 0, 0}, {0, 1, 0},
+                                     {0, -1, 0}, {0, 0, 1},  {0, 0, -1}};
     for (int i = 0; i < 6; ++i)
         if (distance(v, axes[i]) < tolerance)
             return i + 1;
@@ -339,9 +348,9 @@ VxField3 *createField3(VxDicomImageStack &stack)
     int choice = AdjustScaling;
     if (spp == 1) {
         if (overflow)
-            choice = VxWarningDialog::warning("DICOM", overflowQuestion, "Ignore scaling",
-                                              "Clamp data", "Adjust scaling", AdjustScaling,
-                                              AdjustScaling);
+            choice =
+                VxWarningDialog::warning("DICOM", overflowQuestion, "Ignore scaling", "Clamp data",
+                                         "Adjust scaling", AdjustScaling, AdjustScaling);
         bool statusShown = false;
         for (int k = 0; k < stack.images.size(); ++k) {
             const VxDicomImage &image = *stack.images[k];
@@ -393,8 +402,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
     fix(dicomParams.get());
     params.insert(dicomParams.release(), true);
     if (!VxSkin::instance()->dataWindowOption())
-        params.setString("DataWindow",
-                         KcString::format("%d %d", stack.minValue, stack.maxValue));
+        params.setString("DataWindow", KcString::format("%d %d", stack.minValue, stack.maxValue));
     if (overflow && spp == 1 && choice != IgnoreScaling) {
         if (scale != 1)
             params.setFloat("DataWindowScale", 1.0 / scale);
@@ -426,13 +434,38 @@ void flipField3(VxField3 *field, const VxDicomImageStack &stack)
     const int cls = axisClass(normal, tolerance);
     float m[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
     switch (cls) {
-    case 1: m[2][0] = 1; m[1][1] = 1; m[0][2] = -1; break;
-    case 2: m[2][0] = -1; m[1][1] = 1; m[0][2] = 1; break;
-    case 3: m[0][0] = 1; m[2][1] = 1; m[1][2] = -1; break;
-    case 4: m[0][0] = 1; m[2][1] = -1; m[1][2] = 1; break;
-    case 5: m[0][0] = 1; m[1][1] = 1; m[2][2] = 1; break;
-    case 6: m[0][0] = -1; m[1][1] = 1; m[2][2] = -1; break;
-    default: break;
+    case 1:
+        m[2][0] = 1;
+        m[1][1] = 1;
+        m[0][2] = -1;
+        break;
+    case 2:
+        m[2][0] = -1;
+        m[1][1] = 1;
+        m[0][2] = 1;
+        break;
+    case 3:
+        m[0][0] = 1;
+        m[2][1] = 1;
+        m[1][2] = -1;
+        break;
+    case 4:
+        m[0][0] = 1;
+        m[2][1] = -1;
+        m[1][2] = 1;
+        break;
+    case 5:
+        m[0][0] = 1;
+        m[1][1] = 1;
+        m[2][2] = 1;
+        break;
+    case 6:
+        m[0][0] = -1;
+        m[1][1] = 1;
+        m[2][2] = -1;
+        break;
+    default:
+        break;
     }
 
     float bbox[6];
@@ -454,11 +487,22 @@ void flipField3(VxField3 *field, const VxDicomImageStack &stack)
 
     // In-plane correction by the row direction.
     switch (axisClass(r, tolerance)) {
-    case 1: break;
-    case 3: map.swap(lat, 1, 0, 2); map.mirror(lat, 0); break;
-    case 2: map.mirror(lat, 0); map.mirror(lat, 1); break;
-    case 4: map.swap(lat, 1, 0, 2); map.mirror(lat, 1); break;
-    default: break;
+    case 1:
+        break;
+    case 3:
+        map.swap(lat, 1, 0, 2);
+        map.mirror(lat, 0);
+        break;
+    case 2:
+        map.mirror(lat, 0);
+        map.mirror(lat, 1);
+        break;
+    case 4:
+        map.swap(lat, 1, 0, 2);
+        map.mirror(lat, 1);
+        break;
+    default:
+        break;
     }
 
     // Slice axis onto its patient axis.
@@ -585,11 +629,11 @@ void setTransform(VxRegScalarField3 *field, const VxDicomImageStack &stack, cons
     const SbVec3f b = rotate(lo[0], lo[1], hi[2]);
     const SbVec3f d1 = p0 - a, d2 = pN - b, d3 = p0 - b, d4 = pN - a;
     // A tie goes to the pairing of the first image with the top of the box.
-    const SbVec3f t = (d3 - d4).length() <= (d1 - d2).length() ? (d3 + d4) * 0.5f
-                                                                 : (d1 + d2) * 0.5f;
+    const SbVec3f t =
+        (d3 - d4).length() <= (d1 - d2).length() ? (d3 + d4) * 0.5f : (d1 + d2) * 0.5f;
 
-    const SbMatrix T(R[0][0], R[0][1], R[0][2], 0, R[1][0], R[1][1], R[1][2], 0, R[2][0],
-                     R[2][1], R[2][2], 0, t[0], t[1], t[2], 1);
+    const SbMatrix T(R[0][0], R[0][1], R[0][2], 0, R[1][0], R[1][1], R[1][2], 0, R[2][0], R[2][1],
+                     R[2][2], 0, t[0], t[1], t[2], 1);
     field->setTransform(undo * T);
 }
 

@@ -109,7 +109,8 @@ void VxDicomImage::initialize()
         planarConfig = std::atoi(s);
 
     if (d->compression == dicom::COMPRESSION_RLE && planarConfig == 0) {
-        VxMessage::getTheMsg()->printf("WARNING: forcing planarConfig=1 for RLE compressed images\n");
+        VxMessage::getTheMsg()->printf(
+            "WARNING: forcing planarConfig=1 for RLE compressed images\n");
         planarConfig = 1;
     }
 
@@ -160,7 +161,8 @@ void VxDicomImage::initialize()
             if (!nearAnyAxis(v, tolerance))
                 oblique = 1;
         if (hasPosition) {
-            sliceLocation = normal[0] * position[0] + normal[1] * position[1] + normal[2] * position[2];
+            sliceLocation =
+                normal[0] * position[0] + normal[1] * position[1] + normal[2] * position[2];
             locationFromPosition = true;
         }
     }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/core/KcPrimType.h"
-#include "vxdicom/reader/DicomPixelKernels.h"
 #include "platform/data/VxParamBundle.h"
+#include "vxdicom/reader/DicomPixelKernels.h"
 
 class VxDicomFile;
 
@@ -98,4 +98,3 @@ private:
     const char *text(unsigned short group, unsigned short element) const;
     std::unique_ptr<unsigned char[]> ownPixels;
 };
-

@@ -2,9 +2,9 @@
 
 #include "platform/data/VxParameter.h"
 #include "vxdicom/params/DicomElementConversion.h"
+#include "vxdicom/reader/DicomReaderSettings.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
-#include "vxdicom/reader/DicomReaderSettings.h"
 
 #include <atomic>
 #include <cmath>
@@ -166,8 +166,10 @@ bool VxDicomImageStack::checkForDataOverflow(float &scale, float &offset, KcPrim
     for (const VxDicomImage *image : images) {
         if (!(image->minValue < image->maxValue))
             continue;
-        const double lo = image->rescaleIntercept + image->minValue * static_cast<double>(image->rescaleSlope);
-        const double hi = image->rescaleIntercept + image->maxValue * static_cast<double>(image->rescaleSlope);
+        const double lo =
+            image->rescaleIntercept + image->minValue * static_cast<double>(image->rescaleSlope);
+        const double hi =
+            image->rescaleIntercept + image->maxValue * static_cast<double>(image->rescaleSlope);
         if (!valid) {
             rmin = lo;
             rmax = std::max(1.0, hi);
@@ -191,11 +193,26 @@ bool VxDicomImageStack::checkForDataOverflow(float &scale, float &offset, KcPrim
 
     double lower, upper;
     switch (type) {
-    case KcPrimType::UInt8: lower = 0; upper = 255; break;
-    case KcPrimType::Int16: lower = -32768; upper = 32767; break;
-    case KcPrimType::UInt16: lower = 0; upper = 65535; break;
-    case KcPrimType::Int32: lower = -9.223372036854776e18; upper = 9.223372036854776e18; break;
-    default: lower = 0; upper = 1; break;
+    case KcPrimType::UInt8:
+        lower = 0;
+        upper = 255;
+        break;
+    case KcPrimType::Int16:
+        lower = -32768;
+        upper = 32767;
+        break;
+    case KcPrimType::UInt16:
+        lower = 0;
+        upper = 65535;
+        break;
+    case KcPrimType::Int32:
+        lower = -9.223372036854776e18;
+        upper = 9.223372036854776e18;
+        break;
+    default:
+        lower = 0;
+        upper = 1;
+        break;
     }
     if (rmin >= lower && rmax <= upper)
         return false;
