@@ -583,6 +583,8 @@ void flipField3(VxField3 *field, const VxDicomImageStack &stack)
     lat->setBoundingBox(box);
     lat->coordsChanged();
     lat->getBoundingBox(box);
+    // The orientation matrix is the reordering itself (image row, column and
+    // normal onto lattice axes): undone first, the image frame then maps to patient axes.
     setTransform(reg, stack, box, map.matrix());
 }
 
