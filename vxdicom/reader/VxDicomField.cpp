@@ -4,6 +4,7 @@
 #include "platform/core/VxObjectPool.h"
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
+#include "platform/dicom/dicom.h"
 
 #include "platform/gui/VxSkin.h"
 #include "platform/gui/VxWarningDialog.h"
@@ -265,8 +266,17 @@ VxField3 *createField3(VxDicomImageStack &stack)
     const long sliceSamples = static_cast<long>(stack.width) * stack.height * spp;
     const long sliceBytes = sliceSamples * stack.primType.size();
 
-    // Room for one more byte: decoders write odd-sized frames as whole words.
+    // A few headers can claim terabytes: a stack that cannot fit in memory is
+    // refused before anything of its size is allocated.
     const long bytes = stack.memSize();
+    const uint64_t limit = dicom::dicomMemoryLimit();
+    if (bytes < 0 || static_cast<uint64_t>(bytes) >= limit) {
+        msg->printf("stack %s: its samples need %ld bytes, more than the memory limit of %llu "
+                    "bytes\n",
+                    stack.name.c_str(), bytes, static_cast<unsigned long long>(limit));
+        return nullptr;
+    }
+    // Room for one more byte: decoders write odd-sized frames as whole words.
     SampleBuffer samples(allocateSamples(static_cast<size_t>(bytes) + 1));
     if (!samples) {
         msg->printf("stack %s: cannot allocate %ld bytes for its samples\n", stack.name.c_str(),
