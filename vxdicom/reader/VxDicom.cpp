@@ -96,6 +96,12 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
                 else
                     msg->printf("+ %s\n", file->fileName.c_str());
             }
+            // Said aloud, since an image file cut short between two elements
+            // reads as a valid data set without its image.
+            if (file->images.isEmpty() && file->data && !file->data->pixelsInFile &&
+                !file->data->pixelData)
+                msg->warning("%s holds no pixel data; no image is loaded from it\n",
+                             file->fileName.c_str());
             for (VxDicomImage *image : file->images)
                 images.append(image);
         }
