@@ -702,10 +702,22 @@ bool describePixels(dicomStruct *d, std::string *why)
                                  " need " + std::to_string(need));
         break;
     }
-    case COMPRESSION_RLE:
+    case COMPRESSION_RLE: {
         // RLE stores every sample plane in its own segments (PS3.5 G.2).
         d->planarConfiguration = colour ? 1 : 0;
+        // Two bytes of a segment decode to at most 128 (a replicate run,
+        // PS3.5 G.3.1): frames claiming more than 64 times the stored bytes
+        // are refused before a buffer of their size is allocated.
+        uint64_t stored = 0;
+        for (const Fragment &f : layout.fragments)
+            stored += f.length;
+        const uint64_t need = uint64_t(d->frameSize) * uint64_t(d->frames);
+        if (need / 64 > stored)
+            return fail(why, "RLE data of " + std::to_string(stored) + " bytes cannot hold " +
+                                 std::to_string(d->frames) + " frame(s) of " +
+                                 std::to_string(d->frameSize) + " bytes");
         break;
+    }
     case COMPRESSION_JPEG:
         if (colour && (pi == "YBR_FULL" || pi == "YBR_FULL_422"))
             d->photometric = "RGB";
