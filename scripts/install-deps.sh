@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake pkg-config ninja-build
+    clang libclang-rt-14-dev
     qt6-base-dev libgl-dev
     libdcmtk-dev dcmtk
     libopenjp2-7-dev
