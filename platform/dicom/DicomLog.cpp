@@ -18,6 +18,7 @@
 
 #include <cstring>
 #include <mutex>
+#include <string>
 
 namespace dicom {
 namespace {
@@ -44,10 +45,16 @@ protected:
         // implicit instead.
         if (std::strstr(message.c_str(), "trying again with Implicit VR Little Endian"))
             return;
+        // The Directory Record Sequence reaches DCMTK under a stand-in tag
+        // (DicomRead.cpp, SourceProducer::read); messages name its own.
+        std::string text = message;
+        for (const char *standIn : {"Unknown Tag & Data (0004,1221)", "(0004,1221)"})
+            for (size_t at; (at = text.find(standIn)) != std::string::npos;)
+                text.replace(at, std::strlen(standIn), "DirectoryRecordSequence (0004,1220)");
         if (event.getLogLevel() >= lg::ERROR_LOG_LEVEL)
-            VxMessage::getTheMsg()->error("DCMTK: %s\n", message.c_str());
+            VxMessage::getTheMsg()->error("DCMTK: %s\n", text.c_str());
         else
-            VxMessage::getTheMsg()->warning("DCMTK: %s\n", message.c_str());
+            VxMessage::getTheMsg()->warning("DCMTK: %s\n", text.c_str());
     }
 };
 

@@ -252,7 +252,47 @@ public:
     /// sequences had used up the stack allowed for the parse.
     bool tooDeep() const { return stackExhausted; }
 
+    /// Directory Record Sequence tags read as (0004,1221), see read().
+    int recordSequences() const { return standIns; }
+
+    // DCMTK 3.6.7 reads the items of a Directory Record Sequence (0004,1220)
+    // as directory records, and checks each record's type (0004,1430) with
+    // correction as soon as the record is read (lookForRecordType);
+    // DcmByteString::verify then throws std::out_of_range when the last value
+    // of that code string is longer than 16 characters, and the exception
+    // leaves the half-built data set behind, leaked. The layer needs none of
+    // DCMTK's directory logic, so the sequence's tag reaches DCMTK as
+    // (0004,1221), a tag it has no use for, and its items are read as plain
+    // items; the collector gives the sequence its tag back. DCMTK reads
+    // every tag as two 2-byte reads (group, then element), and no other two
+    // successive 2-byte reads can hold the group 0004 and then 1220.
     offile_off_t read(void *buf, offile_off_t buflen) override
+    {
+        const uint64_t at = pos;
+        const offile_off_t n = copy(buf, buflen);
+        auto *out = static_cast<unsigned char *>(buf);
+        if (n != 2) {
+            lastPairAt = UINT64_MAX;
+            return n;
+        }
+        if (lastPairAt + 2 == at) {
+            if (lastPair[0] == 0x04 && lastPair[1] == 0x00 && out[0] == 0x20 && out[1] == 0x12) {
+                out[0] = 0x21;
+                ++standIns;
+            } else if (lastPair[0] == 0x00 && lastPair[1] == 0x04 && out[0] == 0x12 &&
+                       out[1] == 0x20) {
+                out[1] = 0x21;
+                ++standIns;
+            }
+        }
+        lastPairAt = at;
+        lastPair[0] = out[0];
+        lastPair[1] = out[1];
+        return n;
+    }
+
+private:
+    offile_off_t copy(void *buf, offile_off_t buflen)
     {
         if (state.bad() || buflen <= 0)
             return 0;
@@ -320,7 +360,6 @@ public:
             pos -= std::min<uint64_t>(uint64_t(num), pos - start);
     }
 
-private:
     // The lowest stack address the parse may reach: half of what is left of
     // this thread's stack below the caller, at most 4 MiB.
     static uintptr_t stackFloorFromHere()
@@ -346,6 +385,9 @@ private:
     OFCondition state = EC_Normal;
     const uintptr_t stackFloor;
     bool stackExhausted = false;
+    uint64_t lastPairAt = UINT64_MAX; ///< position of the last 2-byte read
+    unsigned char lastPair[2] = {0, 0};
+    int standIns = 0;
 };
 
 // DCMTK's input stream over a ByteSource. Like DCMTK's file stream, and
@@ -372,6 +414,8 @@ public:
     DcmInputStreamFactory *newFactory() const override;
 
     bool tooDeep() const { return producer.tooDeep(); }
+    /// How many Directory Record Sequence tags were handed to DCMTK as (0004,1221).
+    int recordSequences() const { return producer.recordSequences(); }
     /// Values DCMTK leaves in a file are reopened by name, so that the data
     /// set may outlive this stream's ByteSource (a decoder kept between frames).
     void setDurable() { durable = true; }
@@ -454,6 +498,7 @@ public:
     const ByteSource &source;
     DcmFileCache cache;                 // keeps the file open for values DCMTK left in it
     DcmElement *pixelElement = nullptr; // only when DCMTK read the pixel data (deflate)
+    bool recordStandIns = false;        // a Directory Record Sequence came as (0004,1221)
 
     bool collect(DcmItem *item, E_TransferSyntax xfer, bool isMeta, std::string *why)
     {
@@ -474,8 +519,16 @@ public:
             dicomDataElement out;
             out.group = tag.getGTag();
             out.element = tag.getETag();
+            // Its own tag back (see SourceProducer::read); implicit VR with a
+            // defined length leaves it a blob of encoded items, as kept anyway.
+            const bool recordSequence =
+                recordStandIns && out.group == 0x0004 && out.element == 0x1221;
+            if (recordSequence)
+                out.element = 0x1220;
             ElementInfo info;
-            info.evr = e->getVR();
+            info.evr = recordSequence && (implicit || dynamic_cast<DcmSequenceOfItems *>(e))
+                           ? EVR_SQ
+                           : e->getVR();
             info.bigEndian = big;
             info.implicitVR = implicit;
             if (!implicit) {
@@ -804,144 +857,6 @@ bool readMetaGroup(const ByteSource &source, uint64_t start, uint64_t *dataSetSt
     return false;
 }
 
-// DCMTK 3.6.7 checks the Directory Record Type (0004,1430) of every item of
-// a Directory Record Sequence (0004,1220) while it parses, with correction
-// (DcmDirectoryRecord::lookForRecordType), and DcmByteString::verify then
-// throws std::out_of_range when the last value of the string is longer than
-// the 16 characters of CS: the exception leaves the data set half built, and
-// leaks it. Such records are found here first, in the items of every
-// Directory Record Sequence, nested ones included.
-class DirectoryRecordCheck
-{
-public:
-    DirectoryRecordCheck(bool big, bool explicitVR) : big(big), explicitVR(explicitVR) {}
-
-    std::string problem;
-
-    /// Walks the items of a sequence value in [p, end); false when a record
-    /// type would make DCMTK throw (problem says which).
-    bool items(const unsigned char *p, const unsigned char *end, int depth)
-    {
-        if (depth > 64) {
-            problem = "(0004,1220) directory record sequences nested more than 64 deep";
-            return false;
-        }
-        while (p < end) {
-            dicomElementHeader h;
-            if (!dicomReadElementHeader(p, end, big, explicitVR, &h) || h.group != 0xFFFE ||
-                h.element != 0xE000)
-                return true; // a delimiter, or something DCMTK refuses itself
-            const unsigned char *value = p + h.headerSize;
-            const bool undefined = h.length == kUndefinedLength;
-            const unsigned char *itemEnd =
-                undefined || h.length > uint64_t(end - value) ? end : value + h.length;
-            const unsigned char *next = elements(value, itemEnd, depth);
-            if (!next)
-                return false;
-            if (!undefined && h.length > uint64_t(end - value))
-                return true;
-            p = undefined ? next : value + h.length;
-        }
-        return true;
-    }
-
-private:
-    // The elements of one record up to its end or item delimiter; returns
-    // where the walk stopped, or null when a record type is unsafe.
-    const unsigned char *elements(const unsigned char *p, const unsigned char *end, int depth)
-    {
-        while (p < end) {
-            dicomElementHeader e;
-            if (!dicomReadElementHeader(p, end, big, explicitVR, &e))
-                return end;
-            const unsigned char *value = p + e.headerSize;
-            if (e.group == 0xFFFE)
-                return value; // item delimiter (or garbage DCMTK stops at)
-            const bool undefined = e.length == kUndefinedLength;
-            const bool cs = !explicitVR || (e.vr[0] == 'C' && e.vr[1] == 'S');
-            const uint64_t room = uint64_t(end - value);
-            if (e.group == 0x0004 && e.element == 0x1430 && cs && !undefined) {
-                const size_t n = size_t(std::min<uint64_t>(e.length, room));
-                size_t last = 0;
-                for (size_t i = 0; i < n; ++i)
-                    if (value[i] == '\\')
-                        last = i + 1;
-                if (n - last > 16) {
-                    problem = "(0004,1430) directory record type of " + std::to_string(n) +
-                              " bytes (a code string holds at most 16)";
-                    return nullptr;
-                }
-            }
-            const bool sequence = e.group == 0x0004 && e.element == 0x1220 &&
-                                  (!explicitVR || (e.vr[0] == 'S' && e.vr[1] == 'Q') || undefined);
-            if (sequence &&
-                !items(value, undefined || e.length > room ? end : value + e.length, depth + 1))
-                return nullptr;
-            if (undefined) {
-                const long n = dicomAdjustLength(value, end, big, explicitVR, false);
-                if (n < 0)
-                    return end;
-                p = value + n;
-            } else {
-                if (e.length > room)
-                    return end;
-                p = value + e.length;
-            }
-        }
-        return end;
-    }
-
-    const bool big;
-    const bool explicitVR;
-};
-
-// Refuses a data set with a Directory Record Sequence whose record types
-// DCMTK cannot check (see DirectoryRecordCheck). The sequence sits among the
-// first elements (group 0004); it is looked for in each encoding DCMTK may
-// detect, so that the check does not depend on guessing it the same way.
-bool directoryRecordsAreSafe(const ByteSource &source, bool part10, std::string *why)
-{
-    uint64_t start = 0;
-    std::string syntax;
-    readMetaGroup(source, part10 ? 132 : 0, &start, &syntax);
-    const struct
-    {
-        bool big, explicitVR;
-    } encodings[] = {{false, true}, {false, false}, {true, true}};
-    for (const auto &enc : encodings) {
-        uint64_t pos = start;
-        for (int n = 0; n < 256 && pos < source.size(); ++n) {
-            unsigned char h[12];
-            const size_t got = size_t(std::min<uint64_t>(sizeof h, source.size() - pos));
-            dicomElementHeader e;
-            if (!source.read(pos, h, got) ||
-                !dicomReadElementHeader(h, h + got, enc.big, enc.explicitVR, &e) ||
-                e.group > 0x0004)
-                break;
-            const uint64_t value = pos + uint64_t(e.headerSize);
-            const uint64_t room = source.size() - std::min(value, source.size());
-            if (e.group == 0x0004 && e.element == 0x1220) {
-                const uint64_t n =
-                    e.length == kUndefinedLength ? room : std::min<uint64_t>(e.length, room);
-                if (n > dicomMemoryLimit())
-                    return fail(why, "(0004,1220) directory record sequence of " +
-                                         std::to_string(n) + " bytes is too large");
-                std::vector<unsigned char> bytes(static_cast<size_t>(n));
-                if (!source.read(value, bytes.data(), bytes.size()))
-                    break;
-                DirectoryRecordCheck check(enc.big, enc.explicitVR);
-                if (!check.items(bytes.data(), bytes.data() + bytes.size(), 0))
-                    return fail(why, check.problem);
-                break;
-            }
-            if (e.length == kUndefinedLength || e.length > room)
-                break;
-            pos = value + e.length;
-        }
-    }
-    return true;
-}
-
 dicomStruct *parse(const ByteSource &source, const std::string &name, bool delayed,
                    std::string *why)
 {
@@ -974,8 +889,6 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
         inflatedSource = ByteSource::memory(inflated.data(), inflated.size());
     }
     const ByteSource &input = inflatedSource ? *inflatedSource : source;
-    if (!directoryRecordsAreSafe(input, part10, why))
-        return nullptr;
 
     // DCMTK parses through a window on the source (usually one read for the
     // whole header), which spares the many small buffered reads of a file
@@ -1026,6 +939,7 @@ dicomStruct *parse(const ByteSource &source, const std::string &name, bool delay
     }
 
     Collector collector(impl, input);
+    collector.recordStandIns = in.recordSequences() > 0;
     if (DcmMetaInfo *meta = file->getMetaInfo())
         if (!collector.collect(meta, EXS_LittleEndianExplicit, true, why))
             return nullptr;
