@@ -45,6 +45,10 @@ protected:
         // implicit instead.
         if (std::strstr(message.c_str(), "trying again with Implicit VR Little Endian"))
             return;
+        // The layer tells DCMTK to read the meta header by its group number
+        // (dicomInitialize); DCMTK says so for every file.
+        if (std::strstr(message.c_str(), "Ignoring Group Length of Meta Information Header"))
+            return;
         // The Directory Record Sequence reaches DCMTK under a stand-in tag
         // (DicomRead.cpp, SourceProducer::read); messages name its own.
         std::string text = message;
@@ -95,6 +99,10 @@ void dicomInitialize()
         // Some writers put an implicit VR data set behind an explicit VR meta
         // header; DCMTK reads those only when told to.
         dcmAcceptUnexpectedImplicitEncoding.set(OFTrue);
+        // The meta header is group 0002 and nothing else (PS3.10 7.1): a
+        // wrong group length must not make DCMTK read the data set, pixel
+        // data included, as part of it.
+        dcmIgnoreFileMetaInformationGroupLength.set(OFTrue);
 
         static CodecRegistration codecs;
     });
