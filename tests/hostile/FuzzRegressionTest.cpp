@@ -136,4 +136,28 @@ TEST(FuzzRegression, EmptyDirectoryRecordSequenceReadsAsAnEmptyDicomDir)
     EXPECT_EQ(extractDicomDir(&file, names), 1);
 }
 
+// fuzz_dicom_parse: a meta group length that claims the whole file made
+// DCMTK read the data set, Pixel Data included, as part of the meta header;
+// the pixel element then carried its value and the file gave no image. The
+// meta header is read by its group number now.
+TEST(FuzzRegression, MetaGroupLengthClaimingTheWholeFileLeavesTheDataSetWhereItIs)
+{
+    VX_REQUIRE_SHARED_DATA();
+    Bytes file = vxtest::readFileBytes(
+        vxtest::sharedPath("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
+                           "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm"));
+    const Element groupLength = findElement(file, 0x0002, 0x0000);
+    put32(file, groupLength.value, uint32_t(file.size() - groupLength.value - 4));
+    vxtest::TempDir dir;
+    const std::string path = dir.file("meta.dcm");
+    vxtest::writeFileBytes(path, file);
+    VxDicomFile parsed(path.c_str(), 0, 0);
+    ASSERT_EQ(parsed.images.size(), 1);
+    EXPECT_EQ(parsed.data->rows, 256);
+    const dicom::dicomDataElement *pixels = dicom::dicomFindElement(parsed.data, 0x7FE0, 0x0010);
+    ASSERT_NE(pixels, nullptr);
+    EXPECT_EQ(pixels->data, nullptr);
+    EXPECT_EQ(pixels->length, 256 * 256 * 2);
+}
+
 } // namespace
