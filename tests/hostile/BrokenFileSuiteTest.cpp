@@ -133,22 +133,23 @@ TEST_F(BrokenFiles, LengthsPastTheEndAreRefusedByName)
     Bytes withSequence = insertedBefore(source, 0x0071, 0x0010, nestedSequences(3, false));
     const struct
     {
+        const char *name;
         const char *what;
         Bytes bytes;
         const char *reason;
     } cases[] = {
-        {"(0029,1010) CSA header claiming 4 GB", withLength(source, 0x0029, 0x1010, 0xFFFFFFF0u),
-         "premature end of file"},
-        {"(7FE0,0010) pixel data 2 bytes longer than the file",
+        {"csa4g", "(0029,1010) CSA header claiming 4 GB",
+         withLength(source, 0x0029, 0x1010, 0xFFFFFFF0u), "premature end of file"},
+        {"pixels_past_end", "(7FE0,0010) pixel data 2 bytes longer than the file",
          withLength(source, 0x7FE0, 0x0010, pastEnd), "(7FE0,0010) pixel data are truncated"},
-        {"(0010,0010) patient name of 65534 bytes", withLength(source, 0x0010, 0x0010, 0xFFFE),
-         "cannot extract DICOM information from: "},
-        {"(0071,1001) sequence claiming 4 GB",
+        {"name64k", "(0010,0010) patient name of 65534 bytes",
+         withLength(source, 0x0010, 0x0010, 0xFFFE), "cannot extract DICOM information from: "},
+        {"sequence4g", "(0071,1001) sequence claiming 4 GB",
          withLength(withSequence, 0x0071, 0x1001, 0xFFFFFFF0u),
          "cannot extract DICOM information from: "},
     };
     for (const auto &c : cases) {
-        const std::string path = write(std::string(c.what).substr(0, 9) + ".dcm", c.bytes);
+        const std::string path = write(std::string(c.name) + ".dcm", c.bytes);
         expectRefusedBesideTheSeries({path}, c.reason, c.what);
     }
 }

@@ -244,7 +244,13 @@ TEST_F(ResourceLimits, LengthFieldsClaimingGigabytesAllocateNothingOfThatSize)
         write("claim.dcm", part10File(mrClass, "1.2.840.10008.1.2.1", dataSet));
     const std::string deflated = write(
         "claim_deflated.dcm", part10File(mrClass, "1.2.840.10008.1.2.1.99", deflate(dataSet)));
-    expectRefusedWithoutAllocating({plain, deflated}, "cannot extract DICOM information from: ");
+    // The input the fuzzer found, minimised: a bare data set whose second
+    // tag claims 0xBDBDBDBD bytes.
+    const std::string found =
+        write("fuzz_oom.dcm", {0x08, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xBD, 0x55, 0x53,
+                               0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD});
+    expectRefusedWithoutAllocating({plain, deflated, found},
+                                   "cannot extract DICOM information from: ");
 }
 
 } // namespace
