@@ -2,7 +2,8 @@
 // as the reading loop reads it (VxDicomFile, header only, pixels later), its
 // images are stacked and turned into a field as the silent load does; then the
 // same file is read with its pixels at once. Thrown texts are the expected
-// way to refuse a file; anything else is a fault.
+// way to refuse a file; anything else is a fault, and so is a temporary file
+// left behind.
 
 #include "fuzz/FuzzSupport.h"
 
@@ -14,8 +15,13 @@
 #include "vxdicom/reader/VxDicomImageStack.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <vector>
+
+#include <dirent.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -54,17 +60,44 @@ void buildField(const KcDArray<VxDicomImage *> &images)
     flipField3(field.get(), stack);
 }
 
+std::string tempDir;
+
+bool isEmptyDir(const std::string &dir)
+{
+    DIR *d = opendir(dir.c_str());
+    if (!d)
+        return false;
+    int entries = 0;
+    while (const dirent *e = readdir(d))
+        if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+            ++entries;
+    closedir(d);
+    return entries == 0;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     vxfuzz::quietConsole();
+    // The gunzip service's temporary files go here, where the target can
+    // see that none outlives a read.
+    tempDir = vxfuzz::scratchDir() + "/tmp";
+    mkdir(tempDir.c_str(), 0700);
+    setenv("TMPDIR", tempDir.c_str(), 1);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    const std::string path = vxfuzz::writeScratchFile("input.dcm", data, size);
+    // gzip and compress data are read as the reader reads ".gz" and ".Z"
+    // names: through the host's gunzip service and a temporary file.
+    const char *name = "input.dcm";
+    if (size >= 2 && data[0] == 0x1F && data[1] == 0x8B)
+        name = "input.dcm.gz";
+    else if (size >= 2 && data[0] == 0x1F && data[1] == 0x9D)
+        name = "input.dcm.Z";
+    const std::string path = vxfuzz::writeScratchFile(name, data, size);
     for (int delayed : {1, 0}) {
         try {
             VxDicomFile file(path.c_str(), 0, delayed);
@@ -77,6 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         } catch (const char *text) {
             VXFUZZ_CHECK(text && *text);
         }
+        VXFUZZ_CHECK(isEmptyDir(tempDir));
     }
     return 0;
 }

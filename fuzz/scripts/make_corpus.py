@@ -8,11 +8,13 @@ One folder per target below --out. DICOM seeds are real files made small
 with pydicom: images cropped to at most 16 x 16 pixels and 3 frames, values
 longer than 16 KB dropped, written in the file's own transfer syntax. A few of
 them are re-encoded by other tools (DCMTK's dcmcrle, dcmcjpeg, dcmcjpls,
-dcmconv; GDCM's gdcmconv for JPEG 2000) so that every decoder gets inputs, and
-dcmmkdir makes a DICOMDIR of them. The other corpora hold the values of real
+dcmconv; GDCM's gdcmconv for JPEG 2000) so that every decoder gets inputs,
+some are packed with gzip and compress (the reader's ".gz" and ".Z" path),
+and dcmmkdir makes a DICOMDIR of them. The other corpora hold the values of real
 files: CSA headers, single elements, value texts.
 """
 import argparse
+import gzip
 import hashlib
 import io
 import os
@@ -260,6 +262,13 @@ def main():
         for data, rgb in tool_sources:
             for variant in tool_variants(data, scratch, rgb):
                 corpora["dicom"].add(variant)
+
+        # Packed copies, read through the gunzip service (".gz" and ".Z").
+        for data in sorted(small, key=len)[:3]:
+            corpora["dicom"].add(gzip.compress(data, mtime=0))
+            packed = subprocess.run(["compress", "-c"], input=data, capture_output=True)
+            if packed.returncode == 0 and packed.stdout[:2] == b"\x1f\x9d":
+                corpora["dicom"].add(packed.stdout)
 
         explicit = [d for d in small if b"1.2.840.10008.1.2.1\0" in d[:1024]][:6]
         dicomdir = make_dicomdir(explicit, scratch) if explicit else None
