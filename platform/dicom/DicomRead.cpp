@@ -275,7 +275,7 @@ public:
             lastPairAt = UINT64_MAX;
             return n;
         }
-        if (lastPairAt + 2 == at) {
+        if (lastPairAt != UINT64_MAX && lastPairAt + 2 == at) {
             if (lastPair[0] == 0x04 && lastPair[1] == 0x00 && out[0] == 0x20 && out[1] == 0x12) {
                 out[0] = 0x21;
                 ++standIns;
