@@ -1,5 +1,7 @@
 #include "tests/support/TestSupport.h"
 
+#include "platform/core/VxPreferences.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -109,6 +111,19 @@ void writeFileBytes(const std::string &path, const std::vector<unsigned char> &b
 {
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+IsolatedEnvironment::IsolatedEnvironment()
+{
+    setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    std::filesystem::permissions(runtimeDir.path(), std::filesystem::perms::owner_all);
+    setenv("XDG_RUNTIME_DIR", runtimeDir.path().c_str(), 0);
+    settings = settingsDir.file("vxdicom.ini");
+    setenv("VXDICOM_SETTINGS_FILE", settings.c_str(), 1);
+    VxSettingsMgr::getInstance()->setStorageFile(settings);
+    for (const char *name : {"ZENTA_MHT_STEREOTAXIS", "ZENTA_ZIEHM_RECONSTRUCTION",
+                             "DICOM_DELAYED_READ", "DICOM_EPS_ORIENTATION"})
+        unsetenv(name);
 }
 
 } // namespace vxtest

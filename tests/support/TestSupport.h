@@ -33,6 +33,26 @@ private:
     std::filesystem::path dir;
 };
 
+/// What a test program sets up before its tests run: widgets offscreen, a
+/// private runtime folder, the preferences in a private temporary file (so no
+/// test reads or changes the user's settings), and none of the module's
+/// environment switches (ZENTA_MHT_STEREOTAXIS, ZENTA_ZIEHM_RECONSTRUCTION,
+/// DICOM_DELAYED_READ, DICOM_EPS_ORIENTATION) from the developer's shell;
+/// tests that need one set it themselves. Keep it alive for the whole run.
+class IsolatedEnvironment
+{
+public:
+    IsolatedEnvironment();
+    IsolatedEnvironment(const IsolatedEnvironment &) = delete;
+    IsolatedEnvironment &operator=(const IsolatedEnvironment &) = delete;
+    const std::string &settingsFile() const { return settings; }
+
+private:
+    TempDir runtimeDir;
+    TempDir settingsDir;
+    std::string settings;
+};
+
 /// Runs a command through /bin/sh; returns its exit status and fills output
 /// with standard output (and standard error when mergeStderr).
 int runCommand(const std::string &command, std::string *output = nullptr,
