@@ -6,30 +6,16 @@
 
 namespace clitest {
 
-std::string q(const std::string &s)
-{
-    std::string quoted = "'";
-    for (char c : s)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
 Outcome vxdicom(const std::string &arguments, const std::string &cwd)
 {
     vxtest::TempDir dir;
-    const std::string errFile = dir.file("stderr");
     std::string command;
     if (!cwd.empty())
         command = "cd " + q(cwd) + " && ";
     command += "env VXDICOM_SETTINGS_FILE=" + q(dir.file("vxdicom.ini")) +
                " XDG_RUNTIME_DIR=" + q(dir.path().string()) +
-               " QT_QPA_PLATFORM=offscreen timeout 300 " + q(VXDICOM_BINARY) + " " + arguments +
-               " 2>" + q(errFile);
-    Outcome r;
-    r.status = vxtest::runCommand(command, &r.out);
-    const std::vector<unsigned char> err = vxtest::readFileBytes(errFile);
-    r.err.assign(err.begin(), err.end());
-    return r;
+               " QT_QPA_PLATFORM=offscreen timeout 300 " + q(VXDICOM_BINARY) + " " + arguments;
+    return vxtest::runCapturing(command);
 }
 
 bool contains(const std::string &text, const std::string &part)

@@ -1,19 +1,19 @@
 #pragma once
 
+#include "tests/support/TestSupport.h"
+
 #include <string>
 #include <vector>
 
 namespace clitest {
 
-struct Outcome
-{
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using Outcome = vxtest::CommandOutcome;
 
 /// A text quoted for /bin/sh.
-std::string q(const std::string &s);
+inline std::string q(const std::string &s)
+{
+    return vxtest::shellQuote(s);
+}
 
 /// Runs the vxdicom binary with the arguments (quote names with q()), from
 /// folder `cwd` when given, with a preferences file of its own (the default

@@ -7,31 +7,12 @@
 
 namespace {
 
-struct Outcome
-{
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string quote(const std::string &s)
-{
-    std::string q = "'";
-    for (char c : s)
-        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q + "'";
-}
+using Outcome = vxtest::CommandOutcome;
+using vxtest::shellQuote;
 
 Outcome run(const std::string &arguments)
 {
-    vxtest::TempDir dir;
-    const std::string errFile = dir.file("stderr");
-    Outcome r;
-    r.status = vxtest::runCommand(quote(VXDICOM_BINARY) + " " + arguments + " 2>" + quote(errFile),
-                                  &r.out);
-    const std::vector<unsigned char> err = vxtest::readFileBytes(errFile);
-    r.err.assign(err.begin(), err.end());
-    return r;
+    return vxtest::runCapturing(shellQuote(VXDICOM_BINARY) + " " + arguments);
 }
 
 bool contains(const std::string &text, const std::string &part)
@@ -85,7 +66,7 @@ std::string ts(int n)
 TEST(VxdicomInfo, ReportsWhatTheLayerReadsAndDecodes)
 {
     VX_REQUIRE_SHARED_DATA();
-    const Outcome r = run("info " + quote(ts(3)) + " " + quote(ts(9)));
+    const Outcome r = run("info " + shellQuote(ts(3)) + " " + shellQuote(ts(9)));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_TRUE(contains(r.out, ts(3) + "\n"));
@@ -120,8 +101,8 @@ TEST(VxdicomInfo, FailuresAreReportedAndTheOtherFilesStillRead)
     vxtest::writeFileBytes(cut, bytes);
     const std::string missing = dir.file("missing.dcm");
 
-    const Outcome r =
-        run("info " + quote(missing) + " " + quote(ts(1)) + " " + quote(text) + " " + quote(cut));
+    const Outcome r = run("info " + shellQuote(missing) + " " + shellQuote(ts(1)) + " " +
+                          shellQuote(text) + " " + shellQuote(cut));
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(contains(r.err, "reading " + missing + " failed: No such file or directory\n"))
         << r.err;
@@ -147,7 +128,7 @@ TEST(VxdicomInfo, AFrameThatCannotBeDecodedFailsTheFile)
     at[8] ^= 0x01; // Xsiz, most significant byte
     const std::string broken = dir.file("broken.dcm");
     vxtest::writeFileBytes(broken, bytes);
-    const Outcome r = run("info " + quote(broken));
+    const Outcome r = run("info " + shellQuote(broken));
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(contains(r.out, "pixels:            not decoded"));
     EXPECT_TRUE(contains(r.err, "reading " + broken + " failed: JPEG 2000")) << r.err;
@@ -160,7 +141,7 @@ TEST(VxdicomInfo, AllSharedFilesDecodeSilently)
     const std::vector<std::string> files = vxtest::sharedDicomFiles();
     std::string args;
     for (const std::string &f : files)
-        args += " " + quote(f);
+        args += " " + shellQuote(f);
     const Outcome r = run("info" + args);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");

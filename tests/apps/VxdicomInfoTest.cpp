@@ -15,34 +15,14 @@
 
 namespace {
 
-struct Outcome
-{
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string quote(const std::string &s)
-{
-    std::string q = "'";
-    for (char c : s)
-        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q + "'";
-}
+using Outcome = vxtest::CommandOutcome;
+using vxtest::shellQuote;
 
 // Runs vxdicom with the arguments; `environment` goes in front ("NAME=VALUE ...").
 Outcome run(const std::string &arguments, const std::string &environment = std::string())
 {
-    vxtest::TempDir dir;
-    const std::string errFile = dir.file("stderr");
-    Outcome r;
-    r.status = vxtest::runCommand("env -u DICOM_DELAYED_READ -u DICOM_EPS_ORIENTATION " +
-                                      environment + " " + quote(VXDICOM_BINARY) + " " + arguments +
-                                      " 2>" + quote(errFile),
-                                  &r.out);
-    const std::vector<unsigned char> err = vxtest::readFileBytes(errFile);
-    r.err.assign(err.begin(), err.end());
-    return r;
+    return vxtest::runCapturing("env -u DICOM_DELAYED_READ -u DICOM_EPS_ORIENTATION " +
+                                environment + " " + shellQuote(VXDICOM_BINARY) + " " + arguments);
 }
 
 bool contains(const std::string &text, const std::string &part)
@@ -83,8 +63,8 @@ public:
         std::string output;
         written =
             vxtest::runCommand(std::string(VX_PYTHON) + " " +
-                                   quote(std::string(VX_APPS_TEST_DIR) + "/info_fixtures.py") +
-                                   " " + quote(dir.path().string()),
+                                   shellQuote(std::string(VX_APPS_TEST_DIR) + "/info_fixtures.py") +
+                                   " " + shellQuote(dir.path().string()),
                                &output, true) == 0;
     }
     bool ok() const { return written; }
@@ -105,7 +85,7 @@ private:
 TEST(VxdicomInfoRecord, SiemensMosaicShowsItsImageRecordAndDecodedCsaHeaders)
 {
     VX_REQUIRE_SHARED_DATA();
-    const Outcome r = run("info " + quote(siemensMosaic()));
+    const Outcome r = run("info " + shellQuote(siemensMosaic()));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     // Values as gdcmdump prints them: Pixel Spacing 3.25\3.25, Image Position
@@ -140,7 +120,7 @@ TEST(VxdicomInfoRecord, SiemensMosaicShowsItsImageRecordAndDecodedCsaHeaders)
 TEST(VxdicomInfoRecord, MultiFrameFilesShowTheFirstImageUnlessEveryFrameIsAsked)
 {
     VX_REQUIRE_SHARED_DATA();
-    Outcome r = run("info --no-attributes " + quote(enhancedSixFrames()));
+    Outcome r = run("info --no-attributes " + shellQuote(enhancedSixFrames()));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(count(r.out, "\n  image "), 1u);
     EXPECT_TRUE(contains(r.out, "\n  image 1 of 6:\n"));
@@ -150,7 +130,7 @@ TEST(VxdicomInfoRecord, MultiFrameFilesShowTheFirstImageUnlessEveryFrameIsAsked)
     EXPECT_TRUE(contains(r.out, "\n    position:          none\n"));
     EXPECT_TRUE(contains(r.out, "\n    pixel spacing:     0 x 0 mm (row, column)\n"));
 
-    r = run("info --no-attributes --all-frames " + quote(enhancedSixFrames()));
+    r = run("info --no-attributes --all-frames " + shellQuote(enhancedSixFrames()));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(count(r.out, "\n  image "), 6u);
     EXPECT_FALSE(contains(r.out, "more images"));
@@ -169,7 +149,8 @@ TEST(VxdicomInfoRecord, ValueRangesAreKnownWhenPixelsAreReadWithTheHeader)
     for (const auto &[options, environment] :
          {std::pair<std::string, std::string>{"--read-pixels", ""},
           std::pair<std::string, std::string>{"", "DICOM_DELAYED_READ=0"}}) {
-        const Outcome r = run("info --no-attributes " + options + " " + quote(file), environment);
+        const Outcome r =
+            run("info --no-attributes " + options + " " + shellQuote(file), environment);
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_TRUE(contains(r.out, "\n    value range:       0 .. 2362\n"))
             << options << environment;
@@ -180,7 +161,7 @@ TEST(VxdicomInfoRecord, TextsAreShownOnOneLineAndNotUtf8BytesAsLatin1)
 {
     const Fixtures fixtures;
     REQUIRE_FIXTURES(fixtures);
-    const Outcome r = run("info --attributes-only " + quote(fixtures.file("texts.dcm")));
+    const Outcome r = run("info --attributes-only " + shellQuote(fixtures.file("texts.dcm")));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.out, "\n    G0010-0010 = patient name: M\xC3\xBCller\n"));
     EXPECT_TRUE(
@@ -202,7 +183,7 @@ TEST(VxdicomInfoFailures, AnImageTheModuleRefusesIsReportedAndTheOtherFilesStill
     REQUIRE_FIXTURES(fixtures);
     const std::string wide = fixtures.file("wide.dcm");
     const std::string good = vxtest::sharedPath("dcm_qa_ts/In/1.dcm");
-    const Outcome r = run("info --no-attributes " + quote(wide) + " " + quote(good));
+    const Outcome r = run("info --no-attributes " + shellQuote(wide) + " " + shellQuote(good));
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "reading " + wide + " failed: unsupported data format.\n");
     // The layer reads the 32-bit file; the image record refuses it.
@@ -213,7 +194,7 @@ TEST(VxdicomInfoFailures, AnImageTheModuleRefusesIsReportedAndTheOtherFilesStill
     EXPECT_EQ(count(r.out, "\n  image 1 of 1:\n"), 1u);
 
     // Without the layer's section the module's own read reports it.
-    const Outcome a = run("info --attributes-only " + quote(wide));
+    const Outcome a = run("info --attributes-only " + shellQuote(wide));
     EXPECT_EQ(a.status, 1);
     EXPECT_EQ(a.err, "reading " + wide + " failed: unsupported data format.\n");
     EXPECT_EQ(a.out, "");
@@ -222,7 +203,7 @@ TEST(VxdicomInfoFailures, AnImageTheModuleRefusesIsReportedAndTheOtherFilesStill
 TEST(VxdicomInfoOptions, OptionsChooseTheSections)
 {
     VX_REQUIRE_SHARED_DATA();
-    const std::string file = quote(siemensMosaic());
+    const std::string file = shellQuote(siemensMosaic());
     Outcome r = run("info --no-attributes " + file);
     EXPECT_EQ(r.status, 0);
     EXPECT_TRUE(contains(r.out, "\n  transfer syntax:"));
@@ -260,7 +241,7 @@ TEST(VxdicomInfoOptions, ConsoleMessagesOfTheReadBelongToTheFile)
     VX_REQUIRE_SHARED_DATA();
     // An RLE file with Planar Configuration 0: the image record warns.
     const std::string file = vxtest::sharedPath("dcm_qa_ts/In/4.dcm");
-    const Outcome r = run("info --no-attributes " + quote(file));
+    const Outcome r = run("info --no-attributes " + shellQuote(file));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_TRUE(contains(
@@ -295,10 +276,10 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFile)
     const Fixtures fixtures;
     REQUIRE_FIXTURES(fixtures);
     const std::string dicomDir = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/DIRFILE");
-    const Outcome r =
-        run("info --json --all-frames " + quote(siemensMosaic()) + " " +
-            quote(fixtures.file("wide.dcm")) + " " + quote(fixtures.file("texts.dcm")) + " " +
-            quote(enhancedSixFrames()) + " " + quote(dicomDir) + " /nonexistent.dcm");
+    const Outcome r = run(
+        "info --json --all-frames " + shellQuote(siemensMosaic()) + " " +
+        shellQuote(fixtures.file("wide.dcm")) + " " + shellQuote(fixtures.file("texts.dcm")) + " " +
+        shellQuote(enhancedSixFrames()) + " " + shellQuote(dicomDir) + " /nonexistent.dcm");
     EXPECT_EQ(r.status, 1);
     const QJsonArray files = parseJson(r.out);
     ASSERT_EQ(files.size(), 6);

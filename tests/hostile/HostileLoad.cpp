@@ -108,22 +108,4 @@ std::vector<std::string> WatchedTempDir::leftovers() const
     return names;
 }
 
-ScopedEnv::ScopedEnv(const char *n, const char *value) : name(n)
-{
-    if (const char *old = std::getenv(n))
-        previous = old;
-    if (value)
-        setenv(n, value, 1);
-    else
-        unsetenv(n);
-}
-
-ScopedEnv::~ScopedEnv()
-{
-    if (previous)
-        setenv(name.c_str(), previous->c_str(), 1);
-    else
-        unsetenv(name.c_str());
-}
-
 } // namespace hostile

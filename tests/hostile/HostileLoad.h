@@ -3,6 +3,8 @@
 // Loads through the reader's pipeline for the hostile-input tests, and the
 // facts of the fields they make.
 
+#include "tests/support/TestSupport.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -60,18 +62,6 @@ private:
     std::optional<std::string> previous;
 };
 
-/// Sets or unsets an environment variable for the lifetime of the object.
-class ScopedEnv
-{
-public:
-    ScopedEnv(const char *name, const char *value);
-    ~ScopedEnv();
-    ScopedEnv(const ScopedEnv &) = delete;
-    ScopedEnv &operator=(const ScopedEnv &) = delete;
-
-private:
-    std::string name;
-    std::optional<std::string> previous;
-};
+using vxtest::ScopedEnv;
 
 } // namespace hostile

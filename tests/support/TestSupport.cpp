@@ -36,8 +36,8 @@ std::vector<std::string> sharedDicomFiles(const std::string &relativeDir)
         return files;
     const fs::path base = relativeDir.empty() ? fs::path(root) : fs::path(root) / relativeDir;
     std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(base, ec); it != fs::recursive_directory_iterator();
-         it.increment(ec)) {
+    for (auto it = fs::recursive_directory_iterator(base, ec);
+         it != fs::recursive_directory_iterator(); it.increment(ec)) {
         if (ec)
             break;
         if (!it->is_regular_file())
@@ -83,11 +83,48 @@ int runCommand(const std::string &command, std::string *output, bool mergeStderr
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+std::string shellQuote(const std::string &s)
+{
+    std::string quoted = "'";
+    for (char c : s)
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+CommandOutcome runCapturing(const std::string &command)
+{
+    TempDir dir;
+    const std::string errFile = dir.file("stderr");
+    CommandOutcome r;
+    r.status = runCommand("{ " + command + "; } 2>" + shellQuote(errFile), &r.out);
+    const std::vector<unsigned char> err = readFileBytes(errFile);
+    r.err.assign(err.begin(), err.end());
+    return r;
+}
+
+ScopedEnv::ScopedEnv(const char *n, const char *value) : name(n)
+{
+    if (const char *old = std::getenv(n))
+        previous = old;
+    if (value)
+        setenv(n, value, 1);
+    else
+        unsetenv(n);
+}
+
+ScopedEnv::~ScopedEnv()
+{
+    if (previous)
+        setenv(name.c_str(), previous->c_str(), 1);
+    else
+        unsetenv(name.c_str());
+}
+
 bool haveProgram(const std::string &name)
 {
     if (!name.empty() && name[0] == '/')
         return access(name.c_str(), X_OK) == 0;
-    return runCommand("command -v '" + name + "' >/dev/null 2>&1") == 0;
+    return runCommand("command -v " + shellQuote(name) + " >/dev/null 2>&1") == 0;
 }
 
 bool havePythonModules(const std::vector<std::string> &modules)
@@ -110,7 +147,8 @@ std::vector<unsigned char> readFileBytes(const std::string &path)
 void writeFileBytes(const std::string &path, const std::vector<unsigned char> &bytes)
 {
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char *>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
 }
 
 IsolatedEnvironment::IsolatedEnvironment()

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,8 +56,37 @@ private:
 
 /// Runs a command through /bin/sh; returns its exit status and fills output
 /// with standard output (and standard error when mergeStderr).
-int runCommand(const std::string &command, std::string *output = nullptr,
-               bool mergeStderr = false);
+int runCommand(const std::string &command, std::string *output = nullptr, bool mergeStderr = false);
+
+/// A text quoted for /bin/sh (single quotes; a quote inside becomes '\'').
+std::string shellQuote(const std::string &s);
+
+/// What a command printed on each stream, and its exit status.
+struct CommandOutcome
+{
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+/// Runs a command through /bin/sh with standard output and standard error
+/// kept apart.
+CommandOutcome runCapturing(const std::string &command);
+
+/// Sets (or, with a null value, unsets) an environment variable for the
+/// lifetime of the object; the old state comes back afterwards.
+class ScopedEnv
+{
+public:
+    ScopedEnv(const char *name, const char *value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv &) = delete;
+    ScopedEnv &operator=(const ScopedEnv &) = delete;
+
+private:
+    std::string name;
+    std::optional<std::string> previous;
+};
 
 /// True when an executable of that name is on PATH (or an absolute path exists).
 bool haveProgram(const std::string &name);

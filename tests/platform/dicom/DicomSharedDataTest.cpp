@@ -122,8 +122,8 @@ TEST_F(SharedFiles, EveryFileDecodesAsPydicomOrGdcmDoes)
     std::vector<std::string> raws;
     for (size_t i = 0; i < needGdcm.size(); ++i) {
         const std::string out = dir.file("raw" + std::to_string(i) + ".dcm");
-        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + dicomtest::quote(needGdcm[i]) + " " +
-                                     dicomtest::quote(out)),
+        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + vxtest::shellQuote(needGdcm[i]) + " " +
+                                     vxtest::shellQuote(out)),
                   0)
             << needGdcm[i];
         raws.push_back(out);
@@ -590,7 +590,7 @@ TEST_F(DicomDir, RecordsAreWalkedFromTheSequenceBytes)
         std::filesystem::create_directory(dir.path() / "CT");
         for (const char *name : {"I10", "I100", "I110", "I120"})
             std::filesystem::copy_file(vxtest::sharedPath(series + name), dir.path() / "CT" / name);
-        ASSERT_EQ(vxtest::runCommand("cd " + dicomtest::quote(dir.path().string()) +
+        ASSERT_EQ(vxtest::runCommand("cd " + vxtest::shellQuote(dir.path().string()) +
                                      " && dcmmkdir -q +r +I " + options + " CT"),
                   0);
         const std::string path = dir.file("DICOMDIR");

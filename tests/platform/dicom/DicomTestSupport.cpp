@@ -42,26 +42,14 @@ std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
                                       d.pixelData + size_t(d.frameSize) * size_t(d.frames));
 }
 
-std::string quote(const std::string &s)
-{
-    std::string q = "'";
-    for (char c : s) {
-        if (c == '\'')
-            q += "'\\''";
-        else
-            q += c;
-    }
-    return q + "'";
-}
-
 QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
                          std::string *error)
 {
-    std::string command = std::string(VX_PYTHON) + " " +
-                          quote(std::string(VX_DICOM_TEST_DIR) + "/pydicom_reference.py") + " " +
-                          mode;
+    std::string command =
+        std::string(VX_PYTHON) + " " +
+        vxtest::shellQuote(std::string(VX_DICOM_TEST_DIR) + "/pydicom_reference.py") + " " + mode;
     for (const std::string &a : args)
-        command += " " + quote(a);
+        command += " " + vxtest::shellQuote(a);
     std::string out;
     const int status = vxtest::runCommand(command, &out);
     if (status != 0) {

@@ -39,8 +39,6 @@ inline std::string sha256(const std::vector<unsigned char> &v)
     return sha256(v.data(), v.size());
 }
 
-std::string quote(const std::string &s);
-
 /// True when pydicom and numpy can be used from /usr/bin/python3.
 bool havePydicom();
 

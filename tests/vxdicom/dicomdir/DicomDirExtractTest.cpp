@@ -25,20 +25,12 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-std::string quote(const std::string &s)
-{
-    std::string q = "'";
-    for (char c : s)
-        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q + "'";
-}
-
 // Runs a DCMTK tool in a folder; fails the test when it fails.
 void dcmtk(const fs::path &folder, const std::string &arguments)
 {
     std::string output;
-    const int rc =
-        vxtest::runCommand("cd " + quote(folder.string()) + " && " + arguments, &output, true);
+    const int rc = vxtest::runCommand(
+        "cd " + vxtest::shellQuote(folder.string()) + " && " + arguments, &output, true);
     ASSERT_EQ(rc, 0) << arguments << "\n" << output;
 }
 
@@ -168,7 +160,7 @@ TEST(DicomDirExtraction, ConsistencyFlagOfOneContributesNothing)
     const std::string flagged = (root / "FLAGGED").string();
     vxtest::writeFileBytes(flagged, bytes);
     std::string dump;
-    ASSERT_EQ(vxtest::runCommand("dcmdump " + quote(flagged), &dump, true), 0) << dump;
+    ASSERT_EQ(vxtest::runCommand("dcmdump " + vxtest::shellQuote(flagged), &dump, true), 0) << dump;
     ASSERT_NE(dump.find("(0004,1212) US 1 "), std::string::npos) << dump;
     ASSERT_NE(dump.find("MediaStorageDirectoryStorage"), std::string::npos) << dump;
     KcDArray<KcString> names;

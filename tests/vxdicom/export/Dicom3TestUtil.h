@@ -4,6 +4,7 @@
 // a written file that checks the explicit VR little endian framing.
 
 #include "platform/data/VxField3.h"
+#include "tests/support/TestSupport.h"
 #include "vxdicom/export/Dicom3Object.h"
 #include "vxdicom/export/Dicom3Writer.h"
 
@@ -125,32 +126,6 @@ inline const Element *find(const std::vector<Element> &elements, uint16_t group,
     return nullptr;
 }
 
-/// Sets an environment variable for the lifetime of the object.
-class ScopedEnv
-{
-public:
-    ScopedEnv(const char *name, const char *value) : key(name)
-    {
-        const char *old = std::getenv(name);
-        hadValue = old != nullptr;
-        if (old)
-            previous = old;
-        setenv(name, value, 1);
-    }
-    ~ScopedEnv()
-    {
-        if (hadValue)
-            setenv(key.c_str(), previous.c_str(), 1);
-        else
-            unsetenv(key.c_str());
-    }
-    ScopedEnv(const ScopedEnv &) = delete;
-    ScopedEnv &operator=(const ScopedEnv &) = delete;
-
-private:
-    std::string key;
-    std::string previous;
-    bool hadValue = false;
-};
+using vxtest::ScopedEnv;
 
 } // namespace dicom3test

@@ -30,19 +30,11 @@ namespace {
 
 const char *const checkScript = VX_EXPORT_TEST_DIR "/dicom3_check.py";
 
-std::string quote(const std::string &s)
-{
-    std::string q = "'";
-    for (char c : s)
-        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q + "'";
-}
-
 std::string joinQuoted(const QStringList &files)
 {
     std::string all;
     for (const QString &f : files)
-        all += " " + quote(f.toStdString());
+        all += " " + vxtest::shellQuote(f.toStdString());
     return all;
 }
 
@@ -51,8 +43,9 @@ std::vector<QJsonObject> pydicomCheck(const std::string &dtype, const std::strin
                                       const QStringList &files)
 {
     std::string out;
-    const int rc = vxtest::runCommand(std::string(VX_PYTHON) + " " + quote(checkScript) +
-                                          " check " + dtype + " " + quote(raw) + joinQuoted(files),
+    const int rc = vxtest::runCommand(std::string(VX_PYTHON) + " " +
+                                          vxtest::shellQuote(checkScript) + " check " + dtype +
+                                          " " + vxtest::shellQuote(raw) + joinQuoted(files),
                                       &out, true);
     EXPECT_EQ(rc, 0) << out;
     std::vector<QJsonObject> objects;
@@ -69,7 +62,7 @@ std::vector<QJsonObject> pydicomCheck(const std::string &dtype, const std::strin
 void expectToolsReadEveryFile(const QStringList &files)
 {
     for (const QString &file : files) {
-        const std::string path = quote(file.toStdString());
+        const std::string path = vxtest::shellQuote(file.toStdString());
         SCOPED_TRACE(file.toStdString());
         std::string out;
         EXPECT_EQ(vxtest::runCommand("gdcminfo " + path, &out, true), 0) << out;
@@ -234,8 +227,8 @@ TEST(Dicom3ToolsRealData, RealCTSlicesSurviveExportUnchanged)
     vxtest::TempDir temp;
     const std::string raw = temp.file("ct.raw");
     std::string out;
-    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + quote(checkScript) + " extract " +
-                                     quote(raw) + joinQuoted(sources),
+    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + vxtest::shellQuote(checkScript) +
+                                     " extract " + vxtest::shellQuote(raw) + joinQuoted(sources),
                                  &out, true),
               0)
         << out;
@@ -323,8 +316,9 @@ TEST(Dicom3ToolsGeometry, Dcm2niixRebuildsTheVolumeWithItsVoxelSizeAndPosition)
 
     fs::create_directory(temp.path() / "nii");
     std::string out;
-    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f volume -o " + quote(temp.file("nii")) + " " +
-                                     quote(temp.file("dcm")),
+    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f volume -o " +
+                                     vxtest::shellQuote(temp.file("nii")) + " " +
+                                     vxtest::shellQuote(temp.file("dcm")),
                                  &out, true),
               0)
         << out;
@@ -333,9 +327,9 @@ TEST(Dicom3ToolsGeometry, Dcm2niixRebuildsTheVolumeWithItsVoxelSizeAndPosition)
                                       reinterpret_cast<const unsigned char *>(values.data()) +
                                           values.size() * sizeof(short)));
     out.clear();
-    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + quote(checkScript) + " nifti " +
-                                     quote(temp.file("nii/volume.nii")) + " int16 " + quote(raw) +
-                                     " 7 5 4",
+    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + vxtest::shellQuote(checkScript) +
+                                     " nifti " + vxtest::shellQuote(temp.file("nii/volume.nii")) +
+                                     " int16 " + vxtest::shellQuote(raw) + " 7 5 4",
                                  &out, true),
               0)
         << out;

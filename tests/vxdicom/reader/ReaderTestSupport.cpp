@@ -21,22 +21,6 @@ namespace fs = std::filesystem;
 
 namespace readertest {
 
-namespace {
-
-std::string quoted(const std::string &s)
-{
-    std::string out = "'";
-    for (char c : s) {
-        if (c == '\'')
-            out += "'\\''";
-        else
-            out += c;
-    }
-    return out + "'";
-}
-
-} // namespace
-
 std::string scriptPath(const char *name)
 {
     return (fs::path(VX_READER_TEST_DIR) / name).string();
@@ -45,9 +29,9 @@ std::string scriptPath(const char *name)
 int runScript(const char *script, const std::vector<std::string> &args, std::string *output,
               bool mergeStderr)
 {
-    std::string command = std::string(VX_PYTHON) + " " + quoted(script);
+    std::string command = std::string(VX_PYTHON) + " " + vxtest::shellQuote(script);
     for (const std::string &a : args)
-        command += " " + quoted(a);
+        command += " " + vxtest::shellQuote(a);
     return vxtest::runCommand(command, output, mergeStderr);
 }
 
@@ -94,24 +78,6 @@ std::vector<std::string> filesIn(const std::string &dir)
             out.push_back(e.path().string());
     std::sort(out.begin(), out.end());
     return out;
-}
-
-ScopedEnv::ScopedEnv(const char *n, const char *value) : name(n)
-{
-    if (const char *old = std::getenv(n))
-        previous = old;
-    if (value)
-        setenv(n, value, 1);
-    else
-        unsetenv(n);
-}
-
-ScopedEnv::~ScopedEnv()
-{
-    if (previous)
-        setenv(name.c_str(), previous->c_str(), 1);
-    else
-        unsetenv(name.c_str());
 }
 
 OpenedFiles::OpenedFiles(const std::vector<std::string> &paths, int delayed)

@@ -2,6 +2,7 @@
 
 #include "platform/core/KcDArray.h"
 #include "platform/core/KcString.h"
+#include "tests/support/TestSupport.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -39,19 +40,7 @@ void makeSeries(const std::string &dir, const std::vector<std::string> &args);
 /// The DICOM files of a folder (every regular file), sorted by name.
 std::vector<std::string> filesIn(const std::string &dir);
 
-/// Sets or unsets an environment variable for the lifetime of the object.
-class ScopedEnv
-{
-public:
-    ScopedEnv(const char *name, const char *value);
-    ~ScopedEnv();
-    ScopedEnv(const ScopedEnv &) = delete;
-    ScopedEnv &operator=(const ScopedEnv &) = delete;
-
-private:
-    std::string name;
-    std::optional<std::string> previous;
-};
+using vxtest::ScopedEnv;
 
 /// Files read as the reader reads them, owned here.
 class OpenedFiles
