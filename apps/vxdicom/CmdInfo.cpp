@@ -112,16 +112,21 @@ size_t utf8Length(const std::string &s, size_t i)
     return n;
 }
 
-// Control characters of a value (line breaks of LT texts, CSA items) as
-// escapes, so that every parameter stays on one line; bytes that are not
-// UTF-8 (raw CSA item texts) as the Latin-1 characters they most likely are.
-std::string printable(const std::string &s)
+// A value's text with control characters as escapes (\n, \r, \t, and
+// \xHH on the console or \uHHHH in JSON), so that every parameter stays on
+// one line; JSON also escapes quotes and backslashes. Parameter texts are
+// UTF-8; the raw bytes of a CSA item need not be, and a byte that starts no
+// valid UTF-8 sequence is taken as the Latin-1 character it most likely is.
+std::string escapedText(const std::string &s, bool json)
 {
     std::string out;
     out.reserve(s.size());
     for (size_t i = 0; i < s.size();) {
         const unsigned char c = static_cast<unsigned char>(s[i]);
-        if (c == '\n') {
+        if (json && (c == '"' || c == '\\')) {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c == '\n') {
             out += "\\n";
         } else if (c == '\r') {
             out += "\\r";
@@ -129,7 +134,7 @@ std::string printable(const std::string &s)
             out += "\\t";
         } else if (c < 0x20 || c == 0x7F) {
             char buf[8];
-            std::snprintf(buf, sizeof buf, "\\x%02X", c);
+            std::snprintf(buf, sizeof buf, json ? "\\u%04x" : "\\x%02X", c);
             out += buf;
         } else if (c < 0x80) {
             out += static_cast<char>(c);
@@ -146,39 +151,14 @@ std::string printable(const std::string &s)
     return out;
 }
 
-// A JSON string. Parameter texts are UTF-8; the raw bytes of a CSA item need
-// not be, and a byte that starts no valid UTF-8 sequence is taken as Latin-1.
+std::string printable(const std::string &s)
+{
+    return escapedText(s, false);
+}
+
 std::string jsonString(const std::string &s)
 {
-    std::string out = "\"";
-    for (size_t i = 0; i < s.size();) {
-        const unsigned char c = static_cast<unsigned char>(s[i]);
-        char buf[8];
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\r') {
-            out += "\\r";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (c < 0x20 || c == 0x7F) {
-            std::snprintf(buf, sizeof buf, "\\u%04x", c);
-            out += buf;
-        } else if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (const size_t n = utf8Length(s, i)) {
-            out.append(s, i, n);
-            i += n;
-            continue;
-        } else {
-            std::snprintf(buf, sizeof buf, "\\u%04x", c);
-            out += buf;
-        }
-        ++i;
-    }
-    return out + "\"";
+    return "\"" + escapedText(s, true) + "\"";
 }
 
 // Non-finite numbers (a position of "nan" reads as one) have no JSON form.

@@ -64,6 +64,10 @@ namespace {
 constexpr uint32_t kUndefined = 0xFFFFFFFFu;
 constexpr int kMaxDepth = 64;
 
+const unsigned char *skipValue(const dicomElementHeader &h, const unsigned char *value,
+                               const unsigned char *end, bool big, bool explicitVR, bool isItem,
+                               int depth);
+
 long adjust(const unsigned char *p, const unsigned char *end, bool big, bool explicitVR,
             bool isItem, int depth)
 {
@@ -82,35 +86,34 @@ long adjust(const unsigned char *p, const unsigned char *end, bool big, bool exp
                 return long(value - p); // sequence delimiter: end of the sequence
             if (isItem || h.element != 0xE000)
                 return -1; // a delimiter of the wrong kind: the value is malformed
-            // An item of the sequence.
-            if (h.length == kUndefined) {
-                const long inner = adjust(value, end, big, explicitVR, true, depth + 1);
-                if (inner < 0)
-                    return -1;
-                pos = value + inner;
-            } else {
-                if (h.length > uint64_t(end - value))
-                    return -1;
-                pos = value + h.length;
-            }
-            continue;
-        }
-        if (!isItem)
+            // An item of the sequence: elements up to an item delimiter.
+            pos = skipValue(h, value, end, big, explicitVR, true, depth);
+        } else if (!isItem) {
             return -1; // a sequence holds items only
-        if (h.length == kUndefined) {
-            // A nested sequence (SQ, or UN/implicit per CP-246) or encapsulated
-            // pixel data: both are items ending with a sequence delimiter.
-            const long inner = adjust(value, end, big, explicitVR, false, depth + 1);
-            if (inner < 0)
-                return -1;
-            pos = value + inner;
         } else {
-            if (h.length > uint64_t(end - value))
-                return -1;
-            pos = value + h.length;
+            // An undefined length is a nested sequence (SQ, or UN/implicit per
+            // CP-246) or encapsulated pixel data: both are items ending with a
+            // sequence delimiter.
+            pos = skipValue(h, value, end, big, explicitVR, false, depth);
         }
+        if (!pos)
+            return -1;
     }
     return -1; // ran out of data before the delimiter
+}
+
+// The end of the value that starts at `value`: its length when defined,
+// else what the walk of its items (or elements, for an item) finds; null
+// when the value does not fit.
+const unsigned char *skipValue(const dicomElementHeader &h, const unsigned char *value,
+                               const unsigned char *end, bool big, bool explicitVR, bool isItem,
+                               int depth)
+{
+    if (h.length == kUndefined) {
+        const long inner = adjust(value, end, big, explicitVR, isItem, depth + 1);
+        return inner < 0 ? nullptr : value + inner;
+    }
+    return h.length > uint64_t(end - value) ? nullptr : value + h.length;
 }
 
 } // namespace
