@@ -68,14 +68,14 @@ void VxWorkArea::startProgress()
     sigaction(SIGINT, &sa, &gPreviousSigint);
 }
 
-void VxWorkArea::setStatus(const char *text)
+void VxWorkArea::update(const std::function<void()> &change)
 {
     Observer notify;
     std::string s;
     float f;
     {
         std::lock_guard<std::mutex> lock(mutex);
-        status = text ? text : "";
+        change();
         draw();
         notify = observer;
         s = status;
@@ -85,21 +85,14 @@ void VxWorkArea::setStatus(const char *text)
         notify(s, f);
 }
 
+void VxWorkArea::setStatus(const char *text)
+{
+    update([&] { status = text ? text : ""; });
+}
+
 void VxWorkArea::setProgress(float value)
 {
-    Observer notify;
-    std::string s;
-    float f;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        fraction = value < 0.f ? 0.f : (value > 1.f ? 1.f : value);
-        draw();
-        notify = observer;
-        s = status;
-        f = fraction;
-    }
-    if (notify)
-        notify(s, f);
+    update([&] { fraction = value < 0.f ? 0.f : (value > 1.f ? 1.f : value); });
 }
 
 bool VxWorkArea::wasInterrupted() const

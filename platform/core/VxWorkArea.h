@@ -35,6 +35,9 @@ public:
 private:
     VxWorkArea() = default;
     void draw();
+    /// Applies a change of status or fraction under the lock, redraws, and
+    /// tells the observer (outside the lock).
+    void update(const std::function<void()> &change);
     mutable std::mutex mutex;
     std::atomic<bool> interrupted{false};
     bool showing = false;

@@ -22,13 +22,6 @@ using namespace hostile;
 
 namespace {
 
-// The intact series: five sagittal Siemens slices, 64 x 42 (one stack).
-const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";
-// The file the broken copies are made from: a Siemens slice of another
-// series (CSA headers, explicit VR little endian, 256 x 256 x 16 bits).
-const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
-                            "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm";
-
 class BrokenFiles : public ::testing::Test
 {
 protected:

@@ -14,6 +14,14 @@ namespace hostile {
 
 using Bytes = std::vector<unsigned char>;
 
+/// The intact series loaded beside every broken file: five sagittal Siemens
+/// slices, 64 x 42 (one stack), below ../shared/data.
+inline const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";
+/// The real file the broken copies are made from: a Siemens slice of another
+/// series (CSA headers, explicit VR little endian, 256 x 256 x 16 bits).
+inline const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
+                                   "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm";
+
 /// One top-level element of the data set (or meta group) of a file.
 struct Element
 {

@@ -20,10 +20,6 @@ using namespace hostile;
 
 namespace {
 
-const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";
-const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
-                            "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm";
-
 // Far more than the loads below need for their real images (a few MB), far
 // less than anything the broken headers claim.
 constexpr size_t kAllowedAllocation = size_t(256) << 20;

@@ -2,6 +2,7 @@
 
 #include "platform/core/KcRawData3D.h"
 #include "platform/core/VxMessage.h"
+#include "tests/vxdicom/export/Dicom3TestUtil.h"
 
 #include <gtest/gtest.h>
 
@@ -17,20 +18,7 @@ using Bytes = std::vector<unsigned char>;
 /// Everything e writes to a fresh file, and the write result.
 Bytes encode(Dicom3Element &e, dicom::enCoding enc, int *result = nullptr)
 {
-    FILE *f = std::tmpfile();
-    EXPECT_NE(f, nullptr);
-    const int r = e.write(f, enc, 0);
-    if (result)
-        *result = r;
-    std::fflush(f);
-    const long size = std::ftell(f);
-    std::rewind(f);
-    Bytes bytes(static_cast<size_t>(size > 0 ? size : 0));
-    if (!bytes.empty()) {
-        EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
-    }
-    std::fclose(f);
-    return bytes;
+    return dicom3test::writtenBytes([&](FILE *f) { return e.write(f, enc, 0); }, result);
 }
 
 Bytes text(const char *s)

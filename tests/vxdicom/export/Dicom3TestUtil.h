@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,12 +35,17 @@ uniformField(const int dims[3], KcPrimType type, const std::vector<T> &values, c
     return field;
 }
 
-/// Everything written for the object's current slice.
-inline Bytes writeCurrentSlice(Dicom3Object &object)
+/// Everything `write` puts into a fresh temporary file; `result` gets what
+/// it returns.
+inline Bytes writtenBytes(const std::function<int(FILE *)> &write, int *result = nullptr)
 {
     FILE *f = std::tmpfile();
     EXPECT_NE(f, nullptr);
-    EXPECT_GT(writeDicom3File(object, f), 0);
+    if (!f)
+        return {};
+    const int r = write(f);
+    if (result)
+        *result = r;
     std::fflush(f);
     const long size = std::ftell(f);
     std::rewind(f);
@@ -48,6 +54,15 @@ inline Bytes writeCurrentSlice(Dicom3Object &object)
         EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
     }
     std::fclose(f);
+    return bytes;
+}
+
+/// Everything written for the object's current slice.
+inline Bytes writeCurrentSlice(Dicom3Object &object)
+{
+    int written = 0;
+    Bytes bytes = writtenBytes([&](FILE *f) { return writeDicom3File(object, f); }, &written);
+    EXPECT_GT(written, 0);
     return bytes;
 }
 
