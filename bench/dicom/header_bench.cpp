@@ -4,6 +4,7 @@
 //
 //   vxdicom_bench_header [--repeat N] [--pixels] FOLDER
 
+#include "bench/common/BenchSupport.h"
 #include "platform/dicom/dicom.h"
 
 #include <algorithm>
@@ -11,15 +12,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <numeric>
 #include <string>
 #include <vector>
 
-namespace fs = std::filesystem;
-
 namespace {
 
+using vxbench::mean;
+using vxbench::median;
+using vxbench::sum;
 using Clock = std::chrono::steady_clock;
 
 // One pass over the files; the time of each file in microseconds.
@@ -47,15 +47,6 @@ std::vector<double> pass(const std::vector<std::string> &files, bool pixels, int
     return times;
 }
 
-double median(std::vector<double> v)
-{
-    if (v.empty())
-        return 0;
-    std::sort(v.begin(), v.end());
-    const size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -79,18 +70,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: vxdicom_bench_header [--repeat N] [--pixels] FOLDER\n");
         return 2;
     }
-    std::vector<std::string> files;
-    std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(folder, ec);
-         it != fs::recursive_directory_iterator(); it.increment(ec)) {
-        if (ec)
-            break;
-        const std::string name = it->path().filename().string();
-        if (it->is_regular_file() && name != "README.md" && name != "LICENSE" &&
-            name != "notes.txt")
-            files.push_back(it->path().string());
-    }
-    std::sort(files.begin(), files.end());
+    const std::vector<std::string> files = vxbench::filesBelow(folder);
     if (files.empty()) {
         std::fprintf(stderr, "no files below %s\n", folder.c_str());
         return 1;
@@ -105,14 +85,12 @@ int main(int argc, char **argv)
     std::vector<double> passTotals;
     for (int r = 0; r < repeat; ++r) {
         std::vector<double> t = pass(files, pixels, &failed);
-        passTotals.push_back(std::accumulate(t.begin(), t.end(), 0.0));
+        passTotals.push_back(sum(t));
         all.insert(all.end(), t.begin(), t.end());
     }
-    const double mean =
-        all.empty() ? 0 : std::accumulate(all.begin(), all.end(), 0.0) / double(all.size());
     std::printf("%s, %zu files (%d not readable), %d passes, %s\n", folder.c_str(), files.size(),
                 failed, repeat, pixels ? "header + all frames" : "header only (delayed read)");
-    std::printf("per file: median %.1f us, mean %.1f us\n", median(all), mean);
+    std::printf("per file: median %.1f us, mean %.1f us\n", median(all), mean(all));
     std::printf("per pass: best %.2f ms, median %.2f ms\n",
                 *std::min_element(passTotals.begin(), passTotals.end()) / 1000.0,
                 median(passTotals) / 1000.0);

@@ -10,6 +10,7 @@
 // and the dictionary (default 5). --once: a single pass, nothing untimed, for
 // timing the whole process from outside.
 
+#include "bench/common/BenchSupport.h"
 #include "platform/data/VxParamBundle.h"
 #include "platform/dicom/dicom.h"
 #include "vxdicom/reader/VxDicomFile.h"
@@ -19,16 +20,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
-#include <numeric>
 #include <string>
 #include <vector>
 
-namespace fs = std::filesystem;
-
 namespace {
 
+using vxbench::mean;
+using vxbench::median;
+using vxbench::sum;
 using Clock = std::chrono::steady_clock;
 
 struct PassTimes
@@ -73,20 +73,6 @@ PassTimes pass(const std::vector<std::string> &files)
     return t;
 }
 
-double median(std::vector<double> v)
-{
-    if (v.empty())
-        return 0;
-    std::sort(v.begin(), v.end());
-    const size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
-double mean(const std::vector<double> &v)
-{
-    return v.empty() ? 0 : std::accumulate(v.begin(), v.end(), 0.0) / double(v.size());
-}
-
 int usage()
 {
     std::fprintf(stderr, "usage: vxdicom_bench_reader [--repeat N] [--once] FOLDER\n");
@@ -113,16 +99,7 @@ int main(int argc, char **argv)
     if (folder.empty())
         return usage();
 
-    std::vector<std::string> files;
-    std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(folder, ec);
-         it != fs::recursive_directory_iterator(); it.increment(ec)) {
-        if (ec)
-            break;
-        if (it->is_regular_file())
-            files.push_back(it->path().string());
-    }
-    std::sort(files.begin(), files.end());
+    const std::vector<std::string> files = vxbench::filesBelow(folder);
     if (files.empty()) {
         std::fprintf(stderr, "no files below %s\n", folder.c_str());
         return 1;
@@ -132,10 +109,7 @@ int main(int argc, char **argv)
     if (once) {
         const PassTimes t = pass(files);
         std::printf("%zu files, %d not readable, %d images, one pass %.2f ms\n", files.size(),
-                    t.failed, t.images,
-                    (std::accumulate(t.readUs.begin(), t.readUs.end(), 0.0) +
-                     std::accumulate(t.attributesUs.begin(), t.attributesUs.end(), 0.0)) /
-                        1000.0);
+                    t.failed, t.images, (sum(t.readUs) + sum(t.attributesUs)) / 1000.0);
         return t.failed ? 1 : 0;
     }
 
@@ -146,9 +120,8 @@ int main(int argc, char **argv)
         last = pass(files);
         read.insert(read.end(), last.readUs.begin(), last.readUs.end());
         attributes.insert(attributes.end(), last.attributesUs.begin(), last.attributesUs.end());
-        readTotals.push_back(std::accumulate(last.readUs.begin(), last.readUs.end(), 0.0));
-        attributeTotals.push_back(
-            std::accumulate(last.attributesUs.begin(), last.attributesUs.end(), 0.0));
+        readTotals.push_back(sum(last.readUs));
+        attributeTotals.push_back(sum(last.attributesUs));
     }
     std::printf("%s: %zu files (%d not readable), %d images, %d attribute parameters per pass; "
                 "%d passes, warm cache\n",
