@@ -10,6 +10,7 @@
 #include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/params/DicomParamFilter.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
+#include "vxdicom/reader/VolumePrefault.h"
 #include "vxdicom/reader/VxDicom.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
@@ -284,6 +285,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
         return nullptr;
     }
 
+    VolumePrefault prefault(samples.get(), static_cast<size_t>(bytes));
     VxWorkArea *work = VxWorkArea::instance();
     const bool progress = stack.numSlices > 1;
     if (progress) {
@@ -311,6 +313,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
             msg->printf("reading %s failed: %s\n", image.file->fileName.c_str(), text);
             return nullptr;
         }
+        prefault.readerAt(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
         // Images read lazily learn their value range only now, with their samples.
         if (spp == 1 && image.minValue > image.maxValue) {
             rangeOfSlice(image, slice);
@@ -329,6 +332,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
             }
         }
     }
+    prefault.stop();
     if (progress)
         work->endProgress();
     if (rangesChanged && stack.minValue > stack.maxValue)
