@@ -31,6 +31,15 @@ unsigned char pattern(size_t i)
     return static_cast<unsigned char>((i * 2654435761u) >> 13);
 }
 
+// The bytes of the volume that no longer hold the pattern.
+size_t bytesChanged(const unsigned char *volume, size_t bytes)
+{
+    size_t wrong = 0;
+    for (size_t i = 0; i < bytes; ++i)
+        wrong += volume[i] != pattern(i);
+    return wrong;
+}
+
 } // namespace
 
 TEST(VolumePrefault, SlicesWrittenWhileItRunsKeepEveryByte)
@@ -53,10 +62,7 @@ TEST(VolumePrefault, SlicesWrittenWhileItRunsKeepEveryByte)
         prefault.stop();
         prefault.stop(); // a second stop is harmless
     }
-    size_t wrong = 0;
-    for (size_t i = 0; i < bytes; ++i)
-        wrong += volume.get()[i] != pattern(i);
-    EXPECT_EQ(wrong, 0u);
+    EXPECT_EQ(bytesChanged(volume.get(), bytes), 0u);
 }
 
 TEST(VolumePrefault, PopulatesTheFarEndWithoutWritingIntoIt)
@@ -74,10 +80,7 @@ TEST(VolumePrefault, PopulatesTheFarEndWithoutWritingIntoIt)
             std::this_thread::yield();
         EXPECT_LT(prefault.populatedFrom(), bytes / 2);
     }
-    size_t wrong = 0;
-    for (size_t i = 0; i < bytes; ++i)
-        wrong += volume.get()[i] != pattern(i);
-    EXPECT_EQ(wrong, 0u);
+    EXPECT_EQ(bytesChanged(volume.get(), bytes), 0u);
 }
 
 TEST(VolumePrefault, EndsWhenStoppedAndLeavesSmallOrMissingVolumesAlone)
