@@ -595,7 +595,7 @@ bool VxFieldFile::saveNrrd(const VxField3 &field, const char *path, bool gzip, K
 
     const int comps = lat->nComponents();
     std::string h = "NRRD0004\n"
-                    "# Complete NRRD file format specification at:\n"
+                    "# NRRD file format, as teem reads it:\n"
                     "# http://teem.sourceforge.net/nrrd/format.html\n";
     h += std::string("type: ") + nrrdTypeName(lat->primType()) + "\n";
     h += comps > 1 ? "dimension: 4\n" : "dimension: 3\n";

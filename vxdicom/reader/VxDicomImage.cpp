@@ -57,9 +57,9 @@ const char *VxDicomImage::text(unsigned short group, unsigned short element) con
 }
 
 // Thrown texts: "image width unknown.", "image height unknown.",
-// "unsupported data format.", "unsupported number of samples.",
-// "image size doesn't match its specification.\n", "no image data found.",
-// "unsupported data compression.".
+// "unsupported data format.", "unsupported number of samples.", the size
+// mismatch below (data size against width x height x sample bytes), "no image
+// data found.", "unsupported data compression.".
 void VxDicomImage::initialize()
 {
     const dicom::dicomStruct *d = file->data;

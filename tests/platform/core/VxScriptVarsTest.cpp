@@ -6,20 +6,6 @@
 #include <thread>
 #include <vector>
 
-TEST(VxScriptVars, SetGetUnset)
-{
-    VxScriptVars *vars = VxScriptVars::instance();
-    vars->unset("DicomMaxDistError");
-    EXPECT_EQ(vars->get("DicomMaxDistError"), nullptr);
-    vars->set("DicomMaxDistError", "0.5");
-    ASSERT_NE(vars->get("DicomMaxDistError"), nullptr);
-    EXPECT_STREQ(vars->get("DicomMaxDistError"), "0.5");
-    vars->set("DicomMaxDistError", "0.25");
-    EXPECT_STREQ(vars->get("DicomMaxDistError"), "0.25");
-    vars->unset("DicomMaxDistError");
-    EXPECT_EQ(vars->get("DicomMaxDistError"), nullptr);
-}
-
 TEST(VxScriptVars, ConcurrentWritersOfDistinctNames)
 {
     VxScriptVars *vars = VxScriptVars::instance();

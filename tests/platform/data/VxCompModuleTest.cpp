@@ -50,20 +50,6 @@ struct Tracked : VxData
 
 } // namespace
 
-TEST(VxCompModule, PortsAreListedInOrderOfCreation)
-{
-    CountingModule m;
-    ASSERT_EQ(m.ports().size(), 2);
-    EXPECT_EQ(m.ports()[0]->name(), "data");
-    EXPECT_EQ(m.ports()[1]->name(), "doIt");
-    EXPECT_EQ(m.port("doIt"), &m.portAction);
-    EXPECT_EQ(m.port("nope"), nullptr);
-    EXPECT_EQ(m.portAction.label(), "Action:");
-    EXPECT_EQ(m.portAction.buttonLabel(0), "DoIt");
-    EXPECT_EQ(m.portAction.buttonLabel(1), "");
-    EXPECT_EQ(m.portAction.nButtons(), 1);
-}
-
 TEST(VxCompModule, ButtonHitIsSeenByExactlyOneCompute)
 {
     CountingModule m;
@@ -204,16 +190,3 @@ TEST(VxDynamicSeriesCtrl, OwnsItsStepsAndSelectsOne)
     EXPECT_EQ(destroyed, 3);
 }
 
-TEST(VxDynamicSeriesCtrl, BaseSaveCreationWritesNothing)
-{
-    VxDynamicSeriesCtrl ctrl;
-    vxtest::TempDir dir;
-    const std::string path = dir.file("session.tcl");
-    FILE *f = std::fopen(path.c_str(), "w");
-    ASSERT_NE(f, nullptr);
-    EXPECT_EQ(ctrl.saveCreation(f, dir.path().c_str(), 0), 0);
-    std::fclose(f);
-    EXPECT_TRUE(vxtest::readFileBytes(path).empty());
-    EXPECT_EQ(ctrl.saveCreation(nullptr, nullptr, 0), 0);
-    EXPECT_STREQ(ctrl.typeName(), "VxDynamicSeriesCtrl");
-}

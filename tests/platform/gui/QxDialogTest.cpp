@@ -97,14 +97,6 @@ TEST(QxDialog, ButtonSetNineHasOkAndCancelInEachLayout)
     }
 }
 
-TEST(QxDialog, ExtraButtonComesFirst)
-{
-    auto *apply = new QPushButton(QStringLiteral("Apply"));
-    Laid d(QxDialog::ButtonsOkCancel, 2, apply);
-    EXPECT_EQ(describe(d.row), "| Apply OK Cancel");
-    EXPECT_EQ(apply->parentWidget(), &d.dialog);
-}
-
 TEST(QxDialog, OkAcceptsAndCancelRejects)
 {
     {
@@ -133,23 +125,3 @@ TEST(QxDialog, ReturnKeyTriggersTheDefaultButton)
     EXPECT_EQ(accepted.count(), 1);
 }
 
-TEST(QxDialog, NameAndModality)
-{
-    QxDialog modal(nullptr, "FileDialog");
-    EXPECT_EQ(modal.objectName(), "FileDialog");
-    EXPECT_TRUE(modal.isModal());
-    QxDialog modeless(nullptr, nullptr, false);
-    EXPECT_TRUE(modeless.objectName().isEmpty());
-    EXPECT_FALSE(modeless.isModal());
-}
-
-TEST(QxDialog, ButtonTextsAreTranslated)
-{
-    GermanTranslator german;
-    ASSERT_TRUE(QCoreApplication::installTranslator(&german));
-    {
-        Laid d(QxDialog::ButtonsOkCancel);
-        EXPECT_EQ(describe(d.row), "| Gut Abbrechen");
-    }
-    QCoreApplication::removeTranslator(&german);
-}
