@@ -71,8 +71,13 @@ void helpLoad()
                 "for multi-frame files); DICOM_EPS_ORIENTATION sets the axis tolerance;\n"
                 "VXDICOM_SETTINGS_FILE names the preferences file.\n"
                 "\n"
+                "With a display the import dialog shows the stacks found: select the stacks\n"
+                "to load (none selected: all of them) and press OK; Cancel, Esc or closing\n"
+                "the window loads nothing.\n"
+                "\n"
                 "Exit status: 0 when every stack became a field, 1 when a field could not be\n"
-                "made or saved or no image was found, 2 for a usage error.\n");
+                "made or saved, no image was found or the dialog was cancelled, 2 for a\n"
+                "usage error.\n");
 }
 
 int runLoad(int argc, char **argv)
@@ -149,6 +154,11 @@ int runLoad(int argc, char **argv)
         const int ok = vxReadDicom(static_cast<int>(argvNames.size()), argvNames.data(), fields,
                                    dialog ? 1 : 0, true);
         VxMessage::getTheMsg()->setQuiet(false);
+        if (dicomImportCancelled) {
+            std::fprintf(stderr, "vxdicom load: cancelled in the import dialog; nothing was "
+                                 "loaded\n");
+            return 1;
+        }
         if (choices.anonymize)
             anonymizeFields(fields);
         return reportAndSave(fields, poolBefore, save, ok == 1);

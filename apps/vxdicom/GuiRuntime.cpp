@@ -27,6 +27,10 @@ int runWithGui(int argc, char **argv, const std::function<int()> &work)
         setenv("XDG_RUNTIME_DIR", dir.c_str(), 1);
     }
     QApplication app(argc, argv);
+    // The worker decides when the program ends. Closing a dialog, its last
+    // window, must not end the loop: the worker still has calls for it to run
+    // (the dialog's result, its deletion) and would wait for them forever.
+    app.setQuitOnLastWindowClosed(false);
     int result = 1;
     std::thread worker([&] {
         try {

@@ -1,13 +1,21 @@
 #include "vxdicom/browser/DicomDialog.h"
 
 #include "platform/gui/VxSkin.h"
+#include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/browser/DicomDialogView.h"
 #include "vxdicom/browser/DicomMenuBar.h"
 #include "vxdicom/stacks/DicomListView.h"
 
 #include <QAction>
+#include <QBoxLayout>
+#include <QCheckBox>
+#include <QGuiApplication>
+#include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 #include <atomic>
 #include <memory>
@@ -36,11 +44,23 @@ DicomDialog::DicomDialog(QWidget *parent) : QxDialog(parent, "FileDialog", true)
     menu = new DicomMenuBar(this, "DicomMenuBar", gLoaderLite);
     layout->setMenuBar(menu);
     dialogView = new DicomDialogView(this);
-    layout->addWidget(dialogView);
-    auto *options = new QPushButton(tr("Stack Break Criteria..."), this);
-    layout->addLayout(createButtons(ButtonsOkCancel, 5, 2, options));
+    layout->addWidget(dialogView, 1);
+    criteria = new QPushButton(tr("Stack Break Criteria..."), this);
+    criteria->setAutoDefault(false);
+    QBoxLayout *buttons = createButtons(ButtonsOkCancel, 5, 2, criteria);
+    loadLabel = new QLabel(this);
+    loadLabel->setObjectName(QStringLiteral("LoadSummary"));
+    buttons->insertWidget(0, loadLabel);
+    layout->addLayout(buttons);
     if (okButton())
         okButton()->setDefault(true);
+
+    // Big enough for the stacks and their columns on a workstation screen,
+    // never larger than the screen.
+    QSize size(1100, 760);
+    if (const QScreen *screen = QGuiApplication::primaryScreen())
+        size = size.boundedTo(screen->availableGeometry().size() * 0.9);
+    resize(size);
 
     connect(menu, &DicomMenuBar::stackOptionsRequest, this, &DicomDialog::stackOptionsRequest);
     connect(menu, &DicomMenuBar::attachDicomParameters, this, &DicomDialog::attachDicomParameters);
@@ -56,7 +76,13 @@ DicomDialog::DicomDialog(QWidget *parent) : QxDialog(parent, "FileDialog", true)
             &DicomDialogView::asTimeSeriesRequest);
     connect(dialogView, &DicomDialogView::stacksAreSelected, this,
             &DicomDialog::stackSelectionChanged);
-    connect(options, &QPushButton::clicked, this, &DicomDialog::loadOptionsRequest);
+    connect(criteria, &QPushButton::clicked, this, &DicomDialog::loadOptionsRequest);
+
+    // The criteria dialog and the parameter view belong to the list.
+    DicomListView *list = dialogView->listView();
+    connect(this, &DicomDialog::stackOptionsRequest, list, &DicomListView::loadOptionDialog);
+    connect(this, &DicomDialog::loadOptionsRequest, list, &DicomListView::loadOptionDialog);
+    connect(menu, &DicomMenuBar::parameterViewRequest, list, &DicomListView::parameterView);
 
     // The list starts with the menu's state; the command line's choices
     // check the items without storing them.
@@ -75,6 +101,7 @@ void DicomDialog::putData()
     setWindowTitle(tr(caption.toUtf8().constData()));
     if (images)
         dialogView->loadImages(*images);
+    stackSelectionChanged(0);
 }
 
 int DicomDialog::exec()
@@ -85,6 +112,13 @@ int DicomDialog::exec()
 
 void DicomDialog::accept()
 {
+    if (dialogView->numStacksToLoad() == 0) {
+        VxWarningDialog::information(
+            tr("DICOM Loader"),
+            tr("No stack would be loaded. Select the stacks to load, or clear \"%1\".")
+                .arg(dialogView->onlyUniformBox()->text()));
+        return;
+    }
     if (stacks && dialogView->accept(*stacks))
         QDialog::accept();
 }
@@ -101,6 +135,7 @@ bool DicomDialog::getAsTimeSeries() const
 
 void DicomDialog::stackSelectionChanged(int)
 {
+    loadLabel->setText(dialogView->loadSummary());
     if (gLoaderLite && okButton())
         okButton()->setEnabled(dialogView->numLoadableStacksSelected() == 1);
 }

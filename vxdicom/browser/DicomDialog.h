@@ -8,6 +8,8 @@
 
 class DicomDialogView;
 class DicomMenuBar;
+class QLabel;
+class QPushButton;
 class VxDicomImage;
 class VxDicomImageStack;
 
@@ -35,12 +37,20 @@ public:
 
     DicomDialogView *view() const { return dialogView; }
     DicomMenuBar *menuBar() const { return menu; }
+    /// The button that asks for the criteria dialog.
+    QPushButton *criteriaButton() const { return criteria; }
+    /// The line that says what OK loads.
+    QLabel *loadSummaryLabel() const { return loadLabel; }
 
     /// Reduced mode in which exactly one stack may be loaded.
     static void setLoaderLite(bool on);
 
 public slots:
+    /// OK: exports the stacks that the view's choices give; stays open when
+    /// none would load or the export is refused.
     void accept() override;
+    /// Updates the line that says what OK loads; in the reduced mode enables
+    /// OK exactly when one loadable stack is selected.
     void stackSelectionChanged(int selected);
 
 signals:
@@ -55,6 +65,8 @@ private:
     KcDArray<VxDicomImageStack *> *stacks = nullptr;
     QString caption;
     DicomMenuBar *menu = nullptr;
+    QPushButton *criteria = nullptr;
+    QLabel *loadLabel = nullptr;
 };
 
 /// Creates the import dialog on the GUI thread for the load pipeline.

@@ -1,26 +1,66 @@
 #include "vxdicom/browser/DicomDialogView.h"
 
+#include "platform/core/VxMessage.h"
 #include "platform/gui/VxWarningDialog.h"
+#include "vxdicom/browser/QxDicomImageView.h"
+#include "vxdicom/reader/VxDicomFile.h"
+#include "vxdicom/reader/VxDicomImage.h"
+#include "vxdicom/stacks/DicomListItem.h"
 #include "vxdicom/stacks/DicomListView.h"
 #include "vxdicom/stacks/DicomLoadOption.h"
+#include "vxdicom/stacks/DicomStackInfo.h"
 #include "vxdicom/stacks/DicomStackItem.h"
 
+#include <QCheckBox>
+#include <QGroupBox>
 #include <QSplitter>
 #include <QTextEdit>
 #include <QVBoxLayout>
 
+#include <exception>
+
+namespace {
+
+QTextEdit *infoArea(const QString &title, const char *name, QSplitter *parent)
+{
+    auto *box = new QGroupBox(title, parent);
+    auto *layout = new QVBoxLayout(box);
+    layout->setContentsMargins(4, 4, 4, 4);
+    auto *area = new QTextEdit(box);
+    area->setObjectName(QString::fromLatin1(name));
+    area->setReadOnly(true);
+    layout->addWidget(area);
+    return area;
+}
+
+} // namespace
+
 DicomDialogView::DicomDialogView(QWidget *parent) : QWidget(parent)
 {
     auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
     auto *splitter = new QSplitter(Qt::Vertical, this);
     list = new DicomListView(splitter, "DicomListView");
     auto *texts = new QSplitter(Qt::Horizontal, splitter);
-    dicomInfo = new QTextEdit(texts);
-    dicomInfo->setReadOnly(true);
-    stackInfo = new QTextEdit(texts);
-    stackInfo->setReadOnly(true);
-    layout->addWidget(splitter);
+    dicomInfo = infoArea(tr("DICOM information"), "DicomInfo", texts);
+    stackInfo = infoArea(tr("Stack information"), "StackInfo", texts);
+    splitter->setStretchFactor(0, 3);
+    splitter->setStretchFactor(1, 2);
+    layout->addWidget(splitter, 1);
+    uniformBox = new QCheckBox(tr("Only uniform stacks of two images or more"), this);
+    uniformBox->setToolTip(tr("Leaves out single images and stacks whose slices are not evenly "
+                              "spaced"));
+    layout->addWidget(uniformBox);
+
     connect(list, &DicomListView::listViewChanged, this, &DicomDialogView::updateDicomInfo);
+    connect(list, &QTreeWidget::itemSelectionChanged, this, &DicomDialogView::selectionChanged);
+    connect(list, &QTreeWidget::currentItemChanged, this, &DicomDialogView::selectionChanged);
+    connect(list, &DicomListView::imagePreviewRequest, this, &DicomDialogView::imagePreview);
+    connect(list, &DicomListView::parameterViewRequest, this, &DicomDialogView::parameterView);
+    connect(uniformBox, &QCheckBox::toggled, this, [this](bool on) {
+        onlyUniform = on;
+        selectionChanged();
+    });
 }
 
 void DicomDialogView::loadImages(const KcDArray<VxDicomImage *> &images)
@@ -38,6 +78,49 @@ bool DicomDialogView::accept(KcDArray<VxDicomImageStack *> &stacks)
 int DicomDialogView::numLoadableStacksSelected() const
 {
     return list->countStacks(exportMode() | 2);
+}
+
+int DicomDialogView::numStacksToLoad() const
+{
+    return list->countStacks(exportMode());
+}
+
+QString DicomDialogView::loadSummary() const
+{
+    const int total = list->stackList().size();
+    const int load = numStacksToLoad();
+    if (onlySelected)
+        return load == 1 ? tr("OK loads 1 of %1 stacks: the selected one").arg(total)
+                         : tr("OK loads %1 of %2 stacks: the selected ones").arg(load).arg(total);
+    if (load == total)
+        return total == 1 ? tr("OK loads the stack") : tr("OK loads all %1 stacks").arg(total);
+    return tr("OK loads %1 of %2 stacks").arg(load).arg(total);
+}
+
+void DicomDialogView::selectionChanged()
+{
+    onlySelected = list->countStacks(2) > 0;
+    QTreeWidgetItem *current = list->currentItem();
+    if (current && !current->isSelected()) {
+        const QList<QTreeWidgetItem *> selected = list->selectedItems();
+        current = selected.isEmpty() ? nullptr : selected.first();
+    }
+    DicomStackItem *stack = nullptr;
+    QString text = summary;
+    if (current && current->type() == DicomListItem::Type) {
+        text += QStringLiteral("\n\n") +
+                dicomImageInfoText(static_cast<DicomListItem *>(current)->image());
+        if (current->parent() && current->parent()->type() == DicomStackItem::Type)
+            stack = static_cast<DicomStackItem *>(current->parent());
+    } else if (current && current->type() == DicomStackItem::Type) {
+        stack = static_cast<DicomStackItem *>(current);
+    }
+    dicomInfo->setPlainText(text);
+    const int index = stack ? list->stackList().find(stack) : -1;
+    if (index >= 0)
+        updateStackInfo(index);
+    else
+        updateStackInfo();
 }
 
 void DicomDialogView::forceUniformRequest()
@@ -73,7 +156,10 @@ void DicomDialogView::anonymizeDicomParameters(bool on)
 
 void DicomDialogView::updateDicomInfo(const QString &text)
 {
+    summary = text;
     dicomInfo->setPlainText(text);
+    // A rebuild replaces every row; the panes follow what is selected now.
+    selectionChanged();
 }
 
 void DicomDialogView::updateStackInfo(const QString &text)
@@ -96,4 +182,37 @@ void DicomDialogView::updateStackInfo(int stack)
         return;
     }
     updateStackInfo(stacks[stack]->info());
+}
+
+void DicomDialogView::imagePreview(VxDicomImage *image)
+{
+    if (!image)
+        return;
+    QString why;
+    try {
+        image->pixelData();
+    } catch (const char *text) {
+        why = QString::fromUtf8(text);
+    } catch (const std::exception &e) {
+        why = QString::fromUtf8(e.what());
+    }
+    if (!why.isNull()) {
+        const QString name = image->file ? QString::fromStdString(image->file->fileName) : QString();
+        VxMessage::getTheMsg()->printf("reading %s failed: %s\n", name.toLocal8Bit().constData(),
+                                       why.toLocal8Bit().constData());
+        VxWarningDialog::information(tr("Image Preview"),
+                                     tr("reading %1 failed: %2").arg(name, why));
+        return;
+    }
+    auto *view = new QxDicomImageView(image, this);
+    view->setWindowFlag(Qt::Window);
+    view->setAttribute(Qt::WA_DeleteOnClose);
+    view->show();
+    view->raise();
+}
+
+void DicomDialogView::parameterView(DicomListItem *, DicomListItem *)
+{
+    VxWarningDialog::information(tr("DICOM Parameters"),
+                                 tr("The parameter view is not available yet."));
 }

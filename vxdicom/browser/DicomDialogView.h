@@ -2,16 +2,22 @@
 
 #include "platform/core/KcDArray.h"
 
+#include <QString>
 #include <QWidget>
 
+class DicomListItem;
 class DicomListView;
+class QCheckBox;
+class QSplitter;
 class QTextEdit;
 class VxDicomImage;
 class VxDicomImageStack;
 
 /// The body of the import dialog: the browser list of stacks and images and
 /// two text areas (the current image's DICOM information and the current
-/// stack's), with the choices that change how stacks are exported.
+/// stack's), with the choices that change how stacks are exported. Selecting
+/// stacks makes OK load only those; "Only uniform stacks of two images or
+/// more" leaves out single images and unevenly spaced stacks.
 class DicomDialogView : public QWidget
 {
     Q_OBJECT
@@ -19,18 +25,28 @@ public:
     explicit DicomDialogView(QWidget *parent = nullptr);
 
     DicomListView *listView() const { return list; }
+    QTextEdit *dicomInfoArea() const { return dicomInfo; }
+    QTextEdit *stackInfoArea() const { return stackInfo; }
+    QCheckBox *onlyUniformBox() const { return uniformBox; }
 
     /// Hands the images to the list, which sorts them and builds the stacks.
     void loadImages(const KcDArray<VxDicomImage *> &images);
     /// Exports the loadable stacks for the export mode; false keeps the dialog open.
     bool accept(KcDArray<VxDicomImageStack *> &stacks);
     int numLoadableStacksSelected() const;
+    /// Stacks that OK would load now.
+    int numStacksToLoad() const;
+    /// What OK loads, in words ("OK loads 1 of 2 stacks: the selected one").
+    QString loadSummary() const;
     /// 2 when only selected stacks are loaded, plus 1 when only uniform stacks
     /// of more than one image are.
     int exportMode() const { return (onlySelected ? 2 : 0) + (onlyUniform ? 1 : 0); }
     bool getAsTimeSeries() const { return asTimeSeries; }
 
+    /// The first export flag: only uniform stacks of more than one image.
     bool onlyUniform = false;
+    /// The second export flag: only selected stacks. It follows the selection
+    /// (on while a stack row is selected).
     bool onlySelected = false;
 
 public slots:
@@ -45,13 +61,23 @@ public slots:
     void updateStackInfo(const QString &text);
     void updateStackInfo();
     void updateStackInfo(int stack);
+    /// Reads the pixels of the image when they are not in memory and opens
+    /// its preview window.
+    void imagePreview(VxDicomImage *image);
+    /// The attributes of one image or two images side by side.
+    void parameterView(DicomListItem *first, DicomListItem *second);
 
 signals:
     void stacksAreSelected(int selected);
 
 private:
+    /// Panes and export flag after a change of the selection or the stacks.
+    void selectionChanged();
+
     QTextEdit *dicomInfo = nullptr;
     QTextEdit *stackInfo = nullptr;
     DicomListView *list = nullptr;
     bool asTimeSeries = false;
+    QCheckBox *uniformBox = nullptr;
+    QString summary;
 };

@@ -23,6 +23,7 @@
 #include <utility>
 
 bool useDynamicSeriesCtrl = false;
+bool dicomImportCancelled = false;
 KcDArray<VxDynamicSeriesCtrl::TimeStep> timeSteps;
 
 namespace {
@@ -170,6 +171,7 @@ bool silentModeByEnvironment()
 int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int showDialog,
                 bool verbose)
 {
+    dicomImportCancelled = false;
     if (n < 1 || !names || !names[0])
         return 0;
 
@@ -214,6 +216,7 @@ int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int sho
             int dialogResult = 0;
             ThreadNegotiator::runOnGuiThread([&] { dialogResult = dialog->result(); });
             create = dialogResult == 1;
+            dicomImportCancelled = !create;
         } else {
             silent = true;
         }

@@ -32,5 +32,8 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
 /// Fields become time steps of one dynamic series instead of data objects
 /// (set by every load from the dialog's "as time series" choice).
 extern bool useDynamicSeriesCtrl;
+/// Whether the user cancelled the import dialog in the last load (set by
+/// every load; a cancelled load returns 1 all the same, as nothing failed).
+extern bool dicomImportCancelled;
 /// Time steps collected during a load for the dynamic series control.
 extern KcDArray<VxDynamicSeriesCtrl::TimeStep> timeSteps;

@@ -100,6 +100,7 @@ QVariant DicomListItem::data(int column, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case Qt::EditRole:
+    case Qt::ToolTipRole: // the whole text where the column is too narrow
         return columnText(column);
     case Qt::ForegroundRole:
         if (breakOption >= 0 && column == breakOption + 1)

@@ -2,6 +2,7 @@
 
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxPreferences.h"
+#include "platform/gui/VxWarningDialog.h"
 #include "platform/dicom/dicom.h"
 #include "vxdicom/reader/VxDicomImage.h"
 #include "vxdicom/reader/VxDicomImageStack.h"
@@ -13,8 +14,10 @@
 
 #include <QFontMetrics>
 #include <QHeaderView>
+#include <QMenu>
 
 #include <cstdlib>
+#include <memory>
 
 namespace {
 
@@ -41,6 +44,19 @@ DicomListView::DicomListView(QWidget *parent, const char *name) : QTreeWidget(pa
     header()->setSectionsMovable(true);
     connect(header(), &QHeaderView::sectionClicked, this,
             [this](int section) { sortingOrderChanged(header()->visualIndex(section)); });
+
+    setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(this, &QWidget::customContextMenuRequested, this, [this](const QPoint &pos) {
+        if (QTreeWidgetItem *item = itemAt(pos))
+            popupItemMenu(item, viewport()->mapToGlobal(pos), columnAt(pos.x()));
+    });
+    header()->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(header(), &QWidget::customContextMenuRequested, this,
+            [this](const QPoint &pos) { popupColumnMenu(header()->mapToGlobal(pos)); });
+    connect(this, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem *item, int) {
+        if (item && item->type() == DicomListItem::Type)
+            emit imagePreviewRequest(static_cast<DicomListItem *>(item)->image());
+    });
 }
 
 DicomListView::~DicomListView()
@@ -590,4 +606,95 @@ void DicomListView::setUniformTolerance(float tolerance)
         return;
     DicomStackItem::uniformTolerance = tolerance;
     buildImageStacks();
+}
+
+QList<DicomListItem *> DicomListView::chosenImageRows() const
+{
+    QList<DicomListItem *> rows;
+    const QList<QTreeWidgetItem *> selected = selectedItems();
+    for (QTreeWidgetItem *item : selected)
+        if (item->type() == DicomListItem::Type)
+            rows.append(static_cast<DicomListItem *>(item));
+    if (rows.isEmpty())
+        for (QTreeWidgetItem *item : selected)
+            if (item->type() == DicomStackItem::Type)
+                if (DicomListItem *first = static_cast<DicomStackItem *>(item)->firstChild())
+                    rows.append(first);
+    return rows;
+}
+
+void DicomListView::loadOptionDialog()
+{
+    VxWarningDialog::information(tr("DICOM Stack Break Criteria"),
+                                 tr("The stack break criteria dialog is not available yet."));
+}
+
+void DicomListView::imagePreview()
+{
+    const QList<DicomListItem *> rows = chosenImageRows();
+    if (!rows.isEmpty() && rows.first()->image())
+        emit imagePreviewRequest(rows.first()->image());
+}
+
+void DicomListView::parameterView()
+{
+    QList<DicomListItem *> rows = chosenImageRows();
+    if (rows.isEmpty() && !stacks.isEmpty() && stacks[0]->firstChild())
+        rows.append(stacks[0]->firstChild());
+    if (rows.isEmpty())
+        return;
+    emit parameterViewRequest(rows[0], rows.size() > 1 ? rows[1] : nullptr);
+}
+
+QMenu *DicomListView::createItemMenu()
+{
+    const QList<QTreeWidgetItem *> selected = selectedItems();
+    if (selected.isEmpty())
+        return nullptr;
+    auto *menu = new QMenu(this);
+    menu->setObjectName(QStringLiteral("DicomListItemMenu"));
+    QAction *parameters = menu->addAction(tr("DICOM Parameters"), this, &DicomListView::parameterView);
+    if (selected.size() == 1) {
+        menu->addAction(tr("Image Preview"), this, &DicomListView::imagePreview);
+    } else {
+        // Several rows: their attributes side by side needs exactly two images.
+        int images = 0;
+        for (const QTreeWidgetItem *item : selected)
+            images += item->type() == DicomListItem::Type ? 1 : 0;
+        parameters->setEnabled(images == 2);
+    }
+    menu->addSeparator();
+    menu->addAction(tr("Remove Image"), this, &DicomListView::removeSelectedItems);
+    return menu;
+}
+
+void DicomListView::popupItemMenu(QTreeWidgetItem *item, const QPoint &pos, int)
+{
+    // A right-click beside the selection chooses the row clicked.
+    if (item && !item->isSelected()) {
+        clearSelection();
+        item->setSelected(true);
+        setCurrentItem(item);
+    }
+    std::unique_ptr<QMenu> menu(createItemMenu());
+    if (menu)
+        menu->exec(pos);
+}
+
+QMenu *DicomListView::createColumnMenu(int section)
+{
+    if (section < 1 || section >= columnCount())
+        return nullptr;
+    auto *menu = new QMenu(this);
+    menu->setObjectName(QStringLiteral("DicomColumnMenu"));
+    menu->addAction(tr("Remove Column"), this, [this, section] { deleteColumn(section); });
+    return menu;
+}
+
+void DicomListView::popupColumnMenu(const QPoint &pos)
+{
+    const int section = header()->logicalIndexAt(header()->mapFromGlobal(pos));
+    std::unique_ptr<QMenu> menu(createColumnMenu(section));
+    if (menu)
+        menu->exec(pos);
 }

@@ -8,6 +8,7 @@
 
 class DicomListItem;
 class DicomLoadOption;
+class QMenu;
 class DicomStackItem;
 class VxDicomImage;
 class VxDicomImageStack;
@@ -90,6 +91,26 @@ public:
     void removeSelectedItem(QTreeWidgetItem *item);
     void removeEmptyStacks();
 
+    /// The criteria dialog over the option list; raised when it is open.
+    void loadOptionDialog();
+    /// Asks for the preview of the selected image (a selected stack: its
+    /// first image) through imagePreviewRequest.
+    void imagePreview();
+    /// Asks for the parameter view of the selected image, or of the two
+    /// selected images side by side, through parameterViewRequest (a selected
+    /// stack: its first image; nothing selected: the first image of the list).
+    void parameterView();
+    /// The menu of the rows chosen by the selection (one image row, one stack
+    /// row, several rows), at `pos` (global). `item` is the row clicked.
+    void popupItemMenu(QTreeWidgetItem *item, const QPoint &pos, int column);
+    /// The header's menu ("Remove Column") for the section under `pos` (global).
+    void popupColumnMenu(const QPoint &pos);
+    /// The row menu for the current selection (null without one); the caller
+    /// owns it. Entries: "DICOM Parameters", "Image Preview", "Remove Image".
+    QMenu *createItemMenu();
+    /// The header menu of a section (null for the tree column); caller owns it.
+    QMenu *createColumnMenu(int section);
+
     float getUniformTolerance() const;
     /// Nothing when unchanged; otherwise sets it and rebuilds the stacks.
     void setUniformTolerance(float tolerance);
@@ -113,8 +134,15 @@ public slots:
 signals:
     /// "%d stack%s\n%d image%s" after every rebuild.
     void listViewChanged(const QString &summary);
+    /// The preview of this image is asked for.
+    void imagePreviewRequest(VxDicomImage *image);
+    /// The attributes of one image (second null) or two images side by side.
+    void parameterViewRequest(DicomListItem *first, DicomListItem *second);
 
 private:
+    /// The image rows chosen for an action: the selected image rows, else the
+    /// first image of each selected stack.
+    QList<DicomListItem *> chosenImageRows() const;
     int compare(const VxDicomImage *a, const VxDicomImage *b) const;
     /// Removes one header section, keeping the others' visual order and sort
     /// directions.

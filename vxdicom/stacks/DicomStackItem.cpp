@@ -9,6 +9,7 @@
 #include "vxdicom/stacks/DicomListItem.h"
 #include "vxdicom/stacks/DicomLoadOption.h"
 #include "vxdicom/stacks/DicomStackIcons.h"
+#include "vxdicom/stacks/DicomStackInfo.h"
 
 #include <algorithm>
 #include <vector>
@@ -80,9 +81,10 @@ QString stackText(const VxDicomImage *image, const DicomLoadOption &option)
     return headerValue(image, option.group, option.element);
 }
 
-bool refuse(const char *what)
+bool refuse(const char *what, QString &reason)
 {
     VxMessage::getTheMsg()->printf("stack break: %s is differing\n", what);
+    reason = QStringLiteral("%1 is differing").arg(QString::fromLatin1(what));
     return false;
 }
 
@@ -146,21 +148,21 @@ bool DicomStackItem::accept(DicomListItem *item, const KcDArray<DicomLoadOption 
     if (!a || !b)
         return false;
     if (a->width != b->width)
-        return refuse("width");
+        return refuse("width", breakReason);
     if (a->height != b->height)
-        return refuse("height");
+        return refuse("height", breakReason);
     if (a->dataSize != b->dataSize)
-        return refuse("size");
+        return refuse("size", breakReason);
     if (a->primType() != b->primType())
-        return refuse("primType");
+        return refuse("primType", breakReason);
     if (a->samplesPerPixel != b->samplesPerPixel)
-        return refuse("samplesPerPixel");
+        return refuse("samplesPerPixel", breakReason);
     if (a->bytesPerSample != b->bytesPerSample)
-        return refuse("allocatedBytes");
+        return refuse("allocatedBytes", breakReason);
     if (pixelSizesDiffer(a->pixelSpacing[0], b->pixelSpacing[0]))
-        return refuse("xPixelSizeMM");
+        return refuse("xPixelSizeMM", breakReason);
     if (pixelSizesDiffer(a->pixelSpacing[1], b->pixelSpacing[1]))
-        return refuse("yPixelSizeMM");
+        return refuse("yPixelSizeMM", breakReason);
     return loadOptionTest(item, options);
 }
 
@@ -172,6 +174,14 @@ bool DicomStackItem::loadOptionTest(DicomListItem *item, const KcDArray<DicomLoa
         if (!testOnLoadOption(item, *options[k])) {
             breakOption = k;
             item->breakOption = k;
+            const DicomLoadOption &option = *options[k];
+            const VxDicomImage *image = item->image();
+            const QString value = image ? candidateText(image, option) : QString();
+            breakReason = QStringLiteral("%1 breaks the \"%2\" rule (%3)")
+                              .arg(option.name.toQString(), option.description(option.value).toQString(),
+                                   option.group == 0x0020 && option.element == 0x0037
+                                       ? dicomOrientationText(image)
+                                       : value.isEmpty() ? QStringLiteral("no value") : value);
             return false;
         }
     }
@@ -290,8 +300,17 @@ DicomListItem *DicomStackItem::lastChild() const
 void DicomStackItem::setStackInfo()
 {
     const VxDicomImage *first = imageOf(child(0));
-    if (!first)
+    if (!first) {
+        stackInfo = QString();
         return;
+    }
+    KcDArray<VxDicomImage *> images;
+    for (int i = 0; i < childCount(); ++i)
+        if (child(i)->type() == DicomListItem::Type)
+            if (VxDicomImage *image = static_cast<DicomListItem *>(child(i))->image())
+                images.append(image);
+    stackInfo = dicomStackInfoText(images, isUniform(), isMonotonous(), breakReason) +
+                QStringLiteral("<br><br>");
     static const unsigned short tags[][2] = {
         {0x0010, 0x0010}, // Patient's Name
         {0x0010, 0x0020}, // Patient ID
@@ -317,8 +336,8 @@ void DicomStackItem::setStackInfo()
 
 QString DicomStackItem::info()
 {
-    if (stackInfo.isNull())
-        setStackInfo();
+    // Rebuilt every time: reverting or renumbering the stack changes it.
+    setStackInfo();
     return stackInfo;
 }
 

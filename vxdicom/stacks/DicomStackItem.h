@@ -63,9 +63,11 @@ public:
     /// Slice locations of the image rows in child order.
     KcDArray<float> sliceLocations() const;
 
-    /// Builds the rich-text summary from the first child's header.
+    /// Builds the rich-text summary: the facts of the stack (size, spacing,
+    /// values, orientation, why the next stack broke off), then the first
+    /// child's identifying attributes.
     void setStackInfo();
-    /// The summary, built on first use.
+    /// The summary of the stack as it is now.
     QString info();
     /// The state icon of column 0 (single slice, uniform, non-uniform,
     /// non-monotonous), or none.
@@ -88,6 +90,9 @@ public:
     int index = 0;
     /// List index of the criterion that refused the last refused candidate.
     int breakOption = -1;
+    /// Why the last candidate was refused ("width is differing", "series
+    /// instance uid breaks the \"constant\" rule (1.2.3)"); empty when none was.
+    QString breakReason;
 
 private:
     QString stackInfo;
