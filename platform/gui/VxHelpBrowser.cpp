@@ -4,11 +4,12 @@
 #include "platform/gui/ThreadNegotiator.h"
 #include "platform/gui/VxWarningDialog.h"
 
-#include <QCoreApplication>
-#include <QDesktopServices>
+#include <QApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QPointer>
 #include <QStringList>
+#include <QTextBrowser>
 #include <QUrl>
 
 #ifndef VX_INSTALL_PREFIX
@@ -43,14 +44,33 @@ QString firstExisting(const QStringList &candidates)
     return candidates.first();
 }
 
+// The one help window; it goes with the window it was opened over.
+QPointer<QTextBrowser> theWindow;
+
 QString show(const QString &path)
 {
-    if (!VxWarningDialog::haveDisplay()) {
+    if (!VxWarningDialog::haveDisplay() || !QFileInfo(path).isFile()) {
         VxMessage::getTheMsg()->printf("help: %s\n", path.toLocal8Bit().constData());
         return path;
     }
-    const QUrl url = QUrl::fromLocalFile(path);
-    ThreadNegotiator::runOnGuiThread([&url] { QDesktopServices::openUrl(url); });
+    ThreadNegotiator::runOnGuiThread([&path] {
+        if (!theWindow) {
+            // A child of the modal window that asks for help, so that the
+            // modal window does not block it.
+            theWindow = new QTextBrowser(QApplication::activeModalWidget());
+            theWindow->setWindowFlag(Qt::Window);
+            theWindow->setAttribute(Qt::WA_DeleteOnClose);
+            theWindow->setObjectName(QStringLiteral("VxHelpBrowser"));
+            theWindow->setOpenExternalLinks(true);
+            theWindow->resize(760, 680);
+        }
+        theWindow->setSource(QUrl::fromLocalFile(path));
+        theWindow->setWindowTitle(theWindow->documentTitle().isEmpty() ? QFileInfo(path).fileName()
+                                                                       : theWindow->documentTitle());
+        theWindow->show();
+        theWindow->raise();
+        theWindow->activateWindow();
+    });
     return path;
 }
 
@@ -79,4 +99,9 @@ QString VxHelpBrowser::openPath(const QString &relativePath)
     if (*VX_SOURCE_DIR)
         candidates << QStringLiteral(VX_SOURCE_DIR) + rel;
     return show(firstExisting(candidates));
+}
+
+QTextBrowser *VxHelpBrowser::window()
+{
+    return theWindow.data();
 }

@@ -95,8 +95,12 @@ QString spacingText(const KcDArray<VxDicomImage *> &images, bool uniform, bool m
         lo = i == 1 ? step : std::min(lo, step);
         hi = i == 1 ? step : std::max(hi, step);
     }
+    // Equal steps are shown as their mean, the slice distance of the field.
+    const double mean = std::fabs(static_cast<double>(images[images.size() - 1]->sliceLocation) -
+                                  images[0]->sliceLocation) /
+                        (images.size() - 1);
     QString text = std::fabs(hi - lo) <= 1e-4 * std::max(1.0, hi)
-                       ? QStringLiteral("%1 mm").arg(num(hi))
+                       ? QStringLiteral("%1 mm").arg(num(mean))
                        : QStringLiteral("%1 .. %2 mm").arg(num(lo), num(hi));
     if (!monotonous)
         text += QStringLiteral(", <b>slice locations out of order</b>");

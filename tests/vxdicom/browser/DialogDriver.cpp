@@ -1,0 +1,146 @@
+#include "tests/vxdicom/browser/DialogDriver.h"
+
+#include "tests/support/TestSupport.h"
+#include "vxdicom/browser/DicomDialog.h"
+#include "vxdicom/reader/VxDicom.h"
+
+#include <QAction>
+#include <QContextMenuEvent>
+#include <QMenu>
+#include <QTest>
+#include <QTimer>
+#include <QTreeWidget>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+namespace browsertest {
+
+namespace {
+
+// Shared with the worker, which may outlive a test that gave up on it.
+struct WorkerState
+{
+    std::vector<std::string> names;
+    std::atomic<bool> done{false};
+    int result = -1;
+    bool cancelled = false;
+    KcDArray<VxField3 *> fields;
+};
+
+} // namespace
+
+void when(const std::function<bool()> &ready, const std::function<void()> &act)
+{
+    auto *timer = new QTimer(qApp);
+    timer->setInterval(20);
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, ready, act] {
+        if (!ready())
+            return;
+        timer->stop();
+        timer->deleteLater();
+        act();
+    });
+    timer->start();
+}
+
+void whenPopupOpens(const std::function<void(QMenu &)> &act)
+{
+    when([] { return qobject_cast<QMenu *>(QApplication::activePopupWidget()) != nullptr; },
+         [act] { act(*qobject_cast<QMenu *>(QApplication::activePopupWidget())); });
+}
+
+void rightClick(QWidget *viewport, const QPoint &pos)
+{
+    QTest::mouseClick(viewport, Qt::RightButton, {}, pos);
+    QContextMenuEvent event(QContextMenuEvent::Mouse, pos, viewport->mapToGlobal(pos));
+    QApplication::sendEvent(viewport, &event);
+}
+
+void doubleClick(QWidget *viewport, const QPoint &pos)
+{
+    QTest::mouseClick(viewport, Qt::LeftButton, {}, pos);
+    QTest::mouseDClick(viewport, Qt::LeftButton, {}, pos);
+    QTest::mouseRelease(viewport, Qt::LeftButton, {}, pos);
+}
+
+QPoint rowPoint(QTreeWidget *list, QTreeWidgetItem *row)
+{
+    list->scrollToItem(row);
+    return list->visualItemRect(row).intersected(list->viewport()->rect()).center();
+}
+
+std::vector<std::string> menuTexts(const QMenu &menu)
+{
+    std::vector<std::string> texts;
+    for (const QAction *a : menu.actions())
+        if (!a->isSeparator())
+            texts.push_back(a->text().toStdString());
+    return texts;
+}
+
+void triggerMenuItem(QMenu &menu, const char *text)
+{
+    for (QAction *a : menu.actions()) {
+        if (a->text() == QLatin1String(text)) {
+            // What a click on the item does: close the menu, then act.
+            menu.close();
+            a->trigger();
+            return;
+        }
+    }
+    ADD_FAILURE() << "no menu item \"" << text << "\"";
+    menu.close();
+}
+
+LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
+                              const std::function<void(DicomDialog &)> &drive, int timeoutMs)
+{
+    auto state = std::make_shared<WorkerState>();
+    state->names = files;
+    auto driven = std::make_shared<bool>(false);
+    when([driven] { return !*driven && visibleWindow<DicomDialog>() != nullptr; },
+         [driven, drive] {
+             *driven = true;
+             drive(*visibleWindow<DicomDialog>());
+         });
+
+    std::thread worker([state] {
+        std::vector<const char *> names;
+        for (const std::string &n : state->names)
+            names.push_back(n.c_str());
+        state->result = vxReadDicom(static_cast<int>(names.size()), names.data(), state->fields, 1,
+                                    false);
+        state->cancelled = dicomImportCancelled;
+        state->done = true;
+    });
+    LoadOutcome outcome;
+    outcome.returned = QTest::qWaitFor([&] { return state->done.load(); }, timeoutMs);
+    if (!outcome.returned) {
+        worker.detach();
+        ADD_FAILURE() << "vxReadDicom did not return within " << timeoutMs << " ms";
+        return outcome;
+    }
+    worker.join();
+    outcome.result = state->result;
+    outcome.cancelled = state->cancelled;
+    outcome.fields = state->fields;
+    return outcome;
+}
+
+std::vector<std::string> twoSeries()
+{
+    // The CT folder's DICOMDIR (DIRFILE) is left out: it lists the same images.
+    std::vector<std::string> files;
+    for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_ct/In"))
+        if (f.find("DIRFILE") == std::string::npos)
+            files.push_back(f);
+    for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_decubitus/In"))
+        files.push_back(f);
+    return files;
+}
+
+} // namespace browsertest
