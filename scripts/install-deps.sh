@@ -15,7 +15,7 @@ packages=(
     libgtest-dev
     dcm2niix libgdcm-tools teem-apps dicom3tools
     python3 python3-pydicom python3-nibabel python3-numpy
-    fonts-dejavu-core
+    fonts-dejavu-core xvfb xauth xdotool
 )
 
 missing=()

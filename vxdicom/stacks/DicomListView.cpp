@@ -2,8 +2,8 @@
 
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxPreferences.h"
-#include "platform/gui/VxWarningDialog.h"
 #include "platform/dicom/dicom.h"
+#include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/reader/VxDicomImage.h"
 #include "vxdicom/reader/VxDicomImageStack.h"
 #include "vxdicom/stacks/DicomCriterion.h"
@@ -12,6 +12,7 @@
 #include "vxdicom/stacks/DicomStackDialog.h"
 #include "vxdicom/stacks/DicomStackItem.h"
 
+#include <QContextMenuEvent>
 #include <QFontMetrics>
 #include <QHeaderView>
 #include <QMenu>
@@ -45,11 +46,6 @@ DicomListView::DicomListView(QWidget *parent, const char *name) : QTreeWidget(pa
     connect(header(), &QHeaderView::sectionClicked, this,
             [this](int section) { sortingOrderChanged(header()->visualIndex(section)); });
 
-    setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(this, &QWidget::customContextMenuRequested, this, [this](const QPoint &pos) {
-        if (QTreeWidgetItem *item = itemAt(pos))
-            popupItemMenu(item, viewport()->mapToGlobal(pos), columnAt(pos.x()));
-    });
     header()->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(header(), &QWidget::customContextMenuRequested, this,
             [this](const QPoint &pos) { popupColumnMenu(header()->mapToGlobal(pos)); });
@@ -214,18 +210,23 @@ void DicomListView::adoptChildItems()
     for (DicomStackItem *stack : stacks)
         rows.append(stack);
     addTopLevelItems(rows);
+    // Several stacks start folded so that all of them are seen at once; a
+    // single stack shows its images.
     for (DicomStackItem *stack : stacks)
-        stack->setExpanded(true);
+        stack->setExpanded(stacks.size() == 1);
 }
 
 void DicomListView::cleanupAllStacks()
 {
-    for (int i = stacks.size() - 1; i >= 0; --i) {
-        for (QTreeWidgetItem *row : stacks[i]->takeChildren())
-            delete row;
-        delete stacks[i];
-    }
+    // Deleting a selected row changes the selection, and the slots that
+    // follow it walk the stack list: it must hold no row being deleted.
+    const KcDArray<DicomStackItem *> old = stacks;
     stacks.clear();
+    for (int i = old.size() - 1; i >= 0; --i) {
+        for (QTreeWidgetItem *row : old[i]->takeChildren())
+            delete row;
+        delete old[i];
+    }
 }
 
 void DicomListView::updateStackView()
@@ -589,8 +590,9 @@ void DicomListView::removeEmptyStacks()
 {
     for (int i = stacks.size() - 1; i >= 0; --i) {
         if (stacks[i]->childCount() == 0) {
-            delete stacks[i];
-            stacks.remove(i);
+            DicomStackItem *empty = stacks[i];
+            stacks.remove(i); // before the deletion's selection signals
+            delete empty;
         }
     }
 }
@@ -653,7 +655,8 @@ QMenu *DicomListView::createItemMenu()
         return nullptr;
     auto *menu = new QMenu(this);
     menu->setObjectName(QStringLiteral("DicomListItemMenu"));
-    QAction *parameters = menu->addAction(tr("DICOM Parameters"), this, &DicomListView::parameterView);
+    QAction *parameters =
+        menu->addAction(tr("DICOM Parameters"), this, &DicomListView::parameterView);
     if (selected.size() == 1) {
         menu->addAction(tr("Image Preview"), this, &DicomListView::imagePreview);
     } else {
@@ -679,6 +682,28 @@ void DicomListView::popupItemMenu(QTreeWidgetItem *item, const QPoint &pos, int)
     std::unique_ptr<QMenu> menu(createItemMenu());
     if (menu)
         menu->exec(pos);
+}
+
+void DicomListView::contextMenuEvent(QContextMenuEvent *event)
+{
+    // The mouse names the row under it; the keyboard's menu key the current row.
+    QTreeWidgetItem *item = nullptr;
+    QPoint global = event->globalPos();
+    int column = 0;
+    if (event->reason() == QContextMenuEvent::Keyboard) {
+        item = currentItem();
+        if (item) {
+            const QRect rect = visualItemRect(item).intersected(viewport()->rect());
+            global = viewport()->mapToGlobal(rect.center());
+        }
+    } else {
+        item = itemAt(event->pos());
+        column = columnAt(event->pos().x());
+    }
+    if (!item)
+        return;
+    event->accept();
+    popupItemMenu(item, global, column);
 }
 
 QMenu *DicomListView::createColumnMenu(int section)

@@ -139,6 +139,11 @@ signals:
     /// The attributes of one image (second null) or two images side by side.
     void parameterViewRequest(DicomListItem *first, DicomListItem *second);
 
+protected:
+    /// The row menu: the row under the mouse, or the current row when the
+    /// keyboard's menu key asked for it.
+    void contextMenuEvent(QContextMenuEvent *event) override;
+
 private:
     /// The image rows chosen for an action: the selected image rows, else the
     /// first image of each selected stack.

@@ -90,8 +90,8 @@ QString spacingText(const KcDArray<VxDicomImage *> &images, bool uniform, bool m
             .arg(num(images[0]->sliceThickness));
     double lo = 0, hi = 0;
     for (int i = 1; i < images.size(); ++i) {
-        const double step = std::fabs(static_cast<double>(images[i]->sliceLocation) -
-                                      images[i - 1]->sliceLocation);
+        const double step =
+            std::fabs(static_cast<double>(images[i]->sliceLocation) - images[i - 1]->sliceLocation);
         lo = i == 1 ? step : std::min(lo, step);
         hi = i == 1 ? step : std::max(hi, step);
     }
@@ -122,7 +122,8 @@ QString dicomOrientationText(const VxDicomImage *image)
             axis = k;
     static const char *const planes[] = {"sagittal", "coronal", "axial"};
     QString text = QString::fromLatin1(planes[axis]);
-    const double length = std::sqrt(double(n[0]) * n[0] + double(n[1]) * n[1] + double(n[2]) * n[2]);
+    const double length =
+        std::sqrt(double(n[0]) * n[0] + double(n[1]) * n[1] + double(n[2]) * n[2]);
     if (length > 0) {
         const double degrees =
             std::acos(std::min(1.0, std::fabs(n[axis]) / length)) * 180.0 / 3.14159265358979323846;
@@ -142,12 +143,11 @@ QString dicomStackInfoText(const KcDArray<VxDicomImage *> &images, bool uniform,
     QStringList lines;
     lines << QStringLiteral("<b>%1 image%2</b>").arg(n).arg(n == 1 ? "" : "s");
     lines << QStringLiteral("size: %1 x %2 x %3").arg(first->width).arg(first->height).arg(n);
-    QString voxel = QStringLiteral("%1 x %2").arg(num(first->pixelSpacing[0]),
-                                                  num(first->pixelSpacing[1]));
+    QString voxel =
+        QStringLiteral("%1 x %2").arg(num(first->pixelSpacing[0]), num(first->pixelSpacing[1]));
     if (n > 1)
-        voxel += QStringLiteral(" x %1").arg(num(std::fabs(double(images[n - 1]->sliceLocation) -
-                                                            first->sliceLocation) /
-                                                  (n - 1)));
+        voxel += QStringLiteral(" x %1").arg(
+            num(std::fabs(double(images[n - 1]->sliceLocation) - first->sliceLocation) / (n - 1)));
     lines << QStringLiteral("voxel size: %1 mm").arg(voxel);
     lines << QStringLiteral("slice spacing: %1").arg(spacingText(images, uniform, monotonous));
     lines << QStringLiteral("value range: %1").arg(valueRangeText(images));

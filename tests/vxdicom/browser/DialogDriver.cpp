@@ -112,8 +112,8 @@ LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
         std::vector<const char *> names;
         for (const std::string &n : state->names)
             names.push_back(n.c_str());
-        state->result = vxReadDicom(static_cast<int>(names.size()), names.data(), state->fields, 1,
-                                    false);
+        state->result =
+            vxReadDicom(static_cast<int>(names.size()), names.data(), state->fields, 1, false);
         state->cancelled = dicomImportCancelled;
         state->done = true;
     });

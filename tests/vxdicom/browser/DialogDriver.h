@@ -54,8 +54,7 @@ QPoint rowPoint(QTreeWidget *list, QTreeWidgetItem *row);
 void doubleClick(QWidget *viewport, const QPoint &pos);
 
 /// Visible top-level widgets of that class.
-template <class W>
-W *visibleWindow();
+template <class W> W *visibleWindow();
 
 /// Texts of a menu's actions, separators left out.
 std::vector<std::string> menuTexts(const QMenu &menu);
@@ -71,8 +70,7 @@ std::vector<std::string> twoSeries();
 
 #include <QApplication>
 
-template <class W>
-W *browsertest::visibleWindow()
+template <class W> W *browsertest::visibleWindow()
 {
     for (QWidget *w : QApplication::topLevelWidgets())
         if (auto *match = qobject_cast<W *>(w); match && match->isVisible())

@@ -2,6 +2,7 @@
 // program's thread layout: sorting by a column, the stack and image panes,
 // the popup menus, the preview, help, and the criteria hooks.
 
+#include "vxdicom/browser/DicomDialogView.h"
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
 #include "platform/gui/VxHelpBrowser.h"
@@ -9,7 +10,6 @@
 #include "tests/support/TestSupport.h"
 #include "tests/vxdicom/browser/DialogDriver.h"
 #include "vxdicom/browser/DicomDialog.h"
-#include "vxdicom/browser/DicomDialogView.h"
 #include "vxdicom/browser/DicomMenuBar.h"
 #include "vxdicom/browser/QxDicomImageView.h"
 #include "vxdicom/reader/VxDicomFile.h"
@@ -65,7 +65,8 @@ std::vector<int> instanceNumbers(const DicomStackItem *stack)
 {
     std::vector<int> numbers;
     for (int i = 0; i < stack->childCount(); ++i)
-        numbers.push_back(static_cast<const DicomListItem *>(stack->child(i))->image()->imageNumber);
+        numbers.push_back(
+            static_cast<const DicomListItem *>(stack->child(i))->image()->imageNumber);
     return numbers;
 }
 
@@ -82,7 +83,6 @@ QPoint sectionCentre(const DicomListView *list, int section)
     const QHeaderView *h = list->header();
     return {h->sectionViewportPosition(section) + h->sectionSize(section) / 2, h->height() / 2};
 }
-
 
 } // namespace
 
@@ -198,7 +198,8 @@ TEST_F(DialogView, PopupMenusActOnTheRowsAndColumnsClicked)
             texts = menuTexts(menu);
             browsertest::triggerMenuItem(menu, "Remove Image");
         });
-        browsertest::rightClick(list->viewport(), browsertest::rowPoint(list, list->stackList()[0]));
+        browsertest::rightClick(list->viewport(),
+                                browsertest::rowPoint(list, list->stackList()[0]));
         EXPECT_EQ(texts, rowMenu);
         ASSERT_EQ(list->stackList().size(), 1);
         EXPECT_EQ(list->stackList()[0]->childCount(), 35);
@@ -258,12 +259,11 @@ TEST_F(DialogView, HelpOpensThePageAndTheCriteriaHooksAnswer)
         EXPECT_EQ(window->documentTitle(), "DICOM Loader");
         EXPECT_TRUE(window->toPlainText().contains("strictly monot."));
         const QVariant resource = window->document()->resource(QTextDocument::ImageResource,
-                                                                QUrl("images/dicom-loader.png"));
-        const QImage picture = resource.typeId() == QMetaType::QImage
-                                   ? resource.value<QImage>()
-                                   : resource.typeId() == QMetaType::QPixmap
-                                         ? resource.value<QPixmap>().toImage()
-                                         : QImage::fromData(resource.toByteArray());
+                                                               QUrl("images/dicom-loader.png"));
+        const QImage picture = resource.typeId() == QMetaType::QImage ? resource.value<QImage>()
+                               : resource.typeId() == QMetaType::QPixmap
+                                   ? resource.value<QPixmap>().toImage()
+                                   : QImage::fromData(resource.toByteArray());
         EXPECT_FALSE(picture.isNull()) << "the picture of the dialog is missing";
         window->close();
     });

@@ -84,15 +84,22 @@ INSTANTIATE_TEST_SUITE_P(
         PreviewCase{"WindowAndRescaleOfTheFile",
                     "--bits 16 --signed 1 --values=-100,0,50,100,200,1000 --slope 2 "
                     "--intercept -10 --center 100 --width 200",
-                    "P5\n0003 0002\n255\n", {0, 0, 114, 242, 255, 255}},
+                    "P5\n0003 0002\n255\n",
+                    {0, 0, 114, 242, 255, 255}},
         // no window: width = 355 - 100, centre 100 + 127.5, lower 100, factor 1
-        PreviewCase{"StoredRangeWithoutWindow", "--bits 16 --signed 0 --values 100,110,120,130,140,355",
-                    "P5\n0003 0002\n255\n", {0, 10, 20, 30, 40, 255}},
+        PreviewCase{"StoredRangeWithoutWindow",
+                    "--bits 16 --signed 0 --values 100,110,120,130,140,355",
+                    "P5\n0003 0002\n255\n",
+                    {0, 10, 20, 30, 40, 255}},
         // one byte per sample: copied, maximum grey value the image's maximum
-        PreviewCase{"EightBitCopiedWithItsMaximum", "--bits 8 --values 0,1,2,3,4,5",
-                    "P5\n0003 0002\n005\n", {0, 1, 2, 3, 4, 5}},
-        PreviewCase{"EightBitAllZeroGetsMaximum255", "--bits 8 --values 0,0,0,0,0,0",
-                    "P5\n0003 0002\n255\n", {0, 0, 0, 0, 0, 0}}),
+        PreviewCase{"EightBitCopiedWithItsMaximum",
+                    "--bits 8 --values 0,1,2,3,4,5",
+                    "P5\n0003 0002\n005\n",
+                    {0, 1, 2, 3, 4, 5}},
+        PreviewCase{"EightBitAllZeroGetsMaximum255",
+                    "--bits 8 --values 0,0,0,0,0,0",
+                    "P5\n0003 0002\n255\n",
+                    {0, 0, 0, 0, 0, 0}}),
     [](const auto &info) { return std::string(info.param.name); });
 
 TEST(PreviewBytes, NullImageGivesNoPicture)
