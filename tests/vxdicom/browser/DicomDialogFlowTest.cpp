@@ -3,11 +3,13 @@
 // pressing the buttons. Every way out of the dialog must return.
 
 #include "platform/core/VxObjectPool.h"
+#include "platform/core/VxPreferences.h"
 #include "platform/data/VxField3.h"
 #include "tests/support/TestSupport.h"
 #include "tests/vxdicom/browser/DialogDriver.h"
 #include "vxdicom/browser/DicomDialog.h"
 #include "vxdicom/browser/DicomDialogView.h"
+#include "vxdicom/browser/DicomMenuBar.h"
 #include "vxdicom/stacks/DicomListView.h"
 #include "vxdicom/stacks/DicomStackItem.h"
 
@@ -115,4 +117,69 @@ TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
         EXPECT_EQ(VxObjectPool::instance()->size(), 0);
         EXPECT_EQ(browsertest::visibleWindow<DicomDialog>(), nullptr);
     }
+}
+
+namespace {
+
+// The x extent of the sagittal T1 (35 slices, 4.8 mm apart) in the field's unit.
+float sagittalExtent(const KcDArray<VxField3 *> &fields)
+{
+    if (fields.size() != 1)
+        return -1;
+    float box[6];
+    fields[0]->lattice()->getBoundingBox(box);
+    return box[1] - box[0];
+}
+
+std::vector<std::string> sagittalT1()
+{
+    return vxtest::sharedDicomFiles("dcm_qa_decubitus/In");
+}
+
+} // namespace
+
+TEST_F(DialogFlow, UnitsOfTheMenuReachTheFieldAndAreKeptUnlessASetUpFixesThem)
+{
+    VxSettingsMgr *settings = VxSettingsMgr::getInstance();
+    const VxPreferences before = settings->getPreferences();
+
+    // "mm" in the Units menu: the field is in millimetres (163.2 mm), and the
+    // choice is stored.
+    const auto mm = loadThroughDialog(sagittalT1(), [](DicomDialog &d) {
+        EXPECT_TRUE(d.menuBar()->unitsItem(1)->isChecked()); // the default: cm
+        d.menuBar()->unitsItem(0)->trigger();
+        QTest::keyClick(&d, Qt::Key_Return);
+    });
+    EXPECT_NEAR(sagittalExtent(mm.fields), 163.2f, 0.01f);
+    EXPECT_FLOAT_EQ(settings->getPreferences().lengthUnit, 0.001f);
+    VxObjectPool::instance()->clear();
+
+    // The next dialog starts with it; "cm" goes back to 16.32 cm.
+    const auto cm = loadThroughDialog(sagittalT1(), [](DicomDialog &d) {
+        EXPECT_TRUE(d.menuBar()->unitsItem(0)->isChecked());
+        EXPECT_FALSE(d.menuBar()->unitsItem(1)->isChecked());
+        d.menuBar()->unitsItem(1)->trigger();
+        QTest::keyClick(&d, Qt::Key_Return);
+    });
+    EXPECT_NEAR(sagittalExtent(cm.fields), 16.32f, 0.001f);
+    EXPECT_FLOAT_EQ(settings->getPreferences().lengthUnit, 0.01f);
+    VxObjectPool::instance()->clear();
+
+    // The stereotaxis set-up works in millimetres whatever is stored, with
+    // parameters attached and the uniform and time-series choices fixed.
+    const vxtest::ScopedEnv stereotaxis("ZENTA_MHT_STEREOTAXIS", "1");
+    const auto fixed = loadThroughDialog(sagittalT1(), [](DicomDialog &d) {
+        DicomMenuBar *menu = d.menuBar();
+        EXPECT_TRUE(menu->unitsItem(0)->isChecked());
+        EXPECT_FALSE(menu->unitsItem(1)->isEnabled());
+        EXPECT_TRUE(menu->optionsItem(1)->isChecked()); // Attach Parameters
+        EXPECT_FALSE(menu->optionsItem(1)->isEnabled());
+        EXPECT_FALSE(menu->optionsItem(2)->isChecked()); // Force Uniform Coordinates
+        EXPECT_FALSE(menu->optionsItem(2)->isEnabled());
+        EXPECT_FALSE(menu->optionsItem(5)->isEnabled()); // As Time Series
+        QTest::keyClick(&d, Qt::Key_Return);
+    });
+    EXPECT_NEAR(sagittalExtent(fixed.fields), 163.2f, 0.01f);
+    EXPECT_FLOAT_EQ(settings->getPreferences().lengthUnit, 0.01f);
+    settings->setPreferences(before, false);
 }
