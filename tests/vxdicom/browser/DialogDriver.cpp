@@ -7,6 +7,7 @@
 #include <QAction>
 #include <QContextMenuEvent>
 #include <QMenu>
+#include <QPointer>
 #include <QTest>
 #include <QTimer>
 #include <QTreeWidget>
@@ -21,6 +22,23 @@ namespace browsertest {
 
 namespace {
 
+// Calls `act` once `ready` holds, polling from the event loop (nested loops
+// of modal dialogs and menus included). Deleting the timer returned calls it off.
+QTimer *when(const std::function<bool()> &ready, const std::function<void()> &act)
+{
+    auto *timer = new QTimer(qApp);
+    timer->setInterval(20);
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, ready, act] {
+        if (!ready())
+            return;
+        timer->deleteLater();
+        timer->stop();
+        act();
+    });
+    timer->start();
+    return timer;
+}
+
 // Shared with the worker, which may outlive a test that gave up on it.
 struct WorkerState
 {
@@ -33,81 +51,18 @@ struct WorkerState
 
 } // namespace
 
-void when(const std::function<bool()> &ready, const std::function<void()> &act)
-{
-    auto *timer = new QTimer(qApp);
-    timer->setInterval(20);
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, ready, act] {
-        if (!ready())
-            return;
-        timer->stop();
-        timer->deleteLater();
-        act();
-    });
-    timer->start();
-}
-
-void whenPopupOpens(const std::function<void(QMenu &)> &act)
-{
-    when([] { return qobject_cast<QMenu *>(QApplication::activePopupWidget()) != nullptr; },
-         [act] { act(*qobject_cast<QMenu *>(QApplication::activePopupWidget())); });
-}
-
-void rightClick(QWidget *viewport, const QPoint &pos)
-{
-    QTest::mouseClick(viewport, Qt::RightButton, {}, pos);
-    QContextMenuEvent event(QContextMenuEvent::Mouse, pos, viewport->mapToGlobal(pos));
-    QApplication::sendEvent(viewport, &event);
-}
-
-void doubleClick(QWidget *viewport, const QPoint &pos)
-{
-    QTest::mouseClick(viewport, Qt::LeftButton, {}, pos);
-    QTest::mouseDClick(viewport, Qt::LeftButton, {}, pos);
-    QTest::mouseRelease(viewport, Qt::LeftButton, {}, pos);
-}
-
-QPoint rowPoint(QTreeWidget *list, QTreeWidgetItem *row)
-{
-    list->scrollToItem(row);
-    return list->visualItemRect(row).intersected(list->viewport()->rect()).center();
-}
-
-std::vector<std::string> menuTexts(const QMenu &menu)
-{
-    std::vector<std::string> texts;
-    for (const QAction *a : menu.actions())
-        if (!a->isSeparator())
-            texts.push_back(a->text().toStdString());
-    return texts;
-}
-
-void triggerMenuItem(QMenu &menu, const char *text)
-{
-    for (QAction *a : menu.actions()) {
-        if (a->text() == QLatin1String(text)) {
-            // What a click on the item does: close the menu, then act.
-            menu.close();
-            a->trigger();
-            return;
-        }
-    }
-    ADD_FAILURE() << "no menu item \"" << text << "\"";
-    menu.close();
-}
-
 LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
-                              const std::function<void(DicomDialog &)> &drive, int timeoutMs)
+                              const std::function<void(DicomDialog &)> &drive)
 {
     auto state = std::make_shared<WorkerState>();
     state->names = files;
     auto driven = std::make_shared<bool>(false);
-    when([driven] { return !*driven && visibleWindow<DicomDialog>() != nullptr; },
-         [driven, drive] {
-             *driven = true;
-             drive(*visibleWindow<DicomDialog>());
-         });
-
+    const QPointer<QTimer> waiting =
+        when([driven] { return !*driven && visibleWindow<DicomDialog>(); },
+             [driven, drive] {
+                 *driven = true;
+                 drive(*visibleWindow<DicomDialog>());
+             });
     std::thread worker([state] {
         std::vector<const char *> names;
         for (const std::string &n : state->names)
@@ -118,10 +73,12 @@ LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
         state->done = true;
     });
     LoadOutcome outcome;
-    outcome.returned = QTest::qWaitFor([&] { return state->done.load(); }, timeoutMs);
+    outcome.returned = QTest::qWaitFor([&] { return state->done.load(); }, 60000);
+    delete waiting.data();
+    EXPECT_TRUE(*driven) << "the dialog was not shown";
     if (!outcome.returned) {
         worker.detach();
-        ADD_FAILURE() << "vxReadDicom did not return within " << timeoutMs << " ms";
+        ADD_FAILURE() << "vxReadDicom did not return within a minute";
         return outcome;
     }
     worker.join();
@@ -129,6 +86,46 @@ LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
     outcome.cancelled = state->cancelled;
     outcome.fields = state->fields;
     return outcome;
+}
+
+QPoint rowPoint(QTreeWidget *list, QTreeWidgetItem *row)
+{
+    list->scrollToItem(row);
+    return list->visualItemRect(row).intersected(list->viewport()->rect()).center();
+}
+
+void doubleClick(QWidget *viewport, const QPoint &pos)
+{
+    QTest::mouseClick(viewport, Qt::LeftButton, {}, pos);
+    QTest::mouseDClick(viewport, Qt::LeftButton, {}, pos);
+    QTest::mouseRelease(viewport, Qt::LeftButton, {}, pos);
+}
+
+std::vector<std::string> popupChoose(QWidget *viewport, const QPoint &pos, const char *item)
+{
+    std::vector<std::string> texts;
+    const QPointer<QTimer> waiting =
+        when([] { return qobject_cast<QMenu *>(QApplication::activePopupWidget()) != nullptr; },
+             [&texts, item] {
+                 auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+                 QAction *chosen = nullptr;
+                 for (QAction *a : menu->actions()) {
+                     if (!a->isSeparator())
+                         texts.push_back(a->text().toStdString());
+                     if (item && a->text() == QLatin1String(item))
+                         chosen = a;
+                 }
+                 menu->close(); // what a click on an item does: close, then act
+                 if (chosen)
+                     chosen->trigger();
+                 else if (item)
+                     ADD_FAILURE() << "no menu item \"" << item << "\"";
+             });
+    QTest::mouseClick(viewport, Qt::RightButton, {}, pos);
+    QContextMenuEvent event(QContextMenuEvent::Mouse, pos, viewport->mapToGlobal(pos));
+    QApplication::sendEvent(viewport, &event); // returns when the menu has closed
+    delete waiting.data();                     // no menu opened: stop waiting for one
+    return texts;
 }
 
 std::vector<std::string> twoSeries()

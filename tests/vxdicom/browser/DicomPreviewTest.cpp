@@ -1,6 +1,6 @@
 // The 8-bit preview of an image: the PGM bytes against values worked out by
-// hand for 3 x 2 images written by pydicom, and the preview window showing
-// exactly those grey values.
+// hand for 3 x 2 copies of a real MR slice edited by pydicom, and the preview
+// window showing exactly those grey values.
 
 #include "tests/support/TestSupport.h"
 #include "vxdicom/browser/QxDicomImageView.h"
@@ -20,7 +20,7 @@ namespace {
 struct PreviewCase
 {
     const char *name;
-    std::string arguments; // for make_tiny_image.py
+    std::string arguments; // for dicom_edit.py
     std::string header;
     std::vector<int> grey;
 };
@@ -38,13 +38,17 @@ class PreviewBytes : public ::testing::TestWithParam<PreviewCase>
 
 TEST_P(PreviewBytes, MatchTheHandComputedPicture)
 {
+    VX_REQUIRE_SHARED_DATA();
     if (!vxtest::havePythonModules({"pydicom", "numpy"}))
-        GTEST_SKIP() << "pydicom and numpy are needed to write the test image";
+        GTEST_SKIP() << "pydicom and numpy are needed to edit the test image";
     const PreviewCase &c = GetParam();
     vxtest::TempDir dir;
     const std::string file = dir.file("tiny.dcm");
-    ASSERT_EQ(vxtest::runCommand("/usr/bin/python3 " VX_BROWSER_TEST_DIR "/make_tiny_image.py " +
-                                 vxtest::shellQuote(file) + " --columns 3 " + c.arguments),
+    const std::string slice = vxtest::sharedDicomFiles("dcm_qa_decubitus/In").front();
+    ASSERT_EQ(vxtest::runCommand("/usr/bin/python3 " VX_BROWSER_TEST_DIR
+                                 "/../reader/dicom_edit.py " +
+                                 vxtest::shellQuote(slice) + " " + vxtest::shellQuote(file) +
+                                 " --set Rows=2 --set Columns=3 " + c.arguments),
               0);
 
     // Read lazily as the dialog does; the preview reads the pixels itself.
@@ -81,30 +85,24 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         // lower bound 100 - 200/2 = 0, factor 255/200; v = floor(2s - 10 + 0.5):
         // -210 -> 0, -10 -> 0, 90 -> 114.75, 190 -> 242.25, 390 and 1990 -> 200 -> 255
-        PreviewCase{"WindowAndRescaleOfTheFile",
-                    "--bits 16 --signed 1 --values=-100,0,50,100,200,1000 --slope 2 "
-                    "--intercept -10 --center 100 --width 200",
-                    "P5\n0003 0002\n255\n",
-                    {0, 0, 114, 242, 255, 255}},
+        PreviewCase{
+            "WindowAndRescaleOfTheFile",
+            "--set PixelRepresentation=1 --pixels=-100,0,50,100,200,1000 --set RescaleSlope=2 "
+            "--set RescaleIntercept=-10 --set WindowCenter=100 --set WindowWidth=200",
+            "P5\n0003 0002\n255\n",
+            {0, 0, 114, 242, 255, 255}},
         // no window: width = 355 - 100, centre 100 + 127.5, lower 100, factor 1
         PreviewCase{"StoredRangeWithoutWindow",
-                    "--bits 16 --signed 0 --values 100,110,120,130,140,355",
+                    "--delete WindowCenter --delete WindowWidth --pixels 100,110,120,130,140,355",
                     "P5\n0003 0002\n255\n",
                     {0, 10, 20, 30, 40, 255}},
         // one byte per sample: copied, maximum grey value the image's maximum
         PreviewCase{"EightBitCopiedWithItsMaximum",
-                    "--bits 8 --values 0,1,2,3,4,5",
+                    "--set BitsAllocated=8 --set BitsStored=8 --set HighBit=7 --pixels 0,1,2,3,4,5",
                     "P5\n0003 0002\n005\n",
                     {0, 1, 2, 3, 4, 5}},
         PreviewCase{"EightBitAllZeroGetsMaximum255",
-                    "--bits 8 --values 0,0,0,0,0,0",
+                    "--set BitsAllocated=8 --set BitsStored=8 --set HighBit=7 --pixels 0,0,0,0,0,0",
                     "P5\n0003 0002\n255\n",
                     {0, 0, 0, 0, 0, 0}}),
     [](const auto &info) { return std::string(info.param.name); });
-
-TEST(PreviewBytes, NullImageGivesNoPicture)
-{
-    DicomPGMConverter converter(nullptr);
-    EXPECT_EQ(converter.convert(), nullptr);
-    EXPECT_EQ(converter.numBytes(), 17); // the header of a 0 x 0 picture
-}
