@@ -2,6 +2,7 @@
 
 #include "platform/core/VxMessage.h"
 #include "platform/gui/VxWarningDialog.h"
+#include "vxdicom/browser/DicomParameterView.h"
 #include "vxdicom/browser/QxDicomImageView.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
@@ -197,7 +198,8 @@ void DicomDialogView::imagePreview(VxDicomImage *image)
         why = QString::fromUtf8(e.what());
     }
     if (!why.isNull()) {
-        const QString name = image->file ? QString::fromStdString(image->file->fileName) : QString();
+        const QString name =
+            image->file ? QString::fromStdString(image->file->fileName) : QString();
         VxMessage::getTheMsg()->printf("reading %s failed: %s\n", name.toLocal8Bit().constData(),
                                        why.toLocal8Bit().constData());
         VxWarningDialog::information(tr("Image Preview"),
@@ -211,8 +213,16 @@ void DicomDialogView::imagePreview(VxDicomImage *image)
     view->raise();
 }
 
-void DicomDialogView::parameterView(DicomListItem *, DicomListItem *)
+void DicomDialogView::parameterView(DicomListItem *first, DicomListItem *second)
 {
-    VxWarningDialog::information(tr("DICOM Parameters"),
-                                 tr("The parameter view is not available yet."));
+    DicomParameterView view(first, second, this);
+    // The chosen element becomes a column and a criterion (policy ignore
+    // until the user picks another); the stacks are built again with it.
+    connect(&view, &DicomParameterView::newColumn, list, &DicomListView::appendColumn);
+    connect(&view, &DicomParameterView::newOption, list,
+            [this](int group, int element, const QString &content) {
+                list->addLoadOption(group, element, content);
+                list->updateImageStacks();
+            });
+    view.exec();
 }

@@ -9,6 +9,7 @@
 #include "vxdicom/stacks/DicomCriterion.h"
 #include "vxdicom/stacks/DicomListItem.h"
 #include "vxdicom/stacks/DicomLoadOption.h"
+#include "vxdicom/stacks/DicomOptionDialog.h"
 #include "vxdicom/stacks/DicomStackDialog.h"
 #include "vxdicom/stacks/DicomStackItem.h"
 
@@ -32,6 +33,24 @@ bool isKeptColumn(const QString &label)
            label == QLatin1String("slice location");
 }
 
+QString columnLabel(int group, int element, const QString &label)
+{
+    QString text;
+    if (group != -1 && element != -1 && group >= 0 && group <= 0xFFFF && element >= 0 &&
+        element <= 0xFFFF)
+        if (const char *name = dicom::dicomDictionaryName(static_cast<uint16_t>(group),
+                                                          static_cast<uint16_t>(element)))
+            text = QString::fromUtf8(name);
+    // An element the dictionary does not know (a private one) is named by
+    // its tag, so that each such column and option has a name of its own.
+    if (text.isEmpty() && label.isEmpty() && group >= 0 && group <= 0xFFFF && element >= 0 &&
+        element <= 0xFFFF)
+        text = QString::asprintf("(%04X,%04X)", group, element);
+    if (text.isEmpty())
+        text = label.isEmpty() ? DicomListView::tr("unknown element") : label;
+    return text;
+}
+
 } // namespace
 
 DicomListView::DicomListView(QWidget *parent, const char *name) : QTreeWidget(parent)
@@ -49,6 +68,11 @@ DicomListView::DicomListView(QWidget *parent, const char *name) : QTreeWidget(pa
     header()->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(header(), &QWidget::customContextMenuRequested, this,
             [this](const QPoint &pos) { popupColumnMenu(header()->mapToGlobal(pos)); });
+    // Dragging a header section changes the sort priority: the stacks follow.
+    connect(header(), &QHeaderView::sectionMoved, this, [this] {
+        if (!movingSections)
+            buildImageStacks();
+    });
     connect(this, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem *item, int) {
         if (item && item->type() == DicomListItem::Type)
             emit imagePreviewRequest(static_cast<DicomListItem *>(item)->image());
@@ -130,6 +154,7 @@ void DicomListView::setupLoadOptions()
     for (DicomLoadOption *option : options)
         delete option;
     options = defaultDicomLoadOptions();
+    optionListChanged();
 }
 
 void DicomListView::updateImageStacks()
@@ -259,8 +284,10 @@ void DicomListView::addLoadOption(int group, int element, const QString &value)
                                           static_cast<uint16_t>(element));
     bool numeric = false;
     value.trimmed().toDouble(&numeric);
-    options.append(
-        new DicomLoadOption(group, element, DicomLoadOption::Ignore, name, numeric ? 31 : 3));
+    const QByteArray label = columnLabel(group, element, QString()).toUtf8();
+    options.append(new DicomLoadOption(group, element, DicomLoadOption::Ignore,
+                                       name ? name : label.constData(), numeric ? 31 : 3));
+    optionListChanged();
 }
 
 void DicomListView::removeLoadOption(const QString &label)
@@ -269,27 +296,11 @@ void DicomListView::removeLoadOption(const QString &label)
         if (options[k] && options[k]->name.toQString() == label) {
             delete options[k];
             options.remove(k);
+            optionListChanged();
             return;
         }
     }
 }
-
-namespace {
-
-QString columnLabel(int group, int element, const QString &label)
-{
-    QString text;
-    if (group != -1 && element != -1 && group >= 0 && group <= 0xFFFF && element >= 0 &&
-        element <= 0xFFFF)
-        if (const char *name = dicom::dicomDictionaryName(static_cast<uint16_t>(group),
-                                                          static_cast<uint16_t>(element)))
-            text = QString::fromUtf8(name);
-    if (text.isEmpty())
-        text = label.isEmpty() ? DicomListView::tr("unknown element") : label;
-    return text;
-}
-
-} // namespace
 
 void DicomListView::setupListColumns()
 {
@@ -370,11 +381,13 @@ void DicomListView::removeColumnSection(int section)
     setHeaderLabels(labels);
     for (int s = 0; s < widths.size(); ++s)
         setColumnWidth(s, widths[s]);
+    movingSections = true;
     for (int position = 0; position < visualOrder.size(); ++position) {
         const int current = h->visualIndex(visualOrder[position]);
         if (current != position)
             h->moveSection(current, position);
     }
+    movingSections = false;
     if (section < sortOrder.size())
         sortOrder.remove(section);
 }
@@ -387,6 +400,7 @@ void DicomListView::deleteColumn(int section)
     if (section - 1 < options.size()) {
         delete options[section - 1];
         options.remove(section - 1);
+        optionListChanged();
     }
     buildImageStacks();
 }
@@ -429,6 +443,7 @@ void DicomListView::clearColumnsAndOptions()
     for (DicomLoadOption *option : options)
         delete option;
     options.clear();
+    optionListChanged();
 }
 
 void DicomListView::sortingOrderChanged(int position)
@@ -627,8 +642,31 @@ QList<DicomListItem *> DicomListView::chosenImageRows() const
 
 void DicomListView::loadOptionDialog()
 {
-    VxWarningDialog::information(tr("DICOM Stack Break Criteria"),
-                                 tr("The stack break criteria dialog is not available yet."));
+    if (!optionDialog) {
+        optionDialog = new DicomOptionDialog(options, this, this);
+        optionDialog->setWindowFlag(Qt::Window);
+        optionDialog->setAttribute(Qt::WA_DeleteOnClose);
+        connect(optionDialog, &DicomOptionDialog::loadOptionsChanged, this,
+                &DicomListView::updateImageStacks);
+    }
+    optionDialog->show();
+    optionDialog->raise();
+    optionDialog->activateWindow();
+}
+
+void DicomListView::optionListChanged()
+{
+    // The dialog holds a page per option: an open one is made again over
+    // the new list, where it was.
+    if (!optionDialog)
+        return;
+    const bool wasVisible = optionDialog->isVisible();
+    const QPoint where = optionDialog->pos();
+    delete optionDialog.data();
+    if (wasVisible) {
+        loadOptionDialog();
+        optionDialog->move(where);
+    }
 }
 
 void DicomListView::imagePreview()

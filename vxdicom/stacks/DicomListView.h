@@ -3,11 +3,13 @@
 #include "platform/core/KcDArray.h"
 
 #include <QList>
+#include <QPointer>
 #include <QString>
 #include <QTreeWidget>
 
 class DicomListItem;
 class DicomLoadOption;
+class DicomOptionDialog;
 class QMenu;
 class DicomStackItem;
 class VxDicomImage;
@@ -91,7 +93,8 @@ public:
     void removeSelectedItem(QTreeWidgetItem *item);
     void removeEmptyStacks();
 
-    /// The criteria dialog over the option list; raised when it is open.
+    /// The criteria dialog over the option list ("DICOM Stack Break
+    /// Criteria", not modal); raised when it is open.
     void loadOptionDialog();
     /// Asks for the preview of the selected image (a selected stack: its
     /// first image) through imagePreviewRequest.
@@ -153,9 +156,15 @@ private:
     /// directions.
     void removeColumnSection(int section);
     int sectionOfLabel(const QString &label) const;
+    /// After options were added, removed or replaced: an open criteria
+    /// dialog is made again over the new list.
+    void optionListChanged();
 
     KcDArray<DicomLoadOption *> options;
     KcDArray<VxDicomImage *> images;
     KcDArray<int> sortOrder;
     KcDArray<DicomStackItem *> stacks;
+    QPointer<DicomOptionDialog> optionDialog;
+    /// Set while sections are moved by the view itself, not by the user.
+    bool movingSections = false;
 };

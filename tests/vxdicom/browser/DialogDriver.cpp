@@ -20,10 +20,6 @@
 
 namespace browsertest {
 
-namespace {
-
-// Calls `act` once `ready` holds, polling from the event loop (nested loops
-// of modal dialogs and menus included). Deleting the timer returned calls it off.
 QTimer *when(const std::function<bool()> &ready, const std::function<void()> &act)
 {
     auto *timer = new QTimer(qApp);
@@ -38,6 +34,8 @@ QTimer *when(const std::function<bool()> &ready, const std::function<void()> &ac
     timer->start();
     return timer;
 }
+
+namespace {
 
 // Shared with the worker, which may outlive a test that gave up on it.
 struct WorkerState

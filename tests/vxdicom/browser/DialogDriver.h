@@ -10,6 +10,7 @@
 
 class DicomDialog;
 class QPoint;
+class QTimer;
 class QTreeWidget;
 class QTreeWidgetItem;
 class VxField3;
@@ -31,6 +32,10 @@ struct LoadOutcome
 /// a minute fails the test instead of hanging it.
 LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
                               const std::function<void(DicomDialog &)> &drive);
+
+/// Calls `act` once `ready` holds, polling from the event loop (nested loops
+/// of modal dialogs and menus included). Deleting the timer calls it off.
+QTimer *when(const std::function<bool()> &ready, const std::function<void()> &act);
 
 /// A point of a row where a user clicks it: scrolled into view, inside the
 /// viewport even when the row is wider.

@@ -220,7 +220,14 @@ TEST_F(ListView, ImageRowsShowTheOptionOfTheirColumn)
     EXPECT_EQ(row->columnKey(1, true), "+00000000100001") << "instance number 1 + 100000";
 
     // Moving "load index" to the front changes what visual position 1 shows.
+    // The move rebuilds the stacks: I10's row is a new one.
     view.header()->moveSection(4, 1);
+    row = nullptr;
+    for (int i = 0; i < view.stackList()[0]->childCount(); ++i)
+        if (auto *r = static_cast<DicomListItem *>(view.stackList()[0]->child(i));
+            r->image()->imageNumber == 1)
+            row = r;
+    ASSERT_NE(row, nullptr);
     EXPECT_EQ(row->columnKey(1, true), "+00000000100001") << "load index 1";
     EXPECT_EQ(row->columnKey(2, true), "+00000000100001") << "instance number 1";
     EXPECT_EQ(row->columnKey(4, true), QString::fromStdString(ctFile("I10")))
