@@ -125,6 +125,8 @@ DicomParameterView::DicomParameterView(DicomListItem *first, DicomListItem *seco
     }
     elements->header()->resizeSection(0, 90);
     elements->header()->resizeSection(1, 220);
+    if (b) // the two contents side by side at the same width
+        elements->header()->resizeSection(2, 280);
 }
 
 void DicomParameterView::createMyButtons()

@@ -260,6 +260,8 @@ void DicomListView::updateStackView()
         stack->showIcon(true);
         stack->showLabel(true);
     }
+    // The stack labels (patient names) are shown whole.
+    resizeColumnToContents(0);
 }
 
 void DicomListView::updateDicomInfo()

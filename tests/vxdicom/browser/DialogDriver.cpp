@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -124,6 +125,13 @@ std::vector<std::string> popupChoose(QWidget *viewport, const QPoint &pos, const
     QApplication::sendEvent(viewport, &event); // returns when the menu has closed
     delete waiting.data();                     // no menu opened: stop waiting for one
     return texts;
+}
+
+void screenshot(QWidget *widget, const char *name)
+{
+    if (const char *dir = std::getenv("VX_SCREENSHOT_DIR")) {
+        EXPECT_TRUE(widget->grab().save(QString::fromLocal8Bit(dir) + "/" + name + ".png"));
+    }
 }
 
 std::vector<std::string> twoSeries()

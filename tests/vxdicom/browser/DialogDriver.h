@@ -55,6 +55,10 @@ template <class W> W *visibleWindow()
     return nullptr;
 }
 
+/// Saves a picture of the widget as NAME.png in the folder named by
+/// VX_SCREENSHOT_DIR; does nothing when that is not set.
+void screenshot(QWidget *widget, const char *name);
+
 /// The Philips CT (54 axial slices, patient name "HEAD") and the Siemens
 /// sagittal T1 (35 slices, "HFS") of ../shared/data.
 std::vector<std::string> twoSeries();

@@ -14,6 +14,7 @@
 #include "vxdicom/browser/DicomMenuBar.h"
 #include "vxdicom/browser/DicomParameterView.h"
 #include "vxdicom/reader/VxDicomFile.h"
+#include "vxdicom/reader/VxDicomImage.h"
 #include "vxdicom/stacks/DicomListItem.h"
 #include "vxdicom/stacks/DicomListView.h"
 #include "vxdicom/stacks/DicomLoadOption.h"
@@ -85,6 +86,7 @@ TEST(DialogSteering, AnElementFoundSideBySideTurnsInterleavedSlicesIntoVolumes)
         vxtest::sharedDicomFiles("dcm_qa_philips/In"), [](DicomDialog &d) {
             DicomListView *list = d.view()->listView();
             EXPECT_EQ(list->stackList().size(), 19);
+            browsertest::screenshot(&d, "steering-1-before");
 
             // Two images of different volumes side by side: the temporal
             // position differs, pixel data is not listed.
@@ -106,6 +108,7 @@ TEST(DialogSteering, AnElementFoundSideBySideTurnsInterleavedSlicesIntoVolumes)
                     QTest::mouseClick(rows->viewport(), Qt::LeftButton, {},
                                       rowPoint(rows, temporal));
                     EXPECT_TRUE(view->addButton()->isEnabled());
+                    browsertest::screenshot(view, "steering-2-parameter-view");
                     QTest::mouseClick(view->addButton(), Qt::LeftButton);
                 });
             browsertest::popupChoose(list->viewport(),
@@ -131,9 +134,18 @@ TEST(DialogSteering, AnElementFoundSideBySideTurnsInterleavedSlicesIntoVolumes)
             const int page = criteria->elementList()->indexOfTopLevelItem(element);
             EXPECT_EQ(criteria->pages()->currentIndex(), page);
             criteria->policyButtons(page)->button(DicomLoadOption::Constant)->click();
+            browsertest::screenshot(criteria, "steering-3-criteria");
             QTest::mouseClick(criteria->okButton(), Qt::LeftButton);
             EXPECT_EQ(option->value, DicomLoadOption::Constant);
             EXPECT_EQ(stackSizes(list), (std::vector<int>{9, 9, 9}));
+            std::vector<int> first;
+            for (int i = 0; i < list->stackList()[0]->childCount(); ++i)
+                first.push_back(static_cast<DicomListItem *>(list->stackList()[0]->child(i))
+                                    ->image()
+                                    ->imageNumber);
+            EXPECT_EQ(first, (std::vector<int>{1, 4, 7, 10, 13, 16, 19, 22, 25}));
+            list->stackList()[0]->setExpanded(true);
+            browsertest::screenshot(&d, "steering-4-after");
 
             d.menuBar()->optionsItem(6)->trigger(); // "Save Load Options"
             QTest::mouseClick(d.okButton(), Qt::LeftButton);
