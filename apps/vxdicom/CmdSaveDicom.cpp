@@ -11,8 +11,7 @@
 #include "platform/data/VxField3.h"
 #include "platform/data/VxFieldFile.h"
 #include "vxdicom/browser/DicomDialog.h"
-#include "vxdicom/export/Dicom3Object.h"
-#include "vxdicom/export/Dicom3Writer.h"
+#include "vxdicom/export/Dicom3FieldWriter.h"
 #include "vxdicom/reader/VxDicom.h"
 
 #include <QDir>
@@ -28,25 +27,6 @@
 
 namespace vxdicom_cli {
 namespace {
-
-struct ModalityName
-{
-    const char *name;
-    int sopClassIndex;
-};
-
-// The storage classes the writer builds, by the name a user gives.
-const ModalityName kModalities[] = {
-    {"CR", 0}, {"CT", 1}, {"MR", 2}, {"NM", 3}, {"SC", 4}, {"US", 9}, {"US-MF", 10},
-};
-
-int sopClassOf(const char *name)
-{
-    for (const ModalityName &m : kModalities)
-        if (std::strcmp(m.name, name) == 0)
-            return m.sopClassIndex;
-    return -1;
-}
 
 bool isVolumeFile(const std::string &name)
 {
@@ -70,90 +50,8 @@ std::string folderName(const std::string &label, std::set<std::string> &used)
 struct SaveRequest
 {
     std::string outDir;
-    int sopClassIndex = -1; ///< -1: from the field's "Modality", MR otherwise
-    std::string patientName;
-    std::unique_ptr<VxParamBundle> attributes;
-    std::string prefix = "IM";
+    Dicom3SaveOptions options;
 };
-
-// The "Modality" parameter of a loaded field names its class when the
-// command line does not.
-int defaultSopClass(const VxField3 &field)
-{
-    const KcString modality = field.parameters().getString("Modality");
-    const int index = sopClassOf(modality.c_str());
-    return index >= 0 ? index : 2;
-}
-
-// Writes one field; returns the number of files written, or -1.
-int saveField(VxField3 &field, const std::string &dir, const SaveRequest &request)
-{
-    VxMessage *msg = VxMessage::getTheMsg();
-    std::unique_ptr<Dicom3Object> object;
-    std::vector<unsigned char> rgb;
-    const VxLattice3 *lat = field.lattice();
-    if (!lat) {
-        msg->printf("save-dicom: field \"%s\" has no regular lattice\n", field.label().c_str());
-        return -1;
-    }
-    const KcPrimType type = lat->primType();
-    if (lat->nComponents() > 1) {
-        if (lat->dim(2) != 1 || type != KcPrimType::UInt8 || lat->nComponents() != 3) {
-            msg->printf("save-dicom: field \"%s\": colour is written as one 2D RGB image of "
-                        "unsigned 8-bit samples; this one has %d slices of %d %s components\n",
-                        field.label().c_str(), lat->dim(2), lat->nComponents(), type.name());
-            return -1;
-        }
-        const int dims[3] = {lat->dim(0), lat->dim(1), lat->nComponents()};
-        object =
-            std::make_unique<Dicom3Object>(dims, static_cast<const unsigned char *>(lat->data()));
-    } else {
-        if (type != KcPrimType::UInt8 && type != KcPrimType::Int16 && type != KcPrimType::UInt16) {
-            msg->printf("save-dicom: field \"%s\" holds %s samples; DICOM images are written "
-                        "from unsigned 8-bit and signed or unsigned 16-bit samples\n",
-                        field.label().c_str(), type.name());
-            return -1;
-        }
-        if (auto *uniform = dynamic_cast<VxUniformScalarField3 *>(&field))
-            object = std::make_unique<Dicom3Object>(uniform);
-        else if (auto *stacked = dynamic_cast<VxStackedScalarField3 *>(&field))
-            object = std::make_unique<Dicom3Object>(stacked);
-        else {
-            msg->printf("save-dicom: field \"%s\" is neither uniform nor stacked\n",
-                        field.label().c_str());
-            return -1;
-        }
-        object->setSOPClassIndex(request.sopClassIndex >= 0 ? request.sopClassIndex
-                                                            : defaultSopClass(field));
-        // Lengths are written in millimetres.
-        object->setLengthUnitFactor(static_cast<float>(field.unitLength() * 1000.0));
-    }
-    if (!request.patientName.empty())
-        object->setPatientName(QString::fromStdString(request.patientName));
-    if (object->generate() < 0)
-        return -1;
-    if (lat->nComponents() == 3) {
-        // Colour images need their sample arrangement stated; the pixels are
-        // interleaved.
-        VxParamBundle colour("DICOM");
-        auto *all = new VxParamBundle("All");
-        all->insert(new VxParameter("G0028-0006", "planar configuration [US]: 0"));
-        colour.insert(all);
-        object->insertDicomParamBundle(&colour);
-    }
-    if (request.attributes)
-        object->insertDicomParamBundle(request.attributes.get());
-
-    QStringList written;
-    const int n = writeDicom3Slices(*object, QString::fromStdString(dir),
-                                    QString::fromStdString(request.prefix), &written);
-    if (n < 0)
-        return -1;
-    std::printf("field \"%s\": %d file%s written to %s (%s)\n", field.label().c_str(), n,
-                n == 1 ? "" : "s", dir.c_str(),
-                Dicom3Object::theModality[object->getSOPClassIndex()]);
-    return n;
-}
 
 } // namespace
 
@@ -210,8 +108,8 @@ int runSaveDicom(int argc, char **argv)
             const char *v = value(a);
             if (!v)
                 return 2;
-            request.sopClassIndex = sopClassOf(v);
-            if (request.sopClassIndex < 0) {
+            request.options.sopClassIndex = dicom3SopClassOf(QString::fromLocal8Bit(v));
+            if (request.options.sopClassIndex < 0) {
                 std::fprintf(stderr,
                              "vxdicom save-dicom: unknown modality '%s' (CT, MR, NM, CR, SC, US, "
                              "US-MF)\n",
@@ -227,12 +125,12 @@ int runSaveDicom(int argc, char **argv)
             const char *v = value(a);
             if (!v)
                 return 2;
-            request.patientName = v;
+            request.options.patientName = QString::fromLocal8Bit(v);
         } else if (std::strcmp(a, "--prefix") == 0) {
             const char *v = value(a);
             if (!v)
                 return 2;
-            request.prefix = v;
+            request.options.prefix = QString::fromLocal8Bit(v);
         } else if (a[0] == '-' && a[1] != '\0') {
             std::fprintf(stderr, "vxdicom save-dicom: unknown option '%s'\n", a);
             return 2;
@@ -247,8 +145,8 @@ int runSaveDicom(int argc, char **argv)
     }
     if (!attributesFile.empty()) {
         std::string error;
-        request.attributes = readAttributeFile(attributesFile, &error);
-        if (!request.attributes) {
+        request.options.attributes = readAttributeFile(attributesFile, &error);
+        if (!request.options.attributes) {
             std::fprintf(stderr, "vxdicom save-dicom: %s\n", error.c_str());
             return 1;
         }
@@ -301,7 +199,7 @@ int runSaveDicom(int argc, char **argv)
                 dir = QDir(QString::fromStdString(request.outDir))
                           .filePath(QString::fromStdString(folderName(field->label(), used)))
                           .toStdString();
-            ok = saveField(*field, dir, request) >= 0 && ok;
+            ok = saveFieldAsDicom(*field, QString::fromStdString(dir), request.options) >= 0 && ok;
         }
         return ok ? 0 : 1;
     });
