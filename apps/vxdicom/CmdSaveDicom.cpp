@@ -2,7 +2,6 @@
 // Each field (from a NIfTI or NRRD file, or from DICOM loaded as by `load
 // -nodialog`) becomes one single-frame file per slice.
 
-#include "apps/vxdicom/AttributeFile.h"
 #include "apps/vxdicom/GuiRuntime.h"
 #include "apps/vxdicom/InputFiles.h"
 #include "apps/vxdicom/SubCommand.h"
@@ -11,7 +10,10 @@
 #include "platform/data/VxField3.h"
 #include "platform/data/VxFieldFile.h"
 #include "vxdicom/browser/DicomDialog.h"
+#include "vxdicom/export/Dicom3AttributeFile.h"
 #include "vxdicom/export/Dicom3FieldWriter.h"
+#include "vxdicom/export/QxDicom3SaveDialog.h"
+#include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/reader/VxDicom.h"
 
 #include <QDir>
@@ -51,6 +53,7 @@ struct SaveRequest
 {
     std::string outDir;
     Dicom3SaveOptions options;
+    bool edit = false; ///< each field through the "Save as DICOM" dialog
 };
 
 } // namespace
@@ -74,6 +77,9 @@ void helpSaveDicom()
         "                         default: the field's modality when CT, MR or NM, else MR\n"
         "  --attributes FILE      attributes that override the generated ones, one per\n"
         "                         line: GGGG,EEEE VR description: value (see README)\n"
+        "  --edit                 show the \"Save as DICOM\" dialog for each field (needs a\n"
+        "                         display): modality, prefix and every attribute to\n"
+        "                         edit before the files are written\n"
         "  --patient-name NAME    the patient's name (default \"Unknown\")\n"
         "  --prefix TEXT          file name prefix (default IM)\n"
         "  -h, --help             this text\n"
@@ -121,6 +127,8 @@ int runSaveDicom(int argc, char **argv)
             if (!v)
                 return 2;
             attributesFile = v;
+        } else if (std::strcmp(a, "--edit") == 0) {
+            request.edit = true;
         } else if (std::strcmp(a, "--patient-name") == 0) {
             const char *v = value(a);
             if (!v)
@@ -188,6 +196,11 @@ int runSaveDicom(int argc, char **argv)
             for (VxField3 *f : loaded)
                 fields.push_back(f);
         }
+        if (request.edit && !VxWarningDialog::haveDisplay()) {
+            std::fprintf(stderr, "vxdicom save-dicom: --edit shows a dialog and needs a display "
+                                 "(DISPLAY is not set); nothing was written\n");
+            return 2;
+        }
         if (fields.empty()) {
             std::fprintf(stderr, "vxdicom save-dicom: nothing to write\n");
             return 1;
@@ -199,7 +212,17 @@ int runSaveDicom(int argc, char **argv)
                 dir = QDir(QString::fromStdString(request.outDir))
                           .filePath(QString::fromStdString(folderName(field->label(), used)))
                           .toStdString();
-            ok = saveFieldAsDicom(*field, QString::fromStdString(dir), request.options) >= 0 && ok;
+            if (!request.edit) {
+                ok = saveFieldAsDicom(*field, QString::fromStdString(dir), request.options) >= 0 &&
+                     ok;
+            } else if (saveFieldThroughDialog(*field, QString::fromStdString(dir),
+                                              request.options) == 0) {
+                std::fprintf(stderr,
+                             "vxdicom save-dicom: cancelled; nothing was written for field "
+                             "\"%s\"\n",
+                             field->label().c_str());
+                ok = false;
+            }
         }
         return ok ? 0 : 1;
     });

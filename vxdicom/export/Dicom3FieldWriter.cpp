@@ -172,23 +172,37 @@ int saveFieldAsDicom(VxField3 &field, const QString &dir, const Dicom3SaveOption
     return n;
 }
 
-bool dicom3WriterOwns(int group, int element)
+bool dicom3WriterOwns(int group, int element, QString *why)
 {
-    if (element == 0x0000 || group == 0x0002 || group == 0x0028 || group == 0x7FE0)
+    auto owned = [why](const char *reason) {
+        if (why)
+            *why = QString::fromLatin1(reason);
         return true;
-    static const int owned[][2] = {
-        {0x0008, 0x0016}, // SOP Class UID: the storage class chosen
-        {0x0008, 0x0018}, // SOP Instance UID: one per slice
-        {0x0018, 0x0050}, // Slice Thickness
-        {0x0020, 0x0012}, // Acquisition Number: the slice
-        {0x0020, 0x0013}, // Instance Number: the slice
-        {0x0020, 0x0032}, // Image Position (Patient)
-        {0x0020, 0x0037}, // Image Orientation (Patient)
-        {0x0020, 0x1041}, // Slice Location
     };
-    for (const auto &tag : owned)
-        if (tag[0] == group && tag[1] == element)
-            return true;
+    if (element == 0x0000)
+        return owned("group lengths are counted when the file is written");
+    if (group == 0x0002)
+        return owned("the file meta information describes the written file");
+    if (group == 0x0028 || group == 0x7FE0)
+        return owned("the image and its pixel description come from the field");
+    static const struct
+    {
+        int group, element;
+        const char *reason;
+    } tags[] = {
+        {0x0008, 0x0016, "the storage class is chosen with the modality"},
+        {0x0008, 0x0018, "every slice gets a UID of its own"},
+        {0x0008, 0x0060, "it is chosen with the modality"},
+        {0x0018, 0x0050, "the geometry comes from the field"},
+        {0x0020, 0x0012, "it numbers the slices"},
+        {0x0020, 0x0013, "it numbers the slices"},
+        {0x0020, 0x0032, "the geometry comes from the field"},
+        {0x0020, 0x0037, "the geometry comes from the field"},
+        {0x0020, 0x1041, "the geometry comes from the field"},
+    };
+    for (const auto &tag : tags)
+        if (tag.group == group && tag.element == element)
+            return owned(tag.reason);
     return false;
 }
 

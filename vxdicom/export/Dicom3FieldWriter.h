@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -41,8 +42,9 @@ int saveFieldAsDicom(VxField3 &field, const QString &dir, const Dicom3SaveOption
 /// Whether the writer owns the element: the file meta group, group lengths,
 /// the pixel description and pixel data, the geometry and what changes from
 /// slice to slice (SOP class and instance UIDs, instance and acquisition
-/// numbers, positions). A value given for it is never written.
-bool dicom3WriterOwns(int group, int element);
+/// numbers, positions) and the modality. A value given for it is never
+/// written; *why (when given) says where the written value comes from.
+bool dicom3WriterOwns(int group, int element, QString *why = nullptr);
 
 /// The attributes the object will write, as the bundle "DICOM" holding
 /// "All" with one "G%04X-%04X" parameter per element ("name [VR]: value",

@@ -5,8 +5,6 @@
 
 class VxParamBundle;
 
-namespace vxdicom_cli {
-
 /// Reads attributes a user wrote by hand, one per line:
 ///
 ///     # a comment; blank lines are ignored
@@ -21,4 +19,7 @@ namespace vxdicom_cli {
 /// name and line in *error, when a line cannot be read.
 std::unique_ptr<VxParamBundle> readAttributeFile(const std::string &path, std::string *error);
 
-} // namespace vxdicom_cli
+/// Writes the parameters of the bundle's "All" in the form readAttributeFile
+/// reads, after a comment line that says what the file is. False, with the
+/// reason in *error, when the file cannot be written.
+bool writeAttributeFile(const std::string &path, const VxParamBundle &bundle, std::string *error);

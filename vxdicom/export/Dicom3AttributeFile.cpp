@@ -1,14 +1,13 @@
-#include "apps/vxdicom/AttributeFile.h"
+#include "vxdicom/export/Dicom3AttributeFile.h"
 
 #include "platform/data/VxParamBundle.h"
+#include "vxdicom/params/DicomParamFilter.h"
 #include "vxdicom/params/DicomValueCodec.h"
 
 #include <QFile>
 #include <QRegularExpression>
 #include <QString>
 #include <QStringList>
-
-namespace vxdicom_cli {
 
 std::unique_ptr<VxParamBundle> readAttributeFile(const std::string &path, std::string *error)
 {
@@ -50,4 +49,33 @@ std::unique_ptr<VxParamBundle> readAttributeFile(const std::string &path, std::s
     return bundle;
 }
 
-} // namespace vxdicom_cli
+bool writeAttributeFile(const std::string &path, const VxParamBundle &bundle, std::string *error)
+{
+    QFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text)) {
+        if (error)
+            *error = "cannot write " + path + ": " + file.errorString().toStdString();
+        return false;
+    }
+    QByteArray text = "# DICOM attributes for vxdicom save-dicom --attributes: "
+                      "GGGG,EEEE VR description: value\n";
+    if (const VxParamBundle *all = bundle.bundle("All"))
+        for (int i = 0; i < all->size(); ++i) {
+            const VxParamBase *entry = all->entry(i);
+            if (!entry || entry->isBundle())
+                continue;
+            const auto *p = static_cast<const VxParameter *>(entry);
+            text += QStringLiteral("%1,%2 %3 %4: %5\n")
+                        .arg(decodeDicomParam(p, ContentGroup), decodeDicomParam(p, ContentElement),
+                             decodeDicomParam(p, ContentVR),
+                             decodeDicomParam(p, ContentName).trimmed(),
+                             decodeQString(decodeDicomParam(p, ContentValue).trimmed()))
+                        .toUtf8();
+        }
+    if (file.write(text) != text.size() || !file.flush()) {
+        if (error)
+            *error = "cannot write " + path + ": " + file.errorString().toStdString();
+        return false;
+    }
+    return true;
+}
