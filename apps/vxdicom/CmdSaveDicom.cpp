@@ -9,11 +9,11 @@
 #include "platform/core/VxMessage.h"
 #include "platform/data/VxField3.h"
 #include "platform/data/VxFieldFile.h"
+#include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/browser/DicomDialog.h"
 #include "vxdicom/export/Dicom3AttributeFile.h"
 #include "vxdicom/export/Dicom3FieldWriter.h"
 #include "vxdicom/export/QxDicom3SaveDialog.h"
-#include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/reader/VxDicom.h"
 
 #include <QDir>
@@ -21,6 +21,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <set>
@@ -149,6 +150,11 @@ int runSaveDicom(int argc, char **argv)
     if (inputs.empty() || request.outDir.empty()) {
         std::fprintf(stderr, "vxdicom save-dicom: %s\n",
                      inputs.empty() ? "no INPUT given" : "no output folder (-o OUTDIR) given");
+        return 2;
+    }
+    if (request.edit && !std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")) {
+        std::fprintf(stderr, "vxdicom save-dicom: --edit shows a dialog and needs a display "
+                             "(DISPLAY is not set); nothing was written\n");
         return 2;
     }
     if (!attributesFile.empty()) {

@@ -56,6 +56,10 @@ TEST(VxdicomCommand, UsageErrorsExitWithTwo)
     r = run("info --bogus x.dcm");
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(contains(r.err, "unknown option '--bogus'"));
+    r = vxtest::runCapturing("env -u DISPLAY -u WAYLAND_DISPLAY " + shellQuote(VXDICOM_BINARY) +
+                             " save-dicom in.nii -o out --edit");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(contains(r.err, "--edit shows a dialog and needs a display")) << r.err;
 }
 
 std::string ts(int n)

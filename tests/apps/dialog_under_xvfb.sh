@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# vxdicom load with the import dialog on a real X display (Xvfb), answered
-# from outside with xdotool as a user answers it: OK saves the field and exits
-# 0; Esc loads nothing and exits 1; Ctrl-C (SIGINT) ends the program. Every
-# run must end within its time limit: a hang fails the test.
+# vxdicom's dialogs on a real X display (Xvfb), answered from outside with
+# xdotool as a user answers them. load: OK saves the field and exits 0, Esc
+# loads nothing and exits 1, Ctrl-C (SIGINT) ends the program. save-dicom
+# --edit: Save writes the files, Esc writes nothing. Every run must end within
+# its time limit: a hang fails the test.
 #   dialog_under_xvfb.sh VXDICOM_BINARY SHARED_DATA_DIR
 # Exit status 77 (skipped) without xvfb-run, xdotool or the shared files.
 set -uo pipefail
@@ -63,6 +64,32 @@ grep -q 'cancelled in the import dialog; nothing was loaded' "$work/escape/stder
 run sigint sigint
 [ "$status" -ne 0 ] || fail "sigint: exit status 0 after an interrupt"
 [ -z "$(ls "$work/sigint/fields")" ] || fail "sigint: something was saved"
+
+# save-dicom --edit: Save writes the files (and its report box is answered),
+# Esc writes nothing.
+for answer in save escape; do
+    dir="$work/save-$answer"
+    timeout 120 "$vxdicom" save-dicom "$series" -o "$dir" --edit >"$dir.out" 2>"$dir.err" &
+    pid=$!
+    window="$(timeout 60 xdotool search --sync --onlyvisible --name '^Save as DICOM$' | head -1)"
+    if [ "$answer" = save ]; then
+        xdotool windowfocus --sync "$window" key Return
+        report="$(timeout 60 xdotool search --sync --onlyvisible --name '^DICOM files written$' | head -1)"
+        xdotool windowfocus --sync "$report" key Return
+    else
+        xdotool windowfocus --sync "$window" key Escape
+    fi
+    status=0
+    wait "$pid" || status=$?
+    count=$(ls "$dir" 2>/dev/null | wc -l)
+    echo "save-dicom --edit, $answer: exit status $status, $count files"
+    if [ "$answer" = save ]; then
+        [ "$status" -eq 0 ] && [ "$count" -eq 256 ] || fail "save: $(cat "$dir.err")"
+    else
+        [ "$status" -eq 1 ] && [ "$count" -eq 0 ] || fail "escape: status $status, $count files"
+        grep -q 'cancelled; nothing was written' "$dir.err" || fail "escape: the cancel was not reported"
+    fi
+done
 
 [ "$failures" -eq 0 ] || exit 1
 echo "all runs ended as expected"

@@ -65,12 +65,12 @@ bool writeAttributeFile(const std::string &path, const VxParamBundle &bundle, st
             if (!entry || entry->isBundle())
                 continue;
             const auto *p = static_cast<const VxParameter *>(entry);
-            text += QStringLiteral("%1,%2 %3 %4: %5\n")
-                        .arg(decodeDicomParam(p, ContentGroup), decodeDicomParam(p, ContentElement),
-                             decodeDicomParam(p, ContentVR),
-                             decodeDicomParam(p, ContentName).trimmed(),
-                             decodeQString(decodeDicomParam(p, ContentValue).trimmed()))
-                        .toUtf8();
+            text +=
+                QStringLiteral("%1,%2 %3 %4: %5\n")
+                    .arg(decodeDicomParam(p, ContentGroup), decodeDicomParam(p, ContentElement),
+                         decodeDicomParam(p, ContentVR), decodeDicomParam(p, ContentName).trimmed(),
+                         decodeQString(decodeDicomParam(p, ContentValue).trimmed()))
+                    .toUtf8();
         }
     if (file.write(text) != text.size() || !file.flush()) {
         if (error)

@@ -178,8 +178,13 @@ std::unique_ptr<VxParamBundle> QxDicom3SaveDialog::attributes(QString *why) cons
         }
         const VxParameter *written = findTag(generatedAll, tagOf(*p));
         if (!written || contentOf(*written) != contentOf(*p)) {
+            const char *name =
+                dicom::dicomDictionaryName(static_cast<uint16_t>(g), static_cast<uint16_t>(e));
             *why = tr("(%1) %2 cannot be set here: %3.")
-                       .arg(tagOf(*p), decodeDicomParam(p, ContentName).trimmed(), reason);
+                       .arg(tagOf(*p),
+                            name ? QString::fromUtf8(name)
+                                 : decodeDicomParam(p, ContentName).trimmed(),
+                            reason);
             return nullptr;
         }
     }
@@ -188,6 +193,8 @@ std::unique_ptr<VxParamBundle> QxDicom3SaveDialog::attributes(QString *why) cons
 
 void QxDicom3SaveDialog::accept()
 {
+    // What is being typed counts, as when the cell is left.
+    elements->commitEdit();
     QString why;
     std::unique_ptr<VxParamBundle> chosen = attributes(&why);
     if (!chosen) {
@@ -196,7 +203,8 @@ void QxDicom3SaveDialog::accept()
     }
     Dicom3SaveOptions save = options;
     save.sopClassIndex = dicom3SopClassOf(modality->currentText());
-    save.prefix = prefix->text().trimmed().isEmpty() ? QStringLiteral("IM") : prefix->text().trimmed();
+    save.prefix =
+        prefix->text().trimmed().isEmpty() ? QStringLiteral("IM") : prefix->text().trimmed();
     save.attributes = std::move(chosen);
     const int n = saveFieldAsDicom(*field, dir, save);
     if (n < 0) {
@@ -205,13 +213,15 @@ void QxDicom3SaveDialog::accept()
         return;
     }
     written = n;
-    VxWarningDialog::information(tr("DICOM files written"),
-                                 tr("%1 file%2 written to %3").arg(n).arg(n == 1 ? "" : "s").arg(dir));
+    VxWarningDialog::information(
+        tr("DICOM files written"),
+        tr("%1 file%2 written to %3").arg(n).arg(n == 1 ? "" : "s").arg(dir));
     QDialog::accept();
 }
 
 void QxDicom3SaveDialog::addRow()
 {
+    elements->commitEdit();
     elements->addNewItem();
     elements->setCurrentCell(elements->rowCount() - 1, QxDicom3Table::Content);
 }
@@ -251,6 +261,7 @@ bool QxDicom3SaveDialog::saveAttributesTo(const QString &path, QString *why) con
 
 void QxDicom3SaveDialog::saveAttributes()
 {
+    elements->commitEdit();
     const QString path = QFileDialog::getSaveFileName(
         this, tr("Save attributes"), dir + QStringLiteral("/attributes.txt"),
         tr("Attribute lists (*.txt);;All files (*)"), nullptr, QFileDialog::DontUseNativeDialog);
@@ -272,6 +283,7 @@ void QxDicom3SaveDialog::modalityChanged()
 {
     if (!base)
         return;
+    elements->commitEdit();
     // The user's rows: those that differ from what the writer generated.
     const std::unique_ptr<VxParamBundle> table(elements->getContentAsDicomParamBundle());
     VxParamBundle changes("DICOM");

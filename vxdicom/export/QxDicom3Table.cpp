@@ -15,8 +15,7 @@
 class QxDicom3TableDelegate : public QStyledItemDelegate
 {
 public:
-    explicit QxDicom3TableDelegate(QxDicom3Table *table)
-        : QStyledItemDelegate(table), table(table)
+    explicit QxDicom3TableDelegate(QxDicom3Table *table) : QStyledItemDelegate(table), table(table)
     {
     }
 
@@ -29,7 +28,8 @@ public:
         return editor;
     }
     void setEditorData(QWidget *, const QModelIndex &) const override {}
-    void setModelData(QWidget *editor, QAbstractItemModel *, const QModelIndex &index) const override
+    void setModelData(QWidget *editor, QAbstractItemModel *,
+                      const QModelIndex &index) const override
     {
         if (auto *item = static_cast<QxDicom3TableItem *>(table->item(index.row(), index.column())))
             item->setContentFromEditor(editor);
@@ -149,11 +149,11 @@ QxDicom3Table::QxDicom3Table(QWidget *parent, const char *name, TableType tableT
             [this](int row, int column) { update(row, column); });
 }
 
-void QxDicom3Table::setRow(int row, const QString &group, const QString &element,
-                           const QString &vr, const QString &description, const QString &content)
+void QxDicom3Table::setRow(int row, const QString &group, const QString &element, const QString &vr,
+                           const QString &description, const QString &content)
 {
-    const QString texts[6] = {group, element, vr, QString::number(content.length()), description,
-                              content};
+    const QString texts[6] = {group,       element, vr, QString::number(content.length()),
+                              description, content};
     for (int c = 0; c < 6; ++c) {
         auto *item = new QxDicom3TableItem(texts[c]);
         const bool editable = c == Content || (type == Full && (c == Group || c == VR));
@@ -194,8 +194,8 @@ VxParamBundle *QxDicom3Table::getContentAsDicomParamBundle() const
     for (int r = 0; r < rowCount(); ++r) {
         const QByteArray name =
             QStringLiteral("G%1-%2").arg(text(r, Group), text(r, Element)).toLatin1();
-        const QString value = encodeQString(text(r, Description) + " [" + text(r, VR) +
-                                            "]:" + text(r, Content));
+        const QString value =
+            encodeQString(text(r, Description) + " [" + text(r, VR) + "]:" + text(r, Content));
         all->insert(new VxParameter(name.constData(), value.toUtf8().constData()));
     }
     dicomBundle->insert(all);
@@ -229,6 +229,14 @@ void QxDicom3Table::cancelEdit()
 {
     if (openEditor)
         closeEditor(openEditor, QAbstractItemDelegate::RevertModelCache);
+}
+
+void QxDicom3Table::commitEdit()
+{
+    if (!openEditor)
+        return;
+    commitData(openEditor);
+    closeEditor(openEditor, QAbstractItemDelegate::NoHint);
 }
 
 void QxDicom3Table::adjustAll()
@@ -267,10 +275,10 @@ void QxDicom3Table::addNewItem()
     setSortingEnabled(false);
     const int r = rowCount();
     insertRow(r);
-    setRow(r, QStringLiteral("F000"), QStringLiteral("F000"), QStringLiteral("DT"),
-           tr("new Private Element"),
-           parseSingleDicomDataString(getDicomDate() + QLatin1Char(' ') + getDicomTime(),
-                                      dicom::DT));
+    setRow(
+        r, QStringLiteral("F000"), QStringLiteral("F000"), QStringLiteral("DT"),
+        tr("new Private Element"),
+        parseSingleDicomDataString(getDicomDate() + QLatin1Char(' ') + getDicomTime(), dicom::DT));
     setSortingEnabled(sorting);
     scrollToItem(item(r, Content));
 }

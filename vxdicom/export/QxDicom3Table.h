@@ -51,6 +51,9 @@ public:
     TableType tableType() const { return type; }
     /// Ends an edit of the current row without taking its value.
     void cancelEdit();
+    /// Ends an edit of the current row, taking its value (what leaving the
+    /// cell does).
+    void commitEdit();
     /// Hides columns 0..3 for table type 1; otherwise fits every column and
     /// sets group and element to 50 pixels and the VR to 55.
     void adjustAll();

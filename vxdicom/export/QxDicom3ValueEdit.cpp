@@ -46,6 +46,7 @@ void QxDicom3ValueEdit::init()
     edit->setAlignment(Qt::AlignLeft);
     layout->addWidget(edit, 1);
     connect(edit, &QLineEdit::returnPressed, this, &QxDicom3ValueEdit::parseText);
+    edit->installEventFilter(this);
     if (isLongText(valueRep)) {
         more = new QPushButton(QStringLiteral("..."), this);
         more->setMaximumWidth(25);
@@ -109,9 +110,17 @@ void QxDicom3ValueEdit::createDialog()
 
 void QxDicom3ValueEdit::keyReleaseEvent(QKeyEvent *event)
 {
-    if (event->key() == Qt::Key_Escape)
+    if (event->key() == Qt::Key_Escape && !edit->hasFocus())
         setText(saved, true);
     QWidget::keyReleaseEvent(event);
+}
+
+bool QxDicom3ValueEdit::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == edit && event->type() == QEvent::KeyRelease &&
+        static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape)
+        setText(saved, true);
+    return QWidget::eventFilter(watched, event);
 }
 
 void QxDicom3ValueEdit::focusInEvent(QFocusEvent *event)

@@ -44,6 +44,9 @@ public slots:
 protected:
     void keyReleaseEvent(QKeyEvent *event) override;
     void focusInEvent(QFocusEvent *event) override;
+    /// Escape released in the line edit, which has the focus, is this
+    /// editor's Escape.
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void init();
