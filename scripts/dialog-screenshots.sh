@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Screenshots of the import dialog as a user drives it, made from the real
-# program on a virtual X display: the dialog with two series, a stack chosen
-# (stack pane filled), the popup menu of an image, and its preview. The
-# dialog is driven with the keyboard through xdotool; OK then loads the
-# chosen stack.
+# Screenshots of vxdicom's dialogs as a user drives them, made from the real
+# program on a virtual X display. The import dialog: two series, a stack
+# chosen (stack pane filled), the popup menu of an image, and its preview;
+# OK then loads the chosen stack. "Save as DICOM" on the first series, with
+# an attribute file that sets the patient's name and a private element; Save
+# writes the files, whose lines for those elements go to save-dcmdump.txt.
+# The dialogs are driven with the keyboard through xdotool.
 #   scripts/dialog-screenshots.sh OUTDIR [SERIES_DIR ...]
 # Needs xvfb, xdotool and imagemagick (Debian packages) and a built
 # build/apps/vxdicom/vxdicom. Without SERIES_DIR the Philips CT and the
@@ -37,7 +39,7 @@ fields="$(mktemp -d)"
 trap 'rm -rf "$fields"' EXIT
 "$vxdicom" load "${series[@]}" -o "$fields" >"$out/load.log" 2>&1 &
 pid=$!
-dialog="$(xdotool search --sync --name "DICOM Loader" | head -1)"
+dialog="$(timeout 60 xdotool search --sync --name "DICOM Loader" | head -1)"
 sleep 1
 eval "$(xdotool getwindowgeometry --shell "$dialog")" # X, Y, WIDTH, HEIGHT
 shot() { # the dialog's part of the screen, menus and previews over it included
@@ -61,3 +63,27 @@ key "$dialog" Return
 status=0
 wait "$pid" || status=$?
 echo "vxdicom load exited with $status; saved: $(cd "$fields" && ls | tr '\n' ' ')" | tee -a "$out/load.log"
+
+printf '%s\n' "0010,0010 PN patient name: Doe^Jane" \
+    "F000,F000 LO private text: vxdicom edit test" >"$fields/attributes.txt"
+"$vxdicom" save-dicom "${series[0]}" -o "$fields/dicom" --edit --attributes "$fields/attributes.txt" \
+    >"$out/save.log" 2>&1 &
+pid=$!
+save="$(timeout 60 xdotool search --sync --onlyvisible --name '^Save as DICOM$' | head -1)"
+sleep 1
+eval "$(xdotool getwindowgeometry --shell "$save")"
+key "$save" Tab Tab ctrl+End                # the table, its last row: the private element
+shot 5-save-dialog.png
+key "$save" alt+s                           # Save
+report="$(timeout 60 xdotool search --sync --onlyvisible --name '^DICOM files written$' | head -1)"
+shot 6-save-report.png
+key "$report" Return
+status=0
+wait "$pid" || status=$?
+first="$(ls "$fields/dicom" | head -1)"
+{
+    echo "\$ dcmdump $first | grep -E '(0010,0010|f000,f000)'"
+    dcmdump "$fields/dicom/$first" | grep -aE '\((0010,0010|f000,f000)\)'
+} >"$out/save-dcmdump.txt"
+echo "vxdicom save-dicom --edit exited with $status; $(ls "$fields/dicom" | wc -l) files" |
+    tee -a "$out/save.log"

@@ -99,7 +99,7 @@ QxDicom3SaveDialog::QxDicom3SaveDialog(VxField3 *f, const QString &folder,
     rowButtons->addStretch(1);
     layout->addLayout(rowButtons);
     layout->addLayout(createButtons(ButtonsOkCancel));
-    okButton()->setText(tr("Save"));
+    okButton()->setText(tr("&Save"));
     resize(820, 640);
 
     connect(add, &QPushButton::clicked, this, &QxDicom3SaveDialog::addRow);
