@@ -109,6 +109,12 @@ struct dicom::dicomStructImpl
     std::unique_ptr<unsigned char[], void (*)(void *)> pixels{nullptr, free};
     PixelLayout layout;
 
+    /// Functional groups of an enhanced multi-frame file: the leaf values of
+    /// the Shared (5200,9229) and of each item of the Per-frame (5200,9230)
+    /// Functional Groups Sequence, as text, by tag.
+    std::unordered_map<uint32_t, std::string> sharedGroups;
+    std::vector<std::unordered_map<uint32_t, std::string>> frameGroups;
+
     mutable std::mutex textMutex;
     mutable std::unordered_map<uint32_t, std::string> texts;
 

@@ -489,6 +489,36 @@ DcmInputStreamFactory *SourceStream::newFactory() const
     return new MemorySourceFactory(source.bytes(), source.size(), at, inflated);
 }
 
+// The values of the functional group macros of one frame (PS3.3 C.7.6.16):
+// each macro is a sequence of one item whose elements hold the values, and a
+// few nest one level deeper (MR Diffusion, Plane Orientation (Volume)). The
+// first occurrence of a tag wins; long values (none of the geometry) are left
+// out.
+void gatherLeaves(DcmItem *item, std::unordered_map<uint32_t, std::string> &values, int depth)
+{
+    for (DcmObject *o = item->nextInContainer(nullptr); o; o = item->nextInContainer(o)) {
+        auto *e = dynamic_cast<DcmElement *>(o);
+        if (!e)
+            continue;
+        if (auto *sq = dynamic_cast<DcmSequenceOfItems *>(e)) {
+            if (depth < 4)
+                if (DcmItem *first = sq->getItem(0))
+                    gatherLeaves(first, values, depth + 1);
+            continue;
+        }
+        const DcmTag &tag = e->getTag();
+        const uint32_t key = (uint32_t(tag.getGTag()) << 16) | tag.getETag();
+        if (e->getLengthField() == 0 || e->getLengthField() > 4096 || values.count(key))
+            continue;
+        OFString text;
+        if (e->getOFStringArray(text).good()) {
+            while (!text.empty() && (text.back() == ' ' || text.back() == '\0'))
+                text.erase(text.size() - 1);
+            values.emplace(key, std::string(text.c_str()));
+        }
+    }
+}
+
 class Collector
 {
 public:
@@ -548,6 +578,17 @@ public:
             }
 
             if (auto *sq = dynamic_cast<DcmSequenceOfItems *>(e)) {
+                if (!isMeta && out.group == 0x5200 && out.element == 0x9229) {
+                    if (DcmItem *shared = sq->getItem(0))
+                        gatherLeaves(shared, impl.sharedGroups, 0);
+                } else if (!isMeta && out.group == 0x5200 && out.element == 0x9230) {
+                    for (DcmObject *f = sq->nextInContainer(nullptr); f;
+                         f = sq->nextInContainer(f))
+                        if (auto *frame = dynamic_cast<DcmItem *>(f)) {
+                            impl.frameGroups.emplace_back();
+                            gatherLeaves(frame, impl.frameGroups.back(), 0);
+                        }
+                }
                 std::vector<unsigned char> bytes;
                 std::string reason;
                 if (!encodeSequence(sq, writeXfer, big, bytes, &reason))

@@ -276,4 +276,24 @@ const char *dicomGetById(const dicomStruct *d, uint16_t group, uint16_t element)
     return it->second.c_str();
 }
 
+const char *dicomGetFrameById(const dicomStruct *d, int frame, uint16_t group, uint16_t element)
+{
+    if (!d || !d->impl)
+        return nullptr;
+    const uint32_t key = (uint32_t(group) << 16) | element;
+    const auto &frames = d->impl->frameGroups;
+    if (frame >= 0 && size_t(frame) < frames.size()) {
+        auto it = frames[size_t(frame)].find(key);
+        if (it != frames[size_t(frame)].end())
+            return it->second.c_str();
+    }
+    auto it = d->impl->sharedGroups.find(key);
+    return it != d->impl->sharedGroups.end() ? it->second.c_str() : nullptr;
+}
+
+bool dicomHasFunctionalGroups(const dicomStruct *d)
+{
+    return d && d->impl && (!d->impl->frameGroups.empty() || !d->impl->sharedGroups.empty());
+}
+
 } // namespace dicom

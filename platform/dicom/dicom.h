@@ -158,6 +158,16 @@ bool dicomReadImageData(const dicomStruct *d, const char *path, int frame, void 
 /// hexadecimal. The text lives as long as d.
 const char *dicomGetById(const dicomStruct *d, uint16_t group, uint16_t element);
 
+/// The value of (group, element) for frame `frame` (0-based) of an enhanced
+/// multi-frame file, as its item of the Per-frame Functional Groups Sequence
+/// (5200,9230) gives it, else the Shared Functional Groups Sequence
+/// (5200,9229); the value is looked for in the functional group macros (and
+/// one level below). Null when neither holds it (the caller falls back to the
+/// top-level element). Text as dicomGetById gives it; lives as long as d.
+const char *dicomGetFrameById(const dicomStruct *d, int frame, uint16_t group, uint16_t element);
+/// Whether the file carries functional groups (an enhanced multi-frame object).
+bool dicomHasFunctionalGroups(const dicomStruct *d);
+
 /// The element with that tag, or null.
 const dicomDataElement *dicomFindElement(const dicomStruct *d, uint16_t group, uint16_t element);
 

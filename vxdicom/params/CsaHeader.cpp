@@ -5,6 +5,7 @@
 #include "platform/data/VxParameter.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -186,4 +187,49 @@ VxParamBundle *decode_csa1(const unsigned char *data, int length, const char *na
 
     // 3. The older layout yields an empty bundle.
     return new VxParamBundle(name);
+}
+
+namespace {
+
+uint32_t le32(const unsigned char *p)
+{
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+
+} // namespace
+
+std::vector<std::string> csa2Values(const unsigned char *data, int length, const char *name)
+{
+    const CsaBytes value(data, length);
+    if (!value.fits(0, 16) || std::memcmp(data, "SV10", 4) != 0)
+        return {};
+    const uint32_t n = le32(data + 8);
+    size_t pos = 16;
+    for (uint32_t t = 0; t < n && t < 10000; ++t) {
+        if (!value.fits(pos, kTagSize))
+            return {};
+        const std::string tag = value.text(pos + kTagName, kTagNameSize);
+        const uint32_t vm = le32(data + pos + kTagVm);
+        const uint32_t nItems = le32(data + pos + kTagNItems);
+        pos += kTagSize;
+        std::vector<std::string> items;
+        for (uint32_t i = 0; i < nItems && i < 100000; ++i) {
+            if (!value.fits(pos, kItemHeaderSize))
+                return {};
+            const uint32_t len = le32(data + pos + kItemLength);
+            pos += kItemHeaderSize;
+            if (!value.fits(pos, len))
+                return {};
+            if (i < vm) {
+                std::string text = value.text(pos, len);
+                while (!text.empty() && (text.back() == ' ' || text.back() == '\0'))
+                    text.pop_back();
+                items.push_back(text);
+            }
+            pos += paddedLength(len);
+        }
+        if (tag == name)
+            return items;
+    }
+    return {};
 }

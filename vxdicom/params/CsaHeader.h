@@ -32,3 +32,13 @@ VxParamBundle *decode_csa2(const unsigned char *data, int length, const char *na
 /// yields a new, empty bundle named `name`; null, with the same message, for
 /// more than 128 tags. The caller owns the result.
 VxParamBundle *decode_csa1(const unsigned char *data, int length, const char *name);
+
+#include <string>
+#include <vector>
+
+/// The values of the tag `name` of a CSA2 header ("SV10"), read with the
+/// full 32-bit counts and lengths of the layout (unlike decode_csa2's walk,
+/// which keeps the legacy low-byte reads), each trimmed of padding. Empty
+/// when the header is not CSA2, lacks the tag, or is damaged where the tag
+/// would be. Every read is checked against `length`.
+std::vector<std::string> csa2Values(const unsigned char *data, int length, const char *name);

@@ -1,9 +1,19 @@
 #include "vxdicom/reader/VxDicomFile.h"
 
 #include "platform/core/VxGunzip.h"
+#include "platform/core/VxMessage.h"
 #include "platform/data/VxParamBundle.h"
 #include "vxdicom/params/DicomElementConversion.h"
+#include "vxdicom/params/CsaHeader.h"
 #include "vxdicom/reader/VxDicomImage.h"
+
+#include <QString>
+
+#include <atomic>
+#include <cmath>
+#include <mutex>
+#include <string>
+#include <vector>
 
 #include <cerrno>
 #include <cstdio>
@@ -46,6 +56,8 @@ KcString openableCopy(const char *name, VxGunzip &unpacked, KcString &text)
 
 VxDicomFile::VxDicomFile(const char *name, int idx, int delayed) : index(idx)
 {
+    static std::atomic<uint64_t> files{0};
+    serial = ++files;
     fileName = KcFilename(name);
     loadName = KcFilename(name);
     try {
@@ -88,23 +100,104 @@ int VxDicomFile::extractImageData()
     float frameSpacing = 1;
     if (const char *s = dicom::dicomGetById(data, 0x0018, 0x0088))
         frameSpacing = static_cast<float>(std::atof(s));
+    // An enhanced multi-frame object places each frame through its
+    // functional groups; other multi-frame files only say how far apart the
+    // frames are.
+    const bool placedFrames = dicom::dicomHasFunctionalGroups(data);
 
+    int made = 0;
     for (int k = 0; k < data->frames; ++k) {
         unsigned char *pixels =
             data->pixelData ? data->pixelData + static_cast<size_t>(k) * data->frameSize : nullptr;
-        auto image = std::make_unique<VxDicomImage>(this, pixels);
+        auto image = std::make_unique<VxDicomImage>(this, pixels, k);
         image->setParameters();
         image->minValue = 1;
         image->maxValue = 0;
-        if (data->frames > 1)
+        if (data->frames > 1 && !(placedFrames && image->hasPosition))
             image->sliceLocation = k * frameSpacing;
+        ++made;
+        if (appendMosaicTiles(*image))
+            continue;
         if (pixels) {
             int lo, hi;
             image->dataRange(&lo, &hi);
         }
         images.append(image.release());
     }
-    return images.size() == data->frames ? 1 : 0;
+    return made == data->frames ? 1 : 0;
+}
+
+namespace {
+
+// The values of a tag of the Siemens CSA image header (0029,1010).
+std::vector<std::string> csaImageValues(const dicom::dicomStruct *d, const char *name)
+{
+    const dicom::dicomDataElement *e = dicom::dicomFindElement(d, 0x0029, 0x1010);
+    return e && e->data ? csa2Values(e->data, e->length, name) : std::vector<std::string>();
+}
+
+} // namespace
+
+// A Siemens mosaic holds the slices of a volume as tiles of one frame, row by
+// row. Its Image Position names the corner of the whole mosaic as if it were
+// one slice; the first tile lies half the difference of the two sizes further
+// along the rows and columns, and each next tile one slice distance along the
+// slice normal of the CSA image header, which gives the order of the tiles
+// (the normal of the row and column directions may point the other way).
+bool VxDicomFile::appendMosaicTiles(const VxDicomImage &frame)
+{
+    const char *type = frame.headerText(0x0008, 0x0008);
+    if (!type || !QString::fromLatin1(type).toUpper().contains(QLatin1String("MOSAIC")) ||
+        !frame.hasPosition || !frame.hasRowDirection())
+        return false;
+    int count = 0;
+    const std::vector<std::string> csaCount = csaImageValues(data, "NumberOfImagesInMosaic");
+    if (!csaCount.empty())
+        count = std::atoi(csaCount[0].c_str());
+    else if (const char *s = dicom::dicomGetById(data, 0x0019, 0x100A))
+        count = std::atoi(s);
+    const int perRow = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count))));
+    if (count < 2 || frame.width % perRow != 0 || frame.height % perRow != 0) {
+        if (count >= 2)
+            VxMessage::getTheMsg()->printf("%s: a mosaic of %d images does not divide %d x %d "
+                                           "pixels; read as one image\n",
+                                           fileName.c_str(), count, frame.width, frame.height);
+        return false;
+    }
+    const int tileWidth = frame.width / perRow;
+    const int tileHeight = frame.height / perRow;
+
+    float normal[3] = {frame.normal[0], frame.normal[1], frame.normal[2]};
+    const std::vector<std::string> csaNormal = csaImageValues(data, "SliceNormalVector");
+    if (csaNormal.size() == 3) {
+        float v[3];
+        double length = 0;
+        for (int i = 0; i < 3; ++i) {
+            v[i] = static_cast<float>(std::atof(csaNormal[static_cast<size_t>(i)].c_str()));
+            length += double(v[i]) * v[i];
+        }
+        length = std::sqrt(length);
+        if (length > 0.5)
+            for (int i = 0; i < 3; ++i)
+                normal[i] = static_cast<float>(v[i] / length);
+    }
+    float spacing = 0;
+    if (const char *s = frame.headerText(0x0018, 0x0088))
+        spacing = static_cast<float>(std::atof(s));
+    if (!(spacing > 0))
+        spacing = frame.sliceThickness;
+
+    const float alongRow = frame.pixelSpacing[0] * static_cast<float>(frame.width - tileWidth) / 2;
+    const float alongColumn =
+        frame.pixelSpacing[1] * static_cast<float>(frame.height - tileHeight) / 2;
+    for (int t = 0; t < count; ++t) {
+        float position[3];
+        for (int i = 0; i < 3; ++i)
+            position[i] = frame.position[i] + frame.rowDirection[i] * alongRow +
+                          frame.columnDirection[i] * alongColumn + normal[i] * spacing * t;
+        images.append(new VxDicomImage(frame, t, perRow, tileWidth, tileHeight, position));
+    }
+    return true;
 }
 
 std::unique_ptr<VxParamBundle> VxDicomFile::dicomDataElements() const
@@ -123,6 +216,11 @@ std::unique_ptr<VxParamBundle> VxDicomFile::dicomDataElements() const
 
 void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
 {
+    if (image.tile >= 0 && data->pixelData) {
+        cutTile(image, data->pixelData + static_cast<size_t>(image.frame) * data->frameSize,
+                buffer);
+        return;
+    }
     static KcString text;
     const char *name = loadName.c_str();
     if (access(name, R_OK) != 0)
@@ -131,15 +229,54 @@ void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
     VxGunzip unpacked;
     const KcString path = openableCopy(name, unpacked, text);
 
-    if (data->frames > 1)
-        throw failure(text, "Error: Delayed read for multi frame file: ", name);
-
     std::string why;
-    if (!dicom::dicomReadImageData(data, path.c_str(), 0, buffer,
-                                   static_cast<size_t>(image.dataSize), &why)) {
-        text = "Error: unable to load image data.";
-        if (!why.empty())
-            text += " (" + why + ")";
-        throw text.c_str();
+    if (image.tile < 0) {
+        // One frame, read on its own: multi-frame files are read lazily too.
+        if (!dicom::dicomReadImageData(data, path.c_str(), image.frame, buffer,
+                                       static_cast<size_t>(image.dataSize), &why)) {
+            text = "Error: unable to load image data.";
+            if (!why.empty())
+                text += " (" + why + ")";
+            throw text.c_str();
+        }
+        return;
     }
+    // A mosaic tile: the frame is read once for all its tiles (they follow
+    // each other in a stack) and kept until another frame is asked for.
+    static std::mutex cacheMutex;
+    static struct
+    {
+        uint64_t file = 0;
+        int frame = -1;
+        std::vector<unsigned char> bytes;
+    } cache;
+    const std::lock_guard<std::mutex> lock(cacheMutex);
+    if (cache.file != serial || cache.frame != image.frame) {
+        cache.file = 0;
+        cache.bytes.resize(static_cast<size_t>(data->frameSize) + 1);
+        if (!dicom::dicomReadImageData(data, path.c_str(), image.frame, cache.bytes.data(),
+                                       cache.bytes.size(), &why)) {
+            text = "Error: unable to load image data.";
+            if (!why.empty())
+                text += " (" + why + ")";
+            throw text.c_str();
+        }
+        cache.file = serial;
+        cache.frame = image.frame;
+    }
+    cutTile(image, cache.bytes.data(), buffer);
+}
+
+void VxDicomFile::cutTile(const VxDicomImage &image, const unsigned char *frameBytes,
+                          void *buffer) const
+{
+    const size_t pixel =
+        static_cast<size_t>(static_cast<float>(image.samplesPerPixel) * image.bytesPerSample);
+    const size_t row = static_cast<size_t>(image.width) * pixel;
+    const size_t frameRow = static_cast<size_t>(data->columns) * pixel;
+    const size_t left = static_cast<size_t>(image.tile % image.tilesPerRow) * row;
+    const size_t top = static_cast<size_t>(image.tile / image.tilesPerRow) * image.height;
+    auto *out = static_cast<unsigned char *>(buffer);
+    for (int y = 0; y < image.height; ++y)
+        std::memcpy(out + y * row, frameBytes + (top + y) * frameRow + left, row);
 }

@@ -5,6 +5,7 @@
 #include "platform/core/KcHandable.h"
 #include "platform/dicom/dicom.h"
 
+#include <cstdint>
 #include <memory>
 
 class VxDicomImage;
@@ -30,8 +31,12 @@ public:
     int extractImageData();
     /// Every data element of the file as a parameter, in a new bundle.
     std::unique_ptr<VxParamBundle> dicomDataElements() const;
-    /// Decodes the image's frame into buffer (dataSize bytes).
+    /// Decodes the image's frame (or cuts its mosaic tile) into buffer
+    /// (dataSize bytes).
     void loadPixelData(const VxDicomImage &image, void *buffer) const;
+    /// For a Siemens mosaic frame: appends one image per tile and returns
+    /// true; false (nothing appended) for any other frame.
+    bool appendMosaicTiles(const VxDicomImage &frame);
 
     /// Whether the file is a DICOMDIR.
     bool isDicomDir() const { return data && data->isDicomDir; }
@@ -46,4 +51,9 @@ public:
     KcFilename loadName;
     int ok = 0;
     int index = 0;
+    /// Tells files apart for the tile cache (addresses are reused).
+    uint64_t serial = 0;
+
+private:
+    void cutTile(const VxDicomImage &image, const unsigned char *frameBytes, void *buffer) const;
 };

@@ -46,13 +46,46 @@ float orientationTolerance()
 
 } // namespace
 
-VxDicomImage::VxDicomImage(const VxDicomFile *f, void *px) : file(f), pixels(px)
+VxDicomImage::VxDicomImage(const VxDicomFile *f, void *px, int frameIndex)
+    : file(f), frame(frameIndex), pixels(px)
 {
     initialize();
 }
 
-const char *VxDicomImage::text(unsigned short group, unsigned short element) const
+VxDicomImage::VxDicomImage(const VxDicomImage &m, int tileIndex, int perRow, int tileWidth,
+                           int tileHeight, const float tilePosition[3])
+    : file(m.file), frame(m.frame), tile(tileIndex), tilesPerRow(perRow)
 {
+    parameters = m.parameters;
+    width = tileWidth;
+    height = tileHeight;
+    bitsStored = m.bitsStored;
+    samplesPerPixel = m.samplesPerPixel;
+    planarConfig = m.planarConfig;
+    imageNumber = m.imageNumber;
+    bytesPerSample = m.bytesPerSample;
+    dataSize = static_cast<int>(static_cast<float>(tileWidth * tileHeight * samplesPerPixel) *
+                                bytesPerSample);
+    std::memcpy(pixelSpacing, m.pixelSpacing, sizeof pixelSpacing);
+    sliceThickness = m.sliceThickness;
+    oblique = m.oblique;
+    hasPosition = 1;
+    std::memcpy(position, tilePosition, sizeof position);
+    std::memcpy(rowDirection, m.rowDirection, sizeof rowDirection);
+    std::memcpy(columnDirection, m.columnDirection, sizeof columnDirection);
+    std::memcpy(normal, m.normal, sizeof normal);
+    sliceLocation = normal[0] * position[0] + normal[1] * position[1] + normal[2] * position[2];
+    rescaleSlope = m.rescaleSlope;
+    rescaleIntercept = m.rescaleIntercept;
+    isSigned = m.isSigned;
+    highBit = m.highBit;
+}
+
+const char *VxDicomImage::headerText(unsigned short group, unsigned short element) const
+{
+    if (file->data->frames > 1)
+        if (const char *v = dicom::dicomGetFrameById(file->data, frame, group, element))
+            return v;
     return dicom::dicomGetById(file->data, group, element);
 }
 
@@ -223,7 +256,10 @@ void *VxDicomImage::pixelData()
 void VxDicomImage::loadToMemory(void *buffer) const
 {
     file->loadPixelData(*this, buffer);
-    correctStoredBits(buffer);
+    // A tile cut out of a frame already in memory: that frame's bits were
+    // corrected when it was read.
+    if (!(tile >= 0 && file->data->pixelData))
+        correctStoredBits(buffer);
 }
 
 // Samples read after the header have not been through adjustHighBit. Bits

@@ -16,7 +16,12 @@ public:
     /// pixels: this frame's samples in memory, or null when the file is read
     /// lazily (then the file's own pixel pointer is tried, and failing that the
     /// file must still be able to read them).
-    VxDicomImage(const VxDicomFile *file, void *pixels);
+    VxDicomImage(const VxDicomFile *file, void *pixels, int frame = 0);
+    /// Tile `tile` of a mosaic frame (Siemens): the frame's image record with
+    /// the tile's size and position (the corner of its first voxel, mm). Its
+    /// samples are cut out of the frame when they are loaded.
+    VxDicomImage(const VxDicomImage &mosaic, int tile, int tilesPerRow, int tileWidth,
+                 int tileHeight, const float tilePosition[3]);
     virtual ~VxDicomImage() = default;
 
     VxDicomImage(const VxDicomImage &) = delete;
@@ -54,6 +59,10 @@ public:
     /// s = trunc(s * scale + offset + 0.5) on signed 16-bit samples, in place.
     void adjustDataRange(float offset, float scale);
 
+    /// The value of an element for this image: for a frame of an enhanced
+    /// multi-frame file its functional groups first, else the top level.
+    const char *headerText(unsigned short group, unsigned short element) const;
+
     /// Fills `parameters` with the per-image attributes of the file.
     void setParameters();
 
@@ -66,6 +75,11 @@ public:
     }
 
     const VxDicomFile *file;
+    /// The frame of the file this image is (0-based).
+    int frame = 0;
+    /// The tile of a mosaic frame (0-based, row by row), -1 for a whole frame.
+    int tile = -1;
+    int tilesPerRow = 0;
     void *pixels = nullptr;
     VxParamBundle parameters;
     int width = 0;
@@ -95,6 +109,9 @@ public:
     int highBit = -1;
 
 private:
-    const char *text(unsigned short group, unsigned short element) const;
+    const char *text(unsigned short group, unsigned short element) const
+    {
+        return headerText(group, element);
+    }
     std::unique_ptr<unsigned char[]> ownPixels;
 };

@@ -165,6 +165,7 @@ void DicomListView::updateImageStacks()
 void DicomListView::buildImageStacks()
 {
     cleanupAllStacks();
+    volumes = splitVolumes ? dicomVolumesOf(images) : decltype(volumes)();
     sortItems();
     adoptChildItems();
     updateStackView();
@@ -186,8 +187,18 @@ int DicomListView::compareImages(const void *a, const void *b)
                                    *static_cast<VxDicomImage *const *>(b));
 }
 
+int DicomListView::volumeIndex(const VxDicomImage *image) const
+{
+    const auto it = volumes.find(image);
+    return it == volumes.end() ? 0 : it->second.index;
+}
+
 int DicomListView::compare(const VxDicomImage *a, const VxDicomImage *b) const
 {
+    // The volumes of a series that repeats positions come one after the other.
+    const int va = volumeIndex(a), vb = volumeIndex(b);
+    if (va != vb)
+        return va < vb ? -1 : 1;
     const QHeaderView *h = header();
     for (int position = 0; position < columnCount(); ++position) {
         const int section = h->logicalIndex(position);
@@ -212,19 +223,39 @@ int DicomListView::compare(const VxDicomImage *a, const VxDicomImage *b) const
 
 void DicomListView::adoptChildItems()
 {
+    const KcDArray<DicomLoadOption *> geometryOnly;
+    const VxDicomImage *previous = nullptr;
     for (int i = 0; i < images.size(); ++i) {
         if (stacks.isEmpty())
             stacks.append(new DicomStackItem());
         auto *row = new DicomListItem(images[i]);
         row->loadIndex = i;
         DicomStackItem *stack = stacks.last();
-        if (!stack->accept(row, options)) {
+        bool accepted;
+        if (previous && volumeIndex(previous) != volumeIndex(images[i])) {
+            accepted = false;
+            stack->breakReason = tr("the next volume of the series begins");
+        } else if (previous && previous->file == images[i]->file) {
+            // Frames and tiles of one file share their instance number and
+            // every other attribute but their place: only the geometry can
+            // part them.
+            accepted = stack->accept(row, geometryOnly);
+        } else {
+            accepted = stack->accept(row, options);
+        }
+        previous = images[i];
+        if (!accepted) {
             stack->sortChildItems();
             stack = new DicomStackItem();
             stacks.append(stack);
         }
         stack->insertImageRow(row);
         stack->index = i;
+        if (const auto it = volumes.find(images[i]); it != volumes.end())
+            stack->volumeNote = tr("volume %1 of %2 of its series (told apart by %3)")
+                                    .arg(it->second.index + 1)
+                                    .arg(it->second.count)
+                                    .arg(it->second.toldApartBy);
     }
     if (!stacks.isEmpty())
         stacks.last()->sortChildItems();

@@ -7,6 +7,10 @@
 #include <QString>
 #include <QTreeWidget>
 
+#include "vxdicom/stacks/DicomVolumeSplit.h"
+
+#include <unordered_map>
+
 class DicomListItem;
 class DicomLoadOption;
 class DicomOptionDialog;
@@ -123,6 +127,10 @@ public:
     const KcDArray<VxDicomImage *> &imageList() const { return images; }
     const KcDArray<DicomStackItem *> &stackList() const { return stacks; }
 
+    /// Whether a series that repeats slice positions is split into its
+    /// volumes before the criteria are tested (on at start).
+    bool splitVolumes = true;
+
     /// Whether exported stacks get their DICOM parameters, and whether those
     /// are anonymised (true and false at start).
     bool withDicomParameters = true;
@@ -152,6 +160,9 @@ private:
     /// first image of each selected stack.
     QList<DicomListItem *> chosenImageRows() const;
     int compare(const VxDicomImage *a, const VxDicomImage *b) const;
+    /// The volume of a series that repeats positions the image belongs to; 0
+    /// for every other image.
+    int volumeIndex(const VxDicomImage *image) const;
     /// Removes one header section, keeping the others' visual order and sort
     /// directions.
     void removeColumnSection(int section);
@@ -165,6 +176,7 @@ private:
     KcDArray<int> sortOrder;
     KcDArray<DicomStackItem *> stacks;
     QPointer<DicomOptionDialog> optionDialog;
+    std::unordered_map<const VxDicomImage *, DicomVolume> volumes;
     /// Set while sections are moved by the view itself, not by the user.
     bool movingSections = false;
 };

@@ -309,8 +309,10 @@ void DicomStackItem::setStackInfo()
         if (child(i)->type() == DicomListItem::Type)
             if (VxDicomImage *image = static_cast<DicomListItem *>(child(i))->image())
                 images.append(image);
-    stackInfo = dicomStackInfoText(images, isUniform(), isMonotonous(), breakReason) +
-                QStringLiteral("<br><br>");
+    stackInfo = dicomStackInfoText(images, isUniform(), isMonotonous(), breakReason);
+    if (!volumeNote.isEmpty())
+        stackInfo += QStringLiteral("<br>") + volumeNote.toHtmlEscaped();
+    stackInfo += QStringLiteral("<br><br>");
     static const unsigned short tags[][2] = {
         {0x0010, 0x0010}, // Patient's Name
         {0x0010, 0x0020}, // Patient ID

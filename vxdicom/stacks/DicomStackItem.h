@@ -93,6 +93,9 @@ public:
     /// Why the last candidate was refused ("width is differing", "series
     /// instance uid breaks the \"constant\" rule (1.2.3)"); empty when none was.
     QString breakReason;
+    /// For a volume of a series that repeats positions: which one, and what
+    /// told it apart; empty otherwise.
+    QString volumeNote;
 
 private:
     QString stackInfo;
