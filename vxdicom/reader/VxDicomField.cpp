@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -149,6 +150,51 @@ void undoEarlyRescale(unsigned char *slice, long count, const VxDicomImage &imag
     rescaleSlice(slice, count, type, type, 1.0f, -image.rescaleIntercept);
 }
 
+// Rescales with a fraction (a PET slope of 0.0001, a Philips MR slope of
+// 2.36) give values that no integer sample holds. Such stacks become
+// floating-point fields rather than keeping the stored samples with a scale:
+// single precision holds every stored 16-bit value times any slope to seven
+// digits, slices whose rescales differ need no common scale, and every user
+// of the field (viewers, NIfTI, NRRD) sees the physical values as they are.
+// Whole-number rescales (the CT intercept of -1024) stay integer fields.
+bool needsFloatSamples(const VxDicomImageStack &stack)
+{
+    for (const VxDicomImage *image : stack.images) {
+        const float s = image->rescaleSlope, o = image->rescaleIntercept;
+        if (s != std::trunc(s) || o != std::trunc(o) || s == 0)
+            return true;
+    }
+    return false;
+}
+
+// The stored samples at the start of `slice` become s * v + o in single
+// precision, in place: the floats take twice (or four times) the bytes, so
+// the conversion runs from the last sample back, which never overwrites a
+// sample before it is read. Returns the smallest and largest value.
+template <class T>
+void storedToFloat(unsigned char *slice, long count, double s, double o, float &lo, float &hi)
+{
+    const T *in = reinterpret_cast<const T *>(slice);
+    float *out = reinterpret_cast<float *>(slice);
+    for (long i = count - 1; i >= 0; --i) {
+        const float v = static_cast<float>(in[i] * s + o);
+        out[i] = v;
+        lo = std::min(lo, v);
+        hi = std::max(hi, v);
+    }
+}
+
+void sliceToFloat(unsigned char *slice, long count, const VxDicomImage &image, float &lo, float &hi)
+{
+    const double s = image.rescaleSlope, o = image.rescaleIntercept;
+    switch (image.primType()) {
+    case KcPrimType::UInt8: storedToFloat<unsigned char>(slice, count, s, o, lo, hi); break;
+    case KcPrimType::Int16: storedToFloat<short>(slice, count, s, o, lo, hi); break;
+    case KcPrimType::UInt16: storedToFloat<unsigned short>(slice, count, s, o, lo, hi); break;
+    default: storedToFloat<int>(slice, count, s, o, lo, hi); break;
+    }
+}
+
 // A volume's sample buffer (released with free). Large buffers are aligned
 // to 2 MiB and offered to the kernel for huge pages: faulting in a few
 // hundred megabytes page by page costs more than reading the files.
@@ -265,11 +311,13 @@ VxField3 *createField3(VxDicomImageStack &stack)
     const VxDicomImage *first = stack.images[0];
     const int spp = first->samplesPerPixel;
     const long sliceSamples = static_cast<long>(stack.width) * stack.height * spp;
-    const long sliceBytes = sliceSamples * stack.primType.size();
+    const bool floatSamples = spp == 1 && needsFloatSamples(stack);
+    const long sampleBytes = floatSamples ? 4 : stack.primType.size();
+    const long sliceBytes = sliceSamples * sampleBytes;
 
     // A few headers can claim terabytes: a stack that cannot fit in memory is
     // refused before anything of its size is allocated.
-    const long bytes = stack.memSize();
+    const long bytes = stack.memSize() < 0 ? -1 : stack.memSize() / stack.primType.size() * sampleBytes;
     const uint64_t limit = dicom::dicomMemoryLimit();
     if (bytes < 0 || static_cast<uint64_t>(bytes) >= limit) {
         msg->printf("stack %s: its samples need %ld bytes, more than the memory limit of %llu "
@@ -294,6 +342,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
     }
     bool rangesChanged = false;
     std::vector<char> rescaledEarly(static_cast<size_t>(stack.images.size()), 0);
+    float floatLow = std::numeric_limits<float>::max(), floatHigh = -floatLow;
     for (int k = 0; k < stack.images.size(); ++k) {
         VxDicomImage &image = *stack.images[k];
         unsigned char *slice = samples.get() + k * sliceBytes;
@@ -319,7 +368,9 @@ VxField3 *createField3(VxDicomImageStack &stack)
             rangeOfSlice(image, slice);
             rangesChanged = true;
         }
-        if (spp == 1)
+        if (floatSamples)
+            sliceToFloat(slice, sliceSamples, image, floatLow, floatHigh);
+        else if (spp == 1)
             rescaledEarly[static_cast<size_t>(k)] =
                 rescaleWhileCached(slice, sliceSamples, image, stack.primType) ? 1 : 0;
         if (progress) {
@@ -342,7 +393,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
     // the sample size never changes, so the buffer above stays valid.
     float scale = 1, offset = 0;
     KcPrimType type = stack.primType;
-    const bool overflow = stack.checkForDataOverflow(scale, offset, type);
+    const bool overflow = !floatSamples && stack.checkForDataOverflow(scale, offset, type);
     if (type.size() != stack.primType.size()) {
         msg->printf("Internal error in %s, line %d.\n", "VxDicom", __LINE__);
         return nullptr;
@@ -360,7 +411,9 @@ VxField3 *createField3(VxDicomImageStack &stack)
             }
 
     int choice = AdjustScaling;
-    if (spp == 1) {
+    if (floatSamples)
+        type = KcPrimType::Float;
+    else if (spp == 1) {
         if (overflow)
             choice =
                 VxWarningDialog::warning("DICOM", overflowQuestion, "Ignore scaling", "Clamp data",
@@ -415,8 +468,14 @@ VxField3 *createField3(VxDicomImageStack &stack)
     auto dicomParams = std::make_unique<VxParamBundle>(stack.parameters);
     fix(dicomParams.get());
     params.insert(dicomParams.release(), true);
-    if (!VxSkin::instance()->dataWindowOption())
-        params.setString("DataWindow", KcString::format("%d %d", stack.minValue, stack.maxValue));
+    if (!VxSkin::instance()->dataWindowOption()) {
+        if (floatSamples)
+            params.setString("DataWindow", KcString::format("%g %g", double(floatLow),
+                                                            double(floatHigh)));
+        else
+            params.setString("DataWindow",
+                             KcString::format("%d %d", stack.minValue, stack.maxValue));
+    }
     if (overflow && spp == 1 && choice != IgnoreScaling) {
         if (scale != 1)
             params.setFloat("DataWindowScale", 1.0 / scale);

@@ -164,7 +164,8 @@ bool VxDicomImageStack::checkForDataOverflow(float &scale, float &offset, KcPrim
     bool valid = false;
     double rmin = 0, rmax = 1;
     for (const VxDicomImage *image : images) {
-        if (!(image->minValue < image->maxValue))
+        // A constant image counts too: its one value must fit as well.
+        if (image->minValue > image->maxValue)
             continue;
         const double lo =
             image->rescaleIntercept + image->minValue * static_cast<double>(image->rescaleSlope);

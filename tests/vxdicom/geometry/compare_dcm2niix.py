@@ -12,7 +12,7 @@ matched by one field of ours:
   - the same voxel size within 1e-4 mm,
   - the same world position of every voxel corner within 1e-3 mm,
   - the same voxel values after rescaling (dcm2niix's scl_slope/scl_inter
-    applied; rounding to integers allowed where we store integer samples).
+    applied), to single precision: no value may be rounded away.
 Fields of ours that dcm2niix has no volume for (files it does not convert,
 such as JPEG-LS for Debian's dcm2niix) are listed, not counted as failures.
 Folders are grouped by kind: classic (single-frame files), mosaic (Siemens
@@ -100,8 +100,8 @@ def match(ours, theirs):
     a = ours["data"][tuple(ii)]
     b = theirs["data"][tuple(jj)]
     diff = np.max(np.abs(a - b)) if a.size else 0.0
-    # Integer samples round the physical value to half a step of their scaling.
-    allowed = 0.5 * max(ours["step"], 1.0) + 1e-6 * max(1.0, float(np.max(np.abs(b))) if b.size else 1.0)
+    # No value may be lost: ours are the physical values in single precision.
+    allowed = 1e-6 * max(1.0, float(np.max(np.abs(b))) if b.size else 1.0)
     bits = theirs.get("signed_bits")
     if bits and a.size and diff > allowed:
         # Signed samples stored in fewer bits than allocated: DICOM makes the
