@@ -64,11 +64,14 @@ void helpLoad()
                 "                       patient name and no file names\n"
                 "  --time-series        load the stacks as time steps of one series\n"
                 "                       (saved as one 4D NIfTI when the steps share geometry)\n"
+                "  --no-volume-split    keep a series that repeats its slice positions (fMRI,\n"
+                "                       DTI, multi-echo) as the criteria cut it, instead of\n"
+                "                       one volume per repetition\n"
                 "  -q, --quiet          no line per file read\n"
                 "  -h, --help           this text\n"
                 "\n"
-                "Environment: DICOM_DELAYED_READ=0 reads all pixels with the headers (needed\n"
-                "for multi-frame files); DICOM_EPS_ORIENTATION sets the axis tolerance;\n"
+                "Environment: DICOM_DELAYED_READ=0 reads all pixels with the headers;\n"
+                "DICOM_EPS_ORIENTATION sets the axis tolerance;\n"
                 "VXDICOM_SETTINGS_FILE names the preferences file.\n"
                 "\n"
                 "With a display the import dialog shows the stacks found: select the stacks\n"
@@ -115,6 +118,8 @@ int runLoad(int argc, char **argv)
             choices.anonymize = true;
         } else if (std::strcmp(a, "--time-series") == 0) {
             choices.asTimeSeries = true;
+        } else if (std::strcmp(a, "--no-volume-split") == 0) {
+            choices.splitVolumes = false;
         } else if (std::strcmp(a, "-q") == 0 || std::strcmp(a, "--quiet") == 0) {
             quiet = true;
         } else if (a[0] == '-' && a[1] != '\0') {

@@ -74,6 +74,8 @@ DicomDialog::DicomDialog(QWidget *parent) : QxDialog(parent, "FileDialog", true)
     connect(menu, &DicomMenuBar::resetSettings, dialogView, &DicomDialogView::resetSettings);
     connect(menu, &DicomMenuBar::asTimeSeriesRequest, dialogView,
             &DicomDialogView::asTimeSeriesRequest);
+    connect(menu, &DicomMenuBar::splitVolumesRequest, dialogView,
+            &DicomDialogView::splitVolumesRequest);
     connect(dialogView, &DicomDialogView::stacksAreSelected, this,
             &DicomDialog::stackSelectionChanged);
     connect(criteria, &QPushButton::clicked, this, &DicomDialog::loadOptionsRequest);
@@ -94,6 +96,10 @@ DicomDialog::DicomDialog(QWidget *parent) : QxDialog(parent, "FileDialog", true)
     if (series && theChoices.asTimeSeries)
         series->setChecked(true);
     dialogView->asTimeSeriesRequest(series && series->isChecked());
+    QAction *split = menu->optionsItem(8);
+    if (split && !theChoices.splitVolumes)
+        split->setChecked(false);
+    dialogView->listView()->splitVolumes = theChoices.splitVolumes;
 }
 
 void DicomDialog::putData()

@@ -83,6 +83,7 @@ struct DicomLoadChoices
 {
     bool anonymize = false;    ///< as "Anonymize Data" checked
     bool asTimeSeries = false; ///< as "As Time Series" checked
+    bool splitVolumes = true;  ///< as "Split Repeated Positions into Volumes" checked
 };
 void setDicomLoadChoices(const DicomLoadChoices &choices);
 

@@ -135,6 +135,14 @@ void DicomDialogView::forceUniformRequest()
                                     "criteria\" has been set\nto \"linear\"."));
 }
 
+void DicomDialogView::splitVolumesRequest(bool on)
+{
+    if (list->splitVolumes == on)
+        return;
+    list->splitVolumes = on;
+    list->updateImageStacks();
+}
+
 void DicomDialogView::saveSettings()
 {
     list->saveSettings();

@@ -52,6 +52,9 @@ public:
 public slots:
     void asTimeSeriesRequest(bool on) { asTimeSeries = on; }
     void asDynamicRequest(bool on) { asTimeSeries = on; }
+    /// Splits series that repeat positions into volumes (or not) and builds
+    /// the stacks again.
+    void splitVolumesRequest(bool on);
     void forceUniformRequest();
     void saveSettings();
     void resetSettings();

@@ -40,6 +40,10 @@ DicomMenuBar::DicomMenuBar(QWidget *parent, const char *name, bool reduced) : QM
     addItem(options, 4, tr("&Anonymize Data"), SLOT(anonymizeData()), true, prefs.anonymize);
     if (!reduced) {
         addItem(options, 5, tr("As Time Series"), SLOT(asTimeSeries()), true, false);
+        // A series that repeats its slice positions (fMRI, DTI, multi-echo)
+        // is split into its volumes before the criteria are tested.
+        addItem(options, 8, tr("Split Repeated Positions into &Volumes"), SLOT(splitVolumes()),
+                true, true);
         units = options->addMenu(tr("Units"));
         addItem(units, 0, tr("mm"), SLOT(unitsMM()), true, false);
         addItem(units, 1, tr("cm"), SLOT(unitsCM()), true, false);
@@ -156,6 +160,11 @@ void DicomMenuBar::anonymizeData()
     prefs.anonymize = on;
     mgr->setPreferences(prefs, false);
     emit anonymizeDicomParameters(on);
+}
+
+void DicomMenuBar::splitVolumes()
+{
+    emit splitVolumesRequest(optionsItem(8) && optionsItem(8)->isChecked());
 }
 
 void DicomMenuBar::asTimeSeries()

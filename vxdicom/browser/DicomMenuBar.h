@@ -35,6 +35,8 @@ public slots:
     void dicomParameters();
     void anonymizeData();
     void asTimeSeries();
+    /// Item 8, "Split Repeated Positions into Volumes".
+    void splitVolumes();
     void asDynamic() {}
     void unitsMM();
     void unitsCM();
@@ -51,6 +53,7 @@ signals:
     void anonymizeDicomParameters(bool on);
     void asTimeSeriesRequest(bool on);
     void asDynamicRequest(bool on);
+    void splitVolumesRequest(bool on);
 
 private:
     QAction *addItem(QMenu *menu, int id, const QString &text, const char *slot, bool checkable,

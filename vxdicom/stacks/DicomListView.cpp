@@ -18,7 +18,10 @@
 #include <QHeaderView>
 #include <QMenu>
 
+#include <algorithm>
 #include <cstdlib>
+#include <map>
+#include <vector>
 #include <memory>
 
 namespace {
@@ -177,6 +180,29 @@ void DicomListView::sortItems()
     theSortingView = this;
     images.sort(&DicomListView::compareImages);
     theSortingView = nullptr;
+    groupVolumes();
+}
+
+void DicomListView::groupVolumes()
+{
+    // The images of a split series keep the places the columns gave them as
+    // a whole; among those places they are ordered volume by volume, each
+    // volume in the columns' order.
+    std::map<int, std::vector<int>> places;
+    for (int i = 0; i < images.size(); ++i)
+        if (const auto it = volumes.find(images[i]); it != volumes.end())
+            places[it->second.series].push_back(i);
+    for (const auto &entry : places) {
+        std::vector<VxDicomImage *> members;
+        for (int i : entry.second)
+            members.push_back(images[i]);
+        std::stable_sort(members.begin(), members.end(),
+                         [this](const VxDicomImage *a, const VxDicomImage *b) {
+                             return volumeIndex(a) < volumeIndex(b);
+                         });
+        for (size_t k = 0; k < members.size(); ++k)
+            images[entry.second[k]] = members[k];
+    }
 }
 
 int DicomListView::compareImages(const void *a, const void *b)
@@ -187,6 +213,13 @@ int DicomListView::compareImages(const void *a, const void *b)
                                    *static_cast<VxDicomImage *const *>(b));
 }
 
+bool DicomListView::otherVolumeOfSeries(const VxDicomImage *a, const VxDicomImage *b) const
+{
+    const auto x = volumes.find(a), y = volumes.find(b);
+    return x != volumes.end() && y != volumes.end() && x->second.series == y->second.series &&
+           x->second.index != y->second.index;
+}
+
 int DicomListView::volumeIndex(const VxDicomImage *image) const
 {
     const auto it = volumes.find(image);
@@ -195,10 +228,6 @@ int DicomListView::volumeIndex(const VxDicomImage *image) const
 
 int DicomListView::compare(const VxDicomImage *a, const VxDicomImage *b) const
 {
-    // The volumes of a series that repeats positions come one after the other.
-    const int va = volumeIndex(a), vb = volumeIndex(b);
-    if (va != vb)
-        return va < vb ? -1 : 1;
     const QHeaderView *h = header();
     for (int position = 0; position < columnCount(); ++position) {
         const int section = h->logicalIndex(position);
@@ -232,7 +261,7 @@ void DicomListView::adoptChildItems()
         row->loadIndex = i;
         DicomStackItem *stack = stacks.last();
         bool accepted;
-        if (previous && volumeIndex(previous) != volumeIndex(images[i])) {
+        if (previous && otherVolumeOfSeries(previous, images[i])) {
             accepted = false;
             stack->breakReason = tr("the next volume of the series begins");
         } else if (previous && previous->file == images[i]->file) {

@@ -53,7 +53,8 @@ public:
     /// cleanupAllStacks, sortItems, adoptChildItems, updateStackView,
     /// updateDicomInfo.
     void buildImageStacks();
-    /// Sorts the images with compareImages (qsort, not stable).
+    /// Sorts the images with compareImages (qsort, not stable), then puts the
+    /// volumes of each split series one after the other.
     void sortItems();
     using QTreeWidget::sortItems;
     /// The qsort comparison of two VxDicomImage* through the sorting view.
@@ -163,6 +164,9 @@ private:
     /// The volume of a series that repeats positions the image belongs to; 0
     /// for every other image.
     int volumeIndex(const VxDicomImage *image) const;
+    void groupVolumes();
+    /// Whether a and b are different volumes of one split series.
+    bool otherVolumeOfSeries(const VxDicomImage *a, const VxDicomImage *b) const;
     /// Removes one header section, keeping the others' visual order and sort
     /// directions.
     void removeColumnSection(int section);

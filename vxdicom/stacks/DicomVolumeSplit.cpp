@@ -64,18 +64,20 @@ long long locationKey(const VxDicomImage *image)
     return std::llround(static_cast<double>(image->sliceLocation) * 100.0);
 }
 
-// Numbers sort as numbers, everything else as text.
-bool valueLess(const QString &a, const QString &b)
+// Acquisition order as far as the images tell it: instance number, then
+// the order of the files and of the frames and tiles in them.
+bool comesBefore(const VxDicomImage *a, const VxDicomImage *b)
 {
-    bool na = false, nb = false;
-    const double x = a.section(QLatin1Char('|'), 0, 0).toDouble(&na);
-    const double y = b.section(QLatin1Char('|'), 0, 0).toDouble(&nb);
-    if (na && nb && x != y)
-        return x < y;
-    return a < b;
+    if (a->imageNumber != b->imageNumber)
+        return a->imageNumber < b->imageNumber;
+    if (a->file->index != b->file->index)
+        return a->file->index < b->file->index;
+    if (a->frame != b->frame)
+        return a->frame < b->frame;
+    return a->tile < b->tile;
 }
 
-void splitSeries(const std::vector<VxDicomImage *> &series,
+void splitSeries(const std::vector<VxDicomImage *> &series, int seriesIndex,
                  std::unordered_map<const VxDicomImage *, DicomVolume> &out)
 {
     std::map<long long, int> atLocation;
@@ -88,8 +90,7 @@ void splitSeries(const std::vector<VxDicomImage *> &series,
         return;
 
     for (const Candidate &c : kCandidates) {
-        std::map<QString, std::set<long long>, bool (*)(const QString &, const QString &)> groups(
-            &valueLess);
+        std::map<QString, std::set<long long>> groups;
         bool clean = true;
         for (const VxDicomImage *image : series)
             if (!groups[keyOf(image, c)].insert(locationKey(image)).second) {
@@ -98,26 +99,33 @@ void splitSeries(const std::vector<VxDicomImage *> &series,
             }
         if (!clean || static_cast<int>(groups.size()) != repeats)
             continue;
-        std::map<QString, int, bool (*)(const QString &, const QString &)> rank(&valueLess);
-        for (const auto &g : groups)
-            rank.emplace(g.first, static_cast<int>(rank.size()));
+        // The volumes in acquisition order: by the first image of each.
+        std::map<QString, const VxDicomImage *> first;
+        for (const VxDicomImage *image : series) {
+            const VxDicomImage *&f = first[keyOf(image, c)];
+            if (!f || comesBefore(image, f))
+                f = image;
+        }
+        std::vector<std::pair<const VxDicomImage *, QString>> order;
+        for (const auto &f : first)
+            order.emplace_back(f.second, f.first);
+        std::sort(order.begin(), order.end(),
+                  [](const auto &a, const auto &b) { return comesBefore(a.first, b.first); });
+        std::map<QString, int> rank;
+        for (size_t k = 0; k < order.size(); ++k)
+            rank[order[k].second] = static_cast<int>(k);
         for (const VxDicomImage *image : series)
-            out[image] = {rank[keyOf(image, c)], repeats, nameOf(c)};
+            out[image] = {seriesIndex, rank[keyOf(image, c)], repeats, nameOf(c)};
         return;
     }
 
     // Nothing tells them apart: the order in which the images come.
     std::vector<VxDicomImage *> ordered = series;
-    std::stable_sort(ordered.begin(), ordered.end(), [](const VxDicomImage *a, const VxDicomImage *b) {
-        if (a->imageNumber != b->imageNumber)
-            return a->imageNumber < b->imageNumber;
-        if (a->file->index != b->file->index)
-            return a->file->index < b->file->index;
-        return a->frame < b->frame;
-    });
+    std::stable_sort(ordered.begin(), ordered.end(), comesBefore);
     std::map<long long, int> seen;
     for (const VxDicomImage *image : ordered)
-        out[image] = {seen[locationKey(image)]++, repeats, QStringLiteral("order of appearance")};
+        out[image] = {seriesIndex, seen[locationKey(image)]++, repeats,
+                      QStringLiteral("order of appearance")};
 }
 
 } // namespace
@@ -140,7 +148,8 @@ dicomVolumesOf(const KcDArray<VxDicomImage *> &images)
         series[key].push_back(image);
     }
     std::unordered_map<const VxDicomImage *, DicomVolume> volumes;
+    int index = 0;
     for (const auto &entry : series)
-        splitSeries(entry.second, volumes);
+        splitSeries(entry.second, index++, volumes);
     return volumes;
 }

@@ -13,7 +13,8 @@ class VxDicomImage;
 /// series, or in one multi-frame file).
 struct DicomVolume
 {
-    int index = 0; ///< 0-based, in acquisition order
+    int series = 0; ///< which split series (an index shared by its images)
+    int index = 0;  ///< 0-based, in acquisition order
     int count = 1; ///< volumes of the series
     /// What told the volumes apart: an element's dictionary name, or "order
     /// of appearance".
@@ -28,8 +29,9 @@ struct DicomVolume
 /// none of them repeating a position: temporal position identifier,
 /// temporal position index, acquisition number, diffusion b-value with
 /// gradient direction, diffusion gradient direction, echo number, trigger
-/// time; numbers sort the volumes. When none does, the k-th image at a
-/// position (in instance-number, file and frame order) belongs to volume k.
+/// time. When none does, the k-th image at a position belongs to volume k.
+/// Volumes are numbered in acquisition order: instance number, then file,
+/// frame and tile order of their first image.
 /// Images of series that repeat nothing get no entry.
 std::unordered_map<const VxDicomImage *, DicomVolume>
 dicomVolumesOf(const KcDArray<VxDicomImage *> &images);

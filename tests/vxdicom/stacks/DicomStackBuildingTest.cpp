@@ -19,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <thread>
@@ -110,12 +111,13 @@ TEST_F(StackBuilding, PhilipsFmriSplitsWhereSliceLocationsRepeat)
 {
     // 9 slices x 3 volumes; instance numbers run 1..27 with each slice
     // location three times in a row (1, 2, 3 at the first location, ...).
-    // Sorted by instance number, "slice location" strictly monotonic breaks
-    // at every repeat, so at most two images (one location step) share a
-    // stack: {1} {2} {3,4} {5} {6,7} ... {24,25} {26} {27}.
+    // Without the volume split, sorted by instance number, "slice location"
+    // strictly monotonic breaks at every repeat, so at most two images (one
+    // location step) share a stack: {1} {2} {3,4} {5} {6,7} ... {24,25} {26} {27}.
     LoadedFiles files(stacktest::folderFiles(kFmriDir));
     ASSERT_EQ(files.size(), 27);
     DicomListView view;
+    view.splitVolumes = false;
     view.initialize(files.images());
 
     std::vector<int> sizes = {1, 1};
@@ -162,21 +164,55 @@ TEST_F(StackBuilding, DescendingSagittalSeriesIsRevertedWithoutAsking)
 TEST_F(StackBuilding, GeDwiAlternatingSlicesMakeStacksOfTwo)
 {
     // Two slice positions alternate with the instance number (1, 3, ... at
-    // one, 2, 4, ... at the other): every third image turns back.
+    // one, 2, 4, ... at the other): every third image turns back, and the
+    // criteria alone give the seven volumes as stacks of two.
     LoadedFiles files(stacktest::folderFiles(kDwiDir));
     ASSERT_EQ(files.size(), 14);
+    for (const bool split : {false, true}) {
+        SCOPED_TRACE(split ? "volumes split" : "criteria only");
+        DicomListView view;
+        view.splitVolumes = split;
+        view.initialize(files.images());
+        EXPECT_EQ(stacktest::stackSizes(view), std::vector<int>(7, 2));
+        for (int k = 0; k < 7; ++k)
+            EXPECT_EQ(stacktest::instanceNumbers(view.stackList()[k]),
+                      (std::vector<int>{2 * k + 1, 2 * k + 2}));
+    }
+}
+
+TEST_F(StackBuilding, RepeatedPositionsSplitIntoVolumesInAnyFileOrder)
+{
+    // The Philips fMRI (3 volumes of 9 slices, instance numbers interleaving
+    // them) handed in shuffled: one volume per temporal position, in order,
+    // each slice-sorted; the stack says what told the volumes apart.
+    std::vector<std::string> paths = stacktest::folderFiles(kFmriDir);
+    std::reverse(paths.begin(), paths.end());
+    std::rotate(paths.begin(), paths.begin() + 10, paths.end());
+    LoadedFiles files(paths);
     DicomListView view;
     view.initialize(files.images());
-    EXPECT_EQ(stacktest::stackSizes(view), std::vector<int>(7, 2));
-    for (int k = 0; k < 7; ++k)
-        EXPECT_EQ(stacktest::instanceNumbers(view.stackList()[k]),
-                  (std::vector<int>{2 * k + 1, 2 * k + 2}));
+    ASSERT_EQ(stacktest::stackSizes(view), (std::vector<int>{9, 9, 9}));
+    for (int v = 0; v < 3; ++v)
+        EXPECT_EQ(stacktest::instanceNumbers(view.stackList()[v]), range(v + 1, 25 + v, 3));
+    EXPECT_NE(view.stackList()[1]->info().indexOf(
+                  "volume 2 of 3 of its series (told apart by temporal position identifier)"),
+              -1)
+        << view.stackList()[1]->info().toStdString();
+
+    // The same file three times: nothing tells the copies apart but the order.
+    const std::string one = stacktest::folderFiles(kFmriDir).front();
+    LoadedFiles copies({one, one, one});
+    DicomListView again;
+    again.initialize(copies.images());
+    EXPECT_EQ(stacktest::stackSizes(again), (std::vector<int>{1, 1, 1}));
+    EXPECT_NE(again.stackList()[2]->info().indexOf("volume 3 of 3"), -1);
+    EXPECT_NE(again.stackList()[2]->info().indexOf("order of appearance"), -1);
 }
 
 TEST_F(StackBuilding, TwoSeriesOfOnePatientSplitBySeriesInstanceUid)
 {
-    // Two mosaic series of one patient, six time points each at one slice
-    // location; loaded with the second series first.
+    // Two mosaic series of one patient, six volumes of 36 tiles each (one
+    // volume per file); loaded with the second series first.
     std::vector<std::string> paths = stacktest::folderFiles(kMosaicB);
     for (const std::string &p : stacktest::folderFiles(kMosaicA))
         paths.push_back(p);
@@ -187,22 +223,17 @@ TEST_F(StackBuilding, TwoSeriesOfOnePatientSplitBySeriesInstanceUid)
     ASSERT_EQ(view.headerItem()->text(1), "series instance uid")
         << "patient name, patient id and series date are equal and left out";
 
-    // Time points repeat the slice location: ignore it to get one stack per series.
-    const int slice = stacktest::optionIndex(view, "slice location");
-    ASSERT_GE(slice, 0);
-    view.loadOptions()[slice]->setValue(DicomLoadOption::Ignore);
-    view.updateImageStacks();
-
-    ASSERT_EQ(stacktest::stackSizes(view), (std::vector<int>{6, 6}));
+    ASSERT_EQ(stacktest::stackSizes(view), std::vector<int>(12, 36));
     const int uid = stacktest::optionIndex(view, "series instance uid");
-    const DicomListItem *firstOfSecond = view.stackList()[1]->firstChild();
+    const DicomListItem *firstOfSecond = view.stackList()[6]->firstChild();
     EXPECT_EQ(firstOfSecond->breakOption, uid);
     // The series whose UID sorts first (...2017102109011643... < ...2017102109061047...)
-    // comes first, whatever the load order.
+    // comes first, whatever the load order, its volumes in acquisition order.
     EXPECT_NE(view.stackList()[0]->firstChild()->image()->file->fileName.find("ep2d_Asc_2/"),
               std::string::npos);
-    for (const DicomStackItem *stack : view.stackList())
-        EXPECT_EQ(stacktest::instanceNumbers(stack), range(1, 6));
+    for (int v = 0; v < 12; ++v)
+        EXPECT_EQ(stacktest::instanceNumbers(view.stackList()[v]),
+                  std::vector<int>(36, v % 6 + 1));
 
     // The refusing criterion's cell is red; no other cell is.
     const int redColumn = uid + 1;
@@ -313,10 +344,12 @@ TEST_F(StackBuilding, RenumberingWithoutDisplayTakesTheDefaultEvenFromAWorkerThr
 
 TEST_F(StackBuilding, ExportModesSelectStacks)
 {
-    // The fMRI run gives 19 stacks: 8 of two images, 11 single images.
+    // Without the volume split, the fMRI run gives 19 stacks: 8 of two
+    // images, 11 single images.
     LoadedFiles files(stacktest::folderFiles(kFmriDir));
     ASSERT_EQ(files.size(), 27);
     DicomListView view;
+    view.splitVolumes = false;
     view.initialize(files.images());
     ASSERT_EQ(view.stackList().size(), 19);
     view.stackList()[0]->setSelected(true); // {1}: one image
