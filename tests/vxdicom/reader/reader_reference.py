@@ -65,6 +65,22 @@ def pixel_ranges(ds):
     return out
 
 
+def frame_positions(ds):
+    """Image Position (Patient) of every frame of an enhanced object: its
+    Per-frame Functional Groups item, else the Shared one (PS3.3 C.7.6.16)."""
+    out = []
+    shared = ds.get("SharedFunctionalGroupsSequence")
+    for item in ds.get("PerFrameFunctionalGroupsSequence", []):
+        found = None
+        for source in [item] + (list(shared) if shared else []):
+            planes = source.get("PlanePositionSequence")
+            if planes and "ImagePositionPatient" in planes[0]:
+                found = [float(v) for v in planes[0].ImagePositionPatient]
+                break
+        out.append(found)
+    return out
+
+
 def describe(path, with_pixels):
     try:
         ds = pydicom.dcmread(path)
@@ -75,6 +91,8 @@ def describe(path, with_pixels):
     r = {
         "file": path,
         "frames": int(ds.get("NumberOfFrames", 1) or 1),
+        "mosaic": "MOSAIC" in [str(v).upper() for v in ds.get("ImageType", [])],
+        "framePositions": frame_positions(ds),
         "rows": int(ds.Rows),
         "columns": int(ds.Columns),
         "bitsAllocated": int(ds.BitsAllocated),
