@@ -505,7 +505,8 @@ void printText(const FileReport &r)
         printRows(r.images[k], 4);
     }
     if (r.images.size() < size_t(r.imageCount) && !r.images.empty())
-        std::printf("  (%d more image%s, one per frame; --all-frames lists them)\n",
+        std::printf("  (%d more image%s, one per frame or mosaic tile; --all-frames lists "
+                    "them)\n",
                     r.imageCount - int(r.images.size()),
                     r.imageCount - r.images.size() == 1 ? "" : "s");
     if (r.attributes) {
@@ -574,7 +575,8 @@ void helpInfo()
                 "\n"
                 "options:\n"
                 "  --all-frames       print the image record of every frame of a multi-frame\n"
-                "                     file (default: the first, and the number of images)\n"
+                "                     file and every tile of a mosaic (default: the first,\n"
+                "                     and the number of images)\n"
                 "  --no-attributes    leave out the attribute parameters\n"
                 "  --attributes-only  print only the attribute parameters (no layer section,\n"
                 "                     no frame decoding, no image records)\n"

@@ -6,6 +6,9 @@
 
 #include "tests/support/TestSupport.h"
 
+#include <cstdio>
+#include <set>
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -85,18 +88,40 @@ private:
 TEST(VxdicomInfoRecord, SiemensMosaicShowsItsImageRecordAndDecodedCsaHeaders)
 {
     VX_REQUIRE_SHARED_DATA();
-    const Outcome r = run("info " + shellQuote(siemensMosaic()));
+    Outcome r = run("info " + shellQuote(siemensMosaic()));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     // Values as gdcmdump prints them: Pixel Spacing 3.25\3.25, Image Position
-    // -624\-661.82658862211\-6.5255017698948 (as floats -661.8266, -6.5255017),
-    // Image Orientation 1\-1e-016\0\1e-016\0.99415096409965\-0.1079993545339:
-    // the column direction is 0.108 from the nearest axis, so oblique.
-    EXPECT_TRUE(contains(r.out, "\n  image 1 of 1:\n    size:              384 x 384\n"));
+    // -624\-661.82658862211\-6.5255017698948, Image Orientation
+    // 1\-1e-016\0\1e-016\0.99415096409965\-0.1079993545339 (the column
+    // direction is 0.108 from the nearest axis, so oblique), 35 images in the
+    // mosaic (0019,100A), Spacing Between Slices 3.6000000030835.
+    // The 384 x 384 frame holds 6 x 6 tiles of 64 x 64. The first tile lies
+    // (384 - 64) / 2 x 3.25 = 520 mm along the row and the column direction
+    // from the mosaic's corner: -624 + 520 = -104, -661.82658862 + 520 x
+    // 0.99415096 = -144.868087, -6.52550177 - 520 x 0.10799935 = -62.685166.
+    // The second lies 3.6 mm further along the CSA slice normal (0, 0.108,
+    // 0.99415): -104, -144.479289, -59.106222.
+    EXPECT_TRUE(contains(r.out, "\n  image 1 of 35:\n    size:              64 x 64\n"));
+    r = run("info --no-attributes --all-frames " + shellQuote(siemensMosaic()));
+    EXPECT_EQ(count(r.out, "\n  image "), 35u);
+    const double expected[2][3] = {{-104, -144.868087, -62.685166},
+                                   {-104, -144.479289, -59.106222}};
+    size_t at = 0;
+    for (const auto &tile : expected) {
+        at = r.out.find("\n    position:", at + 1);
+        ASSERT_NE(at, std::string::npos);
+        double p[3];
+        ASSERT_EQ(std::sscanf(r.out.c_str() + at, "\n    position: %lf %lf %lf", &p[0], &p[1],
+                              &p[2]),
+                  3);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_NEAR(p[i], tile[i], 1e-3);
+    }
+    r = run("info " + shellQuote(siemensMosaic()));
     EXPECT_TRUE(contains(r.out, "\n    bits stored:       12\n    high bit:          11\n"));
     EXPECT_TRUE(contains(r.out, "\n    pixel spacing:     3.25 x 3.25 mm (row, column)\n"));
     EXPECT_TRUE(contains(r.out, "\n    slice thickness:   3 mm\n"));
-    EXPECT_TRUE(contains(r.out, "\n    position:          -624 -661.8266 -6.5255017 mm\n"));
     EXPECT_TRUE(contains(r.out, "\n    row direction:     1 -1e-16 0\n"));
     EXPECT_TRUE(contains(r.out, "\n    oblique:           yes\n"));
     EXPECT_TRUE(contains(r.out, "\n    value range:       not known (pixels not read with the "
@@ -124,35 +149,36 @@ TEST(VxdicomInfoRecord, MultiFrameFilesShowTheFirstImageUnlessEveryFrameIsAsked)
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(count(r.out, "\n  image "), 1u);
     EXPECT_TRUE(contains(r.out, "\n  image 1 of 6:\n"));
-    EXPECT_TRUE(contains(r.out, "\n  (5 more images, one per frame; --all-frames lists them)\n"));
-    // The module reads top-level elements only; this file keeps its geometry
-    // in the functional groups.
-    EXPECT_TRUE(contains(r.out, "\n    position:          none\n"));
-    EXPECT_TRUE(contains(r.out, "\n    pixel spacing:     0 x 0 mm (row, column)\n"));
+    EXPECT_TRUE(contains(
+        r.out, "\n  (5 more images, one per frame or mosaic tile; --all-frames lists them)\n"));
+    // The geometry comes from the functional groups (gdcmdump: Pixel Spacing
+    // 3.375\3.375 in the shared groups).
+    EXPECT_TRUE(contains(r.out, "\n    pixel spacing:     3.375 x 3.375 mm (row, column)\n"));
 
     r = run("info --no-attributes --all-frames " + shellQuote(enhancedSixFrames()));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(count(r.out, "\n  image "), 6u);
     EXPECT_FALSE(contains(r.out, "more images"));
-    // Frame k lies k x Spacing Between Slices (2.4) along the stack.
-    EXPECT_TRUE(contains(r.out, "\n  image 2 of 6:\n"));
-    EXPECT_TRUE(contains(r.out, "\n    slice location:    2.4 mm\n"));
-    EXPECT_TRUE(contains(r.out, "\n  image 6 of 6:\n"));
-    EXPECT_TRUE(contains(r.out, "\n    slice location:    12 mm\n"));
+    // Each frame has its own Plane Position: six different positions.
+    std::set<std::string> positions;
+    for (size_t at = r.out.find("\n    position:"); at != std::string::npos;
+         at = r.out.find("\n    position:", at + 1))
+        positions.insert(r.out.substr(at, r.out.find('\n', at + 1) - at));
+    EXPECT_EQ(positions.size(), 6u);
 }
 
 TEST(VxdicomInfoRecord, ValueRangesAreKnownWhenPixelsAreReadWithTheHeader)
 {
     VX_REQUIRE_SHARED_DATA();
-    // pydicom: pixel_array of dcm_qa_ts/In/1.dcm runs from 0 to 2362.
-    const std::string file = vxtest::sharedPath("dcm_qa_ts/In/1.dcm");
+    // pydicom: pixel_array of the Philips CT slice I10 runs from 0 to 1813.
+    const std::string file = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
     for (const auto &[options, environment] :
          {std::pair<std::string, std::string>{"--read-pixels", ""},
           std::pair<std::string, std::string>{"", "DICOM_DELAYED_READ=0"}}) {
         const Outcome r =
             run("info --no-attributes " + options + " " + shellQuote(file), environment);
         ASSERT_EQ(r.status, 0) << r.err;
-        EXPECT_TRUE(contains(r.out, "\n    value range:       0 .. 2362\n"))
+        EXPECT_TRUE(contains(r.out, "\n    value range:       0 .. 1813\n"))
             << options << environment;
     }
 }
@@ -182,7 +208,7 @@ TEST(VxdicomInfoFailures, AnImageTheModuleRefusesIsReportedAndTheOtherFilesStill
     const Fixtures fixtures;
     REQUIRE_FIXTURES(fixtures);
     const std::string wide = fixtures.file("wide.dcm");
-    const std::string good = vxtest::sharedPath("dcm_qa_ts/In/1.dcm");
+    const std::string good = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
     const Outcome r = run("info --no-attributes " + shellQuote(wide) + " " + shellQuote(good));
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "reading " + wide + " failed: unsupported data format.\n");
@@ -208,7 +234,7 @@ TEST(VxdicomInfoOptions, OptionsChooseTheSections)
     EXPECT_EQ(r.status, 0);
     EXPECT_TRUE(contains(r.out, "\n  transfer syntax:"));
     EXPECT_TRUE(contains(r.out, "\n  pixels:            1 frame decoded\n"));
-    EXPECT_TRUE(contains(r.out, "\n  image 1 of 1:\n"));
+    EXPECT_TRUE(contains(r.out, "\n  image 1 of 35:\n"));
     EXPECT_FALSE(contains(r.out, "attributes:"));
     EXPECT_FALSE(contains(r.out, "G0010-0010"));
 
@@ -288,14 +314,14 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFile)
     EXPECT_EQ(mosaic["file"].toString().toStdString(), siemensMosaic());
     EXPECT_TRUE(mosaic["ok"].toBool());
     EXPECT_EQ(mosaic["layer"]["rows"].toInt(), 384);
-    EXPECT_EQ(mosaic["imageCount"].toInt(), 1);
+    EXPECT_EQ(mosaic["imageCount"].toInt(), 35);
     const QJsonObject image = mosaic["images"][0].toObject();
-    EXPECT_EQ(image["width"].toInt(), 384);
+    EXPECT_EQ(image["width"].toInt(), 64);
     EXPECT_EQ(image["bitsStored"].toInt(), 12);
     EXPECT_DOUBLE_EQ(image["pixelSpacing"][0].toDouble(), 3.25);
     EXPECT_DOUBLE_EQ(image["pixelSpacing"][1].toDouble(), 3.25);
     EXPECT_TRUE(image["hasPosition"].toBool());
-    EXPECT_NEAR(image["position"][1].toDouble(), -661.82658862211, 1e-4);
+    EXPECT_NEAR(image["position"][1].toDouble(), -144.868087, 1e-4); // the first tile
     EXPECT_NEAR(image["columnDirection"][2].toDouble(), -0.1079993545339, 1e-6);
     EXPECT_TRUE(image["oblique"].toBool());
     EXPECT_TRUE(image["valueRange"].isNull());
@@ -326,7 +352,10 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFile)
     EXPECT_EQ(enhanced["imageCount"].toInt(), 6);
     ASSERT_EQ(enhanced["images"].toArray().size(), 6);
     EXPECT_EQ(enhanced["images"][5]["frame"].toInt(), 6);
-    EXPECT_NEAR(enhanced["images"][5]["sliceLocation"].toDouble(), 12.0, 1e-5);
+    // Six frames placed by their functional groups, 2.4 mm apart.
+    EXPECT_NEAR(enhanced["images"][5]["sliceLocation"].toDouble() -
+                    enhanced["images"][0]["sliceLocation"].toDouble(),
+                12.0, 1e-4);
 
     const QJsonObject dir = files[4].toObject();
     EXPECT_TRUE(dir["ok"].toBool());
