@@ -112,9 +112,8 @@ TEST(VxdicomInfoRecord, SiemensMosaicShowsItsImageRecordAndDecodedCsaHeaders)
         at = r.out.find("\n    position:", at + 1);
         ASSERT_NE(at, std::string::npos);
         double p[3];
-        ASSERT_EQ(std::sscanf(r.out.c_str() + at, "\n    position: %lf %lf %lf", &p[0], &p[1],
-                              &p[2]),
-                  3);
+        ASSERT_EQ(
+            std::sscanf(r.out.c_str() + at, "\n    position: %lf %lf %lf", &p[0], &p[1], &p[2]), 3);
         for (int i = 0; i < 3; ++i)
             EXPECT_NEAR(p[i], tile[i], 1e-3);
     }

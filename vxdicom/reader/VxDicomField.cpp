@@ -19,9 +19,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -188,10 +188,18 @@ void sliceToFloat(unsigned char *slice, long count, const VxDicomImage &image, f
 {
     const double s = image.rescaleSlope, o = image.rescaleIntercept;
     switch (image.primType()) {
-    case KcPrimType::UInt8: storedToFloat<unsigned char>(slice, count, s, o, lo, hi); break;
-    case KcPrimType::Int16: storedToFloat<short>(slice, count, s, o, lo, hi); break;
-    case KcPrimType::UInt16: storedToFloat<unsigned short>(slice, count, s, o, lo, hi); break;
-    default: storedToFloat<int>(slice, count, s, o, lo, hi); break;
+    case KcPrimType::UInt8:
+        storedToFloat<unsigned char>(slice, count, s, o, lo, hi);
+        break;
+    case KcPrimType::Int16:
+        storedToFloat<short>(slice, count, s, o, lo, hi);
+        break;
+    case KcPrimType::UInt16:
+        storedToFloat<unsigned short>(slice, count, s, o, lo, hi);
+        break;
+    default:
+        storedToFloat<int>(slice, count, s, o, lo, hi);
+        break;
     }
 }
 
@@ -317,7 +325,8 @@ VxField3 *createField3(VxDicomImageStack &stack)
 
     // A few headers can claim terabytes: a stack that cannot fit in memory is
     // refused before anything of its size is allocated.
-    const long bytes = stack.memSize() < 0 ? -1 : stack.memSize() / stack.primType.size() * sampleBytes;
+    const long bytes =
+        stack.memSize() < 0 ? -1 : stack.memSize() / stack.primType.size() * sampleBytes;
     const uint64_t limit = dicom::dicomMemoryLimit();
     if (bytes < 0 || static_cast<uint64_t>(bytes) >= limit) {
         msg->printf("stack %s: its samples need %ld bytes, more than the memory limit of %llu "
@@ -470,8 +479,8 @@ VxField3 *createField3(VxDicomImageStack &stack)
     params.insert(dicomParams.release(), true);
     if (!VxSkin::instance()->dataWindowOption()) {
         if (floatSamples)
-            params.setString("DataWindow", KcString::format("%g %g", double(floatLow),
-                                                            double(floatHigh)));
+            params.setString("DataWindow",
+                             KcString::format("%g %g", double(floatLow), double(floatHigh)));
         else
             params.setString("DataWindow",
                              KcString::format("%d %d", stack.minValue, stack.maxValue));

@@ -3,8 +3,8 @@
 #include "platform/core/VxGunzip.h"
 #include "platform/core/VxMessage.h"
 #include "platform/data/VxParamBundle.h"
-#include "vxdicom/params/DicomElementConversion.h"
 #include "vxdicom/params/CsaHeader.h"
+#include "vxdicom/params/DicomElementConversion.h"
 #include "vxdicom/reader/VxDicomImage.h"
 
 #include <QString>

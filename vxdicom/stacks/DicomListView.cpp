@@ -21,8 +21,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
-#include <vector>
 #include <memory>
+#include <vector>
 
 namespace {
 

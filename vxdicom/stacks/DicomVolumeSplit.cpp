@@ -48,8 +48,8 @@ QString keyOf(const VxDicomImage *image, const Candidate &c)
 QString nameOf(const Candidate &c)
 {
     const char *name = dicom::dicomDictionaryName(c.group, c.element);
-    QString text = name ? QString::fromUtf8(name)
-                        : QString::asprintf("(%04X,%04X)", c.group, c.element);
+    QString text =
+        name ? QString::fromUtf8(name) : QString::asprintf("(%04X,%04X)", c.group, c.element);
     if (c.group2) {
         const char *second = dicom::dicomDictionaryName(c.group2, c.element2);
         text += QStringLiteral(" and ") +

@@ -15,7 +15,7 @@ struct DicomVolume
 {
     int series = 0; ///< which split series (an index shared by its images)
     int index = 0;  ///< 0-based, in acquisition order
-    int count = 1; ///< volumes of the series
+    int count = 1;  ///< volumes of the series
     /// What told the volumes apart: an element's dictionary name, or "order
     /// of appearance".
     QString toldApartBy;

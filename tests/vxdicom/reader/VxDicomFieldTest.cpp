@@ -25,6 +25,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include <filesystem>
 #include <memory>
 
@@ -526,4 +529,55 @@ TEST_F(DicomFieldRegistration, TimeSeriesCollectsTheFieldInsteadOfRegisteringIt)
     ASSERT_EQ(timeSteps.last().size(), 1);
     EXPECT_EQ(timeSteps.last()[0], field.get());
     timeSteps.remove(timeSteps.size() - 1);
+}
+
+TEST(DicomFieldCreation, NoRescaledValueIsLost)
+{
+    // Stored values 0, 1, 2, 3, 30000, 12345 (unsigned), as dcm2niix -p n and
+    // the standard rescale them: a fraction in the rescale gives a
+    // floating-point field of exactly stored x slope + intercept in single
+    // precision; a constant image keeps its one value.
+    VX_REQUIRE_SHARED_DATA();
+    const struct
+    {
+        const char *name;
+        std::vector<std::string> edits;
+        const char *pixels;
+        KcPrimType type;
+        double slope, intercept;
+    } cases[] = {
+        {"PET slope 0.0001",
+         {"--set", "Modality=PT", "--set", "RescaleSlope=0.0001", "--set", "RescaleIntercept=0"},
+         "0,1,2,3,30000,12345",
+         KcPrimType::Float,
+         0.0001,
+         0},
+        {"MR slope 2.36, intercept 0.5",
+         {"--set", "RescaleSlope=2.36", "--set", "RescaleIntercept=0.5"},
+         "0,1,2,3,30000,12345",
+         KcPrimType::Float,
+         2.36,
+         0.5},
+        {"constant unsigned image, intercept -4096",
+         {"--set", "PixelRepresentation=0", "--set", "RescaleSlope=1", "--set",
+          "RescaleIntercept=-4096"},
+         "7",
+         KcPrimType::Int16,
+         1,
+         -4096},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        OneImageStack s(c.edits, c.pixels);
+        std::unique_ptr<VxField3> field(createField3(*s.stack));
+        ASSERT_TRUE(field);
+        ASSERT_EQ(field->lattice()->primType(), c.type);
+        const QStringList stored = QString(c.pixels).split(',');
+        for (int k = 0; k < 256 * 256; k += 4099) {
+            const double expected = stored[k % stored.size()].toDouble() * c.slope + c.intercept;
+            const double value =
+                c.type == KcPrimType::Float ? samples<float>(*field)[k] : samples<short>(*field)[k];
+            EXPECT_NEAR(value, expected, 1e-6 * std::max(1.0, std::fabs(expected))) << k;
+        }
+    }
 }

@@ -333,6 +333,30 @@ TEST(DicomImageRecord, MultiFrameFilesPlaceEveryFrameAndReadItLazily)
     EXPECT_GE(multi, 19) << "agfa, canon, enh and sag multi-frame files";
 }
 
+TEST(DicomImageRecord, PerFrameGroupsOverrideSharedOnesAndTheTopLevelIsTheLastResort)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    const std::string path = dir.file("edited.dcm");
+    std::string out;
+    ASSERT_EQ(runScript(scriptPath("functional_groups_edit.py").c_str(),
+                        {vxtest::sharedDicomFiles(kEnhanced6)[0], path}, &out, true),
+              0)
+        << out;
+    auto file = readOrFail(path, 1);
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->images.size(), 6);
+    // Frame 2's own Pixel Measures win over the shared 3.375 mm.
+    EXPECT_FLOAT_EQ(file->images[1]->pixelSpacing[0], 1.5f);
+    EXPECT_FLOAT_EQ(file->images[0]->pixelSpacing[0], 3.375f);
+    EXPECT_FLOAT_EQ(file->images[2]->pixelSpacing[0], 3.375f);
+    // Frame 3 has no Plane Position in its groups: the top level's.
+    const float top[3] = {10, 20, 30};
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FLOAT_EQ(file->images[2]->position[i], top[i]);
+    EXPECT_NE(file->images[3]->position[2], 30.0f) << "the other frames keep their own";
+}
+
 TEST(DicomImageRecord, MultiFrameWithoutFunctionalGroupsSpacesFramesByIndex)
 {
     // Without functional groups the frames share the top level's place and

@@ -88,7 +88,8 @@ Placement locate(const std::vector<Slice> &slices, const double w[3])
         const double ri = std::round(i), rj = std::round(j);
         double off[3];
         for (int k = 0; k < 3; ++k)
-            off[k] = d[k] - ri * sl.stepAlongRow * sl.row[k] - rj * sl.stepDownColumn * sl.column[k];
+            off[k] =
+                d[k] - ri * sl.stepAlongRow * sl.row[k] - rj * sl.stepDownColumn * sl.column[k];
         const double e = std::sqrt(off[0] * off[0] + off[1] * off[1] + off[2] * off[2]);
         if (e < best.error) {
             best.error = e;

@@ -232,8 +232,7 @@ TEST_F(StackBuilding, TwoSeriesOfOnePatientSplitBySeriesInstanceUid)
     EXPECT_NE(view.stackList()[0]->firstChild()->image()->file->fileName.find("ep2d_Asc_2/"),
               std::string::npos);
     for (int v = 0; v < 12; ++v)
-        EXPECT_EQ(stacktest::instanceNumbers(view.stackList()[v]),
-                  std::vector<int>(36, v % 6 + 1));
+        EXPECT_EQ(stacktest::instanceNumbers(view.stackList()[v]), std::vector<int>(36, v % 6 + 1));
 
     // The refusing criterion's cell is red; no other cell is.
     const int redColumn = uid + 1;

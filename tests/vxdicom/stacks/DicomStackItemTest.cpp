@@ -237,11 +237,12 @@ TEST(StackItemDisplay, IconLabelInfoAndKey)
     EXPECT_EQ(stack.text(0), "");
 
     const QString info = stack.info();
-    EXPECT_TRUE(info.startsWith("<b>3 images</b><br>size: 512 x 512 x 3<br>")) << info.toStdString();
+    EXPECT_TRUE(info.startsWith("<b>3 images</b><br>size: 512 x 512 x 3<br>"))
+        << info.toStdString();
     EXPECT_TRUE(info.endsWith("<br><br>patient name: <b>HEAD</b><br>patient id: <b>PLASTIC</b><br>"
-                            "institution name: <b>QMC</b><br>series date: <b>20150206</b><br>"
-                            "modality: <b>CT</b><br>series description: <b>STEREOTAXIS</b><br>"
-                            "body part examined: <b>BRAIN</b><br>patient position: <b>HFS</b><br>"
+                              "institution name: <b>QMC</b><br>series date: <b>20150206</b><br>"
+                              "modality: <b>CT</b><br>series description: <b>STEREOTAXIS</b><br>"
+                              "body part examined: <b>BRAIN</b><br>patient position: <b>HFS</b><br>"
                               "gantry detector tilt: <b>-18.5</b><br>"))
         << info.toStdString();
 
