@@ -245,6 +245,12 @@ void VxDicomImageStack::setDicomParameters(bool anonymize)
         const dicom::dicomDataElement &e = d->elements[i];
         if (e.group == 0x7FE0 && e.element == 0x0010)
             continue;
+        // The per-frame functional groups of an enhanced object hold one item
+        // per frame of the whole file (megabytes, as hexadecimal text in every
+        // volume made from it); what they say of this stack's frames is in
+        // its image records: position, orientation, spacing and rescale.
+        if (e.group == 0x5200 && e.element == 0x9230)
+            continue;
         if (anonymize && e.group == 0x0010)
             continue;
         if (d->skipBinaryParameters) {

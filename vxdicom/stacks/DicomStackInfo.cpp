@@ -172,9 +172,14 @@ QString dicomImageInfoText(const VxDicomImage *image)
     QStringList lines;
     if (image->file) {
         lines << QStringLiteral("file: %1").arg(QString::fromStdString(image->file->fileName));
-        if (image->file->images.size() > 1)
+        if (image->tile >= 0)
+            lines << QStringLiteral("mosaic tile: %1 of %2 (frame %3)")
+                         .arg(image->tile + 1)
+                         .arg(image->file->images.size() / std::max(1, image->file->data->frames))
+                         .arg(image->frame + 1);
+        else if (image->file->images.size() > 1)
             lines << QStringLiteral("frame: %1 of %2")
-                         .arg(image->file->images.find(const_cast<VxDicomImage *>(image)) + 1)
+                         .arg(image->frame + 1)
                          .arg(image->file->images.size());
     }
     static const unsigned short tags[][2] = {
