@@ -1,5 +1,6 @@
-// Both Siemens CSA decoders on any value, as (0029,1010) and (0029,1020) may
-// hold it. The value is copied into a buffer of exactly its length.
+// Both Siemens CSA decoders and the mosaic's tag lookup on any value, as
+// (0029,1010) and (0029,1020) may hold it. The value is copied into a buffer
+// of exactly its length.
 
 #include "fuzz/FuzzSupport.h"
 
@@ -36,5 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         VXFUZZ_CHECK(csa1->size() == 0);
         VXFUZZ_CHECK(csa1->name() == "CSASeriesHeaderInfo");
     }
+    // The lookup the mosaic reader uses: every value it returns lies inside the input.
+    for (const char *tag : {"NumberOfImagesInMosaic", "SliceNormalVector"})
+        for (const std::string &v : csa2Values(value.get(), length, tag))
+            VXFUZZ_CHECK(v.size() <= size);
     return 0;
 }
