@@ -358,7 +358,9 @@ VxField3 *createField3(VxDicomImageStack &stack)
         try {
             if (spp == 1) {
                 if (image.hasPixels())
-                    std::memcpy(slice, image.pixelData(), static_cast<size_t>(sliceBytes));
+                    // The stored samples; a float field converts them in place below.
+                    std::memcpy(slice, image.pixelData(),
+                                static_cast<size_t>(sliceSamples * stack.primType.size()));
                 else
                     image.loadToMemory(slice);
             } else {

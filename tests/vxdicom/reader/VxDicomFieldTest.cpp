@@ -566,18 +566,21 @@ TEST(DicomFieldCreation, NoRescaledValueIsLost)
          1,
          -4096},
     };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        OneImageStack s(c.edits, c.pixels);
-        std::unique_ptr<VxField3> field(createField3(*s.stack));
-        ASSERT_TRUE(field);
-        ASSERT_EQ(field->lattice()->primType(), c.type);
-        const QStringList stored = QString(c.pixels).split(',');
-        for (int k = 0; k < 256 * 256; k += 4099) {
-            const double expected = stored[k % stored.size()].toDouble() * c.slope + c.intercept;
-            const double value =
-                c.type == KcPrimType::Float ? samples<float>(*field)[k] : samples<short>(*field)[k];
-            EXPECT_NEAR(value, expected, 1e-6 * std::max(1.0, std::fabs(expected))) << k;
+    for (const auto &c : cases)
+        for (const int delayed : {1, 0}) {
+            SCOPED_TRACE(std::string(c.name) +
+                         (delayed ? ", pixels read later" : ", with the header"));
+            OneImageStack s(c.edits, c.pixels, delayed);
+            std::unique_ptr<VxField3> field(createField3(*s.stack));
+            ASSERT_TRUE(field);
+            ASSERT_EQ(field->lattice()->primType(), c.type);
+            const QStringList stored = QString(c.pixels).split(',');
+            for (int k = 0; k < 256 * 256; k += 4099) {
+                const double expected =
+                    stored[k % stored.size()].toDouble() * c.slope + c.intercept;
+                const double value = c.type == KcPrimType::Float ? samples<float>(*field)[k]
+                                                                 : samples<short>(*field)[k];
+                EXPECT_NEAR(value, expected, 1e-6 * std::max(1.0, std::fabs(expected))) << k;
+            }
         }
-    }
 }
