@@ -316,9 +316,10 @@ Rows imageRows(VxDicomImage &image, int frame)
     rows.push_back({"signed", "isSigned", image.isSigned ? "yes" : "no", jsonBool(image.isSigned)});
     rows.push_back({"data size", "dataSize", std::to_string(image.dataSize) + " bytes",
                     jsonNumber(image.dataSize)});
+    // As the file states it: between rows, then between columns.
+    const float stated[2] = {image.pixelSpacing[1], image.pixelSpacing[0]};
     rows.push_back({"pixel spacing", "pixelSpacing",
-                    vectorText(image.pixelSpacing, 2, " x ") + " mm (row, column)",
-                    jsonVector(image.pixelSpacing, 2)});
+                    vectorText(stated, 2, " x ") + " mm (row, column)", jsonVector(stated, 2)});
     rows.push_back({"slice thickness", "sliceThickness", floatText(image.sliceThickness) + " mm",
                     jsonNumber(image.sliceThickness)});
     rows.push_back({"position",

@@ -220,7 +220,8 @@ void Dicom3Object::createImagePlaneModule(float dx, float dy, float dz, int slic
     if (!position)
         return;
     char text[256];
-    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dx, dy);
+    // Row spacing (between rows, along a column) first, as PS3.3 10.7.1.3 says.
+    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dy, dx);
     insertText(0x0028, 0x0030, dicom::DS, text); // Pixel Spacing
     // Always axis-aligned: the field's own rotation is not carried.
     std::snprintf(text, sizeof text, "%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f\\%3.6f", 1.0, 0.0, 0.0, 0.0,
@@ -267,6 +268,6 @@ void Dicom3Object::createNMImagePixelModule(float dx, float dy, int bits)
     insertU16(0x0028, 0x0101, static_cast<unsigned short>(bits));
     insertU16(0x0028, 0x0102, static_cast<unsigned short>(bits - 1));
     char text[128];
-    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dx, dy);
-    insertText(0x0028, 0x0030, dicom::DS, text); // Pixel Spacing
+    std::snprintf(text, sizeof text, "%1.6f\\%1.6f", dy, dx); // row spacing first
+    insertText(0x0028, 0x0030, dicom::DS, text);                 // Pixel Spacing
 }

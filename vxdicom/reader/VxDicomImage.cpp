@@ -148,7 +148,10 @@ void VxDicomImage::initialize()
     }
 
     if (const char *s = text(0x0028, 0x0030)) {
-        std::sscanf(s, "%f%*c%f", &pixelSpacing[0], &pixelSpacing[1]);
+        // Pixel Spacing is "row spacing \\ column spacing" (PS3.3 10.7.1.3):
+        // the first value is the distance between rows, a step down a
+        // column (y); the second the step along a row (x).
+        std::sscanf(s, "%f%*c%f", &pixelSpacing[1], &pixelSpacing[0]);
         if (pixelSpacing[0] == 0 && pixelSpacing[1] != 0)
             pixelSpacing[0] = pixelSpacing[1];
         else if (pixelSpacing[1] == 0 && pixelSpacing[0] != 0)

@@ -90,6 +90,8 @@ public:
     int planarConfig = 0;
     int imageNumber = 0;
     float bytesPerSample = 2;
+    /// The step along a row (x) and down a column (y), mm: the second and the
+    /// first value of Pixel Spacing (0028,0030).
     float pixelSpacing[2] = {0, 0};
     float sliceLocation = 0;
     float sliceThickness = 10;

@@ -200,7 +200,7 @@ QString dicomImageInfoText(const VxDicomImage *image)
                  .arg(image->samplesPerPixel == 1 ? "" : "s")
                  .arg(image->bitsStored)
                  .arg(image->isSigned ? "signed" : "unsigned");
-    lines << QStringLiteral("pixel spacing: %1 x %2 mm")
+    lines << QStringLiteral("pixel spacing: %1 mm along a row, %2 mm down a column")
                  .arg(num(image->pixelSpacing[0]), num(image->pixelSpacing[1]));
     lines << QStringLiteral("slice location: %1 mm").arg(num(image->sliceLocation));
     if (image->hasPosition)

@@ -154,24 +154,6 @@ def series_folders(root):
     return [folder for folder, _, _ in sorted(os.walk(root)) if describe_folder(folder)[0]]
 
 
-def reversed_pixel_spacing_copy(series, out):
-    """The module reads Pixel Spacing in file order as (step along a row, step
-    down a column); DICOM means (between rows, between columns). The two agree
-    for square pixels; for others the module's grid is the one DICOM describes
-    with the pair reversed, which is what dcm2niix is given here."""
-    import pydicom
-    os.makedirs(out, exist_ok=True)
-    for f in sorted(os.listdir(series)):
-        try:
-            ds = pydicom.dcmread(os.path.join(series, f))
-        except Exception:
-            continue
-        if "PixelSpacing" in ds:
-            ds.PixelSpacing = list(reversed(list(ds.PixelSpacing)))
-        ds.save_as(os.path.join(out, f))
-    return out
-
-
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--vxdicom", required=True)
@@ -183,8 +165,6 @@ def main():
                     help="leave out folders whose path holds this text (repeatable)")
     ap.add_argument("--criteria", action="append", default=[],
                     help="SUBSTRING=TEXT: stack-break criteria for folders whose path holds SUBSTRING")
-    ap.add_argument("--stated-pixel-spacing", action="store_true",
-                    help="give dcm2niix copies whose Pixel Spacing pair is reversed (see below)")
     ap.add_argument("series", nargs="*")
     args = ap.parse_args()
     if args.discover:
@@ -228,8 +208,6 @@ def main():
                 failures += 1
                 continue
             reference = series
-            if args.stated_pixel_spacing:
-                reference = reversed_pixel_spacing_copy(series, os.path.join(work, "swapped%d" % n))
             # -p n: Philips values as their Rescale Slope/Intercept say (dcm2niix
             # otherwise uses Philips' private floating-point scale).
             subprocess.run(["dcm2niix", "-d", "0", "-z", "n", "-b", "n", "-p", "n", "-o",

@@ -312,9 +312,9 @@ TEST(DicomFieldCreation, ImagesWithoutPositionAreCentredWithTheirSliceLocations)
     flipField3(field.get(), *stack);
     float box[6];
     field->getBoundingBox(box);
-    // Pixel Spacing is 1.1\0.8; its first value is taken along x:
-    // (5 - 1) x 0.11 cm / 2 = 0.22; (7 - 1) x 0.08 cm / 2 = 0.24; 0 .. 0.6 cm.
-    const float expected[6] = {-0.22f, 0.22f, -0.24f, 0.24f, 0.0f, 0.6f};
+    // Pixel Spacing is 1.1\0.8: rows 1.1 mm apart, columns 0.8 mm apart:
+    // x (5 - 1) x 0.08 cm / 2 = 0.16; y (7 - 1) x 0.11 cm / 2 = 0.33; 0 .. 0.6 cm.
+    const float expected[6] = {-0.16f, 0.16f, -0.33f, 0.33f, 0.0f, 0.6f};
     for (int k = 0; k < 6; ++k)
         EXPECT_NEAR(box[k], expected[k], 1e-6) << k;
     EXPECT_FALSE(field->hasTransform());

@@ -242,7 +242,7 @@ TEST(DicomImageRecord, PixelSpacingWithOneZeroValueIsSquare)
         {"0\\0.5", 0.5f, 0.5f, "a zero row spacing takes the column spacing"},
         {"0.5\\0", 0.5f, 0.5f, "a zero column spacing takes the row spacing"},
         {"0\\0", 0.0f, 0.0f, "two zeros stay"},
-        {"1.1\\0.8", 1.1f, 0.8f, "non-square pixels keep both values in file order"},
+        {"1.1\\0.8", 1.1f, 0.8f, "non-square pixels: rows 1.1 apart, columns 0.8 apart"},
         {"", 0.0f, 0.0f, "no Pixel Spacing: 0 x 0"},
     };
     for (const auto &c : cases) {
@@ -252,8 +252,9 @@ TEST(DicomImageRecord, PixelSpacingWithOneZeroValueIsSquare)
                      ? std::vector<std::string>{"--set", std::string("PixelSpacing=") + c.value}
                      : std::vector<std::string>{"--delete", "PixelSpacing"});
         ASSERT_TRUE(e.image);
-        EXPECT_FLOAT_EQ(e.image->pixelSpacing[0], c.row);
-        EXPECT_FLOAT_EQ(e.image->pixelSpacing[1], c.column);
+        // A step along a row crosses columns; a step down a column crosses rows.
+        EXPECT_FLOAT_EQ(e.image->pixelSpacing[0], c.column);
+        EXPECT_FLOAT_EQ(e.image->pixelSpacing[1], c.row);
     }
 }
 

@@ -26,9 +26,7 @@ struct Slice
 {
     std::array<double, 3> position, row, column;
     double rowSpacing, columnSpacing; // mm between rows, between columns
-    // The module reads (0028,0030) in file order as (x, y): its first value is
-    // the step along a row, its second the step down a column. For square
-    // pixels this is the DICOM grid; for others the two steps trade places.
+    // A step along a row crosses columns: the column spacing (PS3.3 10.7.1.3).
     double stepAlongRow, stepDownColumn;
     int rows, columns;
 };
@@ -46,8 +44,8 @@ std::vector<Slice> slicesOf(const QJsonArray &reference)
         }
         s.rowSpacing = r["pixelSpacing"].toArray()[0].toDouble();
         s.columnSpacing = r["pixelSpacing"].toArray()[1].toDouble();
-        s.stepAlongRow = s.rowSpacing;
-        s.stepDownColumn = s.columnSpacing;
+        s.stepAlongRow = s.columnSpacing;
+        s.stepDownColumn = s.rowSpacing;
         s.rows = r["rows"].toInt();
         s.columns = r["columns"].toInt();
         out.push_back(s);

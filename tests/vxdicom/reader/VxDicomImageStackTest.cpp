@@ -118,12 +118,13 @@ TEST(DicomImageStack, FirstImageGivesNameSizeTypeAndBox)
     EXPECT_EQ(stack.width, 6);
     EXPECT_EQ(stack.height, 4);
     EXPECT_EQ(stack.primType, KcPrimType::Int16);
-    // The first value of (0028,0030) is taken along x and the second along y:
-    // x: (6 - 1) x 0.5 mm = 0.25 cm; y: (4 - 1) x 2.0 mm = 0.6 cm. Centred on 0.
-    EXPECT_FLOAT_EQ(stack.bbox[0], -0.125f);
-    EXPECT_FLOAT_EQ(stack.bbox[1], 0.125f);
-    EXPECT_FLOAT_EQ(stack.bbox[2], -0.3f);
-    EXPECT_FLOAT_EQ(stack.bbox[3], 0.3f);
+    // Along a row (x) the columns are 2.0 mm apart, down a column (y) the rows
+    // 0.5 mm: x: (6 - 1) x 2.0 mm = 1.0 cm; y: (4 - 1) x 0.5 mm = 0.15 cm.
+    // Centred on 0.
+    EXPECT_FLOAT_EQ(stack.bbox[0], -0.5f);
+    EXPECT_FLOAT_EQ(stack.bbox[1], 0.5f);
+    EXPECT_FLOAT_EQ(stack.bbox[2], -0.075f);
+    EXPECT_FLOAT_EQ(stack.bbox[3], 0.075f);
     EXPECT_FLOAT_EQ(stack.bbox[4], 1.2f);
     EXPECT_FLOAT_EQ(stack.bbox[5], 1.2f);
     EXPECT_EQ(stack.memSize(), 6 * 4 * 2);
