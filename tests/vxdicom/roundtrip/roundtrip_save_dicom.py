@@ -8,7 +8,8 @@ Both loads are saved as NIfTI and read with nibabel. The written files carry
 the fixed orientation 1\\0\\0\\0\\1\\0 and, as Image Position (Patient) of slice
 k, the world position of voxel (0, 0, k) of the first field. What must survive:
   - the dimensions and every voxel value,
-  - the in-plane voxel size,
+  - the in-plane voxel size, and the written Pixel Spacing as pydicom reads
+    it: the distance between rows (along y) first, between columns second,
   - the written positions (read with pydicom) equal the first field's,
   - the second field's first voxel and the z of every slice equal the first
     field's; so does its slice distance, measured along z.
@@ -62,6 +63,12 @@ def main():
                         "--slices", slices, "--modality", "CT"], check=True,
                        stderr=subprocess.DEVNULL)
         args.series.append(made)
+        # Pixels that are not square: rows 1.1 mm apart, columns 0.8 mm.
+        oblong = os.path.join(work, "generated-oblong-mr")
+        subprocess.run(["/usr/bin/python3", maker, oblong, "--rows", "48", "--columns", "64",
+                        "--slices", "6", "--modality", "MR", "--spacing", "0.8",
+                        "--row-spacing", "1.1"], check=True, stderr=subprocess.DEVNULL)
+        args.series.append(oblong)
     env = dict(os.environ, QT_QPA_PLATFORM="offscreen",
                VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
     failures = 0
@@ -78,12 +85,13 @@ def main():
                 failures += 1
                 continue
             files = sorted(glob.glob(os.path.join(written, "**", "*.dcm"), recursive=True))
-            positions = {}
+            positions, spacings = {}, set()
             for f in files:
                 ds = pydicom.dcmread(f)
                 ds.pixel_array  # raises on a file pydicom cannot read
                 positions[(os.path.dirname(f), int(ds.InstanceNumber))] = \
                     np.array([float(v) for v in ds.ImagePositionPatient])
+                spacings.add(tuple(round(float(v), 4) for v in ds.PixelSpacing))
             second = load(args.vxdicom, written, os.path.join(work, "b%d" % n), env)
             if len(first) != len(second):
                 print("FAIL %s: %d fields, %d after the round trip" % (series, len(first), len(second)))
@@ -99,6 +107,10 @@ def main():
                     sb = np.linalg.norm(b.affine[:3, :3], axis=0)
                     if np.max(np.abs(sa[:2] - sb[:2])) > 1e-3:
                         problems.append("in-plane voxel size %s, then %s" % (sa[:2], sb[:2]))
+                    # Written axial (rows along x): Pixel Spacing is y step, x step.
+                    if len(first) == 1 and spacings != {(round(sa[1], 4), round(sa[0], 4))}:
+                        problems.append("Pixel Spacing written %s for voxels %g x %g" %
+                                        (sorted(spacings), sa[0], sa[1]))
                     lps = np.diag([-1.0, -1.0, 1.0])  # NIfTI (RAS) to DICOM patient axes
                     folder = os.path.dirname(files[0]) if len(first) == 1 else None
                     za = []
