@@ -4,7 +4,8 @@
     make_series.py OUTDIR [--rows R] [--columns C] [--slices N] [--modality CT|MR]
                           [--spacing MM] [--row-spacing MM] [--thickness MM]
                           [--orientation axial|coronal|sagittal|axial-rev|coronal-rev|
-                                         sagittal-rev|axial-rot|oblique]
+                                         sagittal-rev|axial-rot|axial-tilt|
+                                         sagittal-tilt|oblique]
                           [--gaps K,...] [--origin X,Y,Z] [--name-order forward|reverse]
 
 CT: signed 16-bit with Rescale Intercept -1024; MR: unsigned 16-bit without
@@ -43,6 +44,13 @@ def orientation(name):
         return (0, 1, 0), (0, 0, -1)
     if name == "sagittal-rev":
         return (0, -1, 0), (0, 0, -1)
+    if name == "axial-tilt":          # 0.3 degrees about z: within the axis tolerance
+        b = math.radians(0.3)
+        return (math.cos(b), math.sin(b), 0.0), (-math.sin(b), math.cos(b), 0.0)
+    if name == "sagittal-tilt":       # 0.3 degrees about y, 0.2 about z
+        a, b = math.radians(0.3), math.radians(0.2)
+        return ((math.sin(b), math.cos(b), 0.0),
+                (-math.sin(a) * math.cos(b), math.sin(a) * math.sin(b), -math.cos(a)))
     if name == "oblique":             # 20 degrees about x, then 10 about z
         a, b = math.radians(20), math.radians(10)
         row = (math.cos(b), math.sin(b), 0.0)

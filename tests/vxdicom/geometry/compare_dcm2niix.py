@@ -83,13 +83,20 @@ def match(ours, theirs):
     shape_theirs = tuple(theirs["data"].shape[perm[j]] for j in range(3))
     if shape_ours != shape_theirs:
         return "dimensions %s vs %s" % (shape_ours, shape_theirs)
-    # Every voxel corner of ours in world coordinates equals the matching corner of theirs.
+    # Every voxel corner of ours in world coordinates equals the matching
+    # corner of theirs: the corners are matched through the index map as
+    # whole voxels (the permutation P and a whole shift), so that a rotation
+    # or a scaling the two affines disagree on shows at the corners.
+    t = M[:3, 3]
     corners = corner_points(shape_ours)
     world_ours = (A @ corners.T).T[:, :3]
-    idx_theirs = (M @ corners.T).T
+    whole = np.eye(4)
+    whole[:3, :3] = P
+    whole[:3, 3] = np.round(t + (R - P) @ (np.array(shape_ours) - 1) / 2.0)
+    # The corner's own half-voxel offset goes through the permutation too.
+    idx_theirs = (whole @ corners.T).T
     world_theirs = (B @ idx_theirs.T).T[:, :3]
     err = np.max(np.abs(world_ours - world_theirs))
-    t = M[:3, 3]
     if np.max(np.abs(t - np.round(t))) * max(sizes_theirs.max(), 1.0) > CORNER_TOL:
         return "voxel grids are offset (index shift %s)" % np.array2string(t, precision=5)
     if err > CORNER_TOL:

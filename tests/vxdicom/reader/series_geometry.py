@@ -21,7 +21,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 MAKE_SERIES = os.path.join(HERE, "..", "..", "support", "make_series.py")
 COMPARE = os.path.join(HERE, "..", "geometry", "compare_dcm2niix.py")
 ORIENTATIONS = ["axial", "coronal", "sagittal", "axial-rev", "coronal-rev", "sagittal-rev",
-                "axial-rot", "oblique"]
+                "axial-rot", "axial-tilt", "sagittal-tilt", "oblique"]
 
 
 def make(outdir, *args):
