@@ -166,7 +166,9 @@ int runLoad(int argc, char **argv)
         }
         if (choices.anonymize)
             anonymizeFields(fields);
-        return reportAndSave(fields, poolBefore, save, ok == 1);
+        // A file broken in its header and one broken in its pixels both fail
+        // the command, whichever reading mode found it.
+        return reportAndSave(fields, poolBefore, save, ok == 1 && dicomReadFailures == 0);
     });
 }
 

@@ -198,7 +198,8 @@ int runSaveDicom(int argc, char **argv)
             for (const std::string &n : names)
                 argvNames.push_back(n.c_str());
             ok = vxReadDicom(static_cast<int>(argvNames.size()), argvNames.data(), loaded, 0,
-                             true) == 1;
+                             true) == 1 &&
+                 dicomReadFailures == 0;
             for (VxField3 *f : loaded)
                 fields.push_back(f);
         }

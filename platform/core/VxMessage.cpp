@@ -59,6 +59,14 @@ void VxMessage::warning(const char *fmt, ...)
     va_end(ap);
 }
 
+void VxMessage::failure(const char *fmt, ...)
+{
+    va_list ap;
+    va_start(ap, fmt);
+    output(3, fmt, ap);
+    va_end(ap);
+}
+
 void VxMessage::error(const char *fmt, ...)
 {
     va_list ap;

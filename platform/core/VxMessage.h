@@ -21,6 +21,9 @@ public:
     void warning(const char *fmt, ...) __attribute__((format(printf, 2, 3)));
     /// The same with an "Error: " prefix, to standard error when no sink is set.
     void error(const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+    /// A failure whose text is fixed ("reading %s failed: %s"): printed as
+    /// it is, to standard error when no sink is set; shown when quiet too.
+    void failure(const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 
     /// Installs a sink that receives every message instead of the console;
     /// an empty sink restores console output. Returns the previous sink.

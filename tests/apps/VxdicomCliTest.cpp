@@ -158,3 +158,35 @@ TEST(VxdicomInfo, AllSharedFilesDecodeSilently)
 }
 
 } // namespace
+
+TEST(VxdicomLoad, DamageFailsTheCommandWhicheverReadingModeFindsIt)
+{
+    // A series beside a file cut in its header, and beside a JPEG file whose
+    // codestream is broken (found when its pixels are decoded: with the header
+    // when DICOM_DELAYED_READ=0, else when the field is filled). The series
+    // loads every time; the damage makes the status 1 and is named on
+    // standard error.
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    std::vector<unsigned char> header = vxtest::readFileBytes(ts(1));
+    header.resize(1000);
+    vxtest::writeFileBytes(dir.file("header.dcm"), header);
+    std::vector<unsigned char> jpeg = vxtest::readFileBytes(ts(5));
+    const unsigned char soi[] = {0xFF, 0xD8, 0xFF};
+    const auto at = std::search(jpeg.begin() + 1000, jpeg.end(), soi, soi + 3);
+    ASSERT_NE(at, jpeg.end());
+    std::fill(at, at + 3, 0);
+    vxtest::writeFileBytes(dir.file("pixels.dcm"), jpeg);
+    const std::string series = shellQuote(vxtest::sharedPath("dcm_qa_sag/In/2_gre_field_mapping"));
+    for (const char *broken : {"header.dcm", "pixels.dcm"})
+        for (const char *mode : {"", "DICOM_DELAYED_READ=0 "}) {
+            SCOPED_TRACE(std::string(mode) + broken);
+            const Outcome r = vxtest::runCapturing(
+                std::string("env QT_QPA_PLATFORM=offscreen ") + mode + shellQuote(VXDICOM_BINARY) +
+                " load -nodialog -q " + series + " " + shellQuote(dir.file(broken)));
+            EXPECT_EQ(r.status, 1);
+            EXPECT_TRUE(contains(r.err, "reading " + dir.file(broken) + " failed: ")) << r.err;
+            EXPECT_FALSE(contains(r.out, "failed")) << r.out;
+            EXPECT_TRUE(contains(r.out, "field \"")) << "the series still loads:\n" << r.out;
+        }
+}

@@ -208,7 +208,7 @@ void DicomDialogView::imagePreview(VxDicomImage *image)
     if (!why.isNull()) {
         const QString name =
             image->file ? QString::fromStdString(image->file->fileName) : QString();
-        VxMessage::getTheMsg()->printf("reading %s failed: %s\n", name.toLocal8Bit().constData(),
+        VxMessage::getTheMsg()->failure("reading %s failed: %s\n", name.toLocal8Bit().constData(),
                                        why.toLocal8Bit().constData());
         VxWarningDialog::information(tr("Image Preview"),
                                      tr("reading %1 failed: %2").arg(name, why));

@@ -24,6 +24,7 @@
 
 bool useDynamicSeriesCtrl = false;
 bool dicomImportCancelled = false;
+int dicomReadFailures = 0;
 KcDArray<VxDynamicSeriesCtrl::TimeStep> timeSteps;
 
 namespace {
@@ -67,9 +68,11 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
         try {
             file = new VxDicomFile(name.c_str(), i, delayed);
         } catch (const char *text) {
-            msg->printf("reading %s failed: %s\n", name.c_str(), text);
+            msg->failure("reading %s failed: %s\n", name.c_str(), text);
+            ++dicomReadFailures;
         } catch (const std::exception &e) {
-            msg->printf("reading %s failed: %s\n", name.c_str(), e.what());
+            msg->failure("reading %s failed: %s\n", name.c_str(), e.what());
+            ++dicomReadFailures;
         }
 
         if (file && file->isDicomDir()) {
@@ -172,6 +175,7 @@ int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int sho
                 bool verbose)
 {
     dicomImportCancelled = false;
+    dicomReadFailures = 0;
     if (n < 1 || !names || !names[0])
         return 0;
 
@@ -250,6 +254,7 @@ int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int sho
                 flipField3(field, *stack);
             if (!field) {
                 result = 0;
+                ++dicomReadFailures;
                 continue;
             }
             registerField3(field, *stack);

@@ -35,5 +35,9 @@ extern bool useDynamicSeriesCtrl;
 /// Whether the user cancelled the import dialog in the last load (set by
 /// every load; a cancelled load returns 1 all the same, as nothing failed).
 extern bool dicomImportCancelled;
+/// Files that could not be read and stacks that gave no field in the last
+/// load (each also named on the console); the command line's exit status
+/// follows it whatever the reading mode.
+extern int dicomReadFailures;
 /// Time steps collected during a load for the dynamic series control.
 extern KcDArray<VxDynamicSeriesCtrl::TimeStep> timeSteps;

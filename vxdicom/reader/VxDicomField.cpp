@@ -329,7 +329,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
         stack.memSize() < 0 ? -1 : stack.memSize() / stack.primType.size() * sampleBytes;
     const uint64_t limit = dicom::dicomMemoryLimit();
     if (bytes < 0 || static_cast<uint64_t>(bytes) >= limit) {
-        msg->printf("stack %s: its samples need %ld bytes, more than the memory limit of %llu "
+        msg->failure("stack %s: its samples need %ld bytes, more than the memory limit of %llu "
                     "bytes\n",
                     stack.name.c_str(), bytes, static_cast<unsigned long long>(limit));
         return nullptr;
@@ -337,7 +337,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
     // Room for one more byte: decoders write odd-sized frames as whole words.
     SampleBuffer samples(allocateSamples(static_cast<size_t>(bytes) + 1));
     if (!samples) {
-        msg->printf("stack %s: cannot allocate %ld bytes for its samples\n", stack.name.c_str(),
+        msg->failure("stack %s: cannot allocate %ld bytes for its samples\n", stack.name.c_str(),
                     bytes);
         return nullptr;
     }
@@ -370,7 +370,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
         } catch (const char *text) {
             if (progress)
                 work->endProgress();
-            msg->printf("reading %s failed: %s\n", image.file->fileName.c_str(), text);
+            msg->failure("reading %s failed: %s\n", image.file->fileName.c_str(), text);
             return nullptr;
         }
         prefault.readerAt(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
@@ -389,7 +389,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
             if (work->wasInterrupted()) {
                 work->setStatus("interrupted.");
                 work->endProgress();
-                msg->printf("stack %s: loading interrupted\n", stack.name.c_str());
+                msg->failure("stack %s: loading interrupted\n", stack.name.c_str());
                 return nullptr;
             }
         }
@@ -406,7 +406,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
     KcPrimType type = stack.primType;
     const bool overflow = !floatSamples && stack.checkForDataOverflow(scale, offset, type);
     if (type.size() != stack.primType.size()) {
-        msg->printf("Internal error in %s, line %d.\n", "VxDicom", __LINE__);
+        msg->failure("Internal error in %s, line %d.\n", "VxDicom", __LINE__);
         return nullptr;
     }
 
