@@ -78,9 +78,13 @@ void helpLoad()
                 "to load (none selected: all of them) and press OK; Cancel, Esc or closing\n"
                 "the window loads nothing.\n"
                 "\n"
-                "Exit status: 0 when every stack became a field, 1 when a field could not be\n"
-                "made or saved, no image was found or the dialog was cancelled, 2 for a\n"
-                "usage error.\n");
+                "Exit status: 0 when every file was read and every field made (and saved);\n"
+                "1 when a file could not be read (its header or its pixels, in either\n"
+                "reading mode), a field could not be made or saved, no image was found or\n"
+                "the dialog was cancelled (the other fields are still made and saved); 2 for\n"
+                "a usage error. Failures and warnings go to standard error, the '+ name'\n"
+                "lines and the summaries to standard output; -q keeps only the failures\n"
+                "and the summaries.\n");
 }
 
 int runLoad(int argc, char **argv)
