@@ -49,11 +49,16 @@ int niftiTypeOf(KcPrimType type, int components)
     if (components != 1)
         return 0;
     switch (type.id()) {
-    case KcPrimType::UInt8: return DT_UINT8;
-    case KcPrimType::Int16: return DT_INT16;
-    case KcPrimType::UInt16: return DT_UINT16;
-    case KcPrimType::Int32: return DT_INT32;
-    case KcPrimType::Float: return DT_FLOAT32;
+    case KcPrimType::UInt8:
+        return DT_UINT8;
+    case KcPrimType::Int16:
+        return DT_INT16;
+    case KcPrimType::UInt16:
+        return DT_UINT16;
+    case KcPrimType::Int32:
+        return DT_INT32;
+    case KcPrimType::Float:
+        return DT_FLOAT32;
     }
     return 0;
 }
@@ -76,6 +81,12 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
         return fail(error, verb, path, "not a NIfTI file name (.nii or .nii.gz)");
     if (fields.isEmpty())
         return fail(error, verb, path, "no field to save");
+    for (int t = 0; t < fields.size(); ++t)
+        if (fields[t] && !VxFieldFile::hasFiniteGeometry(*fields[t]))
+            return fail(error, verb, path,
+                        KcString::format("field \"%s\": its geometry is not finite (NaN or "
+                                         "infinity in its position, spacing or orientation)",
+                                         fields[t]->label().c_str()));
     for (int t = 0; t < fields.size(); ++t)
         if (!fields[t] || !fields[t]->lattice() || !fields[t]->lattice()->data())
             return fail(error, verb, path,
@@ -279,12 +290,31 @@ VxFieldFile::Format VxFieldFile::formatOf(const char *path)
     return Unknown;
 }
 
+bool VxFieldFile::hasFiniteGeometry(const VxField3 &field)
+{
+    const VxLattice3 *lat = field.lattice();
+    if (!lat)
+        return true;
+    for (int corner = 0; corner < 8; ++corner) {
+        float w[3];
+        field.voxelToWorld((corner & 1) ? lat->dim(0) - 1 : 0, (corner & 2) ? lat->dim(1) - 1 : 0,
+                           (corner & 4) ? lat->dim(2) - 1 : 0, w);
+        for (float v : w)
+            if (!std::isfinite(v))
+                return false;
+    }
+    return true;
+}
+
 bool VxFieldFile::save(const VxField3 &field, const char *path, KcString *error)
 {
     switch (formatOf(path)) {
-    case Nifti: return saveNifti(field, path, error);
-    case Nrrd: return saveNrrd(field, path, false, error);
-    case Unknown: break;
+    case Nifti:
+        return saveNifti(field, path, error);
+    case Nrrd:
+        return saveNrrd(field, path, false, error);
+    case Unknown:
+        break;
     }
     return fail(error, "saving", path, "unknown file type (use .nii, .nii.gz or .nrrd)");
 }
@@ -305,9 +335,12 @@ bool VxFieldFile::saveNiftiSeries(const KcDArray<const VxField3 *> &fields, cons
 std::unique_ptr<VxRegScalarField3> VxFieldFile::load(const char *path, KcString *error)
 {
     switch (formatOf(path)) {
-    case Nifti: return loadNifti(path, error);
-    case Nrrd: return loadNrrd(path, error);
-    case Unknown: break;
+    case Nifti:
+        return loadNifti(path, error);
+    case Nrrd:
+        return loadNrrd(path, error);
+    case Unknown:
+        break;
     }
     fail(error, "loading", path, "unknown file type (use .nii, .nii.gz, .nrrd or .nhdr)");
     return nullptr;
@@ -351,15 +384,33 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNifti(const char *path, KcSt
     KcPrimType type = KcPrimType::UInt8;
     int components = 1;
     switch (nim->datatype) {
-    case DT_UINT8: type = KcPrimType::UInt8; break;
-    case DT_INT16: type = KcPrimType::Int16; break;
-    case DT_UINT16: type = KcPrimType::UInt16; break;
-    case DT_INT32: type = KcPrimType::Int32; break;
-    case DT_FLOAT32: type = KcPrimType::Float; break;
-    case DT_INT8: type = KcPrimType::Int16; break;
-    case DT_FLOAT64: type = KcPrimType::Float; break;
-    case DT_RGB24: components = 3; break;
-    case DT_RGBA32: components = 4; break;
+    case DT_UINT8:
+        type = KcPrimType::UInt8;
+        break;
+    case DT_INT16:
+        type = KcPrimType::Int16;
+        break;
+    case DT_UINT16:
+        type = KcPrimType::UInt16;
+        break;
+    case DT_INT32:
+        type = KcPrimType::Int32;
+        break;
+    case DT_FLOAT32:
+        type = KcPrimType::Float;
+        break;
+    case DT_INT8:
+        type = KcPrimType::Int16;
+        break;
+    case DT_FLOAT64:
+        type = KcPrimType::Float;
+        break;
+    case DT_RGB24:
+        components = 3;
+        break;
+    case DT_RGBA32:
+        components = 4;
+        break;
     default:
         fail(error, verb, path,
              KcString::format("sample type %s is not supported",
@@ -419,12 +470,24 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNifti(const char *path, KcSt
             else
                 convertSamples<int8_t, int16_t>(raw, converted, nVoxels, 1, 0);
             break;
-        case DT_FLOAT64: convertSamples<double, float>(raw, converted, nVoxels, s, b); break;
-        case DT_UINT8: convertSamples<uint8_t, float>(raw, converted, nVoxels, s, b); break;
-        case DT_INT16: convertSamples<int16_t, float>(raw, converted, nVoxels, s, b); break;
-        case DT_UINT16: convertSamples<uint16_t, float>(raw, converted, nVoxels, s, b); break;
-        case DT_INT32: convertSamples<int32_t, float>(raw, converted, nVoxels, s, b); break;
-        case DT_FLOAT32: convertSamples<float, float>(raw, converted, nVoxels, s, b); break;
+        case DT_FLOAT64:
+            convertSamples<double, float>(raw, converted, nVoxels, s, b);
+            break;
+        case DT_UINT8:
+            convertSamples<uint8_t, float>(raw, converted, nVoxels, s, b);
+            break;
+        case DT_INT16:
+            convertSamples<int16_t, float>(raw, converted, nVoxels, s, b);
+            break;
+        case DT_UINT16:
+            convertSamples<uint16_t, float>(raw, converted, nVoxels, s, b);
+            break;
+        case DT_INT32:
+            convertSamples<int32_t, float>(raw, converted, nVoxels, s, b);
+            break;
+        case DT_FLOAT32:
+            convertSamples<float, float>(raw, converted, nVoxels, s, b);
+            break;
         }
         std::free(raw);
         data = converted;

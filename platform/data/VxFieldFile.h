@@ -56,6 +56,11 @@ public:
     /// ".nrrd" and ".nhdr" NRRD.
     static Format formatOf(const char *path);
 
+    /// Whether every corner of the field lies at a finite place (no NaN or
+    /// infinity in its bounding box, slice coordinates or transformation).
+    /// A field that fails is never saved: its affine would be unusable.
+    static bool hasFiniteGeometry(const VxField3 &field);
+
     /// Saves by the name's ending (NRRD with raw encoding).
     [[nodiscard]] static bool save(const VxField3 &field, const char *path,
                                    KcString *error = nullptr);

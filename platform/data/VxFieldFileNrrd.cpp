@@ -136,7 +136,8 @@ std::string decodeName(const std::string &s)
 {
     std::string out;
     for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] == '%' && i + 2 < s.size() && std::isxdigit(static_cast<unsigned char>(s[i + 1])) &&
+        if (s[i] == '%' && i + 2 < s.size() &&
+            std::isxdigit(static_cast<unsigned char>(s[i + 1])) &&
             std::isxdigit(static_cast<unsigned char>(s[i + 2]))) {
             out += static_cast<char>(std::strtol(s.substr(i + 1, 2).c_str(), nullptr, 16));
             i += 2;
@@ -205,9 +206,8 @@ bool parseVectors(const std::string &s, std::vector<std::pair<bool, Vec3>> &out)
             size_t start = 0;
             while (true) {
                 const size_t comma = inner.find(',', start);
-                const std::string part =
-                    inner.substr(start, comma == std::string::npos ? std::string::npos
-                                                                   : comma - start);
+                const std::string part = inner.substr(
+                    start, comma == std::string::npos ? std::string::npos : comma - start);
                 if (n >= 3 || !parseDouble(part, v[n]) || !std::isfinite(v[n]))
                     return false;
                 ++n;
@@ -235,8 +235,7 @@ bool parseVectors(const std::string &s, std::vector<std::pair<bool, Vec3>> &out)
 // ------------------------------------------------------------------ writing
 
 void flattenParameters(const VxParamBundle &bundle, const std::string &prefix,
-                       std::vector<std::pair<std::string, std::string>> &keys,
-                       std::string &types)
+                       std::vector<std::pair<std::string, std::string>> &keys, std::string &types)
 {
     for (int i = 0; i < bundle.size(); ++i) {
         const VxParamBase *e = bundle.entry(i);
@@ -265,11 +264,16 @@ void flattenParameters(const VxParamBundle &bundle, const std::string &prefix,
 const char *nrrdTypeName(KcPrimType type)
 {
     switch (type.id()) {
-    case KcPrimType::UInt8: return "uint8";
-    case KcPrimType::Int16: return "int16";
-    case KcPrimType::UInt16: return "uint16";
-    case KcPrimType::Int32: return "int32";
-    case KcPrimType::Float: return "float";
+    case KcPrimType::UInt8:
+        return "uint8";
+    case KcPrimType::Int16:
+        return "int16";
+    case KcPrimType::UInt16:
+        return "uint16";
+    case KcPrimType::Int32:
+        return "int32";
+    case KcPrimType::Float:
+        return "float";
     }
     return "uint8";
 }
@@ -405,12 +409,21 @@ bool parseType(const std::string &text, KcPrimType &loaded, int &fileBytes, bool
     };
     static const Entry table[] = {
         {{"signed char", "int8", "int8_t", nullptr}, KcPrimType::Int16, 1, false, true},
-        {{"uchar", "unsigned char", "uint8", "uint8_t", nullptr}, KcPrimType::UInt8, 1, false,
+        {{"uchar", "unsigned char", "uint8", "uint8_t", nullptr},
+         KcPrimType::UInt8,
+         1,
+         false,
          false},
         {{"short", "short int", "signed short", "signed short int", "int16", "int16_t"},
-         KcPrimType::Int16, 2, false, true},
+         KcPrimType::Int16,
+         2,
+         false,
+         true},
         {{"ushort", "unsigned short", "unsigned short int", "uint16", "uint16_t", nullptr},
-         KcPrimType::UInt16, 2, false, false},
+         KcPrimType::UInt16,
+         2,
+         false,
+         false},
         {{"int", "signed int", "int32", "int32_t", nullptr}, KcPrimType::Int32, 4, false, true},
         {{"float", nullptr}, KcPrimType::Float, 4, true, true},
         {{"double", nullptr}, KcPrimType::Float, 8, true, true},
@@ -514,7 +527,8 @@ bool readAscii(FILE *f, void *dst, size_t count, KcPrimType type, KcString &why)
         }
         switch (type.id()) {
         case KcPrimType::UInt8:
-            static_cast<uint8_t *>(dst)[n] = static_cast<uint8_t>(std::clamp(std::round(v), 0.0, 255.0));
+            static_cast<uint8_t *>(dst)[n] =
+                static_cast<uint8_t>(std::clamp(std::round(v), 0.0, 255.0));
             break;
         case KcPrimType::Int16:
             static_cast<int16_t *>(dst)[n] =
@@ -528,7 +542,9 @@ bool readAscii(FILE *f, void *dst, size_t count, KcPrimType type, KcString &why)
             static_cast<int32_t *>(dst)[n] =
                 static_cast<int32_t>(std::clamp(std::round(v), -2147483648.0, 2147483647.0));
             break;
-        case KcPrimType::Float: static_cast<float *>(dst)[n] = static_cast<float>(v); break;
+        case KcPrimType::Float:
+            static_cast<float *>(dst)[n] = static_cast<float>(v);
+            break;
         }
         ++n;
     }
@@ -588,6 +604,11 @@ bool VxFieldFile::saveNrrd(const VxField3 &field, const char *path, bool gzip, K
     const VxLattice3 *lat = field.lattice();
     if (!lat || !lat->data())
         return fail(error, verb, path, "the field has no regular lattice with samples");
+    if (!VxFieldFile::hasFiniteGeometry(field))
+        return fail(error, verb, path,
+                    KcString::format("field \"%s\": its geometry is not finite (NaN or infinity "
+                                     "in its position, spacing or orientation)",
+                                     field.label().c_str()));
     Geometry g;
     KcString why;
     if (!vxfield::geometryOf(field, g, why))
@@ -746,8 +767,8 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
     int spatialAxes = 0;
     for (; axis < dimension && spatialAxes < 3; ++axis) {
         if (!isSpatial(axis))
-            return bad(KcString::format("axis %d is not spatial where a spatial one is needed",
-                                        axis));
+            return bad(
+                KcString::format("axis %d is not spatial where a spatial one is needed", axis));
         dims[spatialAxes] = static_cast<int>(sizes[static_cast<size_t>(axis)]);
         if (!directions.empty())
             columns[spatialAxes] = directions[static_cast<size_t>(axis)].second;
@@ -851,8 +872,8 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
                 d *= unitMm;
         } else {
             VxMessage::getTheMsg()->warning(
-                "loading %s: %zu slice offsets for %d slices are ignored\n", path,
-                offsets.size(), dims[2]);
+                "loading %s: %zu slice offsets for %d slices are ignored\n", path, offsets.size(),
+                dims[2]);
         }
     }
 

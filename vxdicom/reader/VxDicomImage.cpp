@@ -5,6 +5,7 @@
 #include "vxdicom/reader/VxDicomFile.h"
 
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -36,6 +37,27 @@ bool nearAnyAxis(const float v[3], float tolerance)
         }
     }
     return false;
+}
+
+// Why six direction cosines cannot orient an image, or null when they can:
+// both directions finite, of unit length and perpendicular (PS3.3 C.7.6.2.1.1),
+// to a thousandth.
+const char *orientationFault(const float v[6])
+{
+    double r = 0, c = 0, dot = 0;
+    for (int k = 0; k < 6; ++k)
+        if (!std::isfinite(v[k]))
+            return "is not finite";
+    for (int k = 0; k < 3; ++k) {
+        r += double(v[k]) * v[k];
+        c += double(v[k + 3]) * v[k + 3];
+        dot += double(v[k]) * v[k + 3];
+    }
+    if (r < 1e-12 || c < 1e-12)
+        return "has a direction of length zero";
+    if (std::fabs(dot) > 1e-3 * std::sqrt(r * c))
+        return "has directions that are not perpendicular";
+    return nullptr;
 }
 
 float orientationTolerance()
@@ -79,6 +101,20 @@ VxDicomImage::VxDicomImage(const VxDicomImage &m, int tileIndex, int perRow, int
     rescaleIntercept = m.rescaleIntercept;
     isSigned = m.isSigned;
     highBit = m.highBit;
+}
+
+void VxDicomImage::complain(const char *fmt, ...) const
+{
+    char what[512];
+    va_list ap;
+    va_start(ap, fmt);
+    std::vsnprintf(what, sizeof what, fmt, ap);
+    va_end(ap);
+    if (file->data->frames > 1)
+        VxMessage::getTheMsg()->warning("%s, frame %d: %s\n", file->fileName.c_str(), frame + 1,
+                                        what);
+    else
+        VxMessage::getTheMsg()->warning("%s: %s\n", file->fileName.c_str(), what);
 }
 
 const char *VxDicomImage::headerText(unsigned short group, unsigned short element) const
@@ -152,6 +188,11 @@ void VxDicomImage::initialize()
         // the first value is the distance between rows, a step down a
         // column (y); the second the step along a row (x).
         std::sscanf(s, "%f%*c%f", &pixelSpacing[1], &pixelSpacing[0]);
+        if (!std::isfinite(pixelSpacing[0]) || !std::isfinite(pixelSpacing[1]) ||
+            pixelSpacing[0] < 0 || pixelSpacing[1] < 0) {
+            complain("Pixel Spacing \"%s\" is not two distances; read as none", s);
+            pixelSpacing[0] = pixelSpacing[1] = 0;
+        }
         if (pixelSpacing[0] == 0 && pixelSpacing[1] != 0)
             pixelSpacing[0] = pixelSpacing[1];
         else if (pixelSpacing[1] == 0 && pixelSpacing[0] != 0)
@@ -165,6 +206,14 @@ void VxDicomImage::initialize()
     for (unsigned short element : {0x0032, 0x0030}) {
         const char *s = text(0x0020, element);
         if (s && std::sscanf(s, "%f%*c%f%*c%f", &position[0], &position[1], &position[2]) == 3) {
+            if (!std::isfinite(position[0]) || !std::isfinite(position[1]) ||
+                !std::isfinite(position[2])) {
+                complain("Image Position \"%s\" is not finite; the image is placed by its slice "
+                         "location",
+                         s);
+                position[0] = position[1] = position[2] = 0;
+                break;
+            }
             hasPosition = 1;
             break;
         }
@@ -176,6 +225,11 @@ void VxDicomImage::initialize()
         float v[6];
         if (s && std::sscanf(s, "%f%*c%f%*c%f%*c%f%*c%f%*c%f", &v[0], &v[1], &v[2], &v[3], &v[4],
                              &v[5]) == 6) {
+            if (const char *why = orientationFault(v)) {
+                complain("Image Orientation \"%s\" %s; the image is placed as if it had none", s,
+                         why);
+                break;
+            }
             std::memcpy(rowDirection, v, sizeof rowDirection);
             std::memcpy(columnDirection, v + 3, sizeof columnDirection);
             haveOrientation = true;

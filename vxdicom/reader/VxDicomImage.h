@@ -111,6 +111,8 @@ public:
     int highBit = -1;
 
 private:
+    /// A warning naming the file (and frame) and what is wrong.
+    void complain(const char *fmt, ...) const __attribute__((format(printf, 2, 3)));
     const char *text(unsigned short group, unsigned short element) const
     {
         return headerText(group, element);

@@ -1,5 +1,5 @@
-#include "platform/core/VxMessage.h"
 #include "platform/data/VxFieldFile.h"
+#include "platform/core/VxMessage.h"
 
 #include "tests/support/TestSupport.h"
 
@@ -9,6 +9,9 @@
 #include <QJsonObject>
 
 #include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
 #include <zlib.h>
 
 #include <cmath>
@@ -32,9 +35,8 @@ const std::string kProbe = std::string(VX_DATA_TEST_DIR) + "/nifti_probe.py";
 QJsonObject probe(const std::string &path, const std::string &points)
 {
     std::string out;
-    const int rc = vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " probe '" + path +
-                                          "' " + points,
-                                      &out, true);
+    const int rc = vxtest::runCommand(
+        std::string(VX_PYTHON) + " " + kProbe + " probe '" + path + "' " + points, &out, true);
     EXPECT_EQ(rc, 0) << out;
     return QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
 }
@@ -51,8 +53,7 @@ void expectMatrix(const QJsonValue &m, const double expected[4][4], const char *
 }
 
 // A field whose sample at (i, j, k) is i + 10 j + 100 k.
-template <typename T, typename Field>
-std::unique_ptr<Field> indexField(int n0, int n1, int n2)
+template <typename T, typename Field> std::unique_ptr<Field> indexField(int n0, int n1, int n2)
 {
     const int dims[3] = {n0, n1, n2};
     T *data = static_cast<T *>(std::malloc(sizeof(T) * n0 * n1 * n2));
@@ -73,8 +74,7 @@ std::unique_ptr<Field> indexField(int n0, int n1, int n2)
     return std::make_unique<Field>(dims, type, data);
 }
 
-template <typename T>
-T sampleAt(const VxField3 &f, int i, int j, int k, int component = 0)
+template <typename T> T sampleAt(const VxField3 &f, int i, int j, int k, int component = 0)
 {
     const VxLattice3 *lat = f.lattice();
     const size_t index =
@@ -132,8 +132,7 @@ TEST(VxFieldFileNifti, AxialFieldIsPlacedAsNibabelReadsIt)
     ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
 
     const QJsonObject j = probe(path, "3,2,1 1,0,0 0,2,1");
-    const double expected[4][4] = {
-        {-1, 0, 0, -10}, {0, -2, 0, -20}, {0, 0, 3, -5}, {0, 0, 0, 1}};
+    const double expected[4][4] = {{-1, 0, 0, -10}, {0, -2, 0, -20}, {0, 0, 3, -5}, {0, 0, 0, 1}};
     expectMatrix(j["sform"], expected, "sform");
     expectMatrix(j["qform"], expected, "qform");
     EXPECT_EQ(j["sform_code"].toInt(), 2);
@@ -157,7 +156,7 @@ TEST(VxFieldFileNifti, SagittalFieldByTransformIsPlacedAsNibabelReadsIt)
     const float box[6] = {0, 1.0f, 0, 1.5f, 0, 0.2f};
     f->setBoundingBox(box);
     f->parameters().setFloat("UnitLength", 0.01);
-    f->setTransform(SbMatrix(0, 1, 0, 0, //
+    f->setTransform(SbMatrix(0, 1, 0, 0,  //
                              0, 0, -1, 0, //
                              1, 0, 0, 0,  //
                              1, 2, 3, 1));
@@ -168,8 +167,7 @@ TEST(VxFieldFileNifti, SagittalFieldByTransformIsPlacedAsNibabelReadsIt)
     EXPECT_EQ(vxtest::readFileBytes(path)[0], 0x1f) << "gzip magic";
 
     const QJsonObject j = probe(path, "2,3,1");
-    const double expected[4][4] = {
-        {0, 0, -2, -10}, {-5, 0, 0, -20}, {0, -5, 0, 30}, {0, 0, 0, 1}};
+    const double expected[4][4] = {{0, 0, -2, -10}, {-5, 0, 0, -20}, {0, -5, 0, 30}, {0, 0, 0, 1}};
     expectMatrix(j["sform"], expected, "sform");
     expectMatrix(j["qform"], expected, "qform");
     EXPECT_EQ(j["dtype"].toString(), "uint16");
@@ -196,10 +194,8 @@ TEST(VxFieldFileNifti, ObliqueFieldIsPlacedAsNibabelReadsIt)
     ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
 
     const QJsonObject j = probe(path, "1,1,1");
-    const double expected[4][4] = {{-1.7320508, 1.5, 0, -100},
-                                   {-1, -2.5980762, 0, 50},
-                                   {0, 0, 4, 25},
-                                   {0, 0, 0, 1}};
+    const double expected[4][4] = {
+        {-1.7320508, 1.5, 0, -100}, {-1, -2.5980762, 0, 50}, {0, 0, 4, 25}, {0, 0, 0, 1}};
     expectMatrix(j["sform"], expected, "sform");
     expectMatrix(j["qform"], expected, "qform");
     EXPECT_EQ(j["dtype"].toString(), "float32");
@@ -339,9 +335,9 @@ TEST(VxFieldFileNifti, NibabelFileLoadsInTheRightPlace)
     REQUIRE_NIBABEL();
     vxtest::TempDir dir;
     const std::string path = dir.file("ras.nii");
-    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " make " + path +
-                                 " ras-diag"),
-              0);
+    ASSERT_EQ(
+        vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " make " + path + " ras-diag"),
+        0);
     KcString error;
     auto f = VxFieldFile::loadNifti(path.c_str(), &error);
     ASSERT_TRUE(f) << error;
@@ -403,9 +399,8 @@ TEST(VxFieldFileNifti, ScaledFileLoadsAsFloatValues)
     REQUIRE_NIBABEL();
     vxtest::TempDir dir;
     const std::string path = dir.file("scaled.nii");
-    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " make " + path +
-                                 " scaled"),
-              0);
+    ASSERT_EQ(
+        vxtest::runCommand(std::string(VX_PYTHON) + " " + kProbe + " make " + path + " scaled"), 0);
     const QJsonObject j = probe(path, "0,0,1 1,1,0");
     KcString error;
     auto f = VxFieldFile::load(path.c_str(), &error);
@@ -629,7 +624,8 @@ TEST(VxFieldFileNrrd, DetachedBigEndianAndAsciiDataAreRead)
     const std::string nhdr = "NRRD0004\ntype: int\ndimension: 3\nsizes: 2 1 1\n"
                              "spacings: 0.5 1 1\naxis mins: 4 0 0\nendian: big\n"
                              "encoding: raw\nbyte skip: 3\ndata file: data.raw\n";
-    vxtest::writeFileBytes(dir.file("d.nhdr"), std::vector<unsigned char>(nhdr.begin(), nhdr.end()));
+    vxtest::writeFileBytes(dir.file("d.nhdr"),
+                           std::vector<unsigned char>(nhdr.begin(), nhdr.end()));
     KcString error;
     auto f = VxFieldFile::load(dir.file("d.nhdr").c_str(), &error);
     ASSERT_TRUE(f) << error;
@@ -639,7 +635,8 @@ TEST(VxFieldFileNrrd, DetachedBigEndianAndAsciiDataAreRead)
 
     const std::string ascii = "NRRD0004\ntype: float\ndimension: 2\nsizes: 3 2\n"
                               "encoding: ascii\n\n1.5 2\n-3, 4e2\n5 6\n";
-    vxtest::writeFileBytes(dir.file("a.nrrd"), std::vector<unsigned char>(ascii.begin(), ascii.end()));
+    vxtest::writeFileBytes(dir.file("a.nrrd"),
+                           std::vector<unsigned char>(ascii.begin(), ascii.end()));
     auto a = VxFieldFile::load(dir.file("a.nrrd").c_str(), &error);
     ASSERT_TRUE(a) << error;
     EXPECT_EQ(a->lattice()->dim(0), 3);
@@ -725,7 +722,8 @@ TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
                               "space: left-posterior-superior\n"
                               "space directions: (0,0,2) (1,0,0) (0,1,0)\nspace origin: (1,2,3)\n"
                               "encoding: ascii\n\n0 1 10 11 100 101 110 -111\n";
-    vxtest::writeFileBytes(dir.file("in.nrrd"), std::vector<unsigned char>(ascii.begin(), ascii.end()));
+    vxtest::writeFileBytes(dir.file("in.nrrd"),
+                           std::vector<unsigned char>(ascii.begin(), ascii.end()));
     const std::string teems = dir.file("teem.nrrd");
     ASSERT_EQ(vxtest::runCommand("teem-unu save -i " + dir.file("in.nrrd") +
                                  " -f nrrd -e gzip -o " + teems),
@@ -786,11 +784,16 @@ bool worldToVoxel(const VxField3 &f, const double world[3], int ijk[3])
 double valueAt(const VxField3 &f, const int ijk[3])
 {
     switch (f.lattice()->primType().id()) {
-    case KcPrimType::UInt8: return sampleAt<uint8_t>(f, ijk[0], ijk[1], ijk[2]);
-    case KcPrimType::Int16: return sampleAt<int16_t>(f, ijk[0], ijk[1], ijk[2]);
-    case KcPrimType::UInt16: return sampleAt<uint16_t>(f, ijk[0], ijk[1], ijk[2]);
-    case KcPrimType::Int32: return sampleAt<int32_t>(f, ijk[0], ijk[1], ijk[2]);
-    case KcPrimType::Float: return sampleAt<float>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::UInt8:
+        return sampleAt<uint8_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::Int16:
+        return sampleAt<int16_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::UInt16:
+        return sampleAt<uint16_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::Int32:
+        return sampleAt<int32_t>(f, ijk[0], ijk[1], ijk[2]);
+    case KcPrimType::Float:
+        return sampleAt<float>(f, ijk[0], ijk[1], ijk[2]);
     }
     return 0;
 }
@@ -810,7 +813,8 @@ void expectSamplesInField(const VxField3 &f, const std::vector<WorldSample> &sam
         float w[3];
         f.voxelToWorld(ijk[0], ijk[1], ijk[2], w);
         for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(w[c], s.pos[c], 0.01) << "voxel " << ijk[0] << "," << ijk[1] << "," << ijk[2];
+            EXPECT_NEAR(w[c], s.pos[c], 0.01)
+                << "voxel " << ijk[0] << "," << ijk[1] << "," << ijk[2];
         EXPECT_NEAR(valueAt(f, ijk), s.value, 1e-3 * std::max(1.0, std::fabs(s.value)))
             << "voxel " << ijk[0] << "," << ijk[1] << "," << ijk[2];
         ++checked;
@@ -882,4 +886,23 @@ INSTANTIATE_TEST_SUITE_P(
         ScannerSeries{"SagittalDecubitus", "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", true, 1e30},
         // Oblique axial diffusion, 256 x 256 x 2 x 7, scaled to float by dcm2niix.
         ScannerSeries{"ObliqueDiffusion4D", "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}),
-    [](const ::testing::TestParamInfo<ScannerSeries> &info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<ScannerSeries> &info) {
+        return std::string(info.param.name);
+    });
+
+TEST(VxFieldFileNifti, FieldWithoutAFinitePlaceIsNotSaved)
+{
+    auto f = indexField<int16_t, VxUniformScalarField3>(4, 3, 2);
+    const float box[6] = {10, 13, 20, std::nanf(""), -5, -2};
+    f->setBoundingBox(box);
+    f->setLabel("lost");
+    vxtest::TempDir dir;
+    for (const char *name : {"lost.nii", "lost.nrrd"}) {
+        const std::string path = dir.file(name);
+        KcString error;
+        EXPECT_FALSE(VxFieldFile::save(*f, path.c_str(), &error)) << name;
+        EXPECT_NE(error.find("field \"lost\": its geometry is not finite"), std::string::npos)
+            << error;
+        EXPECT_FALSE(std::filesystem::exists(path)) << name;
+    }
+}

@@ -2,6 +2,7 @@
 // and on copies of real files with one attribute changed.
 
 #include "vxdicom/reader/VxDicomFile.h"
+#include "platform/core/VxMessage.h"
 #include "tests/support/TestSupport.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/reader/VxDicom.h"
@@ -616,5 +617,37 @@ TEST(DicomFileFailures, ImageRecordChecksTheParsedDescription)
         }
         d = saved;
         EXPECT_EQ(text, c.text);
+    }
+}
+
+TEST(DicomImageRecord, BrokenGeometryIsNamedAndLeftOut)
+{
+    // Geometry that cannot place an image is reported with the file and the
+    // reason, and the image goes on without it (placed by its slice location).
+    VX_REQUIRE_SHARED_DATA();
+    const struct
+    {
+        const char *edit, *warning;
+        bool position, orientation;
+    } cases[] = {
+        {"ImageOrientationPatient=nan\\0\\0\\0\\1\\0", "is not finite", true, false},
+        {"ImageOrientationPatient=0\\0\\0\\0\\1\\0", "has a direction of length zero", true, false},
+        {"ImageOrientationPatient=1\\0\\0\\0.5\\0.866\\0", "are not perpendicular", true, false},
+        {"ImagePositionPatient=1\\inf\\3", "Image Position \"1\\inf\\3\" is not finite", false,
+         true},
+        {"PixelSpacing=-1\\1", "Pixel Spacing \"-1\\1\" is not two distances", true, true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.edit);
+        VxMessageCapture console;
+        EditedImage e(vxtest::sharedPath(kMrFile), {"--set", c.edit});
+        ASSERT_TRUE(e.image);
+        EXPECT_TRUE(console.contains("Warning: " + e.file->fileName + ": ")) << console.text();
+        EXPECT_TRUE(console.contains(c.warning)) << console.text();
+        EXPECT_EQ(e.image->hasPosition != 0, c.position);
+        EXPECT_EQ(e.image->hasRowDirection(), c.orientation);
+        for (float v : e.image->position)
+            EXPECT_TRUE(std::isfinite(v));
+        EXPECT_GE(e.image->pixelSpacing[0], 0);
     }
 }
