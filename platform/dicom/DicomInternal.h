@@ -84,6 +84,9 @@ struct PixelLayout
     std::string storedPhotometric;
     bool ybr422 = false;    ///< native YBR_FULL_422, widened to YBR_FULL when read
     uint64_t frameBits = 0; ///< native: bits one frame occupies in the file
+    /// RLE colour whose Planar Configuration says 0: DCMTK decodes it by
+    /// pixel, and the layer hands its frames over by plane like all RLE colour.
+    bool rleByPixel = false;
     FrameFormat format;
 };
 

@@ -268,6 +268,11 @@ bool readDcmtkFrame(const dicomStruct *d, const ByteSource &source, int frame, u
     DcmElement *element = nullptr;
     if (!ds || ds->findAndGetElement(DCM_PixelData, element).bad() || !element)
         return fail(why, "(7FE0,0010) pixel data not found");
+    // DCMTK's RLE decoder refuses colour without a Planar Configuration;
+    // the segments are planes, so the missing value is 1.
+    if (d->compression == COMPRESSION_RLE && d->samplesPerPixel > 1 &&
+        !ds->tagExists(DCM_PlanarConfiguration))
+        ds->putAndInsertUint16(DCM_PlanarConfiguration, 1);
     auto *pixels = dynamic_cast<DcmPixelData *>(element);
     if (!pixels)
         return fail(why, "(7FE0,0010) is not pixel data");
@@ -312,6 +317,15 @@ bool readDcmtkFrame(const dicomStruct *d, const ByteSource &source, int frame, u
     }
     state.nextFrame = frame + 1;
     state.nextFragment = startFragment;
+    if (d->impl->layout.rleByPixel) {
+        // DCMTK followed Planar Configuration 0: the samples go back into planes.
+        const size_t n = size_t(d->rows) * d->columns, spp = size_t(d->samplesPerPixel);
+        const size_t b = size_t(d->bytesPerSample);
+        std::vector<unsigned char> byPixel(target, target + frameSize);
+        for (size_t i = 0; i < n; ++i)
+            for (size_t s = 0; s < spp; ++s)
+                std::memcpy(target + (s * n + i) * b, byPixel.data() + (i * spp + s) * b, b);
+    }
     if (target != dst)
         std::memcpy(dst, target, frameSize);
 

@@ -582,8 +582,7 @@ public:
                     if (DcmItem *shared = sq->getItem(0))
                         gatherLeaves(shared, impl.sharedGroups, 0);
                 } else if (!isMeta && out.group == 0x5200 && out.element == 0x9230) {
-                    for (DcmObject *f = sq->nextInContainer(nullptr); f;
-                         f = sq->nextInContainer(f))
+                    for (DcmObject *f = sq->nextInContainer(nullptr); f; f = sq->nextInContainer(f))
                         if (auto *frame = dynamic_cast<DcmItem *>(f)) {
                             impl.frameGroups.emplace_back();
                             gatherLeaves(frame, impl.frameGroups.back(), 0);
@@ -797,8 +796,10 @@ bool describePixels(dicomStruct *d, std::string *why)
         break;
     }
     case COMPRESSION_RLE: {
-        // RLE stores every sample plane in its own segments (PS3.5 G.2).
+        // RLE stores every sample plane in its own segments (PS3.5 G.2);
+        // frames are handed over by plane whatever Planar Configuration says.
         d->planarConfiguration = colour ? 1 : 0;
+        layout.rleByPixel = colour && intValue(d, 0x0028, 0x0006, 1) == 0;
         // Two bytes of a segment decode to at most 128 (a replicate run,
         // PS3.5 G.3.1): frames claiming more than 64 times the stored bytes
         // are refused before a buffer of their size is allocated.

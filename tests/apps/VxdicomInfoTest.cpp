@@ -210,18 +210,23 @@ TEST(VxdicomInfoFailures, AnImageTheModuleRefusesIsReportedAndTheOtherFilesStill
     const std::string good = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
     const Outcome r = run("info --no-attributes " + shellQuote(wide) + " " + shellQuote(good));
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "reading " + wide + " failed: unsupported data format.\n");
+    EXPECT_EQ(r.err, "reading " + wide +
+                         " failed: 32-bit YBR_FULL with 3 components is not supported: 32-bit "
+                         "colour is read as RGB only.\n");
     // The layer reads the 32-bit file; the image record refuses it.
     EXPECT_TRUE(contains(r.out, wide + "\n  transfer syntax:"));
     EXPECT_TRUE(contains(r.out, "\n  bits allocated:    32\n"));
-    EXPECT_TRUE(contains(r.out, "\n  failed:            unsupported data format.\n"));
+    EXPECT_TRUE(contains(r.out, "\n  failed:            32-bit YBR_FULL with 3 components is not "
+                                "supported: 32-bit colour is read as RGB only.\n"));
     EXPECT_TRUE(contains(r.out, "\n" + good + "\n"));
     EXPECT_EQ(count(r.out, "\n  image 1 of 1:\n"), 1u);
 
     // Without the layer's section the module's own read reports it.
     const Outcome a = run("info --attributes-only " + shellQuote(wide));
     EXPECT_EQ(a.status, 1);
-    EXPECT_EQ(a.err, "reading " + wide + " failed: unsupported data format.\n");
+    EXPECT_EQ(a.err, "reading " + wide +
+                         " failed: 32-bit YBR_FULL with 3 components is not supported: 32-bit "
+                         "colour is read as RGB only.\n");
     EXPECT_EQ(a.out, "");
 }
 
@@ -335,7 +340,9 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFile)
     const QJsonObject wide = files[1].toObject();
     EXPECT_FALSE(wide["ok"].toBool());
     ASSERT_EQ(wide["failures"].toArray().size(), 1);
-    EXPECT_EQ(wide["failures"][0].toString().toStdString(), "unsupported data format.");
+    EXPECT_EQ(
+        wide["failures"][0].toString().toStdString(),
+        "32-bit YBR_FULL with 3 components is not supported: 32-bit colour is read as RGB only.");
     EXPECT_EQ(wide["layer"]["bitsAllocated"].toInt(), 32);
     EXPECT_FALSE(wide.contains("images"));
 

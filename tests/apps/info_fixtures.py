@@ -4,8 +4,8 @@ scanner files:
 
     info_fixtures.py OUTDIR
 
-  wide.dcm   4 x 3, 32 bits allocated: the DICOM layer reads it, the image
-             record refuses it ("unsupported data format.").
+  wide.dcm   4 x 3 YBR_FULL, 32 bits allocated: the DICOM layer reads it, the
+             image record refuses it, naming what it cannot hold.
   texts.dcm  2 x 2 MR in Latin-1 (ISO_IR 100): Patient Name "Müller", Image
              Comments (LT) with CR LF and a tab, and a Siemens CSA image
              header (0029,1010) in the "SV10" layout with the tags
@@ -54,8 +54,9 @@ def main():
     os.makedirs(out, exist_ok=True)
 
     path = os.path.join(out, "wide.dcm")
-    dataset(path, 3, 4, 32, np.arange(12, dtype=np.uint32)).save_as(path,
-                                                                    write_like_original=False)
+    ds = dataset(path, 3, 4, 32, np.arange(36, dtype=np.uint32))
+    ds.SamplesPerPixel, ds.PhotometricInterpretation, ds.PlanarConfiguration = 3, "YBR_FULL", 0
+    ds.save_as(path, write_like_original=False)
 
     path = os.path.join(out, "texts.dcm")
     ds = dataset(path, 2, 2, 16, np.array([1, 2, 3, 4], dtype=np.uint16))

@@ -58,7 +58,8 @@ const unsigned char *DicomPGMConverter::convert()
         buffer.resize(static_cast<int>(header.size()) + numPixels);
         std::memcpy(buffer.data(), header.constData(), static_cast<size_t>(header.size()));
         std::memcpy(buffer.data() + header.size(), image->pixels, static_cast<size_t>(numPixels));
-    } else if (image->bytesPerSample == 2) {
+    } else if (image->samplesPerPixel == 1 &&
+               (image->bytesPerSample == 2 || image->bytesPerSample == 4)) {
         convertTo8Bit();
     } else {
         return nullptr;
@@ -95,11 +96,20 @@ void DicomPGMConverter::convertTo8Bit()
     buffer.resize(static_cast<int>(header.size()) + numPixels);
     std::memcpy(buffer.data(), header.constData(), static_cast<size_t>(header.size()));
     unsigned char *out = buffer.data() + header.size();
-    const short *samples = static_cast<const short *>(image->pixels);
+    // The stored samples as their type says (32-bit ones are RT Dose grids).
+    const KcPrimType type = image->primType();
+    const auto stored = [&](int i) -> double {
+        if (type == KcPrimType::Int32)
+            return static_cast<const int *>(image->pixels)[i];
+        if (type == KcPrimType::UInt16)
+            return static_cast<const unsigned short *>(image->pixels)[i];
+        return static_cast<const short *>(image->pixels)[i];
+    };
     for (int i = 0; i < numPixels; ++i) {
-        const float rescaled = static_cast<float>(samples[i]) * slope + intercept;
+        const float rescaled = static_cast<float>(stored(i) * slope + intercept);
         // Clamped before the conversion: a slope of 1e30 must not overflow int.
-        const double rounded = std::clamp(std::floor(static_cast<double>(rescaled) + 0.5), -2e9, 2e9);
+        const double rounded =
+            std::clamp(std::floor(static_cast<double>(rescaled) + 0.5), -2e9, 2e9);
         int v = static_cast<int>(rounded);
         if (static_cast<float>(v) < lower)
             v = lowClamp;

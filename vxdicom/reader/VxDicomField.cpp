@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -96,13 +97,47 @@ unsigned char clampByte(double v)
     return static_cast<unsigned char>(v < 0 ? 0 : (v > 255 ? 255 : std::lround(v)));
 }
 
-// Copies one colour frame into pixel order; planar frames are interleaved and
-// YBR_FULL is converted to RGB (the decoder hands JPEG colour over as RGB).
+// The bits of a 32-bit colour component that a 16-bit component keeps: the
+// stored bits are moved down to bit 0, and of more than 16 only the top 16
+// stay.
+struct ColourReduction
+{
+    int shift = 0;
+    uint32_t mask = 0xFFFFFFFFu;
+    int drop = 0;
+};
+
+ColourReduction colourReduction(const VxDicomImage &image)
+{
+    ColourReduction r;
+    const int stored = image.bitsStored > 0 && image.bitsStored <= 32 ? image.bitsStored : 32;
+    const int high = image.highBit >= stored - 1 && image.highBit < 32 ? image.highBit : stored - 1;
+    r.shift = high + 1 - stored;
+    r.mask = stored == 32 ? 0xFFFFFFFFu : (1u << stored) - 1u;
+    r.drop = stored > 16 ? stored - 16 : 0;
+    return r;
+}
+
+// Copies one colour frame into pixel order; planar frames are interleaved,
+// YBR_FULL is converted to RGB (the decoder hands JPEG colour over as RGB)
+// and 32-bit components are reduced to 16 bits.
 void fillColourSlice(unsigned char *dst, const unsigned char *src, const VxDicomImage &image,
                      const char *photometric)
 {
     const long pixels = static_cast<long>(image.width) * image.height;
     const int spp = image.samplesPerPixel;
+    if (image.bytesPerSample == 4) {
+        const ColourReduction r = colourReduction(image);
+        unsigned short *out = reinterpret_cast<unsigned short *>(dst);
+        for (long i = 0; i < pixels; ++i)
+            for (int s = 0; s < spp; ++s) {
+                uint32_t v;
+                const long at = image.planarConfig == 1 ? s * pixels + i : i * spp + s;
+                std::memcpy(&v, src + at * 4, 4);
+                out[i * spp + s] = static_cast<unsigned short>(((v >> r.shift) & r.mask) >> r.drop);
+            }
+        return;
+    }
     const int bytes = image.bytesPerSample == 1 ? 1 : 2;
     if (image.planarConfig == 1) {
         for (long i = 0; i < pixels; ++i)
@@ -163,6 +198,9 @@ bool needsFloatSamples(const VxDicomImageStack &stack)
         const float s = image->rescaleSlope, o = image->rescaleIntercept;
         if (s != std::trunc(s) || o != std::trunc(o) || s == 0)
             return true;
+        // 32-bit samples have no integer type above them to rescale into.
+        if (image->primType() == KcPrimType::Int32 && (s != 1 || o != 0))
+            return true;
     }
     return false;
 }
@@ -198,7 +236,10 @@ void sliceToFloat(unsigned char *slice, long count, const VxDicomImage &image, f
         storedToFloat<unsigned short>(slice, count, s, o, lo, hi);
         break;
     default:
-        storedToFloat<int>(slice, count, s, o, lo, hi);
+        if (image.isSigned)
+            storedToFloat<int>(slice, count, s, o, lo, hi);
+        else
+            storedToFloat<unsigned>(slice, count, s, o, lo, hi);
         break;
     }
 }
@@ -330,16 +371,25 @@ VxField3 *createField3(VxDicomImageStack &stack)
     const uint64_t limit = dicom::dicomMemoryLimit();
     if (bytes < 0 || static_cast<uint64_t>(bytes) >= limit) {
         msg->failure("stack %s: its samples need %ld bytes, more than the memory limit of %llu "
-                    "bytes\n",
-                    stack.name.c_str(), bytes, static_cast<unsigned long long>(limit));
+                     "bytes\n",
+                     stack.name.c_str(), bytes, static_cast<unsigned long long>(limit));
         return nullptr;
     }
     // Room for one more byte: decoders write odd-sized frames as whole words.
     SampleBuffer samples(allocateSamples(static_cast<size_t>(bytes) + 1));
     if (!samples) {
         msg->failure("stack %s: cannot allocate %ld bytes for its samples\n", stack.name.c_str(),
-                    bytes);
+                     bytes);
         return nullptr;
+    }
+
+    if (spp > 1 && first->bytesPerSample == 4) {
+        const int drop = colourReduction(*first).drop;
+        if (drop > 0)
+            msg->warning("stack %s: its colour components have %d stored bits; the colour field "
+                         "holds 16 bits per component, so the lowest %d bits of each are "
+                         "dropped\n",
+                         stack.name.c_str(), 16 + drop, drop);
     }
 
     VolumePrefault prefault(samples.get(), static_cast<size_t>(bytes));

@@ -8,6 +8,7 @@
 #include "vxdicom/reader/VxDicomImage.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <cmath>
@@ -104,6 +105,20 @@ int VxDicomFile::extractImageData()
     // functional groups; other multi-frame files only say how far apart the
     // frames are.
     const bool placedFrames = dicom::dicomHasFunctionalGroups(data);
+    // An RT Dose grid places its frames along the normal by its Grid Frame
+    // Offset Vector (PS3.3 C.8.8.3.2), relative to Image Position whether the
+    // offsets start at 0 or (the older form) at the position's own z.
+    std::vector<double> gridOffsets;
+    if (const char *g = dicom::dicomGetById(data, 0x3004, 0x000C))
+        for (const QString &v : QString::fromLatin1(g).split(QLatin1Char('\\'))) {
+            bool ok = false;
+            const double offset = v.trimmed().toDouble(&ok);
+            if (!ok || !std::isfinite(offset)) {
+                gridOffsets.clear(); // an offset that is no distance places no frame
+                break;
+            }
+            gridOffsets.push_back(offset);
+        }
 
     int made = 0;
     for (int k = 0; k < data->frames; ++k) {
@@ -113,8 +128,17 @@ int VxDicomFile::extractImageData()
         image->setParameters();
         image->minValue = 1;
         image->maxValue = 0;
-        if (data->frames > 1 && !(placedFrames && image->hasPosition))
+        if (data->frames > 1 && !placedFrames && image->hasPosition && image->hasRowDirection() &&
+            gridOffsets.size() == static_cast<size_t>(data->frames)) {
+            const double along = gridOffsets[static_cast<size_t>(k)] - gridOffsets[0];
+            for (int i = 0; i < 3; ++i)
+                image->position[i] += static_cast<float>(along * image->normal[i]);
+            image->sliceLocation = image->normal[0] * image->position[0] +
+                                   image->normal[1] * image->position[1] +
+                                   image->normal[2] * image->position[2];
+        } else if (data->frames > 1 && !(placedFrames && image->hasPosition)) {
             image->sliceLocation = k * frameSpacing;
+        }
         ++made;
         if (appendMosaicTiles(*image))
             continue;

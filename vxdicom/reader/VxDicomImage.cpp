@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <strings.h>
 
 namespace {
@@ -58,6 +59,27 @@ const char *orientationFault(const float v[6])
     if (std::fabs(dot) > 1e-3 * std::sqrt(r * c))
         return "has directions that are not perpendicular";
     return nullptr;
+}
+
+// What the module cannot hold of a sample format, named precisely; null when
+// it can: 8- and 16-bit samples of one or more components, 32-bit integer
+// samples of one component, and 32-bit RGB (reduced to 16 bits per component
+// when the field is made).
+const char *unsupportedFormat(const dicom::dicomStruct &d)
+{
+    static thread_local std::string text;
+    if (d.bytesPerSample == 1 || d.bytesPerSample == 2)
+        return nullptr;
+    if (d.bytesPerSample == 4 && (d.samplesPerPixel == 1 || d.photometric == "RGB"))
+        return nullptr;
+    if (d.bytesPerSample == 4)
+        text = "32-bit " + (d.photometric.empty() ? std::string("colour") : d.photometric) +
+               " with " + std::to_string(d.samplesPerPixel) +
+               " components is not supported: 32-bit colour is read as RGB only.";
+    else
+        text = std::to_string(d.bitsAllocated) +
+               " bits allocated per sample are not supported: 8, 16 and 32 are.";
+    return text.c_str();
 }
 
 float orientationTolerance()
@@ -125,10 +147,11 @@ const char *VxDicomImage::headerText(unsigned short group, unsigned short elemen
     return dicom::dicomGetById(file->data, group, element);
 }
 
-// Thrown texts: "image width unknown.", "image height unknown.",
-// "unsupported data format.", "unsupported number of samples.", the size
-// mismatch below (data size against width x height x sample bytes), "no image
-// data found.", "unsupported data compression.".
+// Thrown texts: "image width unknown.", "image height unknown.", what is
+// unsupported about the sample format (unsupportedFormat), "unsupported
+// number of samples.", the size mismatch below (data size against width x
+// height x sample bytes), "no image data found.", "unsupported data
+// compression.".
 void VxDicomImage::initialize()
 {
     const dicom::dicomStruct *d = file->data;
@@ -140,8 +163,8 @@ void VxDicomImage::initialize()
     if (height == 0)
         throw "image height unknown.";
 
-    if (d->bytesPerSample != 1 && d->bytesPerSample != 2)
-        throw "unsupported data format.";
+    if (const char *why = unsupportedFormat(*d))
+        throw why;
     bytesPerSample = static_cast<float>(d->bytesPerSample);
     if (d->samplesPerPixel != 1 && d->samplesPerPixel != 3 && d->samplesPerPixel != 4)
         throw "unsupported number of samples.";
@@ -280,6 +303,8 @@ void VxDicomImage::initialize()
         rescaleIntercept = static_cast<float>(std::atof(s));
     if (const char *s = text(0x0028, 0x1053))
         rescaleSlope = static_cast<float>(std::atof(s));
+    else if (const char *g = text(0x3004, 0x000E))
+        rescaleSlope = static_cast<float>(std::atof(g)); // RT Dose: Dose Grid Scaling
 
     // Unsigned 12-bit CT without a useful rescale stores HU + 1000.
     const char *modality = text(0x0008, 0x0060);
@@ -294,7 +319,8 @@ void VxDicomImage::initialize()
 KcPrimType VxDicomImage::primType() const
 {
     if (bytesPerSample > 2)
-        return KcPrimType::Int32;
+        // 32-bit colour components are reduced to what a colour field holds.
+        return samplesPerPixel > 1 ? KcPrimType::UInt16 : KcPrimType::Int32;
     if (bytesPerSample == 2)
         return isSigned ? KcPrimType::Int16 : KcPrimType::UInt16;
     return KcPrimType::UInt8;

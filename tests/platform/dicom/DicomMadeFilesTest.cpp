@@ -60,6 +60,8 @@ const Made kMade[] = {
      dicom::COMPRESSION_DEFLATE, "MONOCHROME2", 0, 0, "deflated odd frames"},
     {"rgb8_rle", "gdcmconv --rle %D/rgb8.dcm %O", "gdcmconv", "rgb8.planes", dicom::COMPRESSION_RLE,
      "RGB", 1, 0, "RLE colour comes back by plane"},
+    {"rgb8_rle_dcmtk", "dcmcrle %D/rgb8.dcm %O", "dcmcrle", "rgb8.planes", dicom::COMPRESSION_RLE,
+     "RGB", 1, 0, "RLE colour that says Planar Configuration 0 comes back by plane too"},
     {"mono8_rle", "gdcmconv --rle %D/mono8.dcm %O", "gdcmconv", "mono8.expected",
      dicom::COMPRESSION_RLE, "MONOCHROME2", 0, 0, "RLE frames of odd size"},
     {"rgb8_jpegls", "dcmcjpls %D/rgb8.dcm %O", "dcmcjpls", "rgb8.expected",

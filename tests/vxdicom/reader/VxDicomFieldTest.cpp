@@ -26,6 +26,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include <filesystem>
@@ -583,4 +584,100 @@ TEST(DicomFieldCreation, NoRescaledValueIsLost)
                 EXPECT_NEAR(value, expected, 1e-6 * std::max(1.0, std::fabs(expected))) << k;
             }
         }
+}
+
+TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
+{
+    // make_dose.py: 3 frames of 4 x 3 samples holding 1000000 k + 1000 r + c
+    // (unsigned: plus 3000000000), frames 0, 2.5 and 5 mm along the normal
+    // from -10\-20\30; columns 3 mm and rows 2 mm apart. Unsigned with Dose
+    // Grid Scaling 0.0001: doses in floats; signed without scaling: the
+    // 32-bit values themselves.
+    vxtest::TempDir dir;
+    for (const bool isSigned : {false, true}) {
+        SCOPED_TRACE(isSigned ? "signed, no scaling" : "unsigned, Dose Grid Scaling");
+        const std::string path = dir.file(isSigned ? "signed.dcm" : "dose.dcm");
+        std::string out;
+        std::vector<std::string> args = {path};
+        if (isSigned)
+            args.push_back("--signed");
+        ASSERT_EQ(runScript(scriptPath("make_dose.py").c_str(), args, &out, true), 0) << out;
+        OpenedFiles files({path});
+        ASSERT_EQ(files.images().size(), 3);
+        auto stack = stackOf(files.images());
+        std::unique_ptr<VxField3> field(createField3(*stack));
+        ASSERT_TRUE(field);
+        flipField3(field.get(), *stack);
+        const VxLattice3 *lat = field->lattice();
+        ASSERT_EQ(lat->dim(0) * lat->dim(1) * lat->dim(2), 36);
+        ASSERT_EQ(lat->primType(), isSigned ? KcPrimType::Int32 : KcPrimType::Float);
+        for (const auto &[i, j, k] : {std::array<int, 3>{0, 0, 0}, std::array<int, 3>{3, 2, 2},
+                                      std::array<int, 3>{1, 2, 1}}) {
+            float w[3];
+            field->voxelToWorld(i, j, k, w);
+            const float mm[3] = {-10.0f + 3 * i, -20.0f + 2 * j, 30.0f + 2.5f * k};
+            for (int a = 0; a < 3; ++a)
+                EXPECT_NEAR(w[a] * 10, mm[a], 1e-4) << i << j << k;
+            const size_t at = i + 4 * (j + 3 * static_cast<size_t>(k));
+            const double stored = 1000000.0 * k + 1000 * j + i;
+            if (isSigned)
+                EXPECT_EQ(samples<int>(*field)[at], stored - 2000000);
+            else
+                EXPECT_NEAR(samples<float>(*field)[at], (stored + 3e9) * 1e-4, 3e9 * 1e-4 * 1e-6);
+        }
+    }
+}
+
+TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsItsTopSixteenBitsAndSaysSo)
+{
+    // make_rgb32.py: component s of pixel p holds (p + 1) * 4096 + s in its
+    // top 16 stored bits; the RLE file is DCMTK's encoding of the first.
+    if (!vxtest::haveProgram("dcmcrle"))
+        GTEST_SKIP() << "dcmcrle (Debian dcmtk) is needed";
+    vxtest::TempDir dir;
+    const struct
+    {
+        const char *name;
+        int stored, planar;
+        bool rle;
+    } cases[] = {{"32 stored", 32, 0, false},
+                 {"20 stored, planar", 20, 1, false},
+                 {"16 stored", 16, 0, false},
+                 {"32 stored, RLE", 32, 0, true}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path = dir.file(std::string(c.name) + ".dcm");
+        std::string out;
+        ASSERT_EQ(runScript(scriptPath("make_rgb32.py").c_str(),
+                            {path, std::to_string(c.stored), std::to_string(c.planar)}, &out, true),
+                  0)
+            << out;
+        std::string read = path;
+        if (c.rle) {
+            read = path + ".rle";
+            ASSERT_EQ(vxtest::runCommand("dcmcrle " + vxtest::shellQuote(path) + " " +
+                                             vxtest::shellQuote(read),
+                                         &out, true),
+                      0)
+                << out;
+        }
+        VxMessageCapture messages;
+        OpenedFiles files({read});
+        ASSERT_EQ(files.images().size(), 1);
+        auto stack = stackOf(files.images());
+        std::unique_ptr<VxField3> field(createField3(*stack));
+        ASSERT_TRUE(field) << messages.text();
+        ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
+        ASSERT_EQ(field->lattice()->nComponents(), 3);
+        const std::vector<unsigned short> v = samples<unsigned short>(*field);
+        ASSERT_EQ(v.size(), 18u);
+        for (int p = 0; p < 6; ++p)
+            for (int s = 0; s < 3; ++s)
+                EXPECT_EQ(v[p * 3 + s], (p + 1) * 4096 + s) << p << " " << s;
+        const std::string said = "its colour components have " + std::to_string(c.stored) +
+                                 " stored bits; the colour field holds 16 bits per component, "
+                                 "so the lowest " +
+                                 std::to_string(c.stored - 16) + " bits of each are dropped";
+        EXPECT_EQ(messages.contains(said), c.stored > 16) << messages.text();
+    }
 }

@@ -533,11 +533,11 @@ TEST(DicomFileFailures, BrokenFilesThrowTheDocumentedTexts)
          {"--set", "SamplesPerPixel=2", "--pixels", "1,2,3"},
          "unsupported number of samples.",
          false},
-        {"32-bit",
+        {"32-bit YBR",
          mr,
-         {"--set", "BitsAllocated=32", "--set", "BitsStored=32", "--set", "HighBit=31", "--pixels",
-          "1,2"},
-         "unsupported data format.",
+         {"--set", "BitsAllocated=32", "--set", "BitsStored=32", "--set", "HighBit=31", "--set",
+          "SamplesPerPixel=3", "--set", "PhotometricInterpretation=YBR_FULL", "--pixels", "1,2"},
+         "32-bit YBR_FULL with 3 components is not supported: 32-bit colour is read as RGB only.",
          false},
         {"mpeg2",
          j2k,
@@ -597,7 +597,11 @@ TEST(DicomFileFailures, ImageRecordChecksTheParsedDescription)
     } cases[] = {
         {[](dicom::dicomStruct &s) { s.columns = 0; }, "image width unknown."},
         {[](dicom::dicomStruct &s) { s.rows = 0; }, "image height unknown."},
-        {[](dicom::dicomStruct &s) { s.bytesPerSample = 4; }, "unsupported data format."},
+        {[](dicom::dicomStruct &s) {
+             s.bytesPerSample = 3;
+             s.bitsAllocated = 24;
+         },
+         "24 bits allocated per sample are not supported: 8, 16 and 32 are."},
         {[](dicom::dicomStruct &s) { s.samplesPerPixel = 2; }, "unsupported number of samples."},
         {[](dicom::dicomStruct &s) { s.frameSize -= 2; },
          "image size doesn't match its specification.\n"},
