@@ -4,6 +4,7 @@
 #include "vxdicom/params/DicomElementConversion.h"
 #include "vxdicom/reader/VxDicomFile.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -210,16 +211,24 @@ void VxDicomImage::initialize()
         // Pixel Spacing is "row spacing \\ column spacing" (PS3.3 10.7.1.3):
         // the first value is the distance between rows, a step down a
         // column (y); the second the step along a row (x).
-        std::sscanf(s, "%f%*c%f", &pixelSpacing[1], &pixelSpacing[0]);
-        if (!std::isfinite(pixelSpacing[0]) || !std::isfinite(pixelSpacing[1]) ||
-            pixelSpacing[0] < 0 || pixelSpacing[1] < 0) {
+        const int n = std::sscanf(s, "%f%*c%f", &pixelSpacing[1], &pixelSpacing[0]);
+        float &dx = pixelSpacing[0], &dy = pixelSpacing[1];
+        if (n == 1) // one value, against the standard's two: a square pixel
+            dx = dy;
+        if (n == EOF) { // an empty value: no spacing, and nothing wrong
+            dx = dy = 0;
+        } else if (n < 1 || !std::isfinite(dx) || !std::isfinite(dy) || dx < 0 || dy < 0) {
             complain("Pixel Spacing \"%s\" is not two distances; read as none", s);
-            pixelSpacing[0] = pixelSpacing[1] = 0;
+            dx = dy = 0;
+        } else if (dx == 0 && dy == 0) {
+            complain("Pixel Spacing \"%s\" has no distance; read as none", s);
+        } else if (dx == 0 || dy == 0) {
+            // One zero takes the other distance: square pixels assumed.
+            dx = dy = std::max(dx, dy);
+            complain("Pixel Spacing \"%s\" has a zero distance; the pixels are taken as "
+                     "squares of %g mm",
+                     s, static_cast<double>(dx));
         }
-        if (pixelSpacing[0] == 0 && pixelSpacing[1] != 0)
-            pixelSpacing[0] = pixelSpacing[1];
-        else if (pixelSpacing[1] == 0 && pixelSpacing[0] != 0)
-            pixelSpacing[1] = pixelSpacing[0];
     }
 
     if (const char *s = text(0x0018, 0x0050))

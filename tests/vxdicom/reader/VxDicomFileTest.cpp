@@ -239,15 +239,17 @@ TEST(DicomImageRecord, PixelSpacingWithOneZeroValueIsSquare)
         const char *value; // empty: element removed
         float row, column;
         const char *why;
+        bool warned;
     } cases[] = {
-        {"0\\0.5", 0.5f, 0.5f, "a zero row spacing takes the column spacing"},
-        {"0.5\\0", 0.5f, 0.5f, "a zero column spacing takes the row spacing"},
-        {"0\\0", 0.0f, 0.0f, "two zeros stay"},
-        {"1.1\\0.8", 1.1f, 0.8f, "non-square pixels: rows 1.1 apart, columns 0.8 apart"},
-        {"", 0.0f, 0.0f, "no Pixel Spacing: 0 x 0"},
+        {"0\\0.5", 0.5f, 0.5f, "a zero row spacing takes the column spacing", true},
+        {"0.5\\0", 0.5f, 0.5f, "a zero column spacing takes the row spacing", true},
+        {"0\\0", 0.0f, 0.0f, "two zeros stay", true},
+        {"1.1\\0.8", 1.1f, 0.8f, "non-square pixels: rows 1.1 apart, columns 0.8 apart", false},
+        {"", 0.0f, 0.0f, "no Pixel Spacing: 0 x 0", false},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.why);
+        VxMessageCapture console;
         EditedImage e(
             src, *c.value
                      ? std::vector<std::string>{"--set", std::string("PixelSpacing=") + c.value}
@@ -256,6 +258,9 @@ TEST(DicomImageRecord, PixelSpacingWithOneZeroValueIsSquare)
         // A step along a row crosses columns; a step down a column crosses rows.
         EXPECT_FLOAT_EQ(e.image->pixelSpacing[0], c.column);
         EXPECT_FLOAT_EQ(e.image->pixelSpacing[1], c.row);
+        // A zero distance is a fault of the file, said with its name.
+        EXPECT_EQ(console.contains(e.file->fileName + ": Pixel Spacing"), c.warned)
+            << console.text();
     }
 }
 
@@ -640,6 +645,7 @@ TEST(DicomImageRecord, BrokenGeometryIsNamedAndLeftOut)
         {"ImagePositionPatient=1\\inf\\3", "Image Position \"1\\inf\\3\" is not finite", false,
          true},
         {"PixelSpacing=-1\\1", "Pixel Spacing \"-1\\1\" is not two distances", true, true},
+        {"PixelSpacing=0\\0", "Pixel Spacing \"0\\0\" has no distance", true, true},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.edit);
@@ -653,5 +659,6 @@ TEST(DicomImageRecord, BrokenGeometryIsNamedAndLeftOut)
         for (float v : e.image->position)
             EXPECT_TRUE(std::isfinite(v));
         EXPECT_GE(e.image->pixelSpacing[0], 0);
+        EXPECT_EQ(e.image->pixelSpacing[0] == 0, c.edit[0] == 'P');
     }
 }
