@@ -588,7 +588,7 @@ TEST(DicomFieldCreation, NoRescaledValueIsLost)
 
 TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
 {
-    // make_dose.py: 3 frames of 4 x 3 samples holding 1000000 k + 1000 r + c
+    // make_32bit.py dose: 3 frames of 4 x 3 samples holding 1000000 k + 1000 r + c
     // (unsigned: plus 3000000000), frames 0, 2.5 and 5 mm along the normal
     // from -10\-20\30; columns 3 mm and rows 2 mm apart. Unsigned with Dose
     // Grid Scaling 0.0001: doses in floats; signed without scaling: the
@@ -598,10 +598,10 @@ TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
         SCOPED_TRACE(isSigned ? "signed, no scaling" : "unsigned, Dose Grid Scaling");
         const std::string path = dir.file(isSigned ? "signed.dcm" : "dose.dcm");
         std::string out;
-        std::vector<std::string> args = {path};
+        std::vector<std::string> args = {"dose", path};
         if (isSigned)
             args.push_back("--signed");
-        ASSERT_EQ(runScript(scriptPath("make_dose.py").c_str(), args, &out, true), 0) << out;
+        ASSERT_EQ(runScript(scriptPath("make_32bit.py").c_str(), args, &out, true), 0) << out;
         OpenedFiles files({path});
         ASSERT_EQ(files.images().size(), 3);
         auto stack = stackOf(files.images());
@@ -630,7 +630,7 @@ TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
 
 TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsItsTopSixteenBitsAndSaysSo)
 {
-    // make_rgb32.py: component s of pixel p holds (p + 1) * 4096 + s in its
+    // make_32bit.py rgb: component s of pixel p holds (p + 1) * 4096 + s in its
     // top 16 stored bits; the RLE file is DCMTK's encoding of the first.
     if (!vxtest::haveProgram("dcmcrle"))
         GTEST_SKIP() << "dcmcrle (Debian dcmtk) is needed";
@@ -648,8 +648,9 @@ TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsItsTopSixteenBitsAndSaysSo)
         SCOPED_TRACE(c.name);
         const std::string path = dir.file(std::string(c.name) + ".dcm");
         std::string out;
-        ASSERT_EQ(runScript(scriptPath("make_rgb32.py").c_str(),
-                            {path, std::to_string(c.stored), std::to_string(c.planar)}, &out, true),
+        ASSERT_EQ(runScript(scriptPath("make_32bit.py").c_str(),
+                            {"rgb", path, std::to_string(c.stored), std::to_string(c.planar)}, &out,
+                            true),
                   0)
             << out;
         std::string read = path;
