@@ -1,0 +1,99 @@
+"""What every load benchmark shares: timing one run (wall time and peak
+resident memory), running two tools in turn on the same work with a fresh
+output folder before every run, and printing medians, ratio and spread.
+"""
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import time
+
+
+def run_timed(argv, env=None, cwd=None):
+    """Wall time in seconds and peak resident memory in bytes of one run;
+    exits with the command's standard error when it fails."""
+    start = time.perf_counter()
+    proc = subprocess.Popen(argv, env=env, cwd=cwd, stdout=subprocess.DEVNULL,
+                            stderr=subprocess.PIPE)
+    err = proc.stderr.read().decode(errors="replace")
+    _, status, usage = os.wait4(proc.pid, 0)
+    elapsed = time.perf_counter() - start
+    proc.stderr.close()
+    if os.waitstatus_to_exitcode(status) != 0:
+        sys.exit("command failed: %s\n%s" % (" ".join(argv), err))
+    return elapsed, usage.ru_maxrss * 1024
+
+
+def fresh(folder):
+    """Removes folder and makes it again, empty."""
+    shutil.rmtree(folder, ignore_errors=True)
+    os.makedirs(folder)
+
+
+class Result:
+    """The runs of one tool on one case."""
+
+    def __init__(self, name):
+        self.name = name
+        self.times = []
+        self.peaks = []
+        self.output_bytes = 0
+
+    @property
+    def median(self):
+        return statistics.median(self.times)
+
+    @property
+    def peak(self):
+        return max(self.peaks) if self.peaks else 0
+
+    def spread(self):
+        return "%.3f-%.3f s" % (min(self.times), max(self.times))
+
+
+def folder_bytes(folder):
+    total = 0
+    for root, _, files in os.walk(folder):
+        for f in files:
+            total += os.path.getsize(os.path.join(root, f))
+    return total
+
+
+def in_turn(tools, runs, warmup=1):
+    """Runs every tool once per round, in turn, `runs` rounds after `warmup`
+    rounds that are not counted. `tools` is a list of (Result, argv, out,
+    env): out is the output folder, made fresh and empty before each run
+    (None: no output folder). Returns the Results."""
+    for round_ in range(warmup + runs):
+        for result, argv, out, env in tools:
+            if out:
+                fresh(out)
+            t, peak = run_timed(argv, env)
+            if round_ >= warmup:
+                result.times.append(t)
+                result.peaks.append(peak)
+                if out:
+                    result.output_bytes = folder_bytes(out)
+    return [t[0] for t in tools]
+
+
+def report(case, ours, theirs, target=None, extra=""):
+    """Prints one case: both medians with spread, output sizes, our peak
+    memory, the ratio and the target."""
+    ratio = ours.median / theirs.median if theirs and theirs.median else float("nan")
+    print("%s" % case)
+    for r in (ours, theirs):
+        if r is None:
+            continue
+        print("  %-28s median %8.3f s  (%s)  output %8.1f MiB  peak %7.1f MiB" %
+              (r.name, r.median, r.spread(), r.output_bytes / 2**20, r.peak / 2**20))
+    if theirs is not None:
+        verdict = ""
+        if target is not None:
+            verdict = "  target <= %.2f: %s" % (target, "met" if ratio <= target else "MISSED")
+        print("  ratio %.2f%s" % (ratio, verdict))
+    if extra:
+        print("  " + extra)
+    sys.stdout.flush()
+    return ratio
