@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# The main job on the built-in example: builds everything (installing what is
-# missing), writes the phantom CT series, loads it with vxdicom into a 3D field
-# and saves that field as NIfTI beside it.
+# The main job on the built-in example: builds the command line and the
+# example (installing what is missing; the tests are built by run-tests.sh),
+# writes the phantom CT series, loads it with vxdicom into a 3D field and
+# saves that field as NIfTI beside it.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="$here/build"
-bash "$here/scripts/build.sh" "$build"
+VX_BUILD_TARGETS="vxdicom example_phantom" bash "$here/scripts/build.sh" "$build"
 
 example="$build/example/phantom-ct"
 out="$build/example/phantom-ct-out"
