@@ -2,12 +2,25 @@
 resident memory), running two tools in turn on the same work with a fresh
 output folder before every run, and printing medians, ratio and spread.
 """
+import fcntl
 import os
 import shutil
 import statistics
 import subprocess
 import sys
 import time
+
+
+_LOCK = None
+
+
+def exclusive():
+    """Waits until no other benchmark runs on this machine (a lock file in
+    /tmp), so that two benchmarks never share the cores; held until exit."""
+    global _LOCK
+    if _LOCK is None:
+        _LOCK = open("/tmp/vx-bench.lock", "w")
+        fcntl.flock(_LOCK, fcntl.LOCK_EX)
 
 
 def run_timed(argv, env=None, cwd=None):
@@ -65,6 +78,7 @@ def in_turn(tools, runs, warmup=1):
     rounds that are not counted. `tools` is a list of (Result, argv, out,
     env): out is the output folder, made fresh and empty before each run
     (None: no output folder). Returns the Results."""
+    exclusive()
     for round_ in range(warmup + runs):
         for result, argv, out, env in tools:
             if out:
