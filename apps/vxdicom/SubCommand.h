@@ -25,6 +25,8 @@ int runAnonymize(int argc, char **argv);
 void helpAnonymize();
 int runRun(int argc, char **argv);
 void helpRun();
+int runView(int argc, char **argv);
+void helpView();
 
 /// True when args hold -h or --help.
 bool wantsHelp(int argc, char **argv);

@@ -19,6 +19,8 @@ const SubCommand kCommands[] = {
     {"anonymize", "run the anonymizer module on a saved field (NRRD or NIfTI)", runAnonymize,
      helpAnonymize},
     {"run", "run host script commands (stored \"load -dicom ...\" commands)", runRun, helpRun},
+    {"view", "the viewer window: open DICOM, NIfTI and NRRD, look at slices, save", runView,
+     helpView},
 };
 
 void usage(FILE *out)

@@ -28,6 +28,8 @@ void VxMessage::output(int level, const char *fmt, va_list ap)
         text += '\n';
 
     std::lock_guard<std::mutex> lock(mutex);
+    if (observer)
+        observer(static_cast<Level>(level), text);
     if (sink) {
         sink(text);
         return;
@@ -80,6 +82,14 @@ VxMessage::Sink VxMessage::setSink(Sink newSink)
     std::lock_guard<std::mutex> lock(mutex);
     Sink old = std::move(sink);
     sink = std::move(newSink);
+    return old;
+}
+
+VxMessage::Observer VxMessage::setObserver(Observer newObserver)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    Observer old = std::move(observer);
+    observer = std::move(newObserver);
     return old;
 }
 

@@ -34,12 +34,23 @@ public:
     void setQuiet(bool quiet);
     bool isQuiet() const;
 
+    /// What an observer is told besides the text: printf 0, warning 1,
+    /// error 2, failure 3.
+    enum Level { Info = 0, Warning = 1, Error = 2, Failure = 3 };
+    using Observer = std::function<void(Level level, const std::string &text)>;
+    /// Installs an observer that sees every message (with its level) in
+    /// addition to the console or the sink, on the thread that prints it and
+    /// while the console is locked (so it must not print). An empty observer
+    /// removes it. Returns the previous observer.
+    Observer setObserver(Observer observer);
+
 private:
     VxMessage() = default;
     void output(int level, const char *fmt, va_list ap);
 
     mutable std::mutex mutex;
     Sink sink;
+    Observer observer;
     bool quiet = false;
 };
 
