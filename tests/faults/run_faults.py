@@ -42,11 +42,45 @@ def parse_faults(path):
         elif cur is not None and re.match(r"^(file|find|replace): ", line):
             key, _, value = line.partition(": ")
             cur[key] = value.replace("\\n", "\n").replace("\\t", "\t")
+    seen = set()
     for f in faults:
         for key in ("file", "find", "replace"):
             if key not in f:
                 sys.exit("fault %s has no %s" % (f["id"], key))
+        if f["id"] in seen:
+            sys.exit("fault %s is listed twice" % f["id"])
+        seen.add(f["id"])
     return faults
+
+
+def read_source(path):
+    # newline="" keeps the file's bytes as they are (line ends included), so
+    # that putting the text back restores the file exactly.
+    with open(path, encoding="utf-8", newline="") as f:
+        return f.read()
+
+
+def write_source(path, text):
+    with open(path, "w", encoding="utf-8", newline="") as f:
+        f.write(text)
+
+
+def check_faults(main_dir, faults):
+    """Every find text must occur exactly once in its file: checked for all
+    faults before the first build, not halfway through a run."""
+    problems = []
+    for f in faults:
+        path = os.path.join(main_dir, f["file"])
+        if not os.path.isfile(path):
+            problems.append("fault %s: no file %s" % (f["id"], f["file"]))
+            continue
+        n = read_source(path).count(f["find"])
+        if n != 1:
+            problems.append("fault %s: the text occurs %d times in %s" % (f["id"], n, f["file"]))
+        if f["find"] == f["replace"]:
+            problems.append("fault %s: the replacement changes nothing" % f["id"])
+    if problems:
+        sys.exit("\n".join(problems))
 
 
 def run(argv, cwd=None, quiet=True):
@@ -73,7 +107,10 @@ def prepare(work):
 
 def build(main, build_dir):
     if not os.path.exists(os.path.join(build_dir, "CMakeCache.txt")):
-        r = run(["cmake", "-S", main, "-B", build_dir, "-G", "Ninja"])
+        # Release, as the project's own builds are made (no debug information
+        # to link into every test program after each fault).
+        r = run(["cmake", "-S", main, "-B", build_dir, "-G", "Ninja",
+                 "-DCMAKE_BUILD_TYPE=Release"])
         if r.returncode != 0:
             sys.exit(r.stdout)
     return run(["cmake", "--build", build_dir, "-j", str(os.cpu_count() or 2)])
@@ -104,46 +141,52 @@ def main():
     faults = parse_faults(args.faults)
     if args.only:
         wanted = set(args.only.split(","))
+        unknown = wanted - {f["id"] for f in faults}
+        if unknown:
+            sys.exit("no such fault: " + ", ".join(sorted(unknown)))
         faults = [f for f in faults if f["id"] in wanted]
+    began = time.time()
     main_dir = prepare(args.work)
+    check_faults(main_dir, faults)
     build_dir = os.path.join(args.work, "build")
     r = build(main_dir, build_dir)
     if r.returncode != 0:
         sys.exit("the unchanged tree does not build:\n" + r.stdout[-4000:])
+    clean_start = time.time()
     clean = failing_tests(build_dir)
     if clean:
         sys.exit("tests fail without any fault: " + ", ".join(clean))
+    print("unchanged tree: built in %.0f s, every test passes (suite %.0f s)" % (
+        clean_start - began, time.time() - clean_start), flush=True)
 
     results = []
     for f in faults:
         path = os.path.join(main_dir, f["file"])
-        original = open(path, encoding="utf-8").read()
-        n = original.count(f["find"])
-        if n != 1:
-            sys.exit("fault %s: the text occurs %d times in %s" % (f["id"], n, f["file"]))
+        original = read_source(path)
         start = time.time()
         try:
-            with open(path, "w", encoding="utf-8") as out:
-                out.write(original.replace(f["find"], f["replace"]))
+            write_source(path, original.replace(f["find"], f["replace"]))
             if build(main_dir, build_dir).returncode != 0:
                 caught = None
             else:
                 caught = failing_tests(build_dir)
         finally:
-            with open(path, "w", encoding="utf-8") as out:
-                out.write(original)
+            write_source(path, original)
         results.append((f, caught))
         print("%s %-60s %s  (%.0f s)" % (
             f["id"], f["what"][:60],
             "build failed" if caught is None else "%d tests fail" % len(caught),
             time.time() - start), flush=True)
+        if args.record:
+            # Written after every fault, so that an interrupted run keeps
+            # what it has measured.
+            with open(args.record, "w", encoding="utf-8") as out:
+                for g, c in results:
+                    out.write("%s\t%s\t%s\n" % (g["id"], "build-failed" if c is None
+                                                else len(c), ";".join(c or [])))
     build(main_dir, build_dir)  # leave the build matching the tree
-
-    if args.record:
-        with open(args.record, "w", encoding="utf-8") as out:
-            for f, caught in results:
-                out.write("%s\t%s\t%s\n" % (f["id"], "build-failed" if caught is None
-                                            else len(caught), ";".join(caught or [])))
+    print("%d faults in %.0f s (%.1f min)" % (len(results), time.time() - began,
+                                              (time.time() - began) / 60), flush=True)
     status = 0
     missed = [f["id"] for f, caught in results if caught == []]
     if missed:
