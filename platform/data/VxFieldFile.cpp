@@ -2,6 +2,7 @@
 
 #include "platform/core/VxMessage.h"
 #include "platform/data/FieldGeometry.h"
+#include "platform/data/OutputFile.h"
 
 #include <zlib.h>
 
@@ -11,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <unistd.h>
+#include <vector>
 
 // nifti1.h defines names (DT_UNKNOWN, ...) that clash with system headers:
 // it comes last.
@@ -126,19 +127,12 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
     if (g.unevenSlices)
         warnUneven(path, g);
 
-    // Open it ourselves first: nifticlib does not say why it cannot.
-    FILE *probe = std::fopen(path, "wb");
-    if (!probe)
-        return fail(error, verb, path, "cannot open for writing: " + vxfield::systemError());
-    std::fclose(probe);
-
     quietNifti();
     int dims[8] = {series ? 4 : 3, lat0.dim(0), lat0.dim(1), lat0.dim(2), fields.size(), 1, 1, 1};
-    nifti_image *nim = nifti_make_new_nim(dims, datatype, 0);
-    if (!nim) {
-        unlink(path);
+    std::unique_ptr<nifti_image, void (*)(nifti_image *)> nim(nifti_make_new_nim(dims, datatype, 0),
+                                                              nifti_image_free);
+    if (!nim)
         return fail(error, verb, path, "cannot make a NIfTI-1 header");
-    }
 
     // RAS: x and y of our LPS axes change sign.
     const double sign[3] = {-1.0, -1.0, 1.0};
@@ -198,31 +192,22 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
     }
     std::snprintf(nim->descrip, sizeof nim->descrip, "%s", fields[0]->label().c_str());
 
-    KcString problem;
-    if (nifti_set_filenames(nim, path, 0, 1) != 0) {
-        problem = "not a NIfTI file name (.nii or .nii.gz)";
-    } else {
-        nim->nifti_type = NIFTI_FTYPE_NIFTI1_1;
-        // Header only, file left open: the samples of each step follow
-        // straight from the fields' buffers, without a joined copy.
-        znzFile fp = nifti_image_write_hdr_img(nim, 2, "wb");
-        if (znz_isnull(fp)) {
-            problem = "cannot write the header";
-        } else {
-            for (int t = 0; t < fields.size() && problem.isEmpty(); ++t) {
-                const VxLattice3 &lat = *fields[t]->lattice();
-                if (nifti_write_buffer(fp, lat.data(), lat.numBytes()) != lat.numBytes())
-                    problem = "cannot write the samples: " + vxfield::systemError();
-            }
-            if (znzclose(fp) != 0 && problem.isEmpty())
-                problem = "cannot close the file: " + vxfield::systemError();
-        }
-    }
-    nifti_image_free(nim);
-    if (!problem.isEmpty()) {
-        unlink(path);
-        return fail(error, verb, path, problem);
-    }
+    // One file: the header, the extender (no extensions) and the samples of
+    // each step straight from the fields' buffers, without a joined copy.
+    nim->nifti_type = NIFTI_FTYPE_NIFTI1_1;
+    nifti_set_iname_offset(nim.get());
+    const nifti_1_header header = nifti_convert_nim2nhdr(nim.get());
+    const unsigned char extender[4] = {0, 0, 0, 0};
+    std::vector<vxfield::ByteRange> parts = {{&header, sizeof header}, {extender, sizeof extender}};
+    for (int t = 0; t < fields.size(); ++t)
+        parts.push_back({fields[t]->lattice()->data(), fields[t]->lattice()->numBytes()});
+    if (static_cast<size_t>(nim->iname_offset) != sizeof header + sizeof extender)
+        return fail(error, verb, path, "unexpected NIfTI-1 data offset");
+    const bool gzip = vxfield::endsWithNoCase(path, ".gz");
+    const bool written =
+        gzip ? vxfield::writeFile(path, {}, parts, why) : vxfield::writeFile(path, parts, {}, why);
+    if (!written)
+        return fail(error, verb, path, why);
     return true;
 }
 

@@ -3,6 +3,7 @@
 
 #include "platform/core/VxMessage.h"
 #include "platform/data/FieldGeometry.h"
+#include "platform/data/OutputFile.h"
 #include "platform/data/VxFieldFile.h"
 
 #include <zlib.h>
@@ -21,7 +22,6 @@
 #include <string>
 #include <strings.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 using vxfield::Geometry;
@@ -276,53 +276,6 @@ const char *nrrdTypeName(KcPrimType type)
         return "float";
     }
     return "uint8";
-}
-
-bool writeAll(FILE *f, const void *data, size_t n)
-{
-    return n == 0 || std::fwrite(data, 1, n, f) == n;
-}
-
-bool writeGzip(FILE *f, const void *data, size_t n, KcString &why)
-{
-    z_stream zs;
-    std::memset(&zs, 0, sizeof zs);
-    // 16 + 15: gzip wrapper, largest window. Level 1: volumes are large and
-    // the gain of higher levels on image data is small.
-    if (deflateInit2(&zs, 1, Z_DEFLATED, 16 + 15, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
-        why = "cannot start gzip compression";
-        return false;
-    }
-    std::vector<unsigned char> out(1 << 18);
-    const auto *in = static_cast<const unsigned char *>(data);
-    size_t left = n;
-    int flush = Z_NO_FLUSH;
-    bool ok = true;
-    do {
-        const uInt chunk = static_cast<uInt>(std::min<size_t>(left, 1u << 30));
-        zs.next_in = const_cast<unsigned char *>(in);
-        zs.avail_in = chunk;
-        in += chunk;
-        left -= chunk;
-        flush = left == 0 ? Z_FINISH : Z_NO_FLUSH;
-        do {
-            zs.next_out = out.data();
-            zs.avail_out = static_cast<uInt>(out.size());
-            if (deflate(&zs, flush) == Z_STREAM_ERROR) {
-                ok = false;
-                break;
-            }
-            const size_t have = out.size() - zs.avail_out;
-            if (!writeAll(f, out.data(), have)) {
-                ok = false;
-                break;
-            }
-        } while (zs.avail_out == 0);
-    } while (ok && flush != Z_FINISH);
-    deflateEnd(&zs);
-    if (!ok)
-        why = "cannot write the compressed samples: " + vxfield::systemError();
-    return ok;
 }
 
 // ------------------------------------------------------------------ reading
@@ -659,29 +612,13 @@ bool VxFieldFile::saveNrrd(const VxField3 &field, const char *path, bool gzip, K
         h += key + ":=" + escapeValue(value) + "\n";
     h += "\n";
 
-    FilePtr f(std::fopen(path, "wb"));
-    if (!f)
-        return fail(error, verb, path, "cannot open for writing: " + vxfield::systemError());
-    bool ok = writeAll(f.get(), h.data(), h.size());
-    if (!ok)
-        why = "cannot write the header: " + vxfield::systemError();
-    if (ok) {
-        if (gzip) {
-            ok = writeGzip(f.get(), lat->data(), lat->numBytes(), why);
-        } else {
-            ok = writeAll(f.get(), lat->data(), lat->numBytes());
-            if (!ok)
-                why = "cannot write the samples: " + vxfield::systemError();
-        }
-    }
-    if (std::fclose(f.release()) != 0 && ok) {
-        ok = false;
-        why = "cannot close the file: " + vxfield::systemError();
-    }
-    if (!ok) {
-        unlink(path);
+    // The header as it is; the samples raw after it or as gzip members.
+    const vxfield::ByteRange header{h.data(), h.size()};
+    const vxfield::ByteRange samples{lat->data(), lat->numBytes()};
+    const bool written = gzip ? vxfield::writeFile(path, {header}, {samples}, why)
+                              : vxfield::writeFile(path, {header, samples}, {}, why);
+    if (!written)
         return fail(error, verb, path, why);
-    }
     return true;
 }
 
