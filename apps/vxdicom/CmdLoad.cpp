@@ -72,6 +72,8 @@ void helpLoad()
                 "\n"
                 "Environment: DICOM_DELAYED_READ=0 reads all pixels with the headers;\n"
                 "DICOM_EPS_ORIENTATION sets the axis tolerance;\n"
+                "VXDICOM_DECODE_THREADS sets how many threads decode compressed frames\n"
+                "(default: one per processor; 1 decodes on the loading thread alone);\n"
                 "VXDICOM_SETTINGS_FILE names the preferences file.\n"
                 "\n"
                 "With a display the import dialog shows the stacks found: select the stacks\n"

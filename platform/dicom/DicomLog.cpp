@@ -19,11 +19,23 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace dicom {
 namespace {
 
 namespace lg = dcmtk::log4cplus;
+
+// Where the messages of this thread go while a dicomLogCapture lives on it.
+thread_local std::vector<dicomLogMessage> *tCaptureSink = nullptr;
+
+void toConsole(bool error, const std::string &text)
+{
+    if (error)
+        VxMessage::getTheMsg()->error("DCMTK: %s\n", text.c_str());
+    else
+        VxMessage::getTheMsg()->warning("DCMTK: %s\n", text.c_str());
+}
 
 // Hands DCMTK's log events to the console: warnings as warnings, errors and
 // worse as errors. Nothing reaches stderr directly.
@@ -55,10 +67,11 @@ protected:
         for (const char *standIn : {"Unknown Tag & Data (0004,1221)", "(0004,1221)"})
             for (size_t at; (at = text.find(standIn)) != std::string::npos;)
                 text.replace(at, std::strlen(standIn), "DirectoryRecordSequence (0004,1220)");
-        if (event.getLogLevel() >= lg::ERROR_LOG_LEVEL)
-            VxMessage::getTheMsg()->error("DCMTK: %s\n", text.c_str());
+        const bool error = event.getLogLevel() >= lg::ERROR_LOG_LEVEL;
+        if (tCaptureSink)
+            tCaptureSink->push_back({error, std::move(text)});
         else
-            VxMessage::getTheMsg()->warning("DCMTK: %s\n", text.c_str());
+            toConsole(error, text);
     }
 };
 
@@ -85,6 +98,22 @@ struct CodecRegistration
 };
 
 } // namespace
+
+dicomLogCapture::dicomLogCapture(std::vector<dicomLogMessage> *sink) : previous(tCaptureSink)
+{
+    tCaptureSink = sink;
+}
+
+dicomLogCapture::~dicomLogCapture()
+{
+    tCaptureSink = previous;
+}
+
+void dicomReplayLog(const std::vector<dicomLogMessage> &messages)
+{
+    for (const dicomLogMessage &m : messages)
+        toConsole(m.error, m.text);
+}
 
 void dicomInitialize()
 {

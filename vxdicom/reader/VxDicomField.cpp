@@ -10,6 +10,7 @@
 #include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/params/DicomParamFilter.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
+#include "vxdicom/reader/SliceDecodePool.h"
 #include "vxdicom/reader/VolumePrefault.h"
 #include "vxdicom/reader/VxDicom.h"
 #include "vxdicom/reader/VxDicomFile.h"
@@ -349,6 +350,14 @@ void multiply(const float m[3][3], const float v[3], float out[3])
         out[r] = m[r][0] * v[0] + m[r][1] * v[1] + m[r][2] * v[2];
 }
 
+// Frames worth handing to decoding threads: compressed, not yet in memory,
+// and whole frames (the tiles of a mosaic share one decoded frame).
+bool decodesInParallel(const VxDicomImage &image)
+{
+    return !image.hasPixels() && image.tile < 0 && image.file && image.file->data &&
+           image.file->data->compression != dicom::COMPRESSION_NONE;
+}
+
 } // namespace
 
 VxField3 *createField3(VxDicomImageStack &stack)
@@ -402,25 +411,63 @@ VxField3 *createField3(VxDicomImageStack &stack)
     bool rangesChanged = false;
     std::vector<char> rescaledEarly(static_cast<size_t>(stack.images.size()), 0);
     float floatLow = std::numeric_limits<float>::max(), floatHigh = -floatLow;
+
+    // Brings the samples of image k into its slice; throws the file's texts.
+    // Touches nothing but the image, its file's decoder and the slice, so
+    // that slices may be filled on several threads at once.
+    const size_t storedSliceBytes = static_cast<size_t>(sliceSamples * stack.primType.size());
+    auto fillSlice = [&stack, &samples, sliceBytes, spp, storedSliceBytes](int k) {
+        VxDicomImage &image = *stack.images[k];
+        unsigned char *slice = samples.get() + k * sliceBytes;
+        if (spp == 1) {
+            if (image.hasPixels())
+                // The stored samples; a float field converts them in place below.
+                std::memcpy(slice, image.pixelData(), storedSliceBytes);
+            else
+                image.loadToMemory(slice);
+        } else {
+            fillColourSlice(slice, static_cast<const unsigned char *>(image.pixelData()), image,
+                            image.file->data->photometric.c_str());
+        }
+    };
+    // Compressed frames are decoded ahead on helper threads, which the pool
+    // stops and joins on every way out of this function before the samples
+    // are released.
+    std::unique_ptr<SliceDecodePool> pool;
+    if (progress) {
+        std::vector<int> compressed;
+        for (int k = 0; k < stack.images.size(); ++k)
+            if (decodesInParallel(*stack.images[k]))
+                compressed.push_back(k);
+        const int threads = SliceDecodePool::defaultThreads();
+        if (compressed.size() > 1 && threads > 1)
+            pool = std::make_unique<SliceDecodePool>(std::move(compressed), fillSlice, threads,
+                                                     2 * threads + 2);
+    }
+
     for (int k = 0; k < stack.images.size(); ++k) {
         VxDicomImage &image = *stack.images[k];
         unsigned char *slice = samples.get() + k * sliceBytes;
-        try {
-            if (spp == 1) {
-                if (image.hasPixels())
-                    // The stored samples; a float field converts them in place below.
-                    std::memcpy(slice, image.pixelData(),
-                                static_cast<size_t>(sliceSamples * stack.primType.size()));
-                else
-                    image.loadToMemory(slice);
-            } else {
-                fillColourSlice(slice, static_cast<const unsigned char *>(image.pixelData()), image,
-                                image.file->data->photometric.c_str());
+        SliceDecodePool::Outcome decoded;
+        const char *failure = nullptr;
+        if (pool && pool->decodes(k)) {
+            decoded = pool->take(k);
+            dicom::dicomReplayLog(decoded.log);
+            if (decoded.exception)
+                std::rethrow_exception(decoded.exception);
+            if (decoded.failed)
+                failure = decoded.failure.c_str();
+        } else {
+            try {
+                fillSlice(k);
+            } catch (const char *text) {
+                failure = text;
             }
-        } catch (const char *text) {
+        }
+        if (failure) {
             if (progress)
                 work->endProgress();
-            msg->failure("reading %s failed: %s\n", image.file->fileName.c_str(), text);
+            msg->failure("reading %s failed: %s\n", image.file->fileName.c_str(), failure);
             return nullptr;
         }
         prefault.readerAt(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
@@ -444,6 +491,8 @@ VxField3 *createField3(VxDicomImageStack &stack)
             }
         }
     }
+    if (pool)
+        pool->stop();
     prefault.stop();
     if (progress)
         work->endProgress();

@@ -245,7 +245,9 @@ void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
                 buffer);
         return;
     }
-    static KcString text;
+    // Frames may be decoded on several threads at once: each keeps the text
+    // of its own failure until the thread that reports it has copied it.
+    thread_local KcString text;
     const char *name = loadName.c_str();
     if (access(name, R_OK) != 0)
         throw failure(text, "cannot open: ", name, std::strerror(errno));
