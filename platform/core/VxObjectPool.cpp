@@ -1,6 +1,50 @@
 #include "platform/core/VxObjectPool.h"
 
 #include <algorithm>
+#include <climits>
+
+namespace {
+
+// Whether label is "name<k>" as add numbers it ("%s<%d>" with k >= 2): the
+// digits after the last '<' up to a closing '>' at the end, without a sign or
+// leading zero.
+bool splitNumbered(const std::string &label, std::string &name, int &k)
+{
+    if (label.size() < 3 || label.back() != '>')
+        return false;
+    const size_t open = label.rfind('<');
+    if (open == std::string::npos)
+        return false;
+    const size_t first = open + 1, end = label.size() - 1;
+    if (first == end || end - first > 10 || label[first] == '0')
+        return false;
+    long long value = 0;
+    for (size_t i = first; i < end; ++i) {
+        if (label[i] < '0' || label[i] > '9')
+            return false;
+        value = value * 10 + (label[i] - '0');
+    }
+    if (value < 2 || value > INT_MAX)
+        return false;
+    name.assign(label, 0, open);
+    k = static_cast<int>(value);
+    return true;
+}
+
+std::string numbered(const std::string &name, int k)
+{
+    return name + '<' + std::to_string(k) + '>';
+}
+
+} // namespace
+
+void VxPoolObject::setLabel(const KcString &label)
+{
+    if (owner)
+        owner->relabel(this, label);
+    else
+        objectLabel = label;
+}
 
 VxObjectPool *VxObjectPool::instance()
 {
@@ -8,34 +52,62 @@ VxObjectPool *VxObjectPool::instance()
     return &thePool;
 }
 
+bool VxObjectPool::taken(const std::string &label) const
+{
+    return inUse.find(label) != inUse.end();
+}
+
+void VxObjectPool::take(const std::string &label)
+{
+    ++inUse[label];
+}
+
+void VxObjectPool::release(const std::string &label)
+{
+    const auto it = inUse.find(label);
+    if (it == inUse.end() || --it->second > 0)
+        return;
+    inUse.erase(it);
+    std::string name;
+    int k;
+    if (splitNumbered(label, name, k)) {
+        const auto hint = firstFree.find(name);
+        if (hint != firstFree.end() && k < hint->second)
+            hint->second = k;
+    }
+}
+
 VxPoolObject *VxObjectPool::add(VxPoolObject *object)
 {
     if (!object)
         return nullptr;
     std::lock_guard<std::mutex> lock(mutex);
-    const auto owned = [object](const std::unique_ptr<VxPoolObject> &p) {
-        return p.get() == object;
-    };
-    if (std::any_of(pool.begin(), pool.end(), owned))
+    if (object->owner == this)
         return object;
 
-    const auto taken = [this](const KcString &label) {
-        return std::any_of(
-            pool.begin(), pool.end(),
-            [&label](const std::unique_ptr<VxPoolObject> &p) { return p->label() == label; });
-    };
     const KcString base = object->label();
     if (taken(base)) {
-        KcString candidate;
-        for (int n = 2;; ++n) {
-            candidate = KcString::format("%s<%d>", base.c_str(), n);
-            if (!taken(candidate))
-                break;
-        }
-        object->setLabel(candidate);
+        // Every suffix below the remembered start is taken; the first free
+        // one above it is the smallest free one.
+        int &start = firstFree.try_emplace(base, 2).first->second;
+        int k = std::max(start, 2);
+        while (taken(numbered(base, k)))
+            ++k;
+        start = k + 1;
+        object->objectLabel = numbered(base, k);
     }
+    take(object->objectLabel);
+    object->owner = this;
     pool.emplace_back(object);
     return object;
+}
+
+void VxObjectPool::relabel(VxPoolObject *object, const KcString &label)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    release(object->objectLabel);
+    object->objectLabel = label;
+    take(object->objectLabel);
 }
 
 VxPoolObject *VxObjectPool::find(const char *label) const
@@ -43,6 +115,8 @@ VxPoolObject *VxObjectPool::find(const char *label) const
     if (!label)
         return nullptr;
     std::lock_guard<std::mutex> lock(mutex);
+    if (!taken(label))
+        return nullptr;
     for (const auto &p : pool)
         if (p->label() == label)
             return p.get();
@@ -54,6 +128,8 @@ bool VxObjectPool::remove(VxPoolObject *object)
     std::unique_ptr<VxPoolObject> doomed;
     {
         std::lock_guard<std::mutex> lock(mutex);
+        if (!object || object->owner != this)
+            return false;
         const auto it = std::find_if(
             pool.begin(), pool.end(),
             [object](const std::unique_ptr<VxPoolObject> &p) { return p.get() == object; });
@@ -61,6 +137,8 @@ bool VxObjectPool::remove(VxPoolObject *object)
             return false;
         doomed = std::move(*it);
         pool.erase(it);
+        release(object->objectLabel);
+        object->owner = nullptr;
     }
     // Destroyed outside the lock: a destructor may look at the pool.
     return true;
@@ -88,5 +166,9 @@ void VxObjectPool::clear()
     {
         std::lock_guard<std::mutex> lock(mutex);
         doomed.swap(pool);
+        for (const auto &p : doomed)
+            p->owner = nullptr;
+        inUse.clear();
+        firstFree.clear();
     }
 }

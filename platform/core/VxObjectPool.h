@@ -5,10 +5,16 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 /// The host's object pool: the data objects of a session, each under a
 /// unique label. The pool owns what is added to it.
+///
+/// Adding costs constant time on average however many objects share a name:
+/// the pool counts the labels in use and remembers, per name, below which
+/// suffix every numbered label is taken.
 class VxObjectPool
 {
 public:
@@ -16,7 +22,8 @@ public:
 
     /// Takes ownership. When the object's label is already taken, a suffix
     /// "<2>", "<3>", ... is appended to make it unique (the object's label is
-    /// changed). Returns the object.
+    /// changed): the smallest number whose label is free, so a freed label is
+    /// handed out again. Returns the object.
     VxPoolObject *add(VxPoolObject *object);
     /// The object with that label, or null.
     VxPoolObject *find(const char *label) const;
@@ -29,7 +36,20 @@ public:
     void clear();
 
 private:
+    friend class VxPoolObject;
     VxObjectPool() = default;
+    /// A pooled object is relabelled (VxPoolObject::setLabel).
+    void relabel(VxPoolObject *object, const KcString &label);
+    bool taken(const std::string &label) const;
+    void take(const std::string &label);
+    /// One object less carries the label; a numbered label that becomes free
+    /// lowers its name's search start.
+    void release(const std::string &label);
+
     mutable std::mutex mutex;
     std::vector<std::unique_ptr<VxPoolObject>> pool;
+    /// How many objects carry each label.
+    std::unordered_map<std::string, int> inUse;
+    /// Per name: every "name<k>" with 2 <= k < the value is taken.
+    std::unordered_map<std::string, int> firstFree;
 };
