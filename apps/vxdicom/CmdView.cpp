@@ -135,7 +135,9 @@ bool takeScreenshot(vxview::ViewerWindow &window, const ViewOptions &o)
     }
     if (o.haveCursor)
         viewer->setCursorVoxel({o.cursor[0], o.cursor[1], o.cursor[2]});
-    QApplication::processEvents();
+    // A changed text re-lays out one level of widgets per round of events.
+    for (int i = 0; i < 8; ++i)
+        QApplication::processEvents();
     if (!window.grab().save(QString::fromStdString(o.screenshot))) {
         std::fprintf(stderr, "vxdicom view: cannot write %s\n", o.screenshot.c_str());
         return false;
@@ -176,7 +178,8 @@ int runView(int argc, char **argv)
     int status = 0;
     {
         vxview::ViewerWindow window;
-        window.setShowImportDialog(o.dialog);
+        // Nobody answers a dialog while a picture is taken.
+        window.setShowImportDialog(o.dialog && o.screenshot.empty());
         window.asTimeSeriesAction()->setChecked(o.timeSeries);
         window.resize(o.width, o.height);
         window.show();

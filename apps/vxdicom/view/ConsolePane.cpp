@@ -1,7 +1,5 @@
 #include "apps/vxdicom/view/ConsolePane.h"
 
-#include "platform/core/VxMessage.h"
-
 #include <QFontDatabase>
 #include <QMetaObject>
 #include <QTextCharFormat>
@@ -16,18 +14,19 @@ ConsolePane::ConsolePane(QWidget *parent) : QPlainTextEdit(parent)
     setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     // The observer runs on the printing thread with the console locked: it
     // only queues the text for the GUI thread.
-    VxMessage::getTheMsg()->setObserver([this](VxMessage::Level level, const std::string &text) {
-        QString line = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-        if (line.endsWith(QLatin1Char('\n')))
-            line.chop(1);
-        QMetaObject::invokeMethod(
-            this, [this, level, line] { append(level, line); }, Qt::QueuedConnection);
-    });
+    previous = VxMessage::getTheMsg()->setObserver(
+        [this](VxMessage::Level level, const std::string &text) {
+            QString line = QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+            if (line.endsWith(QLatin1Char('\n')))
+                line.chop(1);
+            QMetaObject::invokeMethod(
+                this, [this, level, line] { append(level, line); }, Qt::QueuedConnection);
+        });
 }
 
 ConsolePane::~ConsolePane()
 {
-    VxMessage::getTheMsg()->setObserver(VxMessage::Observer());
+    VxMessage::getTheMsg()->setObserver(std::move(previous));
 }
 
 void ConsolePane::append(int level, const QString &text)

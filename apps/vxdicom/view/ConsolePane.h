@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/core/VxMessage.h"
+
 #include <QPlainTextEdit>
 
 namespace vxview {
@@ -13,7 +15,8 @@ class ConsolePane : public QPlainTextEdit
     Q_OBJECT
 public:
     explicit ConsolePane(QWidget *parent = nullptr);
-    /// Removes the observer first, so no message arrives half-destroyed.
+    /// Puts the previous observer back first, so no message arrives
+    /// half-destroyed.
     ~ConsolePane() override;
 
 signals:
@@ -22,6 +25,8 @@ signals:
 
 private:
     void append(int level, const QString &text);
+
+    VxMessage::Observer previous;
 };
 
 } // namespace vxview

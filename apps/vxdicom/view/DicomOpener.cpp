@@ -69,8 +69,14 @@ DicomOpener::DicomOpener(QObject *parent) : QObject(parent)
 
 DicomOpener::~DicomOpener()
 {
+    cancelAndWait();
+}
+
+void DicomOpener::cancelAndWait()
+{
     if (!running)
         return;
+    disconnect(this, nullptr, nullptr, nullptr);
     cancel();
     // The worker may be waiting for a dialog step of the GUI thread: keep
     // the events coming until it ends.
@@ -78,9 +84,7 @@ DicomOpener::~DicomOpener()
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    worker.join();
-    VxWorkArea::instance()->setObserver(VxWorkArea::Observer());
-    running = false;
+    finish();
 }
 
 bool DicomOpener::open(const QStringList &files, bool showDialog, bool asTimeSeries)

@@ -49,6 +49,9 @@ public:
     bool isRunning() const { return running; }
     /// Asks the running open to stop; nothing it read is kept.
     void cancel();
+    /// Cancels a running open and waits for it without signalling its end
+    /// (for owners that are going away).
+    void cancelAndWait();
 
 signals:
     /// The work area's status text and fraction (0..1).

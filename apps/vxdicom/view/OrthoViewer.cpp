@@ -160,7 +160,7 @@ void OrthoViewer::showField(VxField3 *field, bool keepState)
     shown = field;
     fieldFrame = newFrame;
     for (SliceView *v : views)
-        v->setField(shown, shown ? &fieldFrame : nullptr);
+        v->setField(shown, shown ? &fieldFrame : nullptr, sameShape);
     if (!shown) {
         for (QSlider *s : sliders)
             s->setEnabled(false);

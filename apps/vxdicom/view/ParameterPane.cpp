@@ -52,7 +52,9 @@ void ParameterPane::setBundle(const VxParamBundle *bundle)
     rows->setUpdatesEnabled(false);
     addRows(nullptr, content);
     rows->setUpdatesEnabled(true);
-    // The attributes of the whole field are what one looks at first.
+    // The attributes of the whole field are what one looks at first; the
+    // slices' bundles before them stay folded.
+    QTreeWidgetItem *all = nullptr;
     for (int i = 0; i < rows->topLevelItemCount(); ++i) {
         QTreeWidgetItem *top = rows->topLevelItem(i);
         if (top->text(0) != QLatin1String("DICOM"))
@@ -60,9 +62,13 @@ void ParameterPane::setBundle(const VxParamBundle *bundle)
         top->setExpanded(true);
         for (int c = 0; c < top->childCount(); ++c)
             if (top->child(c)->text(0) == QLatin1String("All"))
-                top->child(c)->setExpanded(true);
+                all = top->child(c);
     }
     applyFilter();
+    if (all) {
+        all->setExpanded(true);
+        rows->scrollToItem(all, QAbstractItemView::PositionAtTop);
+    }
 }
 
 void ParameterPane::addRows(QTreeWidgetItem *parent, const std::vector<ParameterRow> &list)

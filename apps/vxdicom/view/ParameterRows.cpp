@@ -37,7 +37,6 @@ ParameterRow rowOf(const VxParamBase &entry)
     if (const VxParamBundle *b = entry.asBundle()) {
         row.bundle = true;
         row.children = parameterRows(*b);
-        row.value = QStringLiteral("%1 entries").arg(b->size());
         return row;
     }
     const auto &p = static_cast<const VxParameter &>(entry);

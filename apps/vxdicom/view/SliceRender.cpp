@@ -89,7 +89,8 @@ void zoomAbout(ViewPort &port, double factor, double sx, double sy)
     if (!(factor > 0))
         return;
     const double x = port.toPlaneX(sx), y = port.toPlaneY(sy);
-    port.pixelsPerMm *= factor;
+    // From a whole body in a few pixels to a voxel filling the screen.
+    port.pixelsPerMm = std::clamp(port.pixelsPerMm * factor, 0.01, 1000.0);
     port.centreX = x - (sx - port.width / 2.0) / port.pixelsPerMm;
     port.centreY = y - (sy - port.height / 2.0) / port.pixelsPerMm;
 }

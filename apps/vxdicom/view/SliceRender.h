@@ -35,7 +35,7 @@ struct ViewPort
 ViewPort fittedViewPort(const FieldFrame &frame, const PlaneFrame &plane, int width, int height);
 
 /// Zooms by factor about screen point (sx, sy): the plane point under it
-/// stays under it.
+/// stays under it. The scale stays within 0.01 and 1000 pixels per mm.
 void zoomAbout(ViewPort &port, double factor, double sx, double sy);
 
 /// The voxel under a screen point, as planeToVoxel.

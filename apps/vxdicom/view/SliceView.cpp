@@ -46,18 +46,15 @@ SliceView::SliceView(View view, QWidget *parent) : QWidget(parent), kind(view)
     setAttribute(Qt::WA_OpaquePaintEvent);
 }
 
-void SliceView::setField(const VxField3 *f, const FieldFrame *fr)
+void SliceView::setField(const VxField3 *f, const FieldFrame *fr, bool keepView)
 {
-    const bool sameShape = field && f && frame && fr && planeOf.view == kind &&
-                           frame->dims[0] == fr->dims[0] && frame->dims[1] == fr->dims[1] &&
-                           frame->dims[2] == fr->dims[2];
+    const bool hadField = frame != nullptr;
     field = f && fr ? f : nullptr;
     frame = f && fr ? fr : nullptr;
     if (frame) {
         planeOf = planeFrame(*frame, kind);
         edges = edgeLetters(planeOf);
-        // A new time step of the same shape keeps the user's zoom and pan.
-        if (!sameShape || fitted) {
+        if (!keepView || !hadField || fitted) {
             port = fittedViewPort(*frame, planeOf, width(), height());
             fitted = true;
         }

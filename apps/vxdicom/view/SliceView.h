@@ -26,7 +26,8 @@ public:
     explicit SliceView(View view, QWidget *parent = nullptr);
 
     /// The field and its frame (both borrowed; null clears the view).
-    void setField(const VxField3 *field, const FieldFrame *frame);
+    /// keepView keeps the zoom and pan (another time step of the same shape).
+    void setField(const VxField3 *field, const FieldFrame *frame, bool keepView = false);
     void setCursorVoxel(const std::array<int, 3> &voxel);
     void setStyle(const RenderStyle &style);
     /// Fits the slice into the view again (after a zoom or pan).

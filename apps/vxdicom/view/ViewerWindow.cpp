@@ -140,6 +140,8 @@ ViewerWindow::ViewerWindow(QWidget *parent) : QMainWindow(parent)
 
 ViewerWindow::~ViewerWindow()
 {
+    // An open still running ends before the widgets its signals reach go.
+    dicom->cancelAndWait();
     // The views borrow the shown object; nothing of theirs may outlive it.
     views->setData(nullptr);
 }
