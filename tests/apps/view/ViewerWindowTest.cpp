@@ -15,18 +15,25 @@
 #include "platform/data/VxDynamicSeriesCtrl.h"
 #include "platform/data/VxField3.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/WidgetDriver.h"
+#include "vxdicom/export/QxDicom3SaveDialog.h"
+#include "vxdicom/export/QxDicom3Table.h"
 
 #include <QAction>
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QMouseEvent>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QSlider>
 #include <QStatusBar>
 #include <QTest>
+#include <QTimer>
 #include <QTreeWidget>
+#include <QWheelEvent>
 
 #include <gtest/gtest.h>
 
@@ -55,16 +62,13 @@ struct Synthetic
     std::string error;
 
     std::string path(const char *name) const { return dir.file(name); }
-    bool make(const char *name, const std::string &arguments)
+    void make(const char *name, const std::string &arguments)
     {
         std::string out;
-        const int status =
-            vxtest::runCommand(std::string(VX_PYTHON) + " " + vxtest::shellQuote(VX_MAKE_SERIES) +
+        if (vxtest::runCommand(std::string(VX_PYTHON) + " " + vxtest::shellQuote(VX_MAKE_SERIES) +
                                    " " + vxtest::shellQuote(path(name)) + " " + arguments,
-                               &out, true);
-        if (status != 0)
+                               &out, true) != 0)
             error += out;
-        return status == 0;
     }
 };
 
@@ -96,36 +100,31 @@ double generatorValue(const Vec3 &p, bool ct)
     return ct ? std::round(signal + 1024.0) - 1024.0 : std::round(signal + 1500.0);
 }
 
+template <class T> double load(const unsigned char *p)
+{
+    T v;
+    std::memcpy(&v, p, sizeof v);
+    return static_cast<double>(v);
+}
+
 // The stored sample of a voxel, read straight from the lattice.
 double storedSample(const VxField3 &field, int i, int j, int k)
 {
     const VxLattice3 &lat = *field.lattice();
     const size_t index = (static_cast<size_t>(k) * lat.dim(1) + j) * lat.dim(0) + i;
-    const auto *bytes = static_cast<const unsigned char *>(lat.data()) +
-                        index * static_cast<size_t>(lat.voxelBytes());
+    const auto *p = static_cast<const unsigned char *>(lat.data()) +
+                    index * static_cast<size_t>(lat.voxelBytes());
     switch (lat.primType().id()) {
     case KcPrimType::UInt8:
-        return *bytes;
-    case KcPrimType::Int16: {
-        int16_t v;
-        std::memcpy(&v, bytes, 2);
-        return v;
-    }
-    case KcPrimType::UInt16: {
-        uint16_t v;
-        std::memcpy(&v, bytes, 2);
-        return v;
-    }
-    case KcPrimType::Int32: {
-        int32_t v;
-        std::memcpy(&v, bytes, 4);
-        return v;
-    }
-    case KcPrimType::Float: {
-        float v;
-        std::memcpy(&v, bytes, 4);
-        return v;
-    }
+        return *p;
+    case KcPrimType::Int16:
+        return load<int16_t>(p);
+    case KcPrimType::UInt16:
+        return load<uint16_t>(p);
+    case KcPrimType::Int32:
+        return load<int32_t>(p);
+    case KcPrimType::Float:
+        return load<float>(p);
     }
     return 0;
 }
@@ -170,11 +169,23 @@ CursorText readCursorText(const QString &text)
     return t;
 }
 
-void sendMouse(QWidget *w, QEvent::Type type, Qt::MouseButton button, QPointF pos)
+// A drag with one button held, as the window system delivers it.
+void drag(QWidget *w, Qt::MouseButton button, QPointF from, QPointF to)
 {
-    QMouseEvent e(type, pos, w->mapToGlobal(pos), button,
-                  type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::MouseButtons(button),
-                  Qt::NoModifier);
+    for (const auto &[type, pos] :
+         {std::pair(QEvent::MouseButtonPress, from), std::pair(QEvent::MouseMove, to),
+          std::pair(QEvent::MouseButtonRelease, to)}) {
+        QMouseEvent e(type, pos, w->mapToGlobal(pos), button,
+                      type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::MouseButtons(button),
+                      Qt::NoModifier);
+        QApplication::sendEvent(w, &e);
+    }
+}
+
+void wheel(QWidget *w, QPointF pos, int notches, Qt::KeyboardModifiers modifiers = {})
+{
+    QWheelEvent e(pos, w->mapToGlobal(pos), QPoint(), QPoint(0, 120 * notches), Qt::NoButton,
+                  modifiers, Qt::NoScrollPhase, false);
     QApplication::sendEvent(w, &e);
 }
 
@@ -201,11 +212,24 @@ protected:
         VxObjectPool::instance()->clear();
     }
 
-    // Opens as File > Open does and waits for the open to end.
-    OpenOutcome open(const QStringList &paths)
+    // Opens as File > Open does (or as a drop of the files on the window)
+    // and waits for the open to end.
+    OpenOutcome open(const QStringList &paths, bool dropped = false)
     {
         QSignalSpy ended(window.get(), &ViewerWindow::openFinished);
-        EXPECT_TRUE(window->openPaths(paths));
+        if (dropped) {
+            QMimeData mime;
+            for (const QString &p : paths)
+                mime.setUrls(mime.urls() << QUrl::fromLocalFile(p));
+            const QPoint at = window->rect().center();
+            QDragEnterEvent enter(at, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(window.get(), &enter);
+            EXPECT_TRUE(enter.isAccepted()) << "the window takes files";
+            QDropEvent drop(at, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(window.get(), &drop);
+        } else {
+            EXPECT_TRUE(window->openPaths(paths));
+        }
         EXPECT_TRUE(ended.count() > 0 || ended.wait(120000)) << "the open did not end";
         if (ended.isEmpty())
             return OpenOutcome();
@@ -231,35 +255,32 @@ protected:
 struct SeriesCase
 {
     const char *name;
-    std::function<std::string()> folder; ///< empty: skip (the reason is in skipWhy)
-    std::function<std::string()> skipWhy;
+    const char *folder;     ///< below ../shared/data, or a series of make_series.py
+    int generator;          ///< 0: real, 1: CT values, 2: MR values of make_series.py
     EdgeLetters letters[3]; ///< axial, coronal, sagittal: left, right, top, bottom
-    int generator;          ///< 0: none, 1: CT values, 2: MR values of make_series.py
 };
+
+// ctest lists a case by its name.
+void PrintTo(const SeriesCase &c, std::ostream *out)
+{
+    *out << c.name;
+}
 
 class SeriesGeometry : public ViewerWindowTest, public testing::WithParamInterface<SeriesCase>
 {
 };
-
-std::string sharedOrEmpty(const char *relative)
-{
-    return vxtest::sharedDataDir().empty() ? std::string() : vxtest::sharedPath(relative);
-}
-
-std::string syntheticOrEmpty(const char *name)
-{
-    Synthetic &s = synthetic();
-    return s.error.empty() ? s.path(name) : std::string();
-}
 
 } // namespace
 
 TEST_P(SeriesGeometry, EdgeLettersAndTheCrossHairAgreeWithTheFieldTransformation)
 {
     const SeriesCase &c = GetParam();
-    const std::string folder = c.folder();
-    if (folder.empty())
-        GTEST_SKIP() << c.skipWhy();
+    if (c.generator && !synthetic().error.empty())
+        GTEST_SKIP() << synthetic().error;
+    if (!c.generator)
+        VX_REQUIRE_SHARED_DATA();
+    const std::string folder =
+        c.generator ? synthetic().path(c.folder) : vxtest::sharedPath(c.folder);
     const OpenOutcome outcome = open({QString::fromStdString(folder)});
     ASSERT_TRUE(outcome.ok);
     EXPECT_EQ(outcome.failures, 0);
@@ -269,16 +290,15 @@ TEST_P(SeriesGeometry, EdgeLettersAndTheCrossHairAgreeWithTheFieldTransformation
     ASSERT_EQ(viewer()->field(), field) << "the first field of an open is shown";
 
     // The data list's row says what the field is.
-    QTreeWidget *list = window->dataList();
-    ASSERT_GE(list->topLevelItemCount(), 1);
-    const QTreeWidgetItem *row = list->selectedItems().value(0);
+    const QTreeWidgetItem *row = window->dataList()->selectedItems().value(0);
     ASSERT_TRUE(row);
     const VxLattice3 &lat = *field->lattice();
-    EXPECT_EQ(row->text(0), field->label().toQString());
-    EXPECT_EQ(row->text(1),
-              QStringLiteral("%1 x %2 x %3").arg(lat.dim(0)).arg(lat.dim(1)).arg(lat.dim(2)));
-    EXPECT_EQ(row->text(2), QString::fromLatin1(lat.primType().name()));
-    EXPECT_EQ(row->text(4), field->parameters().getString("Modality").toQString());
+    EXPECT_EQ(
+        QStringList({row->text(0), row->text(1), row->text(2), row->text(4)}),
+        QStringList({field->label().toQString(),
+                     QStringLiteral("%1 x %2 x %3").arg(lat.dim(0)).arg(lat.dim(1)).arg(lat.dim(2)),
+                     QString::fromLatin1(lat.primType().name()),
+                     field->parameters().getString("Modality").toQString()}));
 
     for (int v = 0; v < 3; ++v) {
         SCOPED_TRACE(viewName(kViews[v]));
@@ -344,40 +364,39 @@ INSTANTIATE_TEST_SUITE_P(
     Series, SeriesGeometry,
     testing::Values(
         SeriesCase{"sagittal",
-                   [] { return sharedOrEmpty("dcm_qa/In/Orientation/sag/sagasc35"); },
-                   [] { return std::string("../shared/data is not beside this checkout"); },
-                   {{"R", "L", "A", "P"}, {"R", "L", "S", "I"}, {"A", "P", "S", "I"}},
-                   0},
+                   "dcm_qa/In/Orientation/sag/sagasc35",
+                   0,
+                   {{"R", "L", "A", "P"}, {"R", "L", "S", "I"}, {"A", "P", "S", "I"}}},
         SeriesCase{"sagittal_field_map",
-                   [] { return sharedOrEmpty("dcm_qa_sag/In/2_gre_field_mapping"); },
-                   [] { return std::string("../shared/data is not beside this checkout"); },
-                   {{"R", "L", "A", "P"}, {"R", "L", "S", "I"}, {"A", "P", "S", "I"}},
-                   0},
+                   "dcm_qa_sag/In/2_gre_field_mapping",
+                   0,
+                   {{"R", "L", "A", "P"}, {"R", "L", "S", "I"}, {"A", "P", "S", "I"}}},
+        // Mosaic, image columns 6.2 degrees off posterior, toward inferior.
+        SeriesCase{"axial_tilted",
+                   "dcm_qa/In/Orientation/ax/axasc35",
+                   0,
+                   {{"R", "L", "AS", "PI"}, {"R", "L", "SP", "IA"}, {"AS", "PI", "SP", "IA"}}},
         // Image columns 8.8 degrees off inferior, toward anterior.
         SeriesCase{"coronal_tilted",
-                   [] { return sharedOrEmpty("dcm_qa/In/Orientation/cor/corasc35"); },
-                   [] { return std::string("../shared/data is not beside this checkout"); },
-                   {{"R", "L", "AS", "PI"}, {"R", "L", "SP", "IA"}, {"AS", "PI", "SP", "IA"}},
-                   0},
+                   "dcm_qa/In/Orientation/cor/corasc35",
+                   0,
+                   {{"R", "L", "AS", "PI"}, {"R", "L", "SP", "IA"}, {"AS", "PI", "SP", "IA"}}},
         // Rows 13.3 degrees about y: the axial view's rows run a little up.
         SeriesCase{"oblique_philips",
-                   [] { return sharedOrEmpty("dcm_qa_philips/In/Magdeburg_2014/fmri"); },
-                   [] { return std::string("../shared/data is not beside this checkout"); },
-                   {{"RI", "LS", "A", "P"}, {"RI", "LS", "SR", "IL"}, {"A", "P", "SR", "IL"}},
-                   0},
+                   "dcm_qa_philips/In/Magdeburg_2014/fmri",
+                   0,
+                   {{"RI", "LS", "A", "P"}, {"RI", "LS", "SR", "IL"}, {"A", "P", "SR", "IL"}}},
         // Rows (0.985, 0.174, 0), columns (-0.163, 0.925, -0.342).
         SeriesCase{
             "oblique_synthetic",
-            [] { return syntheticOrEmpty("oblique"); },
-            [] { return synthetic().error; },
-            {{"RA", "LP", "ASL", "PIR"}, {"RA", "LP", "SP", "IA"}, {"ASL", "PIR", "SP", "IA"}},
-            2},
+            "oblique",
+            2,
+            {{"RA", "LP", "ASL", "PIR"}, {"RA", "LP", "SP", "IA"}, {"ASL", "PIR", "SP", "IA"}}},
         // Slices 2 mm apart with a double gap after slices 3 and 7.
         SeriesCase{"stacked_synthetic",
-                   [] { return syntheticOrEmpty("stacked"); },
-                   [] { return synthetic().error; },
-                   {{"R", "L", "A", "P"}, {"R", "L", "S", "I"}, {"A", "P", "S", "I"}},
-                   1}),
+                   "stacked",
+                   1,
+                   {{"R", "L", "A", "P"}, {"R", "L", "S", "I"}, {"A", "P", "S", "I"}}}),
     [](const testing::TestParamInfo<SeriesCase> &info) { return std::string(info.param.name); });
 
 TEST_F(ViewerWindowTest, WindowDragAndPresetsChangeThePixelsAsComputed)
@@ -388,7 +407,7 @@ TEST_F(ViewerWindowTest, WindowDragAndPresetsChangeThePixelsAsComputed)
     ASSERT_FALSE(outcome.added.empty());
     SliceView *axial = viewer()->sliceView(View::Axial);
     const VxLattice3 &lat = *viewer()->field()->lattice();
-    // A voxel inside the head (soft tissue, about 30 HU).
+    // A voxel of the phantom's middle insert (about 90 HU).
     pickVoxel({lat.dim(0) / 2, lat.dim(1) / 2, lat.dim(2) / 2});
     const double value = viewer()->cursorValue();
     const QPoint at = axial->screenPointOf(viewer()->cursorVoxel()).toPoint();
@@ -399,9 +418,7 @@ TEST_F(ViewerWindowTest, WindowDragAndPresetsChangeThePixelsAsComputed)
 
     // A right drag 60 pixels right and 30 up: wider and darker.
     const QPointF from(at.x() - 100, at.y() - 80);
-    sendMouse(axial, QEvent::MouseButtonPress, Qt::RightButton, from);
-    sendMouse(axial, QEvent::MouseMove, Qt::RightButton, from + QPointF(60, -30));
-    sendMouse(axial, QEvent::MouseButtonRelease, Qt::RightButton, from + QPointF(60, -30));
+    drag(axial, Qt::RightButton, from, from + QPointF(60, -30));
     const double step = viewer()->windowStepPerPixel();
     ASSERT_GT(step, 0);
     const Window dragged = viewer()->window();
@@ -425,6 +442,26 @@ TEST_F(ViewerWindowTest, WindowDragAndPresetsChangeThePixelsAsComputed)
     // Bone shows the same soft tissue darker than brain does.
     ASSERT_TRUE(viewer()->applyPreset(QStringLiteral("Bone")));
     EXPECT_EQ(greyAtCursor(), greyByte(value, Window{400, 1800}));
+
+    // The wheel steps one slice; with Ctrl it zooms about the pointer (the
+    // cursor's voxel stays under it); a middle drag pans the slice along.
+    const std::array<int, 3> c = viewer()->cursorVoxel();
+    const QPointF p = axial->screenPointOf(c);
+    wheel(axial, p, 1);
+    EXPECT_EQ(viewer()->cursorVoxel()[2], c[2] + 1);
+    EXPECT_EQ(viewer()->sliceSlider(View::Axial)->value(), c[2] + 1);
+    const double scale = axial->viewPort().pixelsPerMm;
+    wheel(axial, p, 2, Qt::ControlModifier);
+    EXPECT_NEAR(axial->viewPort().pixelsPerMm, scale * 1.5625, 1e-9);
+    const QPointF zoomed = axial->screenPointOf(c);
+    EXPECT_NEAR(zoomed.x(), p.x(), 1e-6);
+    EXPECT_NEAR(zoomed.y(), p.y(), 1e-6);
+    drag(axial, Qt::MiddleButton, p, p + QPointF(40, -25));
+    const QPointF panned = axial->screenPointOf(c);
+    EXPECT_NEAR(panned.x(), p.x() + 40, 1e-6);
+    EXPECT_NEAR(panned.y(), p.y() - 25, 1e-6);
+    EXPECT_EQ(qRed(axial->picture().pixel(panned.toPoint())),
+              greyByte(viewer()->cursorValue(), Window{400, 1800}));
 }
 
 TEST_F(ViewerWindowTest, TheTimeSliderStepsTheSeries)
@@ -446,11 +483,14 @@ TEST_F(ViewerWindowTest, TheTimeSliderStepsTheSeries)
     EXPECT_EQ(time->maximum(), 2);
     SliceView *axial = viewer()->sliceView(View::Axial);
     pickVoxel({32, 30, 4});
+    wheel(axial, axial->screenPointOf({32, 30, 4}), 1, Qt::ControlModifier);
+    const double zoom = axial->viewPort().pixelsPerMm;
     const QImage step0 = axial->picture();
 
     time->setFocus();
     QTest::keyClick(time, Qt::Key_Right);
     EXPECT_EQ(series->currentStep(), 1);
+    EXPECT_EQ(axial->viewPort().pixelsPerMm, zoom) << "another step keeps the zoom";
     auto *second = dynamic_cast<VxField3 *>(series->step(1)[0]);
     ASSERT_EQ(viewer()->field(), second);
     EXPECT_EQ(viewer()->cursorVoxel(), (std::array<int, 3>{32, 30, 4})) << "the cross-hair stays";
@@ -477,6 +517,11 @@ struct CancelCase
     const char *proof;   ///< what the console says when the phase was interrupted
     const char *never;   ///< what it would say had the phase run to its end (or null)
 };
+
+void PrintTo(const CancelCase &c, std::ostream *out)
+{
+    *out << c.name;
+}
 
 class CancelOpen : public ViewerWindowTest, public testing::WithParamInterface<CancelCase>
 {
@@ -527,8 +572,9 @@ TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
     EXPECT_FALSE(window->cancelButton()->isVisible());
     EXPECT_NE(consoleText.find("opening cancelled; nothing was loaded"), std::string::npos);
     EXPECT_NE(consoleText.find(c.proof), std::string::npos) << consoleText;
-    if (c.never)
+    if (c.never) {
         EXPECT_EQ(consoleText.find(c.never), std::string::npos) << consoleText;
+    }
     EXPECT_TRUE(window->statusBar()->currentMessage().contains(QStringLiteral("cancelled")));
 }
 
@@ -551,7 +597,7 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
     for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_sag/In/2_gre_field_mapping"))
         std::filesystem::copy_file(f, folder + "/" + std::filesystem::path(f).filename().string());
     std::ofstream(folder + "/broken.dcm") << "DICM? no";
-    const OpenOutcome outcome = open({QString::fromStdString(folder)});
+    const OpenOutcome outcome = open({QString::fromStdString(folder)}, true);
     ASSERT_EQ(outcome.added.size(), 1u);
     EXPECT_EQ(outcome.failures, 1);
     auto *field = dynamic_cast<VxField3 *>(outcome.added.front());
@@ -563,30 +609,41 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
     // bundles above it.
     QTreeWidget *tree = window->parameters()->tree();
     window->parameters()->filterEdit()->setText(QStringLiteral("patient name"));
-    QTreeWidgetItem *nameRow = nullptr;
-    int shownRows = 0;
-    for (QTreeWidgetItemIterator it(tree); *it; ++it) {
-        if ((*it)->isHidden())
-            continue;
-        bool ancestorsShown = true;
+    QStringList shown; // the rows a user sees: every ancestor shown too
+    for (QTreeWidgetItemIterator it(tree, QTreeWidgetItemIterator::NotHidden); *it; ++it) {
+        bool visible = true;
         for (QTreeWidgetItem *p = (*it)->parent(); p; p = p->parent())
-            ancestorsShown = ancestorsShown && !p->isHidden();
-        if (!ancestorsShown)
-            continue;
-        ++shownRows;
-        if ((*it)->text(0) == QLatin1String("(0010,0010)") && (*it)->parent() &&
-            (*it)->parent()->text(0) == QLatin1String("All"))
-            nameRow = *it;
+            visible = visible && !p->isHidden();
+        if (visible)
+            shown << QStringList({(*it)->text(0), (*it)->text(1), (*it)->text(2)}).join('|');
     }
-    ASSERT_TRUE(nameRow);
-    EXPECT_EQ(nameRow->text(1), QStringLiteral("patient name"));
-    EXPECT_EQ(nameRow->text(2), QStringLiteral("PN"));
-    EXPECT_LT(shownRows, 20) << "the filter hides the other attributes";
+    EXPECT_TRUE(shown.contains(QStringLiteral("(0010,0010)|patient name|PN")))
+        << shown.join(' ').toStdString();
+    EXPECT_LT(shown.size(), 20) << "the filter hides the other attributes";
 
     // NRRD keeps the geometry and the attributes: the reopened field puts
     // its voxels where the DICOM field had them.
     const std::array<int, 3> voxel = {2, 20, 40};
     const Vec3 original = worldMm(*field, voxel);
+
+    // Save as DICOM: the save dialog with the attributes in its table;
+    // Save writes a file per slice.
+    const std::string dicomOut = tmp.file("saved");
+    std::filesystem::create_directories(dicomOut);
+    const QPointer<QTimer> saving =
+        uitest::when([] { return uitest::visibleWindow<QxDicom3SaveDialog>() != nullptr; },
+                     [] {
+                         auto *dialog = uitest::visibleWindow<QxDicom3SaveDialog>();
+                         EXPECT_GT(dialog->table()->rowCount(), 10);
+                         QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+                     });
+    EXPECT_EQ(window->saveCurrentAsDicom(QString::fromStdString(dicomOut)),
+              field->lattice()->dim(2));
+    delete saving.data();
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dicomOut),
+                            std::filesystem::directory_iterator()),
+              field->lattice()->dim(2));
+
     const std::string saved = tmp.file("fieldmap.nrrd");
     ASSERT_TRUE(window->saveCurrent(QString::fromStdString(saved)));
     ASSERT_TRUE(window->openFieldFile(QString::fromStdString(saved)));
@@ -607,17 +664,13 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
         5000))
         << window->console()->toPlainText().toStdString();
     EXPECT_EQ(reopened->label(), "Anonymized");
-    bool listed = false;
-    for (int i = 0; i < window->dataList()->topLevelItemCount(); ++i)
-        listed =
-            listed || window->dataList()->topLevelItem(i)->text(0) == QLatin1String("Anonymized");
-    EXPECT_TRUE(listed);
+    EXPECT_EQ(window->dataList()->findItems(QStringLiteral("Anonymized"), Qt::MatchExactly).size(),
+              1);
     window->parameters()->filterEdit()->setText(QStringLiteral("<Anonymized>"));
-    bool anonymizedShown = false;
-    for (QTreeWidgetItemIterator it(tree); *it; ++it)
-        anonymizedShown = anonymizedShown ||
-                          (!(*it)->isHidden() && (*it)->text(3) == QLatin1String("<Anonymized>"));
-    EXPECT_TRUE(anonymizedShown);
+    const QList<QTreeWidgetItem *> values =
+        tree->findItems(QStringLiteral("<Anonymized>"), Qt::MatchExactly | Qt::MatchRecursive, 3);
+    EXPECT_TRUE(std::any_of(values.begin(), values.end(),
+                            [](const QTreeWidgetItem *i) { return !i->isHidden(); }));
 
     // A file that is no volume: an error naming it, in the console and the
     // status bar, and nothing else changes.
