@@ -11,7 +11,7 @@ packages=(
     libopenjp2-7-dev
     libarchive-dev ncompress tcl
     libnifti2-dev zlib1g-dev
-    libdeflate-dev pigz nifti-bin
+    libdeflate-dev pigz nifti-bin libteem-dev
     libcoin-dev
     libgtest-dev
     dcm2niix libgdcm-tools teem-apps dicom3tools

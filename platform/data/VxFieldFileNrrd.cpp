@@ -1,17 +1,20 @@
-// NRRD reading and writing (attached or single detached data; raw, gzip or
-// ascii encoding), after the NRRD0004 format definition of teem.
+// NRRD files through teem's nrrd library, the format's reference
+// implementation: teem parses headers and decodes the samples (raw, gzip,
+// bzip2, ascii; attached or detached data) and formats the headers we write.
+// The samples we write go through vxfield::writeFile, which puts a file under
+// its name only once it is complete and compresses gzip members on all cores.
 
 #include "platform/core/VxMessage.h"
 #include "platform/data/FieldGeometry.h"
 #include "platform/data/OutputFile.h"
 #include "platform/data/VxFieldFile.h"
 
-#include <zlib.h>
+#include <teem/biff.h>
+#include <teem/nrrd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -19,8 +22,8 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
-#include <strings.h>
 #include <sys/stat.h>
 #include <vector>
 
@@ -39,80 +42,79 @@ bool fail(KcString *error, const char *verb, const char *path, const KcString &w
     return false;
 }
 
-bool hostIsLittleEndian()
+// teem reports errors through biff, a store of messages per library that is
+// shared by the whole process, and keeps its settings in globals: one call
+// into teem at a time.
+std::mutex &teemMutex()
 {
-    const uint16_t one = 1;
-    unsigned char first;
-    std::memcpy(&first, &one, 1);
-    return first == 1;
+    static std::mutex m;
+    return m;
 }
 
+void quietTeem()
+{
+    static bool done = false;
+    if (!done) {
+        nrrdStateVerboseIO = 0; // no notes of its own on stderr
+        done = true;
+    }
+}
+
+// teem's account of a failure, innermost last: "[nrrd] fn: text" lines. The
+// two innermost texts say what was wrong, e.g. "trouble parsing sizes info
+// |2 2|: parsed 2 values, but dimension is 3".
+KcString teemError()
+{
+    char *raw = biffGetDone(NRRD);
+    std::vector<std::string> texts;
+    for (const char *p = raw; p && *p;) {
+        const char *end = std::strchr(p, '\n');
+        std::string line(p, end ? static_cast<size_t>(end - p) : std::strlen(p));
+        p = end ? end + 1 : p + line.size();
+        if (line.compare(0, 7, "[nrrd] ") == 0)
+            line.erase(0, 7);
+        const size_t colon = line.find(": ");
+        if (colon != std::string::npos && line.find(' ') > colon)
+            line.erase(0, colon + 2); // the function name
+        else if (!line.empty() && line.back() == ':' && line.find(' ') == std::string::npos)
+            line.clear();
+        if (!line.empty())
+            texts.push_back(line);
+    }
+    std::free(raw);
+    if (texts.empty())
+        return "teem's nrrd library gave no reason";
+    if (texts.size() == 1 || texts[texts.size() - 2].compare(0, 7, "trouble") != 0)
+        return texts.back();
+    return texts[texts.size() - 2] + ": " + texts.back();
+}
+
+struct NrrdNixer
+{
+    void operator()(Nrrd *n) const { nrrdNix(n); } // frees all but the samples
+};
+using NrrdPtr = std::unique_ptr<Nrrd, NrrdNixer>;
+struct IoStateNixer
+{
+    void operator()(NrrdIoState *s) const { nrrdIoStateNix(s); }
+};
+using IoStatePtr = std::unique_ptr<NrrdIoState, IoStateNixer>;
 struct FileCloser
 {
-    void operator()(FILE *f) const
-    {
-        if (f)
-            std::fclose(f);
-    }
+    void operator()(FILE *f) const { std::fclose(f); }
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 struct FreeDeleter
 {
     void operator()(void *p) const { std::free(p); }
 };
 using Buffer = std::unique_ptr<void, FreeDeleter>;
 
-// ---------------------------------------------------------------- text forms
-
 std::string formatNumber(double v)
 {
     char buf[40];
     std::snprintf(buf, sizeof buf, "%.12g", v);
     return buf;
-}
-
-std::string formatVector(const Vec3 &v)
-{
-    return "(" + formatNumber(v[0]) + "," + formatNumber(v[1]) + "," + formatNumber(v[2]) + ")";
-}
-
-// Values: NRRD escapes only newlines and backslashes.
-std::string escapeValue(const std::string &s)
-{
-    std::string out;
-    out.reserve(s.size());
-    for (char c : s) {
-        if (c == '\\')
-            out += "\\\\";
-        else if (c == '\n')
-            out += "\\n";
-        else
-            out += c;
-    }
-    return out;
-}
-
-std::string unescapeValue(const std::string &s)
-{
-    std::string out;
-    out.reserve(s.size());
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] == '\\' && i + 1 < s.size()) {
-            if (s[i + 1] == 'n') {
-                out += '\n';
-                ++i;
-                continue;
-            }
-            if (s[i + 1] == '\\') {
-                out += '\\';
-                ++i;
-                continue;
-            }
-        }
-        out += s[i];
-    }
-    return out;
 }
 
 // Names in key paths: the path separator, the key-value separator, blanks
@@ -148,92 +150,6 @@ std::string decodeName(const std::string &s)
     return out;
 }
 
-std::string trim(const std::string &s)
-{
-    size_t a = 0;
-    size_t b = s.size();
-    while (a < b && std::isspace(static_cast<unsigned char>(s[a])))
-        ++a;
-    while (b > a && std::isspace(static_cast<unsigned char>(s[b - 1])))
-        --b;
-    return s.substr(a, b - a);
-}
-
-std::vector<std::string> words(const std::string &s)
-{
-    std::vector<std::string> out;
-    size_t i = 0;
-    while (i < s.size()) {
-        while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i])))
-            ++i;
-        size_t j = i;
-        while (j < s.size() && !std::isspace(static_cast<unsigned char>(s[j])))
-            ++j;
-        if (j > i)
-            out.push_back(s.substr(i, j - i));
-        i = j;
-    }
-    return out;
-}
-
-bool parseDouble(const std::string &s, double &v)
-{
-    const std::string t = trim(s);
-    if (t.empty())
-        return false;
-    char *end = nullptr;
-    v = std::strtod(t.c_str(), &end);
-    return end && *end == '\0';
-}
-
-// "(a,b,c)" groups and "none" words, in order. False when a group is not
-// three numbers.
-bool parseVectors(const std::string &s, std::vector<std::pair<bool, Vec3>> &out)
-{
-    size_t i = 0;
-    while (i < s.size()) {
-        if (std::isspace(static_cast<unsigned char>(s[i]))) {
-            ++i;
-            continue;
-        }
-        if (s[i] == '(') {
-            const size_t close = s.find(')', i);
-            if (close == std::string::npos)
-                return false;
-            std::string inner = s.substr(i + 1, close - i - 1);
-            Vec3 v{0, 0, 0};
-            size_t n = 0;
-            size_t start = 0;
-            while (true) {
-                const size_t comma = inner.find(',', start);
-                const std::string part = inner.substr(
-                    start, comma == std::string::npos ? std::string::npos : comma - start);
-                if (n >= 3 || !parseDouble(part, v[n]) || !std::isfinite(v[n]))
-                    return false;
-                ++n;
-                if (comma == std::string::npos)
-                    break;
-                start = comma + 1;
-            }
-            if (n != 3)
-                return false;
-            out.emplace_back(true, v);
-            i = close + 1;
-        } else {
-            size_t j = i;
-            while (j < s.size() && !std::isspace(static_cast<unsigned char>(s[j])))
-                ++j;
-            if (strcasecmp(s.substr(i, j - i).c_str(), "none") != 0)
-                return false;
-            out.emplace_back(false, Vec3{0, 0, 0});
-            i = j;
-        }
-    }
-    return true;
-}
-
-// ------------------------------------------------------------------ writing
-
 void flattenParameters(const VxParamBundle &bundle, const std::string &prefix,
                        std::vector<std::pair<std::string, std::string>> &keys, std::string &types)
 {
@@ -261,251 +177,75 @@ void flattenParameters(const VxParamBundle &bundle, const std::string &prefix,
     }
 }
 
-const char *nrrdTypeName(KcPrimType type)
+int teemType(KcPrimType type)
 {
     switch (type.id()) {
     case KcPrimType::UInt8:
-        return "uint8";
+        return nrrdTypeUChar;
     case KcPrimType::Int16:
-        return "int16";
+        return nrrdTypeShort;
     case KcPrimType::UInt16:
-        return "uint16";
+        return nrrdTypeUShort;
     case KcPrimType::Int32:
-        return "int32";
+        return nrrdTypeInt;
     case KcPrimType::Float:
-        return "float";
+        return nrrdTypeFloat;
     }
-    return "uint8";
+    return nrrdTypeUChar;
 }
 
-// ------------------------------------------------------------------ reading
-
-struct Header
+// What a file's sample type is loaded as: int8 widens to int16, double
+// narrows to float; the other types of teem are refused.
+bool loadedType(int teem, KcPrimType &type)
 {
-    std::map<std::string, std::string> fields; // lower-case field name -> value
-    std::vector<std::pair<std::string, std::string>> keys;
-    long dataOffset = 0;
-};
-
-bool readLine(FILE *f, std::string &line)
-{
-    line.clear();
-    int c;
-    while ((c = std::fgetc(f)) != EOF) {
-        if (c == '\n')
-            return true;
-        line += static_cast<char>(c);
+    switch (teem) {
+    case nrrdTypeChar:
+    case nrrdTypeShort:
+        type = KcPrimType::Int16;
+        return true;
+    case nrrdTypeUChar:
+        type = KcPrimType::UInt8;
+        return true;
+    case nrrdTypeUShort:
+        type = KcPrimType::UInt16;
+        return true;
+    case nrrdTypeInt:
+        type = KcPrimType::Int32;
+        return true;
+    case nrrdTypeFloat:
+    case nrrdTypeDouble:
+        type = KcPrimType::Float;
+        return true;
     }
-    return !line.empty();
-}
-
-bool readHeader(FILE *f, Header &h, KcString &why)
-{
-    std::string line;
-    if (!readLine(f, line) || line.compare(0, 4, "NRRD") != 0) {
-        why = "not an NRRD file (no NRRD magic)";
-        return false;
-    }
-    while (true) {
-        if (!readLine(f, line))
-            break; // a detached header may end without a blank line
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        if (line.empty())
-            break;
-        if (line[0] == '#')
-            continue;
-        const size_t kv = line.find(":=");
-        const size_t colon = line.find(": ");
-        if (kv != std::string::npos && (colon == std::string::npos || kv < colon)) {
-            h.keys.emplace_back(unescapeValue(line.substr(0, kv)),
-                                unescapeValue(line.substr(kv + 2)));
-            continue;
-        }
-        if (colon == std::string::npos) {
-            why = "header line without \": \": \"" + line.substr(0, 80) + "\"";
-            return false;
-        }
-        std::string name = trim(line.substr(0, colon));
-        for (char &c : name)
-            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        h.fields[name] = trim(line.substr(colon + 2));
-    }
-    h.dataOffset = std::ftell(f);
-    return true;
-}
-
-const std::string *field(const Header &h, std::initializer_list<const char *> names)
-{
-    for (const char *n : names) {
-        auto it = h.fields.find(n);
-        if (it != h.fields.end())
-            return &it->second;
-    }
-    return nullptr;
-}
-
-// The sample type of the file, and what it is loaded as.
-bool parseType(const std::string &text, KcPrimType &loaded, int &fileBytes, bool &isFloat,
-               bool &isSigned)
-{
-    std::string t;
-    for (char c : text)
-        t += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    struct Entry
-    {
-        const char *names[6];
-        KcPrimType loaded;
-        int bytes;
-        bool isFloat;
-        bool isSigned;
-    };
-    static const Entry table[] = {
-        {{"signed char", "int8", "int8_t", nullptr}, KcPrimType::Int16, 1, false, true},
-        {{"uchar", "unsigned char", "uint8", "uint8_t", nullptr},
-         KcPrimType::UInt8,
-         1,
-         false,
-         false},
-        {{"short", "short int", "signed short", "signed short int", "int16", "int16_t"},
-         KcPrimType::Int16,
-         2,
-         false,
-         true},
-        {{"ushort", "unsigned short", "unsigned short int", "uint16", "uint16_t", nullptr},
-         KcPrimType::UInt16,
-         2,
-         false,
-         false},
-        {{"int", "signed int", "int32", "int32_t", nullptr}, KcPrimType::Int32, 4, false, true},
-        {{"float", nullptr}, KcPrimType::Float, 4, true, true},
-        {{"double", nullptr}, KcPrimType::Float, 8, true, true},
-    };
-    for (const Entry &e : table)
-        for (const char *n : e.names)
-            if (n && t == n) {
-                loaded = e.loaded;
-                fileBytes = e.bytes;
-                isFloat = e.isFloat;
-                isSigned = e.isSigned;
-                return true;
-            }
     return false;
 }
 
-void swapBytes(void *data, size_t count, int size)
+bool isFinite(const double *v, unsigned n)
 {
-    auto *p = static_cast<unsigned char *>(data);
-    for (size_t i = 0; i < count; ++i, p += size)
-        std::reverse(p, p + size);
-}
-
-// Decompresses gzip (or zlib) data from f: skips `skip` bytes of the
-// decompressed stream, then fills `need` bytes.
-bool readGzip(FILE *f, long skip, void *dst, size_t need, KcString &why)
-{
-    z_stream zs;
-    std::memset(&zs, 0, sizeof zs);
-    if (inflateInit2(&zs, 15 + 32) != Z_OK) {
-        why = "cannot start gzip decompression";
-        return false;
-    }
-    std::vector<unsigned char> in(1 << 18);
-    std::vector<unsigned char> scratch(skip > 0 ? std::min<long>(skip, 1 << 16) : 0);
-    auto *out = static_cast<unsigned char *>(dst);
-    size_t done = 0;
-    long skipped = 0;
-    bool ended = false;
-    while (done < need) {
-        if (zs.avail_in == 0) {
-            const size_t n = std::fread(in.data(), 1, in.size(), f);
-            if (n == 0)
-                break;
-            zs.next_in = in.data();
-            zs.avail_in = static_cast<uInt>(n);
-        }
-        if (skipped < skip) {
-            zs.next_out = scratch.data();
-            zs.avail_out = static_cast<uInt>(std::min<long>(skip - skipped, scratch.size()));
-        } else {
-            zs.next_out = out + done;
-            zs.avail_out = static_cast<uInt>(std::min<size_t>(need - done, 1u << 30));
-        }
-        const uInt before = zs.avail_out;
-        const int rc = inflate(&zs, Z_NO_FLUSH);
-        const size_t produced = before - zs.avail_out;
-        if (skipped < skip)
-            skipped += static_cast<long>(produced);
-        else
-            done += produced;
-        if (rc == Z_STREAM_END) {
-            // Concatenated gzip members continue the stream.
-            if (zs.avail_in == 0 && std::feof(f)) {
-                ended = true;
-                break;
-            }
-            inflateReset(&zs);
-            continue;
-        }
-        if (rc != Z_OK && rc != Z_BUF_ERROR) {
-            inflateEnd(&zs);
-            why = KcString::format("the gzip data is corrupt (%s)", zs.msg ? zs.msg : "zlib error");
+    for (unsigned i = 0; i < n; ++i)
+        if (!std::isfinite(v[i]))
             return false;
-        }
-    }
-    inflateEnd(&zs);
-    if (done < need) {
-        why = KcString::format("the gzip data holds %zu of %zu bytes%s", done, need,
-                               ended ? "" : " (truncated)");
-        return false;
-    }
     return true;
 }
 
-bool readAscii(FILE *f, void *dst, size_t count, KcPrimType type, KcString &why)
+// The offset of the first byte after the header (the line after the first
+// empty one), or -1 when the file ends first.
+long dataOffset(FILE *f)
 {
-    size_t n = 0;
-    while (n < count) {
-        double v;
-        int c;
-        // Numbers may be separated by blanks, newlines or commas.
-        while ((c = std::fgetc(f)) != EOF && (std::isspace(c) || c == ','))
-            ;
-        if (c == EOF)
-            break;
-        std::ungetc(c, f);
-        if (std::fscanf(f, "%lf", &v) != 1) {
-            why = KcString::format("ascii sample %zu is not a number", n);
-            return false;
-        }
-        switch (type.id()) {
-        case KcPrimType::UInt8:
-            static_cast<uint8_t *>(dst)[n] =
-                static_cast<uint8_t>(std::clamp(std::round(v), 0.0, 255.0));
-            break;
-        case KcPrimType::Int16:
-            static_cast<int16_t *>(dst)[n] =
-                static_cast<int16_t>(std::clamp(std::round(v), -32768.0, 32767.0));
-            break;
-        case KcPrimType::UInt16:
-            static_cast<uint16_t *>(dst)[n] =
-                static_cast<uint16_t>(std::clamp(std::round(v), 0.0, 65535.0));
-            break;
-        case KcPrimType::Int32:
-            static_cast<int32_t *>(dst)[n] =
-                static_cast<int32_t>(std::clamp(std::round(v), -2147483648.0, 2147483647.0));
-            break;
-        case KcPrimType::Float:
-            static_cast<float *>(dst)[n] = static_cast<float>(v);
-            break;
-        }
-        ++n;
+    int previous = '\n';
+    bool lineStart = false;
+    int c;
+    std::rewind(f);
+    while ((c = std::fgetc(f)) != EOF) {
+        if (c == '\n' && (previous == '\n' || (previous == '\r' && lineStart)))
+            return std::ftell(f);
+        if (c == '\n')
+            lineStart = true;
+        else if (c != '\r')
+            lineStart = false;
+        previous = c;
     }
-    if (n < count) {
-        why = KcString::format("the ascii data holds %zu of %zu samples", n, count);
-        return false;
-    }
-    return true;
+    return -1;
 }
 
 // Inserts a parameter (or, for a path ending in "/", an empty bundle) at
@@ -547,6 +287,88 @@ KcString directoryOf(const char *path)
     return slash == std::string::npos ? KcString(".") : KcString(p.substr(0, slash));
 }
 
+// The header teem formats for the field: LPS space, the axes as space
+// directions, millimetres, kinds, and the parameters as key/value pairs. The
+// samples are written by the caller; teem only formats (skipData).
+bool formatHeader(const VxField3 &field, const Geometry &g, bool gzip, std::string &header,
+                  KcString &why)
+{
+    const VxLattice3 *lat = field.lattice();
+    const int comps = lat->nComponents();
+    const unsigned dim = comps > 1 ? 4 : 3;
+    const unsigned first = comps > 1 ? 1 : 0;
+    size_t sizes[NRRD_DIM_MAX];
+    double directions[NRRD_DIM_MAX][NRRD_SPACE_DIM_MAX];
+    int kinds[NRRD_DIM_MAX];
+    if (comps > 1) {
+        sizes[0] = static_cast<size_t>(comps);
+        nrrdSpaceVecSetNaN(directions[0]);
+        const bool colour = lat->primType() == KcPrimType::UInt8;
+        kinds[0] = comps == 3 && colour   ? nrrdKindRGBColor
+                   : comps == 4 && colour ? nrrdKindRGBAColor
+                                          : nrrdKindVector;
+    }
+    for (unsigned k = 0; k < 3; ++k) {
+        sizes[first + k] = static_cast<size_t>(lat->dim(static_cast<int>(k)));
+        nrrdSpaceVecSetNaN(directions[first + k]);
+        for (unsigned c = 0; c < 3; ++c)
+            directions[first + k][c] = g.axis[k][c];
+        kinds[first + k] = nrrdKindDomain;
+    }
+
+    std::vector<std::pair<std::string, std::string>> keys;
+    std::string types;
+    flattenParameters(field.parameters(), "", keys, types);
+    std::string offsets;
+    for (double d : g.sliceOffsetsMm) {
+        if (!offsets.empty())
+            offsets += ' ';
+        offsets += formatNumber(d);
+    }
+
+    std::lock_guard<std::mutex> lock(teemMutex());
+    quietTeem();
+    NrrdPtr n(nrrdNew());
+    IoStatePtr io(nrrdIoStateNew());
+    if (!n || !io)
+        return why = "out of memory", false;
+    // teem only reads the samples' address here: it writes no data.
+    if (nrrdWrap_nva(n.get(), const_cast<void *>(lat->data()), teemType(lat->primType()), dim,
+                     sizes) ||
+        nrrdSpaceSet(n.get(), nrrdSpaceLeftPosteriorSuperior) ||
+        nrrdSpaceOriginSet(n.get(), g.origin.data()))
+        return why = teemError(), false;
+    nrrdAxisInfoSet_nva(n.get(), nrrdAxisInfoSpaceDirection, directions);
+    nrrdAxisInfoSet_nva(n.get(), nrrdAxisInfoKind, kinds);
+    for (unsigned c = 0; c < 3; ++c)
+        n->spaceUnits[c] = airStrdup("mm");
+    if (!field.label().isEmpty())
+        n->content = airStrdup(field.label().c_str());
+    int rc = 0;
+    if (g.stacked)
+        rc |= nrrdKeyValueAdd(n.get(), kSliceOffsetsKey, offsets.c_str());
+    if (!types.empty())
+        rc |= nrrdKeyValueAdd(n.get(), kParameterTypesKey, types.c_str());
+    for (const auto &[key, value] : keys)
+        rc |= nrrdKeyValueAdd(n.get(), key.c_str(), value.c_str());
+    if (rc)
+        return why = teemError(), false;
+
+    io->skipData = AIR_TRUE;
+    nrrdIoStateEncodingSet(io.get(), gzip ? nrrdEncodingGzip : nrrdEncodingRaw);
+    char *text = nullptr;
+    if (nrrdStringWrite(&text, n.get(), io.get())) {
+        std::free(text);
+        n->data = nullptr;
+        return why = teemError(), false;
+    }
+    n->data = nullptr;
+    header = text;
+    std::free(text);
+    header += "\n"; // the empty line before the samples
+    return true;
+}
+
 } // namespace
 
 bool VxFieldFile::saveNrrd(const VxField3 &field, const char *path, bool gzip, KcString *error)
@@ -566,51 +388,9 @@ bool VxFieldFile::saveNrrd(const VxField3 &field, const char *path, bool gzip, K
     KcString why;
     if (!vxfield::geometryOf(field, g, why))
         return fail(error, verb, path, why);
-
-    const int comps = lat->nComponents();
-    std::string h = "NRRD0004\n"
-                    "# NRRD file format, as teem reads it:\n"
-                    "# http://teem.sourceforge.net/nrrd/format.html\n";
-    h += std::string("type: ") + nrrdTypeName(lat->primType()) + "\n";
-    h += comps > 1 ? "dimension: 4\n" : "dimension: 3\n";
-    h += "space: left-posterior-superior\n";
-    h += "sizes:";
-    if (comps > 1)
-        h += " " + std::to_string(comps);
-    for (int k = 0; k < 3; ++k)
-        h += " " + std::to_string(lat->dim(k));
-    h += "\nspace directions:";
-    if (comps > 1)
-        h += " none";
-    for (int k = 0; k < 3; ++k)
-        h += " " + formatVector(g.axis[k]);
-    h += "\nkinds:";
-    if (comps > 1) {
-        const bool colour = lat->primType() == KcPrimType::UInt8;
-        h += comps == 3 && colour ? " RGB-color" : comps == 4 && colour ? " RGBA-color" : " vector";
-    }
-    h += " domain domain domain\n";
-    h += std::string("endian: ") + (hostIsLittleEndian() ? "little" : "big") + "\n";
-    h += std::string("encoding: ") + (gzip ? "gzip" : "raw") + "\n";
-    h += "space origin: " + formatVector(g.origin) + "\n";
-    h += "space units: \"mm\" \"mm\" \"mm\"\n";
-    if (!field.label().isEmpty())
-        h += "content: " + escapeValue(field.label()) + "\n";
-
-    std::vector<std::pair<std::string, std::string>> keys;
-    std::string types;
-    flattenParameters(field.parameters(), "", keys, types);
-    if (g.stacked) {
-        std::string offsets;
-        for (double d : g.sliceOffsetsMm)
-            offsets += (offsets.empty() ? "" : " ") + formatNumber(d);
-        h += std::string(kSliceOffsetsKey) + ":=" + offsets + "\n";
-    }
-    if (!types.empty())
-        h += std::string(kParameterTypesKey) + ":=" + types + "\n";
-    for (const auto &[key, value] : keys)
-        h += key + ":=" + escapeValue(value) + "\n";
-    h += "\n";
+    std::string h;
+    if (!formatHeader(field, g, gzip, h, why))
+        return fail(error, verb, path, why);
 
     // The header as it is; the samples raw after it or as gzip members.
     const vxfield::ByteRange header{h.data(), h.size()};
@@ -631,63 +411,41 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
     };
     if (!path || !*path)
         return bad("no file name");
+    // teem also reads PNM, PNG, VTK and plain text; a field file must be NRRD.
     FilePtr f(std::fopen(path, "rb"));
     if (!f)
         return bad("cannot open: " + vxfield::systemError());
-    Header h;
-    KcString why;
-    if (!readHeader(f.get(), h, why))
-        return bad(why);
+    char magic[4] = {};
+    if (std::fread(magic, 1, 4, f.get()) != 4 || std::memcmp(magic, "NRRD", 4) != 0)
+        return bad("not an NRRD file (no NRRD magic)");
 
-    // Sample type.
-    const std::string *typeText = field(h, {"type"});
-    if (!typeText)
-        return bad("no \"type\" field");
+    std::unique_lock<std::mutex> lock(teemMutex());
+    quietTeem();
+
+    // The header alone first: what it promises is checked before teem
+    // allocates and reads the samples.
+    NrrdPtr n(nrrdNew());
+    IoStatePtr io(nrrdIoStateNew());
+    if (!n || !io)
+        return bad("out of memory");
+    io->skipData = AIR_TRUE;
+    if (nrrdLoad(n.get(), path, io.get()))
+        return bad(teemError());
+
     KcPrimType type;
-    int fileBytes = 0;
-    bool isFloat = false;
-    bool isSigned = false;
-    if (!parseType(*typeText, type, fileBytes, isFloat, isSigned))
-        return bad("sample type \"" + *typeText + "\" is not supported");
-
-    // Axes.
-    const std::string *dimText = field(h, {"dimension"});
-    const std::string *sizesText = field(h, {"sizes"});
-    if (!dimText || !sizesText)
-        return bad("no \"dimension\" or \"sizes\" field");
-    const int dimension = std::atoi(dimText->c_str());
-    if (dimension < 1 || dimension > 16)
-        return bad("dimension " + *dimText + " is not supported");
-    std::vector<long long> sizes;
-    for (const std::string &w : words(*sizesText)) {
-        char *end = nullptr;
-        const long long v = std::strtoll(w.c_str(), &end, 10);
-        if (!end || *end || v < 1 || v > INT_MAX)
-            return bad("size \"" + w + "\" is not a positive count");
-        sizes.push_back(v);
-    }
-    if (static_cast<int>(sizes.size()) != dimension)
-        return bad(KcString::format("%zu sizes for dimension %d", sizes.size(), dimension));
-
-    std::vector<std::string> kinds(static_cast<size_t>(dimension), "");
-    if (const std::string *k = field(h, {"kinds"})) {
-        const std::vector<std::string> w = words(*k);
-        for (size_t i = 0; i < w.size() && i < kinds.size(); ++i)
-            kinds[i] = w[i];
-    }
-    std::vector<std::pair<bool, Vec3>> directions;
-    if (const std::string *d = field(h, {"space directions"})) {
-        if (!parseVectors(*d, directions) || static_cast<int>(directions.size()) != dimension)
-            return bad("\"space directions\" does not give one vector or none per axis");
-    }
-    auto isDomainKind = [](const std::string &k) {
-        return k.empty() || strcasecmp(k.c_str(), "domain") == 0 ||
-               strcasecmp(k.c_str(), "space") == 0;
-    };
+    if (!loadedType(n->type, type))
+        return bad(
+            KcString::format("sample type \"%s\" is not supported", airEnumStr(nrrdType, n->type)));
+    const int dimension = static_cast<int>(n->dim);
+    const unsigned spaceDim = n->spaceDim;
+    if (spaceDim != 0 && spaceDim != 3)
+        return bad(KcString::format("space \"%s\" (%u dimensions) is not supported",
+                                    airEnumStr(nrrdSpace, n->space), spaceDim));
     auto isSpatial = [&](int axis) {
-        if (!directions.empty())
-            return directions[static_cast<size_t>(axis)].first;
-        return isDomainKind(kinds[static_cast<size_t>(axis)]);
+        const NrrdAxisInfo &a = n->axis[axis];
+        if (spaceDim) // teem takes "none" as NaN and refuses other vectors that are not finite
+            return isFinite(a.spaceDirection, spaceDim);
+        return a.kind == nrrdKindUnknown || a.kind == nrrdKindDomain || a.kind == nrrdKindSpace;
     };
 
     // A first non-spatial axis holds the components of each voxel; the next
@@ -696,80 +454,70 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
     int axis = 0;
     int components = 1;
     if (dimension > 1 && !isSpatial(0)) {
-        components = static_cast<int>(sizes[0]);
+        components = static_cast<int>(n->axis[0].size);
         axis = 1;
     }
     int dims[3] = {1, 1, 1};
     Vec3 columns[3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
+    Vec3 origin{0, 0, 0};
     int spatialAxes = 0;
     for (; axis < dimension && spatialAxes < 3; ++axis) {
+        const NrrdAxisInfo &a = n->axis[axis];
         if (!isSpatial(axis))
             return bad(
                 KcString::format("axis %d is not spatial where a spatial one is needed", axis));
-        dims[spatialAxes] = static_cast<int>(sizes[static_cast<size_t>(axis)]);
-        if (!directions.empty())
-            columns[spatialAxes] = directions[static_cast<size_t>(axis)].second;
+        if (a.size > INT32_MAX)
+            return bad(KcString::format("axis %d has %zu samples", axis, a.size));
+        dims[spatialAxes] = static_cast<int>(a.size);
+        if (spaceDim) {
+            for (size_t c = 0; c < 3; ++c)
+                columns[spatialAxes][c] = a.spaceDirection[c];
+        } else {
+            // Without a space: "spacings" and "axis mins" along the axes.
+            const double spacing = a.spacing;
+            columns[spatialAxes][static_cast<size_t>(spatialAxes)] =
+                std::isfinite(spacing) && spacing != 0.0 ? spacing : 1.0;
+            if (std::isfinite(a.min))
+                origin[static_cast<size_t>(spatialAxes)] = a.min;
+        }
         ++spatialAxes;
     }
     size_t volumes = 1;
     for (; axis < dimension; ++axis)
-        volumes *= static_cast<size_t>(sizes[static_cast<size_t>(axis)]);
+        volumes *= n->axis[axis].size;
     if (spatialAxes == 0)
         return bad("no spatial axis");
-
-    // Without space directions: "spacings" and "axis mins" along the axes.
-    Vec3 origin{0, 0, 0};
-    const int firstSpatial = components > 1 ? 1 : 0;
-    if (directions.empty()) {
-        std::vector<std::string> sp;
-        std::vector<std::string> mins;
-        if (const std::string *s = field(h, {"spacings"}))
-            sp = words(*s);
-        if (const std::string *s = field(h, {"axis mins", "axismins"}))
-            mins = words(*s);
-        for (int k = 0; k < spatialAxes; ++k) {
-            const size_t a = static_cast<size_t>(firstSpatial + k);
-            double spacing = 1.0;
-            if (a < sp.size() && !parseDouble(sp[a], spacing))
-                spacing = 1.0;
-            if (!std::isfinite(spacing) || spacing == 0.0)
-                spacing = 1.0;
-            columns[k][static_cast<size_t>(k)] = spacing;
-            double lo = 0.0;
-            if (a < mins.size() && parseDouble(mins[a], lo) && std::isfinite(lo))
-                origin[static_cast<size_t>(k)] = lo;
-        }
-    } else if (const std::string *o = field(h, {"space origin"})) {
-        std::vector<std::pair<bool, Vec3>> v;
-        if (!parseVectors(*o, v) || v.size() != 1 || !v[0].first)
-            return bad("\"space origin\" is not one vector");
-        origin = v[0].second;
-    }
+    if (spaceDim && isFinite(n->spaceOrigin, 3))
+        for (size_t c = 0; c < 3; ++c)
+            origin[c] = n->spaceOrigin[c];
 
     // Patient space: LPS as it is; RAS and LAS are mirrored into it.
     double sign[3] = {1, 1, 1};
-    if (const std::string *s = field(h, {"space"})) {
-        std::string sp;
-        for (char c : *s)
-            sp += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        if (sp == "right-anterior-superior" || sp == "ras") {
-            sign[0] = sign[1] = -1;
-        } else if (sp == "left-anterior-superior" || sp == "las") {
-            sign[1] = -1;
-        } else if (sp != "left-posterior-superior" && sp != "lps" && sp != "scanner-xyz" &&
-                   sp != "3d-right-handed" && sp != "3d-left-handed") {
-            return bad("space \"" + *s + "\" is not supported");
-        }
+    switch (n->space) {
+    case nrrdSpaceRightAnteriorSuperior:
+        sign[0] = sign[1] = -1;
+        break;
+    case nrrdSpaceLeftAnteriorSuperior:
+        sign[1] = -1;
+        break;
+    case nrrdSpaceUnknown:
+    case nrrdSpaceLeftPosteriorSuperior:
+    case nrrdSpaceScannerXYZ:
+    case nrrdSpace3DRightHanded:
+    case nrrdSpace3DLeftHanded:
+        break;
+    default:
+        return bad(
+            KcString::format("space \"%s\" is not supported", airEnumStr(nrrdSpace, n->space)));
     }
     double unitMm = 1.0;
-    if (const std::string *u = field(h, {"space units"})) {
-        std::string first = words(*u).empty() ? "" : words(*u)[0];
-        first.erase(std::remove(first.begin(), first.end(), '"'), first.end());
-        if (first == "m")
+    if (spaceDim && n->spaceUnits[0]) {
+        const std::string unit = n->spaceUnits[0];
+        if (unit == "m")
             unitMm = 1000.0;
-        else if (first == "cm")
+        else if (unit == "cm")
             unitMm = 10.0;
-        else if (first == "um" || first == "micron" || first == "microns")
+        else if (unit == "um" || unit == "micron" || unit == "microns")
             unitMm = 0.001;
     }
     Geometry g;
@@ -780,25 +528,42 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
     }
 
     // Parameters, their types and the slice offsets.
+    std::vector<std::pair<std::string, std::string>> keys;
+    for (unsigned i = 0; i < nrrdKeyValueSize(n.get()); ++i) {
+        char *key = nullptr;
+        char *value = nullptr;
+        nrrdKeyValueIndex(n.get(), &key, &value, i);
+        keys.emplace_back(key ? key : "", value ? value : "");
+        std::free(key);
+        std::free(value);
+    }
     std::map<std::string, char> types;
     std::vector<double> offsets;
-    for (const auto &[key, value] : h.keys) {
+    for (const auto &[key, value] : keys) {
+        std::vector<std::string> words;
+        for (size_t i = 0; i < value.size();) {
+            const size_t j = std::min(value.find(' ', i), value.size());
+            if (j > i)
+                words.push_back(value.substr(i, j - i));
+            i = j + 1;
+        }
         if (key == kParameterTypesKey) {
-            for (const std::string &w : words(value)) {
+            for (const std::string &w : words) {
                 const size_t eq = w.rfind('=');
                 if (eq != std::string::npos && eq + 1 < w.size())
                     types[w.substr(0, eq)] = w[eq + 1];
             }
         } else if (key == kSliceOffsetsKey) {
-            for (const std::string &w : words(value)) {
-                double d;
-                if (parseDouble(w, d))
+            for (const std::string &w : words) {
+                char *end = nullptr;
+                const double d = std::strtod(w.c_str(), &end);
+                if (end && !*end && std::isfinite(d))
                     offsets.push_back(d);
             }
         }
     }
     VxParamBundle params("Parameters");
-    for (const auto &[key, value] : h.keys)
+    for (const auto &[key, value] : keys)
         if (key.compare(0, 3, "vx:") != 0)
             restoreParameter(params, key, value, types);
     if (!offsets.empty()) {
@@ -814,111 +579,87 @@ std::unique_ptr<VxRegScalarField3> VxFieldFile::loadNrrd(const char *path, KcStr
         }
     }
 
-    // Where the samples are.
+    // Where the samples are: a single data file is checked before anything
+    // is allocated (sizes far beyond the file, gzip data that is not gzip,
+    // which teem would take as raw bytes).
+    const size_t samples = nrrdElementNumber(n.get());
+    const size_t fileBytes = nrrdElementSize(n.get());
+    if (samples == 0 || samples > SIZE_MAX / 8 / fileBytes)
+        return bad("the sizes are too large");
+    const unsigned dataFiles = io->dataFNArr ? io->dataFNArr->len : 0;
     FilePtr detached;
     FILE *data = f.get();
-    if (const std::string *df = field(h, {"data file", "datafile"})) {
-        const std::vector<std::string> w = words(*df);
-        if (w.size() != 1 || w[0] == "LIST" || w[0].find('%') != std::string::npos)
-            return bad("only a single detached data file is supported");
-        const std::string name = w[0][0] == '/' ? w[0] : directoryOf(path) + "/" + w[0];
+    long start = 0;
+    if (dataFiles == 1) {
+        const std::string name =
+            io->dataFN[0][0] == '/' ? io->dataFN[0] : directoryOf(path) + "/" + io->dataFN[0];
         detached.reset(std::fopen(name.c_str(), "rb"));
         if (!detached)
             return bad("cannot open the data file " + name + ": " + vxfield::systemError());
         data = detached.get();
-    } else if (h.dataOffset <= 0) {
+    } else if (dataFiles == 0 && (start = dataOffset(f.get())) < 0) {
         return bad("no data after the header");
     }
-    long lineSkip = 0;
-    long byteSkip = 0;
-    if (const std::string *s = field(h, {"line skip", "lineskip"}))
-        lineSkip = std::atol(s->c_str());
-    if (const std::string *s = field(h, {"byte skip", "byteskip"}))
-        byteSkip = std::atol(s->c_str());
-    std::string discard;
-    for (long i = 0; i < lineSkip; ++i)
-        if (!readLine(data, discard))
-            return bad("the data ends within the skipped lines");
-
-    std::string encoding = "raw";
-    if (const std::string *e = field(h, {"encoding"}))
-        encoding = *e;
-    for (char &c : encoding)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-
-    const size_t voxels = static_cast<size_t>(dims[0]) * dims[1] * dims[2];
-    const size_t samples = voxels * static_cast<size_t>(components);
-    if (samples > (SIZE_MAX / 8) || voxels == 0)
-        return bad("the sizes are too large");
-    const size_t needFile = samples * static_cast<size_t>(fileBytes);
-    const bool convert = fileBytes != type.size();
-    const bool ascii = encoding == "ascii" || encoding == "text" || encoding == "txt";
-    if (byteSkip < -1)
-        return bad(KcString::format("byte skip %ld is not -1 or a count", byteSkip));
-    if (encoding != "raw" && encoding != "gzip" && encoding != "gz" && !ascii)
-        return bad("encoding \"" + encoding + "\" is not supported");
-
-    // Raw samples: check that the file holds them before allocating.
-    long start = 0;
-    if (encoding == "raw") {
+    if (dataFiles <= 1 && io->lineSkip == 0) {
         struct stat st;
         if (fstat(fileno(data), &st) != 0)
             return bad("cannot read the file size: " + vxfield::systemError());
-        start = std::ftell(data);
-        if (byteSkip == -1)
-            start = static_cast<long>(st.st_size) - static_cast<long>(needFile);
-        else
-            start += byteSkip;
-        if (start < 0 || static_cast<unsigned long long>(start) + needFile >
-                             static_cast<unsigned long long>(st.st_size))
-            return bad(KcString::format("the file holds %lld bytes of samples, %zu are needed",
-                                        static_cast<long long>(st.st_size) - std::max(start, 0L),
-                                        needFile));
-    }
-    Buffer buffer(std::malloc(ascii ? samples * static_cast<size_t>(type.size())
-                                    : (needFile ? needFile : 1)));
-    if (!buffer)
-        return bad(KcString::format("out of memory for %zu bytes", needFile));
-
-    if (encoding == "raw") {
-        if (std::fseek(data, start, SEEK_SET) != 0 ||
-            std::fread(buffer.get(), 1, needFile, data) != needFile)
-            return bad("cannot read the samples: " + vxfield::systemError());
-    } else if (encoding == "gzip" || encoding == "gz") {
-        if (byteSkip == -1)
-            return bad("\"byte skip: -1\" needs raw encoding");
-        if (!readGzip(data, byteSkip, buffer.get(), needFile, why))
-            return bad(why);
-    } else if (ascii) {
-        if (!readAscii(data, buffer.get(), samples, type, why))
-            return bad(why);
-    } else {
-        return bad("encoding \"" + encoding + "\" is not supported");
-    }
-
-    if (!ascii) {
-        bool fileLittle = true;
-        if (const std::string *e = field(h, {"endian"}))
-            fileLittle = strcasecmp(e->c_str(), "big") != 0;
-        if (fileBytes > 1 && fileLittle != hostIsLittleEndian())
-            swapBytes(buffer.get(), samples, fileBytes);
-        if (convert) {
-            Buffer converted(std::malloc(samples * static_cast<size_t>(type.size())));
-            if (!converted)
-                return bad("out of memory");
-            if (fileBytes == 1) { // int8 -> int16
-                const auto *src = static_cast<const int8_t *>(buffer.get());
-                auto *dst = static_cast<int16_t *>(converted.get());
-                for (size_t i = 0; i < samples; ++i)
-                    dst[i] = src[i];
-            } else { // double -> float
-                const auto *src = static_cast<const double *>(buffer.get());
-                auto *dst = static_cast<float *>(converted.get());
-                for (size_t i = 0; i < samples; ++i)
-                    dst[i] = static_cast<float>(src[i]);
-            }
-            buffer = std::move(converted);
+        const unsigned long long have =
+            static_cast<unsigned long long>(st.st_size) - static_cast<unsigned long long>(start);
+        if (io->encoding == nrrdEncodingRaw) {
+            const unsigned long long skip = io->byteSkip > 0 ? io->byteSkip : 0;
+            const unsigned long long need = samples * fileBytes + skip;
+            if (have < need)
+                return bad(KcString::format("the file holds %llu bytes of samples, %llu are needed",
+                                            have, need));
+        } else if (io->encoding == nrrdEncodingGzip) {
+            unsigned char gz[2] = {};
+            if (std::fseek(data, start, SEEK_SET) != 0 || std::fread(gz, 1, 2, data) != 2 ||
+                gz[0] != 0x1f || gz[1] != 0x8b)
+                return bad("the gzip data does not start with the gzip magic bytes");
         }
+    }
+    detached.reset();
+    f.reset();
+
+    // The samples, decoded by teem and swapped to this machine's order.
+    NrrdPtr full(nrrdNew());
+    IoStatePtr fullIo(nrrdIoStateNew());
+    if (!full || !fullIo)
+        return bad("out of memory");
+    if (nrrdLoad(full.get(), path, fullIo.get())) {
+        const KcString why = teemError();
+        std::free(full->data);
+        full->data = nullptr;
+        return bad(why);
+    }
+    Buffer buffer(full->data);
+    full->data = nullptr;
+    lock.unlock();
+
+    const size_t voxels = static_cast<size_t>(dims[0]) * dims[1] * dims[2];
+    const size_t kept = voxels * static_cast<size_t>(components);
+    if (volumes > 1) // the first volume leads the samples
+        if (void *first = std::realloc(buffer.get(), kept * fileBytes)) {
+            (void)buffer.release();
+            buffer.reset(first);
+        }
+    if (n->type == nrrdTypeChar || n->type == nrrdTypeDouble) {
+        Buffer converted(std::malloc(kept * static_cast<size_t>(type.size())));
+        if (!converted)
+            return bad("out of memory");
+        if (n->type == nrrdTypeChar) {
+            const auto *src = static_cast<const int8_t *>(buffer.get());
+            auto *dst = static_cast<int16_t *>(converted.get());
+            for (size_t i = 0; i < kept; ++i)
+                dst[i] = src[i];
+        } else {
+            const auto *src = static_cast<const double *>(buffer.get());
+            auto *dst = static_cast<float *>(converted.get());
+            for (size_t i = 0; i < kept; ++i)
+                dst[i] = static_cast<float>(src[i]);
+        }
+        buffer = std::move(converted);
     }
     if (volumes > 1)
         VxMessage::getTheMsg()->warning("loading %s: only the first of %zu volumes is loaded\n",

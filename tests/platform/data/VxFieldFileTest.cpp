@@ -465,6 +465,15 @@ TEST(VxFieldFileNifti, BrokenFilesFailWithAReason)
 
 // ------------------------------------------------------------------- NRRD
 
+// teem 1.12 does not free its gzip and bzip2 decoder state when compressed
+// samples fail to decode (about 24 KB and 70 KB per failed load); the broken
+// files below take those paths. Only those allocations (teem's and libbz2's,
+// which only teem uses) are exempted.
+extern "C" const char *__lsan_default_suppressions()
+{
+    return "leak:_nrrdGzOpen\nleak:BZ2_bzReadOpen\nleak:BZ2_bzDecompressInit\n";
+}
+
 TEST(VxFieldFileNrrd, RoundTripKeepsSamplesPlaceAndParameters)
 {
     auto f = indexField<int16_t, VxUniformScalarField3>(3, 2, 2);
@@ -528,6 +537,18 @@ TEST(VxFieldFileNrrd, RoundTripKeepsSamplesPlaceAndParameters)
         ASSERT_NE(p.bundle("DICOM")->bundle("Empty"), nullptr);
         EXPECT_EQ(p.bundle("DICOM")->getString("odd/name:x=y z%"), "kept");
     }
+
+    // A volume of several gzip members (one per MiB of samples) reads whole.
+    auto big = indexField<int16_t, VxUniformScalarField3>(256, 256, 12);
+    const std::string path = dir.file("big.nrrd");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNrrd(*big, path.c_str(), true, &error)) << error;
+    auto back = VxFieldFile::load(path.c_str(), &error);
+    ASSERT_TRUE(back) << error;
+    ASSERT_EQ(back->lattice()->numBytes(), big->lattice()->numBytes());
+    EXPECT_EQ(
+        std::memcmp(back->lattice()->data(), big->lattice()->data(), big->lattice()->numBytes()),
+        0);
 }
 
 TEST(VxFieldFileNrrd, StackedFieldKeepsItsSlicePositions)
@@ -542,7 +563,7 @@ TEST(VxFieldFileNrrd, StackedFieldKeepsItsSlicePositions)
     KcString error;
     ASSERT_TRUE(VxFieldFile::saveNrrd(*f, path.c_str(), false, &error)) << error;
     // Other tools see the mean spacing (15 - 10) / 3 mm.
-    EXPECT_NE(readText(path).find("(0,0,1.66666666667)"), std::string::npos) << readText(path);
+    EXPECT_NE(readText(path).find("(0,0,1.6666666666666667)"), std::string::npos) << readText(path);
     EXPECT_NE(readText(path).find("vx:SliceOffsets:=0 0.5 2 5\n"), std::string::npos);
 
     auto back = VxFieldFile::load(path.c_str(), &error);
@@ -555,6 +576,99 @@ TEST(VxFieldFileNrrd, StackedFieldKeepsItsSlicePositions)
         EXPECT_FLOAT_EQ(s[k], z[k]);
     expectWorld(*back, 1, 1, 2, 2, 4, 12);
     EXPECT_EQ(sampleAt<uint8_t>(*back, 1, 1, 2), 211);
+}
+
+// Files of the writer before teem formatted the headers (byte for byte as it
+// wrote them) keep loading: a transformed field with typed and nested
+// parameters, a stacked field and a colour field.
+TEST(VxFieldFileNrrd, FilesOfTheEarlierWriterStillLoad)
+{
+    const std::string common = "NRRD0004\n"
+                               "# NRRD file format, as teem reads it:\n"
+                               "# http://teem.sourceforge.net/nrrd/format.html\n";
+    const std::string tail = "kinds: domain domain domain\nendian: little\nencoding: raw\n";
+    const std::string uniform =
+        common +
+        "type: int16\ndimension: 3\nspace: left-posterior-superior\nsizes: 3 2 2\n"
+        "space directions: (0,5,0) (-5,0,0) (0,0,20)\n" +
+        tail +
+        "space origin: (30,45,140)\n"
+        "space units: \"mm\" \"mm\" \"mm\"\n"
+        "content: old format\n"
+        "vx:ParameterTypes:=UnitLength=f Count=i\n"
+        "UnitLength:=0.01\n"
+        "Count:=-7\n"
+        "Modality:=CT\n"
+        "DICOM/All/G0008-103E:=series description [LO]: a\\\\b\\nline two\n"
+        "DICOM/Empty/:=\n"
+        "DICOM/odd%2Fname%3Ax%3Dy%20z%25:=kept\n"
+        "\n";
+    const std::string stacked =
+        common +
+        "type: uint8\ndimension: 3\nspace: left-posterior-superior\nsizes: 2 2 4\n"
+        "space directions: (1,0,0) (0,1,0) (0,0,1.66666666667)\n" +
+        tail +
+        "space origin: (1,3,10)\nspace units: \"mm\" \"mm\" \"mm\"\n"
+        "vx:SliceOffsets:=0 0.5 2 5\n\n";
+    const std::string rgb = common + "type: uint8\ndimension: 4\nspace: left-posterior-superior\n"
+                                     "sizes: 3 2 1 1\n"
+                                     "space directions: none (1,0,0) (0,1,0) (0,0,1)\n"
+                                     "kinds: RGB-color domain domain domain\n"
+                                     "endian: little\nencoding: raw\nspace origin: (0,0,0)\n"
+                                     "space units: \"mm\" \"mm\" \"mm\"\n\n";
+    vxtest::TempDir dir;
+    auto write = [&](const char *name, const std::string &header,
+                     const std::vector<unsigned char> &samples) {
+        std::vector<unsigned char> bytes(header.begin(), header.end());
+        bytes.insert(bytes.end(), samples.begin(), samples.end());
+        vxtest::writeFileBytes(dir.file(name), bytes);
+        KcString error;
+        auto f = VxFieldFile::load(dir.file(name).c_str(), &error);
+        EXPECT_TRUE(f) << error;
+        return f;
+    };
+
+    // Saved from the field of RoundTripKeepsSamplesPlaceAndParameters.
+    auto u = write("uniform.nrrd", uniform, {0,   0, 1,   0, 2,   0, 10,  0, 11,  0, 12,  0,
+                                             100, 0, 101, 0, 102, 0, 110, 0, 111, 0, 112, 0});
+    ASSERT_TRUE(u);
+    EXPECT_DOUBLE_EQ(u->unitLength(), 0.01);
+    // File voxel (2, 1, 1) = 112 lies at (30 - 5, 45 + 10, 140 + 20) mm =
+    // (2.5, 5.5, 16) cm, where the saved field had it.
+    int found = 0;
+    const VxLattice3 *lat = u->lattice();
+    for (int c = 0; c < lat->dim(2); ++c)
+        for (int b = 0; b < lat->dim(1); ++b)
+            for (int a = 0; a < lat->dim(0); ++a)
+                if (sampleAt<int16_t>(*u, a, b, c) == 112) {
+                    expectWorld(*u, a, b, c, 2.5, 5.5, 16, 1e-5);
+                    ++found;
+                }
+    EXPECT_EQ(found, 1);
+    const VxParamBundle &p = u->parameters();
+    EXPECT_EQ(p.parameter("Count")->type(), VxParameter::Int);
+    EXPECT_EQ(p.parameter("Count")->intValue(), -7);
+    EXPECT_EQ(p.getString("Modality"), "CT");
+    ASSERT_NE(p.bundle("DICOM"), nullptr);
+    EXPECT_EQ(p.bundle("DICOM")->bundle("All")->getString("G0008-103E"),
+              "series description [LO]: a\\b\nline two");
+    EXPECT_NE(p.bundle("DICOM")->bundle("Empty"), nullptr);
+    EXPECT_EQ(p.bundle("DICOM")->getString("odd/name:x=y z%"), "kept");
+
+    auto s = write("stacked.nrrd", stacked,
+                   {0, 1, 10, 11, 100, 101, 110, 111, 200, 201, 210, 211, 44, 45, 54, 55});
+    ASSERT_TRUE(s);
+    ASSERT_EQ(s->coordType(), VX_COORD_STACKED);
+    const float z[4] = {10.0f, 10.5f, 12.0f, 15.0f};
+    for (int k = 0; k < 4; ++k)
+        EXPECT_FLOAT_EQ(s->lattice()->sliceCoords()[k], z[k]);
+    expectWorld(*s, 1, 1, 2, 2, 4, 12);
+    EXPECT_EQ(sampleAt<uint8_t>(*s, 1, 1, 2), 211);
+
+    auto c = write("rgb.nrrd", rgb, {0, 40, 80, 120, 160, 200});
+    ASSERT_TRUE(c);
+    ASSERT_EQ(c->lattice()->nComponents(), 3);
+    EXPECT_EQ(sampleAt<uint8_t>(*c, 1, 0, 0, 2), 200);
 }
 
 // A header written by hand: comments, blanks around values, RAS space, the
@@ -655,28 +769,41 @@ TEST(VxFieldFileNrrd, BrokenFilesFailWithAReason)
     };
     const Case cases[] = {
         {"P5\n", "no NRRD magic"},
-        {"NRRD0004\ntype: int64\ndimension: 1\nsizes: 1\n\n", "int64"},
-        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2\n\n", "2 sizes for dimension 3"},
-        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2 -1\n\n", "not a positive count"},
+        {"NRRD0004\ntype: int64\ndimension: 1\nsizes: 1\nencoding: raw\nendian: little\n\n12345678",
+         "sample type \"long long int\" is not supported"},
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2\nencoding: raw\nendian: little\n\n",
+         "parsed 2 values, but dimension is 3"},
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2 -1\nencoding: raw\nendian: little\n\n",
+         "sizes"},
+        // The format requires an encoding; teem refuses a header without one.
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\n\n12345678", "encoding"},
         {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: raw\n\n1234",
          "holds 4 bytes of samples, 8 are needed"},
+        // teem would take data without the gzip magic as raw bytes.
         {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: gzip\n\nnot gzip",
-         "gzip data"},
-        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: bzip2\n\nxx", "bzip2"},
+         "gzip magic"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: gzip\n\n\x1f\x8b\x08",
+         "gzip"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 2 2 2\nencoding: bzip2\n\nxx",
+         "DATA_ERROR_MAGIC"},
         {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nspace: right-anterior-superior-time\n"
-         "space directions: (1,0,0) (0,1,0) (0,0,1)\n\nx",
+         "space directions: (1,0,0,0) (0,1,0,0) (0,0,1,0)\nencoding: raw\n\nx",
          "not supported"},
-        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\n"
-         "space directions: (1,0) (0,1,0) (0,0,1)\n\nx",
-         "space directions"},
-        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\ndata file: nothere.raw\n",
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nspace: left-posterior-superior\n"
+         "space directions: (1,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx",
+         "parsed 2 values, but space dimension is 3"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nencoding: raw\ndata file: "
+         "nothere.raw\n",
          "nothere.raw"},
-        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\n"
-         "space directions: (nan,0,0) (0,1,0) (0,0,1)\n\nx",
-         "space directions"},
-        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nbyte skip: -5\n\nx", "byte skip -5"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nspace: left-posterior-superior\n"
+         "space directions: (nan,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx",
+         "space vector"},
+        {"NRRD0004\ntype: uchar\ndimension: 3\nsizes: 1 1 1\nspace: left-posterior-superior\n"
+         "space directions: (inf,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx",
+         "space vector"},
         // Sizes far beyond the file fail before anything is allocated.
-        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 100000 100000 100000\n\nx",
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 100000 100000 100000\nencoding: raw\n"
+         "endian: little\n\nx",
          "4000000000000000 are needed"},
     };
     for (const Case &c : cases) {
