@@ -5,9 +5,11 @@
 # and saves QWidget::grab() of the window.
 #   scripts/view-screenshots.sh [OUTDIR] [VXDICOM_BINARY]
 # OUTDIR defaults to doc/screenshots, the binary to build/apps/vxdicom/vxdicom.
-#   view-ct.png           Philips head CT, gantry tilted 18.5 degrees: drawn in
-#                         its own (tilted) planes, edge letters AS/PI, SP/IA
-#   view-oblique-mr.png   Siemens coronal EPI (mosaic) tilted 8.8 degrees
+#   view-ct.png           Philips head phantom CT, gantry tilted 18.5 degrees:
+#                         drawn in its own (tilted) planes, edge letters AS/PI,
+#                         SP/IA; the cross-hair on an insert (about 94 HU)
+#   view-oblique-mr.png   Siemens coronal EPI (mosaic) tilted 8.8 degrees, with
+#                         the full-range window (its own saturates the brain)
 #   view-4d-fmri.png      Philips fMRI, 3 volumes of 9 oblique slices loaded as
 #                         one time series, shown at step 2 of 3
 #   view-sagittal-t1.png  Siemens sagittal T1 (head first, decubitus right) with
@@ -35,11 +37,22 @@ run() {
     }
 }
 
-run --cursor 250,300,27 --screenshot "$out/view-ct.png" "$data/dcm_qa_ct/In/Philips"
-run --cursor 32,40,17 --screenshot "$out/view-oblique-mr.png" \
+# The pictures go into the repository: 256 colours (the slices are grey)
+# make them a third of the size, when ImageMagick is there.
+shrink() {
+    if command -v convert >/dev/null; then
+        for png in "$@"; do
+            convert "$png" +dither -colors 256 "PNG8:$tmp/small.png" && mv "$tmp/small.png" "$png"
+        done
+    fi
+}
+
+run --cursor 207,214,27 --screenshot "$out/view-ct.png" "$data/dcm_qa_ct/In/Philips"
+run --preset "Full range" --cursor 32,22,17 --screenshot "$out/view-oblique-mr.png" \
     "$data/dcm_qa/In/Orientation/cor/corasc35/MR.1.3.12.2.1107.5.2.32.35131.2014031012570555283988916"
 run --time-series --step 1 --cursor 30,34,4 --screenshot "$out/view-4d-fmri.png" \
     "$data/dcm_qa_philips/In/Magdeburg_2014/fmri"
 run --preset "Full range" --cursor 17,128,110 --screenshot "$out/view-sagittal-t1.png" \
     "$data/dcm_qa_decubitus/In/HFDR"
+shrink "$out"/view-ct.png "$out"/view-oblique-mr.png "$out"/view-4d-fmri.png "$out"/view-sagittal-t1.png
 echo "view-screenshots: pictures in $out" >&2
