@@ -2,13 +2,23 @@
 
 #include <cstring>
 
+namespace {
+
+// Below this many entries a plain search is as quick as the index and the
+// bundle keeps no index (a loaded volume holds one small bundle per slice).
+constexpr size_t kIndexedFrom = 24;
+
+} // namespace
+
 VxParamBundle::VxParamBundle(const char *name) : VxParamBase(name) {}
 
 VxParamBundle::VxParamBundle(const VxParamBundle &other) : VxParamBase(other)
 {
     entries.reserve(other.entries.size());
-    for (const auto &e : other.entries)
+    for (const auto &e : other.entries) {
         entries.push_back(e->clone());
+        entries.back()->owner = this;
+    }
 }
 
 VxParamBundle &VxParamBundle::operator=(const VxParamBundle &other)
@@ -18,10 +28,13 @@ VxParamBundle &VxParamBundle::operator=(const VxParamBundle &other)
     // Copy first: other may be one of our own descendants.
     std::vector<std::unique_ptr<VxParamBase>> copied;
     copied.reserve(other.entries.size());
-    for (const auto &e : other.entries)
+    for (const auto &e : other.entries) {
         copied.push_back(e->clone());
+        copied.back()->owner = this;
+    }
     setName(other.name().c_str());
     entries = std::move(copied);
+    forgetIndex();
     return *this;
 }
 
@@ -44,15 +57,41 @@ int VxParamBundle::insert(std::unique_ptr<VxParamBase> entry, bool replace)
     if (replace) {
         const int i = indexOf(entry->name().c_str());
         if (i >= 0) {
-            if (entries[static_cast<size_t>(i)].get() != entry.get())
-                entries[static_cast<size_t>(i)] = std::move(entry);
-            else
+            auto &place = entries[static_cast<size_t>(i)];
+            if (place.get() != entry.get()) {
+                // Same name, same place: the index stays right.
+                place = std::move(entry);
+                place->owner = this;
+            } else {
                 entry.release(); // already ours at that place
+            }
             return i;
         }
     }
+    return append(std::move(entry));
+}
+
+int VxParamBundle::append(std::unique_ptr<VxParamBase> entry)
+{
+    entry->owner = this;
     entries.push_back(std::move(entry));
-    return size() - 1;
+    const int i = size() - 1;
+    if (indexed)
+        firstOfName.emplace(entries.back()->name(), i); // an earlier namesake stays first
+    return i;
+}
+
+void VxParamBundle::entryRenamed()
+{
+    forgetIndex();
+}
+
+void VxParamBundle::forgetIndex() const
+{
+    if (!indexed)
+        return;
+    firstOfName.clear();
+    indexed = false;
 }
 
 int VxParamBundle::copy(const VxParamBase *entry)
@@ -68,12 +107,14 @@ bool VxParamBundle::remove(const char *name)
     if (i < 0)
         return false;
     entries.erase(entries.begin() + i);
+    forgetIndex();
     return true;
 }
 
 void VxParamBundle::clear()
 {
     entries.clear();
+    forgetIndex();
 }
 
 std::unique_ptr<VxParamBase> VxParamBundle::take(int i)
@@ -82,6 +123,8 @@ std::unique_ptr<VxParamBase> VxParamBundle::take(int i)
         return nullptr;
     std::unique_ptr<VxParamBase> out = std::move(entries[static_cast<size_t>(i)]);
     entries.erase(entries.begin() + i);
+    forgetIndex();
+    out->owner = nullptr;
     return out;
 }
 
@@ -95,10 +138,20 @@ VxParamBase *VxParamBundle::entry(int i) const
 int VxParamBundle::indexOf(const char *name) const
 {
     const char *key = name ? name : "";
-    for (size_t i = 0; i < entries.size(); ++i)
-        if (entries[i]->name() == key)
-            return static_cast<int>(i);
-    return -1;
+    if (entries.size() < kIndexedFrom) {
+        for (size_t i = 0; i < entries.size(); ++i)
+            if (entries[i]->name() == key)
+                return static_cast<int>(i);
+        return -1;
+    }
+    if (!indexed) {
+        firstOfName.reserve(entries.size());
+        for (size_t i = 0; i < entries.size(); ++i)
+            firstOfName.emplace(entries[i]->name(), static_cast<int>(i));
+        indexed = true;
+    }
+    const auto it = firstOfName.find(key);
+    return it == firstOfName.end() ? -1 : it->second;
 }
 
 VxParamBase *VxParamBundle::find(const char *name) const
@@ -109,18 +162,25 @@ VxParamBase *VxParamBundle::find(const char *name) const
 VxParameter *VxParamBundle::parameter(const char *name) const
 {
     const char *key = name ? name : "";
-    for (const auto &e : entries)
-        if (!e->isBundle() && e->name() == key)
-            return static_cast<VxParameter *>(e.get());
+    // Entries before the first of that name cannot match.
+    const int first = indexOf(key);
+    if (first < 0)
+        return nullptr;
+    for (size_t i = static_cast<size_t>(first); i < entries.size(); ++i)
+        if (!entries[i]->isBundle() && entries[i]->name() == key)
+            return static_cast<VxParameter *>(entries[i].get());
     return nullptr;
 }
 
 VxParamBundle *VxParamBundle::bundle(const char *name) const
 {
     const char *key = name ? name : "";
-    for (const auto &e : entries)
-        if (e->isBundle() && e->name() == key)
-            return static_cast<VxParamBundle *>(e.get());
+    const int first = indexOf(key);
+    if (first < 0)
+        return nullptr;
+    for (size_t i = static_cast<size_t>(first); i < entries.size(); ++i)
+        if (entries[i]->isBundle() && entries[i]->name() == key)
+            return static_cast<VxParamBundle *>(entries[i].get());
     return nullptr;
 }
 

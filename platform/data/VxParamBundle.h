@@ -3,11 +3,17 @@
 #include "platform/data/VxParameter.h"
 
 #include <memory>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 /// An ordered tree of parameters. Entries keep insertion order; names are
 /// unique among the entries of one bundle when inserted with replace (the
 /// default). The bundle owns its entries.
+///
+/// Finding an entry by name, and so inserting with replace, costs constant
+/// time on average in a large bundle (the slices of a long stack, the
+/// attributes of a header): such a bundle indexes its names.
 class VxParamBundle : public VxParamBase
 {
 public:
@@ -64,5 +70,17 @@ public:
     KcString dump(int indent = 0) const;
 
 private:
+    friend class VxParamBase;
+    /// An entry was renamed: the name index is made again when next needed.
+    void entryRenamed();
+    /// Adopts entry as the bundle's (sets its owner) and appends it.
+    int append(std::unique_ptr<VxParamBase> entry);
+    /// Drops the name index (entries moved or were renamed).
+    void forgetIndex() const;
+
     std::vector<std::unique_ptr<VxParamBase>> entries;
+    /// Name -> index of the first entry of that name; valid while `indexed`.
+    /// Small bundles (most of them: one per image) are searched without it.
+    mutable std::unordered_map<std::string, int> firstOfName;
+    mutable bool indexed = false;
 };

@@ -14,6 +14,20 @@ const VxParamBundle *VxParamBase::asBundle() const
     return isBundle() ? static_cast<const VxParamBundle *>(this) : nullptr;
 }
 
+void VxParamBase::setName(const char *name)
+{
+    entryName = name ? name : "";
+    if (owner)
+        owner->entryRenamed();
+}
+
+VxParamBase &VxParamBase::operator=(const VxParamBase &other)
+{
+    if (this != &other)
+        setName(other.entryName.c_str());
+    return *this;
+}
+
 VxParameter::VxParameter(const char *name, const char *value)
     : VxParamBase(name), valueType(String), text(value)
 {

@@ -15,7 +15,8 @@ public:
     virtual ~VxParamBase() = default;
 
     const KcString &name() const { return entryName; }
-    void setName(const char *name) { entryName = name; }
+    /// Renames the entry; the bundle holding it learns of the new name.
+    void setName(const char *name);
 
     virtual bool isBundle() const = 0;
     /// A deep copy.
@@ -26,11 +27,16 @@ public:
     const VxParamBundle *asBundle() const;
 
 protected:
-    VxParamBase(const VxParamBase &) = default;
-    VxParamBase &operator=(const VxParamBase &) = default;
+    /// A copy has the name, not the place: it belongs to no bundle yet.
+    VxParamBase(const VxParamBase &other) : entryName(other.entryName) {}
+    /// Takes the other's name; the entry stays where it is.
+    VxParamBase &operator=(const VxParamBase &other);
 
 private:
+    friend class VxParamBundle;
     KcString entryName;
+    /// The bundle that holds the entry; null outside one.
+    VxParamBundle *owner = nullptr;
 };
 
 /// A named value: a string, an integer or a floating-point number.

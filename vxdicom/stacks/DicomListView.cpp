@@ -2,6 +2,7 @@
 
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxPreferences.h"
+#include "platform/core/VxWorkArea.h"
 #include "platform/dicom/dicom.h"
 #include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/reader/VxDicomImage.h"
@@ -14,17 +15,24 @@
 #include "vxdicom/stacks/DicomStackItem.h"
 
 #include <QContextMenuEvent>
+#include <QCoreApplication>
 #include <QFontMetrics>
 #include <QHeaderView>
 #include <QMenu>
+#include <QThread>
 
 #include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 namespace {
+
+// From this many images a build shows its progress and lets the event loop
+// run every 128 images; smaller lists are built in one go.
+constexpr int kLongBuildFrom = 500;
 
 // The view whose images qsort is ordering; compareImages has no other way to
 // reach the columns and their directions.
@@ -167,20 +175,123 @@ void DicomListView::updateImageStacks()
 
 void DicomListView::buildImageStacks()
 {
-    cleanupAllStacks();
-    volumes = splitVolumes ? dicomVolumesOf(images) : decltype(volumes)();
-    sortItems();
-    adoptChildItems();
-    updateStackView();
+    // The event loop runs inside a long build: what it delivers may ask for
+    // another build, which follows this one instead of nesting in it.
+    if (building) {
+        rebuildAsked = true;
+        return;
+    }
+    building = true;
+    VxWorkArea &work = *VxWorkArea::instance();
+    showsBuildProgress = images.size() >= kLongBuildFrom && !work.isShowingProgress();
+    if (showsBuildProgress) {
+        work.startProgress();
+        work.setStatus("building stacks...");
+    }
+    do {
+        rebuildAsked = false;
+        cleanupAllStacks();
+        volumes = splitVolumes ? dicomVolumesOf(images) : decltype(volumes)();
+        sortItems();
+        adoptChildItems();
+        updateStackView();
+    } while (rebuildAsked);
+    if (showsBuildProgress) {
+        work.setProgress(1.f);
+        work.endProgress();
+    }
+    showsBuildProgress = false;
+    building = false;
     updateDicomInfo();
+}
+
+void DicomListView::buildProgress(float fraction)
+{
+    if (!building || images.size() < kLongBuildFrom)
+        return;
+    if (showsBuildProgress)
+        VxWorkArea::instance()->setProgress(fraction);
+    // Painting, timers and posted events; clicks and keys wait for the end
+    // of the build, since they could change the list being built.
+    if (QCoreApplication *app = QCoreApplication::instance())
+        if (app->thread() == QThread::currentThread())
+            QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
 }
 
 void DicomListView::sortItems()
 {
+    // Every column text of every image is read once: a comparison then reads
+    // cached texts instead of looking the elements up in both headers.
+    const QHeaderView *h = header();
+    sortColumns.clear();
+    for (int position = 0; position < columnCount(); ++position) {
+        const int section = h->logicalIndex(position);
+        if (section < 1 || section - 1 >= options.size() || !options[section - 1])
+            continue;
+        const DicomLoadOption *option = options[section - 1];
+        sortColumns.push_back(
+            {section, option, option->group == 0x0020 && option->element == 0x0037});
+    }
+    const size_t nColumns = sortColumns.size();
+    const int n = images.size();
+    sortCells.assign(static_cast<size_t>(n) * nColumns, SortCell());
+    std::vector<SortRow> rows;
+    rows.reserve(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        for (size_t c = 0; c < nColumns; ++c) {
+            const DicomLoadOption &option = *sortColumns[c].option;
+            SortCell &cell = sortCells[static_cast<size_t>(i) * nColumns + c];
+            cell.text = DicomListItem::getText(images[i], option.group, option.element,
+                                               option.name.toQString())
+                            .trimmed();
+            cell.number = cell.text.toDouble(&cell.numeric);
+        }
+        rows.push_back({images[i], i});
+        if ((i & 127) == 127)
+            buildProgress(0.4f * static_cast<float>(i) / static_cast<float>(n));
+    }
+    // The same qsort with comparisons that give what compareImages gives on
+    // the images, so the (unstable) order is the one compareImages makes.
     theSortingView = this;
-    images.sort(&DicomListView::compareImages);
+    if (!rows.empty())
+        std::qsort(rows.data(), rows.size(), sizeof(SortRow), &DicomListView::compareSortRows);
     theSortingView = nullptr;
+    for (int i = 0; i < n; ++i)
+        images[i] = rows[static_cast<size_t>(i)].image;
+    sortColumns.clear();
+    sortCells = std::vector<SortCell>();
     groupVolumes();
+}
+
+int DicomListView::compareSortRows(const void *a, const void *b)
+{
+    if (!theSortingView)
+        return 0;
+    return theSortingView->compareCached(*static_cast<const SortRow *>(a),
+                                         *static_cast<const SortRow *>(b));
+}
+
+int DicomListView::compareCached(const SortRow &a, const SortRow &b) const
+{
+    const size_t nColumns = sortColumns.size();
+    const SortCell *ca = sortCells.data() + static_cast<size_t>(a.row) * nColumns;
+    const SortCell *cb = sortCells.data() + static_cast<size_t>(b.row) * nColumns;
+    for (size_t c = 0; c < nColumns; ++c) {
+        const SortCell &x = ca[c];
+        const SortCell &y = cb[c];
+        if (x.text == y.text)
+            continue;
+        int order;
+        if (sortColumns[c].orientation)
+            order = a.image->compareOrientation(*b.image, 0.001f);
+        else if (x.numeric && y.numeric)
+            order = x.number > y.number ? 1 : x.number < y.number ? -1 : 0;
+        else
+            order = compareColumnTexts(x.text, y.text);
+        if (order != 0)
+            return getSortOrder(sortColumns[c].section) * order;
+    }
+    return 0;
 }
 
 void DicomListView::groupVolumes()
@@ -285,6 +396,9 @@ void DicomListView::adoptChildItems()
                                     .arg(it->second.index + 1)
                                     .arg(it->second.count)
                                     .arg(it->second.toldApartBy);
+        if ((i & 127) == 127)
+            buildProgress(0.45f +
+                          0.45f * static_cast<float>(i) / static_cast<float>(images.size()));
     }
     if (!stacks.isEmpty())
         stacks.last()->sortChildItems();
@@ -316,9 +430,11 @@ void DicomListView::cleanupAllStacks()
 
 void DicomListView::updateStackView()
 {
-    for (DicomStackItem *stack : stacks) {
-        stack->showIcon(true);
-        stack->showLabel(true);
+    for (int s = 0; s < stacks.size(); ++s) {
+        stacks[s]->showIcon(true);
+        stacks[s]->showLabel(true);
+        if ((s & 127) == 127)
+            buildProgress(0.9f + 0.1f * static_cast<float>(s) / static_cast<float>(stacks.size()));
     }
     // The stack labels (patient names) are shown whole.
     resizeColumnToContents(0);
@@ -638,8 +754,32 @@ QList<QTreeWidgetItem *> DicomListView::getSelectedItems() const
 
 void DicomListView::removeSelectedItems()
 {
-    for (QTreeWidgetItem *item : selectedItems())
-        removeSelectedItem(item);
+    // The images of all selected rows leave the list in one pass: removing
+    // them one by one costs the list's length for each.
+    std::unordered_map<const VxDicomImage *, int> doomed; // image -> rows that name it
+    auto mark = [&doomed](const QTreeWidgetItem *row) {
+        if (row->type() == DicomListItem::Type)
+            ++doomed[static_cast<const DicomListItem *>(row)->image()];
+    };
+    for (const QTreeWidgetItem *item : selectedItems()) {
+        if (item->type() == DicomStackItem::Type)
+            for (int i = 0; i < item->childCount(); ++i)
+                mark(item->child(i));
+        else
+            mark(item);
+    }
+    // Each row that names an image takes one list entry of it, the first
+    // ones, as removeSelectedItem does row by row.
+    KcDArray<VxDicomImage *> kept;
+    kept.reserve(images.size());
+    for (VxDicomImage *image : images) {
+        const auto it = doomed.find(image);
+        if (it != doomed.end() && it->second > 0)
+            --it->second;
+        else
+            kept.append(image);
+    }
+    images = kept;
     cleanupListColumns();
     buildImageStacks();
 }

@@ -10,6 +10,7 @@
 #include "vxdicom/stacks/DicomVolumeSplit.h"
 
 #include <unordered_map>
+#include <vector>
 
 class DicomListItem;
 class DicomLoadOption;
@@ -51,10 +52,16 @@ public:
     /// Replaces the option list with the default criteria.
     void setupLoadOptions();
     /// cleanupAllStacks, sortItems, adoptChildItems, updateStackView,
-    /// updateDicomInfo.
+    /// updateDicomInfo. On a large list the work area shows the progress
+    /// ("building stacks...") and the event loop runs between steps (user
+    /// input excepted), so that the window keeps painting; a rebuild asked
+    /// for meanwhile follows the running one.
     void buildImageStacks();
-    /// Sorts the images with compareImages (qsort, not stable), then puts the
-    /// volumes of each split series one after the other.
+    /// Whether buildImageStacks is running.
+    bool isBuildingStacks() const { return building; }
+    /// Sorts the images as compareImages orders them (qsort, not stable),
+    /// then puts the volumes of each split series one after the other. The
+    /// column texts are read once per image, not once per comparison.
     void sortItems();
     using QTreeWidget::sortItems;
     /// The qsort comparison of two VxDicomImage* through the sorting view.
@@ -161,6 +168,23 @@ private:
     /// first image of each selected stack.
     QList<DicomListItem *> chosenImageRows() const;
     int compare(const VxDicomImage *a, const VxDicomImage *b) const;
+    /// One image's texts in the sorted columns, read once for the sort.
+    struct SortCell
+    {
+        QString text; ///< trimmed, as compare reads it
+        bool numeric = false;
+        double number = 0;
+    };
+    struct SortRow
+    {
+        VxDicomImage *image;
+        int row; ///< index into sortCells / columns
+    };
+    /// The qsort comparison of two SortRows: compare on the cached texts.
+    static int compareSortRows(const void *a, const void *b);
+    int compareCached(const SortRow &a, const SortRow &b) const;
+    /// Every 128 images of a long build: progress, and the event loop.
+    void buildProgress(float fraction);
     /// The volume of a series that repeats positions the image belongs to; 0
     /// for every other image.
     int volumeIndex(const VxDicomImage *image) const;
@@ -183,4 +207,18 @@ private:
     std::unordered_map<const VxDicomImage *, DicomVolume> volumes;
     /// Set while sections are moved by the view itself, not by the user.
     bool movingSections = false;
+    /// buildImageStacks is running; another was asked for meanwhile.
+    bool building = false;
+    bool rebuildAsked = false;
+    /// The sort's columns (section, option, direction) and one cell per
+    /// image and column; empty outside sortItems.
+    struct SortColumn
+    {
+        int section;
+        const DicomLoadOption *option;
+        bool orientation;
+    };
+    std::vector<SortColumn> sortColumns;
+    std::vector<SortCell> sortCells;
+    bool showsBuildProgress = false;
 };

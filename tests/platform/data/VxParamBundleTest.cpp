@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
+#include <string>
 
 namespace {
 
@@ -167,3 +169,83 @@ TEST(VxParamBundle, CopiesAreDeepAndIndependent)
     EXPECT_EQ(cloned->asBundle()->dump(), src.dump());
 }
 
+TEST(VxParamBundle, LargeBundlesFindWhatAPlainSearchFinds)
+{
+    // A bundle big enough to index its names, changed in every way an entry
+    // can change (replacing and duplicate inserts, removal, taking, renaming
+    // an entry in place, assignment over an entry, a copy of the whole),
+    // answers every lookup as a search of its entries in order would.
+    VxParamBundle b("DICOM");
+    std::mt19937 random(20260102);
+    auto nameOf = [&random] { return "Slice" + std::to_string(random() % 300); };
+    auto plainIndex = [](const VxParamBundle &bundle, const std::string &name) {
+        for (int i = 0; i < bundle.size(); ++i)
+            if (bundle.entry(i)->name() == name)
+                return i;
+        return -1;
+    };
+    auto check = [&](const VxParamBundle &bundle, int step) {
+        for (int k = 0; k < 300; k += 7) {
+            const std::string name = "Slice" + std::to_string(k);
+            const int i = plainIndex(bundle, name);
+            ASSERT_EQ(bundle.indexOf(name.c_str()), i) << name << " at step " << step;
+            const VxParameter *p = bundle.parameter(name.c_str());
+            const VxParamBundle *sub = bundle.bundle(name.c_str());
+            const VxParameter *plainP = nullptr;
+            const VxParamBundle *plainSub = nullptr;
+            for (int j = 0; j < bundle.size(); ++j) {
+                VxParamBase *e = bundle.entry(j);
+                if (e->name() != name)
+                    continue;
+                if (!plainP && !e->isBundle())
+                    plainP = static_cast<const VxParameter *>(e);
+                if (!plainSub && e->isBundle())
+                    plainSub = e->asBundle();
+            }
+            ASSERT_EQ(p, plainP) << name << " at step " << step;
+            ASSERT_EQ(sub, plainSub) << name << " at step " << step;
+        }
+    };
+    for (int step = 0; step < 3000; ++step) {
+        const unsigned what = random() % 12;
+        const std::string name = nameOf();
+        if (what < 5) {
+            b.setInt(name.c_str(), step);
+        } else if (what < 7) {
+            b.insert(new VxParamBundle(name.c_str()), what == 5);
+        } else if (what == 7) {
+            b.insert(new VxParameter(name.c_str(), step), false);
+        } else if (what == 8 && b.size() > 0) {
+            b.remove(b.entry(static_cast<int>(random() % static_cast<unsigned>(b.size())))
+                         ->name()
+                         .c_str());
+        } else if (what == 9 && b.size() > 0) {
+            b.take(static_cast<int>(random() % static_cast<unsigned>(b.size())));
+        } else if (what == 10 && b.size() > 0) {
+            b.entry(static_cast<int>(random() % static_cast<unsigned>(b.size())))
+                ->setName(name.c_str());
+        } else if (b.size() > 0) {
+            VxParamBase *e = b.entry(static_cast<int>(random() % static_cast<unsigned>(b.size())));
+            if (!e->isBundle())
+                *static_cast<VxParameter *>(e) = VxParameter(name.c_str(), "assigned");
+        }
+        check(b, step);
+    }
+    ASSERT_GT(b.size(), 40) << "the bundle never grew large";
+
+    // A copy indexes its own entries; renaming one of them leaves the
+    // original alone.
+    VxParamBundle copy(b);
+    check(copy, -1);
+    const std::string first = copy.entry(0)->name();
+    copy.entry(0)->setName("renamed");
+    EXPECT_EQ(copy.indexOf("renamed"), 0);
+    EXPECT_EQ(b.indexOf(first.c_str()), 0);
+    EXPECT_EQ(b.indexOf("renamed"), -1);
+    check(copy, -2);
+    // A taken entry is renamed without its former bundle noticing.
+    std::unique_ptr<VxParamBase> taken = copy.take(0);
+    taken->setName(first.c_str());
+    EXPECT_EQ(copy.indexOf("renamed"), -1);
+    check(copy, -3);
+}

@@ -4,6 +4,7 @@
 
 #include "platform/core/VxObjectPool.h"
 #include "platform/core/VxPreferences.h"
+#include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
 #include "tests/support/TestSupport.h"
 #include "tests/vxdicom/browser/DialogDriver.h"
@@ -13,12 +14,18 @@
 #include "vxdicom/stacks/DicomListView.h"
 #include "vxdicom/stacks/DicomStackItem.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <mutex>
 
 using browsertest::loadThroughDialog;
 
@@ -145,4 +152,62 @@ TEST_F(DialogFlow, UnitsOfTheMenuReachTheFieldAndAreKeptUnlessASetUpFixesThem)
     EXPECT_NEAR(sagittalExtent(fixed), 163.2f, 0.01f);
     EXPECT_FLOAT_EQ(settings->getPreferences().lengthUnit, 0.01f);
     settings->setPreferences(before, false);
+}
+
+TEST(DialogFlowLargeFolder, WindowKeepsItsEventLoopAndShowsProgressWhileStacksAreBuilt)
+{
+    // Two thousand small files written by pydicom (621 stacks): while the
+    // dialog sorts them and builds the stacks on the GUI thread, a timer of
+    // that thread still fires and the work area reports the progress.
+    if (!vxtest::havePythonModules({"pydicom", "numpy"}))
+        GTEST_SKIP() << "pydicom and numpy are needed to write the examination";
+    vxtest::TempDir dir;
+    const std::string script = std::string(VX_BROWSER_TEST_DIR) + "/../stacks/many_series.py";
+    ASSERT_EQ(vxtest::runCommand("/usr/bin/python3 " + vxtest::shellQuote(script) + " " +
+                                 vxtest::shellQuote(dir.path().string()) + " 600 20 40"),
+              0);
+    std::vector<std::string> paths;
+    for (const auto &entry : std::filesystem::directory_iterator(dir.path()))
+        paths.push_back(entry.path().string());
+    std::sort(paths.begin(), paths.end());
+    ASSERT_EQ(paths.size(), 2000u);
+    VxObjectPool::instance()->clear();
+
+    std::mutex reported;
+    std::vector<float> fractions;
+    VxWorkArea::instance()->setObserver([&](const std::string &status, float fraction) {
+        const std::lock_guard<std::mutex> lock(reported);
+        if (status == "building stacks...")
+            fractions.push_back(fraction);
+    });
+    int ticksWhileBuilding = 0;
+    QTimer tick;
+    tick.setTimerType(Qt::PreciseTimer);
+    tick.setInterval(1);
+    QObject::connect(&tick, &QTimer::timeout, [&] {
+        for (QWidget *w : QApplication::allWidgets())
+            if (auto *list = qobject_cast<DicomListView *>(w); list && list->isBuildingStacks()) {
+                ++ticksWhileBuilding;
+                return;
+            }
+    });
+    tick.start();
+    int stacks = 0;
+    const auto outcome = loadThroughDialog(paths, [&](DicomDialog &d) {
+        stacks = d.view()->listView()->stackList().size();
+        QTest::mouseClick(d.cancelButton(), Qt::LeftButton);
+    });
+    tick.stop();
+    VxWorkArea::instance()->setObserver(nullptr);
+
+    EXPECT_TRUE(outcome.returned && outcome.cancelled);
+    EXPECT_EQ(stacks, 300 + 301 + 20);
+    EXPECT_GT(ticksWhileBuilding, 0) << "the event loop did not run while the stacks were built";
+    const std::lock_guard<std::mutex> lock(reported);
+    ASSERT_GE(fractions.size(), 3u) << "no progress was reported while the stacks were built";
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_GT(fractions[fractions.size() / 2], 0.f);
+    EXPECT_LT(fractions[fractions.size() / 2], 1.f);
+    EXPECT_EQ(fractions.back(), 1.f);
+    VxObjectPool::instance()->clear();
 }

@@ -4,6 +4,7 @@
 #include "vxdicom/stacks/DicomListView.h"
 
 #include "platform/core/VxMessage.h"
+#include "platform/data/VxParamBundle.h"
 #include "tests/support/TestSupport.h"
 #include "tests/vxdicom/stacks/StacksTestSupport.h"
 #include "vxdicom/reader/VxDicomFile.h"
@@ -21,6 +22,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <memory>
 #include <thread>
 
@@ -394,4 +396,88 @@ TEST_F(StackBuilding, HeaderClickReversesTheSortDirectionOfItsSection)
     view.sortingOrderChanged(1);
     EXPECT_EQ(view.getSortOrder(1), 1);
     EXPECT_EQ(stacktest::instanceNumbers(view.stackList()[0]), range(1, 54));
+}
+
+TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOrder)
+{
+    // An examination written by pydicom (many_series.py): a series that
+    // zigzags between two slabs, one that repeats every Instance Number, and
+    // twenty plain series, with files named out of acquisition order. What
+    // each series gives follows from how it was written:
+    //   zigzag: Slice Location turns after every second image, so stacks of
+    //           instances (1, 2), (3, 4), ... at (0, 1000), (1, 1001), ...;
+    //   pairs:  a repeated Instance Number breaks, so (1), then (1, 2),
+    //           (2, 3), ... one image of each of two neighbours, then (150);
+    //   plain:  one stack of 40 slices 3 mm apart each.
+    // The series come in the order of their UIDs (= their numbers).
+    if (!vxtest::havePythonModules({"pydicom", "numpy"}))
+        GTEST_SKIP() << "pydicom and numpy are needed to write the examination";
+    stacktest::DefaultCriteria criteria;
+    vxtest::TempDir dir;
+    const int split = 300, plain = 20, perSeries = 40;
+    const std::string script = std::string(VX_STACKS_TEST_DIR) + "/many_series.py";
+    std::string out;
+    ASSERT_EQ(vxtest::runCommand("/usr/bin/python3 " + vxtest::shellQuote(script) + " " +
+                                     vxtest::shellQuote(dir.path().string()) + " " +
+                                     std::to_string(split) + " " + std::to_string(plain) + " " +
+                                     std::to_string(perSeries),
+                                 &out),
+              0);
+    std::vector<std::string> paths;
+    for (const auto &entry : std::filesystem::directory_iterator(dir.path()))
+        paths.push_back(entry.path().string());
+    std::sort(paths.begin(), paths.end());
+    ASSERT_EQ(paths.size(), static_cast<size_t>(2 * split + plain * perSeries));
+    LoadedFiles files(paths);
+    DicomListView view;
+    view.initialize(files.images());
+
+    using Stack = std::vector<std::pair<int, float>>; // (instance, slice location) in child order
+    std::vector<Stack> expected;
+    for (int j = 0; j < split / 2; ++j)
+        expected.push_back({{2 * j + 1, float(j)}, {2 * j + 2, float(j) + 1000.f}});
+    expected.push_back({{1, 0.f}});
+    for (int k = 1; k + 1 < split; k += 2)
+        expected.push_back({{k / 2 + 1, 0.5f * float(k)}, {(k + 1) / 2 + 1, 0.5f * float(k + 1)}});
+    expected.push_back({{split / 2, 0.5f * float(split - 1)}});
+    for (int s = 0; s < plain; ++s) {
+        Stack series;
+        for (int k = 0; k < perSeries; ++k)
+            series.push_back({k + 1, 3.f * float(k)});
+        expected.push_back(series);
+    }
+    std::vector<Stack> built;
+    for (const DicomStackItem *stack : view.stackList()) {
+        const std::vector<int> numbers = stacktest::instanceNumbers(stack);
+        const std::vector<float> locations = stacktest::sliceLocations(stack);
+        Stack rows;
+        for (size_t i = 0; i < numbers.size() && i < locations.size(); ++i)
+            rows.push_back({numbers[i], locations[i]});
+        built.push_back(rows);
+    }
+    ASSERT_EQ(built.size(), expected.size());
+    for (size_t s = 0; s < built.size(); ++s)
+        ASSERT_EQ(built[s], expected[s]) << "stack " << s;
+    const QString uidOf3 = "1.2.826.0.1.3680043.9.7433.1.003";
+    EXPECT_EQ(QString::fromLatin1(
+                  view.stackList()[split + 1]->firstChild()->image()->headerText(0x0020, 0x000E)),
+              uidOf3);
+
+    // Every stack is exported in build order, each slice with its own
+    // parameters under "Slice%03d" in slice order, then the header's.
+    Exported exported;
+    ASSERT_TRUE(view.exportImageStacks(exported.stacks, 0));
+    ASSERT_EQ(exported.stacks.size(), static_cast<int>(expected.size()));
+    const VxDicomImageStack *last = exported.stacks.last();
+    const VxParamBundle &params = last->parameters;
+    ASSERT_EQ(params.size(), perSeries + 1);
+    for (int k = 0; k < perSeries; ++k) {
+        const KcString name = KcString::format("Slice%03d", k);
+        ASSERT_EQ(params.indexOf(name.c_str()), k);
+        const VxParamBundle *slice = params.bundle(name.c_str());
+        ASSERT_NE(slice, nullptr);
+        EXPECT_EQ(slice->getString("Filename"), last->images[k]->file->fileName);
+    }
+    EXPECT_EQ(params.indexOf("All"), perSeries);
+    EXPECT_EQ(params.indexOf("Slice040"), -1);
 }

@@ -1,0 +1,97 @@
+#!/usr/bin/python3
+"""Writes one examination of many small series with pydicom, for the stack
+building tests on large folders:
+
+    many_series.py OUT SPLIT NORMAL PER_SERIES
+
+Series 1 ("zigzag", SPLIT images): Instance Number 1, 2, 3, ... while the
+position alternates between two slabs (0, 1000, 1, 1001, ... mm), so Slice
+Location turns direction after every second image. Series 2 ("pairs", SPLIT
+images): two images share each Instance Number (1, 1, 2, 2, ...) at
+positions 0, 0.5, 1.0, ... mm. Then NORMAL series of PER_SERIES images 3 mm
+apart, Instance Numbers from 1. Series k has the Series Instance UID
+1.2.826.0.1.3680043.9.7433.1.<k as three digits> and Series Number k, so
+that the series sort in their numbers' order. One patient, 64 x 64 unsigned
+16-bit MR slices.
+
+The files are named IM00001, ... in an order that is not the acquisition
+order (the series interleaved and each series written back to front), so
+that the order of the stacks comes from sorting, not from the file names.
+Prints the number of files written.
+"""
+import os
+import sys
+
+import numpy as np
+from pydicom.dataset import FileDataset, FileMetaDataset
+from pydicom.uid import ExplicitVRLittleEndian
+
+MR_STORAGE = "1.2.840.10008.5.1.4.1.1.4"
+ROOT = "1.2.826.0.1.3680043.9.7433"
+
+
+def plan(split, normal, per_series):
+    """(series number, instance number, z) of every image, series by series."""
+    images = []
+    for k in range(split):
+        images.append((1, k + 1, (k // 2) * 1.0 + (k % 2) * 1000.0))
+    for k in range(split):
+        images.append((2, k // 2 + 1, k * 0.5))
+    for s in range(normal):
+        for k in range(per_series):
+            images.append((3 + s, k + 1, k * 3.0))
+    return images
+
+
+def main():
+    out, split, normal, per_series = sys.argv[1], *map(int, sys.argv[2:5])
+    os.makedirs(out, exist_ok=True)
+    images = plan(split, normal, per_series)
+    # Back to front within each series, and the series dealt out in turn.
+    by_series = {}
+    for image in images:
+        by_series.setdefault(image[0], []).append(image)
+    queues = [list(reversed(v)) for _, v in sorted(by_series.items())]
+    order = []
+    while any(queues):
+        for q in queues:
+            if q:
+                order.append(q.pop(0))
+    pixels = np.arange(64 * 64, dtype=np.uint16).reshape(64, 64) % 4000
+    for n, (series, instance, z) in enumerate(order, start=1):
+        meta = FileMetaDataset()
+        meta.MediaStorageSOPClassUID = MR_STORAGE
+        meta.MediaStorageSOPInstanceUID = "%s.2.%d" % (ROOT, n)
+        meta.TransferSyntaxUID = ExplicitVRLittleEndian
+        path = os.path.join(out, "IM%05d" % n)
+        ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
+        ds.SOPClassUID = MR_STORAGE
+        ds.SOPInstanceUID = meta.MediaStorageSOPInstanceUID
+        ds.StudyDate = ds.SeriesDate = "20260101"
+        ds.Modality = "MR"
+        ds.PatientName = "Many^Series"
+        ds.PatientID = "MANY01"
+        ds.StudyInstanceUID = ROOT + ".3"
+        ds.SeriesInstanceUID = "%s.1.%03d" % (ROOT, series)
+        ds.SeriesNumber = series
+        ds.ScanningSequence = "GR"
+        ds.InstanceNumber = instance
+        ds.ImagePositionPatient = [-94.5, -94.5, z]
+        ds.ImageOrientationPatient = [1, 0, 0, 0, 1, 0]
+        ds.SliceLocation = z
+        ds.SliceThickness = 3
+        ds.PixelSpacing = [3, 3]
+        ds.SamplesPerPixel = 1
+        ds.PhotometricInterpretation = "MONOCHROME2"
+        ds.Rows = ds.Columns = 64
+        ds.BitsAllocated = 16
+        ds.BitsStored = 12
+        ds.HighBit = 11
+        ds.PixelRepresentation = 0
+        ds.PixelData = pixels.tobytes()
+        ds.save_as(path, write_like_original=False)
+    print(len(order))
+
+
+if __name__ == "__main__":
+    main()
