@@ -51,19 +51,66 @@ bool hostIsLittleEndian()
 
 } // namespace
 
-TEST(Dicom3ElementEncoding, UnsignedShortIsWrittenInEitherByteOrder)
+TEST(Dicom3ElementEncoding, ValuesAreWrittenInEitherByteOrderWithTheirVRsLength)
 {
+    // Each row: an element, the encoding, the bytes expected, and why.
     Dicom3Element rows(0x0028, 0x0010, dicom::US);
     EXPECT_EQ(rows.setU16bitData(0x0102), 2);
-
-    int result = 0;
-    EXPECT_EQ(encode(rows, dicom::EXPLICIT_LITTLE_ENDIAN, &result),
-              (Bytes{0x28, 0x00, 0x10, 0x00, 'U', 'S', 0x02, 0x00, 0x02, 0x01}));
-    EXPECT_EQ(result, 20) << "every kind but raw data reports twice the bytes written";
-    EXPECT_EQ(encode(rows, dicom::EXPLICIT_BIG_ENDIAN),
-              (Bytes{0x00, 0x28, 0x00, 0x10, 'U', 'S', 0x00, 0x02, 0x01, 0x02}));
-    EXPECT_EQ(rows.write(nullptr, dicom::EXPLICIT_LITTLE_ENDIAN, 1), 10)
-        << "sizeOnly gives the true size and needs no file";
+    Dicom3Element version(0x0002, 0x0001, dicom::OB); // as every Part 10 file has it
+    const unsigned char versionValue[2] = {0x00, 0x01};
+    EXPECT_EQ(version.setU8bitStringData(versionValue, 2), 2);
+    Dicom3Element comment(0x0020, 0x4000, dicom::UT);
+    comment.setCharStringData("abc", -2);
+    Dicom3Element byte(0x0009, 0x0010, dicom::UN);
+    EXPECT_EQ(byte.setU8bitData(7), 1);
+    Dicom3Element length(0x0008, 0x0000, dicom::UL);
+    EXPECT_EQ(length.setU32bitData(0x01020304), 4);
+    Dicom3Element number(0x0020, 0x0013, dicom::IS);
+    EXPECT_EQ(number.setISData(-12345), 6);
+    Dicom3Element odd(0x0020, 0x0013, dicom::IS);
+    EXPECT_EQ(odd.setISData(123), 3);
+    Dicom3Element pointer(0x0028, 0x0009, dicom::AT);
+    EXPECT_EQ(pointer.setAttributeData(0x0018, 0x1063), 4);
+    const dicom::enCoding LE = dicom::EXPLICIT_LITTLE_ENDIAN, BE = dicom::EXPLICIT_BIG_ENDIAN;
+    struct Row
+    {
+        Dicom3Element *element;
+        dicom::enCoding enc;
+        Bytes expected;
+        const char *reason;
+    };
+    const Row table[] = {
+        {&rows, LE, {0x28, 0x00, 0x10, 0x00, 'U', 'S', 0x02, 0x00, 0x02, 0x01}, "US little"},
+        {&rows, BE, {0x00, 0x28, 0x00, 0x10, 'U', 'S', 0x00, 0x02, 0x01, 0x02}, "US big"},
+        {&version,
+         LE,
+         {0x02, 0x00, 0x01, 0x00, 'O', 'B', 0, 0, 0x02, 0x00, 0x00, 0x00, 0x00, 0x01},
+         "OB: reserved bytes and a 32-bit length"},
+        {&comment,
+         BE,
+         {0x00, 0x20, 0x40, 0x00, 'U', 'T', 0, 0, 0x00, 0x00, 0x00, 0x04, 'a', 'b', 'c', 0x00},
+         "UT big, padded"},
+        {&byte,
+         LE,
+         {0x09, 0x00, 0x10, 0x00, 'U', 'N', 0, 0, 0x02, 0x00, 0x00, 0x00, 0x07, 0x00},
+         "one byte padded to two"},
+        {&length, BE, {0x00, 0x08, 0x00, 0x00, 'U', 'L', 0x00, 0x04, 0x01, 0x02, 0x03, 0x04}, "UL"},
+        {&number, LE, cat(shortHeaderLE(0x0020, 0x0013, "IS", 6), text("-12345")), "IS even"},
+        {&odd, LE, cat(shortHeaderLE(0x0020, 0x0013, "IS", 4), cat(text("123"), {0})), "IS odd"},
+        {&pointer,
+         BE,
+         {0x00, 0x28, 0x00, 0x09, 'A', 'T', 0x00, 0x04, 0x00, 0x18, 0x10, 0x63},
+         "AT: group then element"},
+    };
+    for (const Row &row : table) {
+        SCOPED_TRACE(row.reason);
+        int result = 0;
+        EXPECT_EQ(encode(*row.element, row.enc, &result), row.expected);
+        EXPECT_EQ(result, 2 * static_cast<int>(row.expected.size()))
+            << "every kind but raw data reports twice the bytes written";
+        EXPECT_EQ(row.element->write(nullptr, row.enc, 1), static_cast<int>(row.expected.size()))
+            << "sizeOnly gives the true size and needs no file";
+    }
 }
 
 TEST(Dicom3ElementEncoding, OnlyExplicitLittleAndBigEndianCanBeWritten)
@@ -123,53 +170,6 @@ TEST(Dicom3ElementEncoding, OddValuesArePaddedWithZeroForEveryVR)
     }
 }
 
-TEST(Dicom3ElementEncoding, LongLengthVRsHaveReservedBytesAndA32BitLength)
-{
-    // (0002,0001) File Meta Information Version, as every Part 10 file has it.
-    Dicom3Element version(0x0002, 0x0001, dicom::OB);
-    const unsigned char value[2] = {0x00, 0x01};
-    EXPECT_EQ(version.setU8bitStringData(value, 2), 2);
-    EXPECT_EQ(
-        encode(version, dicom::EXPLICIT_LITTLE_ENDIAN),
-        (Bytes{0x02, 0x00, 0x01, 0x00, 'O', 'B', 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x01}));
-
-    Dicom3Element comment(0x0020, 0x4000, dicom::UT);
-    comment.setCharStringData("abc", -2);
-    EXPECT_EQ(encode(comment, dicom::EXPLICIT_BIG_ENDIAN),
-              (Bytes{0x00, 0x20, 0x40, 0x00, 'U', 'T', 0x00, 0x00, 0x00, 0x00, 0x00, 0x04, 'a', 'b',
-                     'c', 0x00}));
-    EXPECT_EQ(comment.write(nullptr, dicom::EXPLICIT_BIG_ENDIAN, 1), 16);
-}
-
-TEST(Dicom3ElementEncoding, NumbersAndAttributeTags)
-{
-    Dicom3Element byte(0x0009, 0x0010, dicom::UN);
-    EXPECT_EQ(byte.setU8bitData(7), 1);
-    EXPECT_EQ(byte.getPad(), 1);
-    EXPECT_EQ(
-        encode(byte, dicom::EXPLICIT_LITTLE_ENDIAN),
-        (Bytes{0x09, 0x00, 0x10, 0x00, 'U', 'N', 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x07, 0x00}));
-
-    Dicom3Element length(0x0008, 0x0000, dicom::UL);
-    EXPECT_EQ(length.setU32bitData(0x01020304), 4);
-    EXPECT_EQ(encode(length, dicom::EXPLICIT_BIG_ENDIAN),
-              (Bytes{0x00, 0x08, 0x00, 0x00, 'U', 'L', 0x00, 0x04, 0x01, 0x02, 0x03, 0x04}));
-
-    Dicom3Element number(0x0020, 0x0013, dicom::IS);
-    EXPECT_EQ(number.setISData(-12345), 6);
-    EXPECT_EQ(number.getPad(), 0);
-    EXPECT_EQ(encode(number, dicom::EXPLICIT_LITTLE_ENDIAN),
-              cat(shortHeaderLE(0x0020, 0x0013, "IS", 6), text("-12345")));
-    EXPECT_EQ(number.setISData(123), 3);
-    EXPECT_EQ(encode(number, dicom::EXPLICIT_LITTLE_ENDIAN),
-              cat(shortHeaderLE(0x0020, 0x0013, "IS", 4), cat(text("123"), {0})));
-
-    Dicom3Element pointer(0x0028, 0x0009, dicom::AT);
-    EXPECT_EQ(pointer.setAttributeData(0x0018, 0x1063), 4);
-    EXPECT_EQ(encode(pointer, dicom::EXPLICIT_BIG_ENDIAN),
-              (Bytes{0x00, 0x28, 0x00, 0x09, 'A', 'T', 0x00, 0x04, 0x00, 0x18, 0x10, 0x63}));
-}
-
 TEST(Dicom3ElementLength, ClampsOnlySingleValuedVRs)
 {
     struct Row
@@ -183,21 +183,12 @@ TEST(Dicom3ElementLength, ClampsOnlySingleValuedVRs)
         {dicom::ST, 1100, 1024, "ST holds at most 1024 characters"},
         {dicom::LT, 10241, 10240, "LT at most 10240"},
         {dicom::US, 5, 2, "a US text is cut to the two bytes of the value"},
-        {dicom::UL, 9, 4, "UL 4"},
-        {dicom::AT, 9, 4, "AT 4"},
-        {dicom::FL, 9, 4, "FL 4"},
         {dicom::FD, 20, 8, "FD 8"},
         {dicom::ST, 10, 10, "shorter than the limit: unchanged"},
         {dicom::LO, 70, 70, "LO may hold several values: never clamped"},
         {dicom::UI, 65, 65, "UI may hold several values: never clamped"},
-        {dicom::IS, 40, 40, "IS never clamped"},
-        {dicom::CS, 40, 40, "CS never clamped"},
-        {dicom::SH, 30, 30, "SH never clamped"},
-        {dicom::DA, 30, 30, "DA never clamped"},
         {dicom::SL, 9, 9, "SL is among the multi-valued VRs, so its limit 4 never applies"},
-        {dicom::PN, 500, 500, "PN has no limit"},
         {dicom::UT, 100000, 100000, "UT has no limit"},
-        {dicom::OB, 100000, 100000, "OB has no limit"},
     };
     const std::string source(100000, 'x');
     for (const Row &row : rows) {
@@ -207,17 +198,12 @@ TEST(Dicom3ElementLength, ClampsOnlySingleValuedVRs)
         EXPECT_EQ(e.setCharStringData(source.c_str(), row.n), row.expected)
             << "the setter stores the clamped length";
     }
-}
-
-TEST(Dicom3ElementLength, AnOverlongShortTextIsCutInTheFile)
-{
-    const std::string study(1100, 'd');
+    // In the file: a 16-bit length of 1024 and 1024 bytes.
     Dicom3Element description(0x0008, 0x1030, dicom::ST);
-    EXPECT_EQ(description.setCharStringData(study.c_str(), -2), 1024);
+    EXPECT_EQ(description.setCharStringData(source.c_str() + 98900, -2), 1024);
     const Bytes bytes = encode(description, dicom::EXPLICIT_LITTLE_ENDIAN);
     ASSERT_EQ(bytes.size(), 8u + 1024u);
-    EXPECT_EQ(bytes[6], 0x00);
-    EXPECT_EQ(bytes[7], 0x04) << "16-bit length 1024";
+    EXPECT_EQ(bytes[7], 0x04);
 }
 
 TEST(Dicom3ElementTableText, EachVRReadsTheCellTextItsOwnWay)
@@ -372,37 +358,4 @@ TEST(Dicom3ElementPixels, AShortPixelWriteIsReportedAndTolerated)
     EXPECT_EQ(pixels.write(full, dicom::EXPLICIT_LITTLE_ENDIAN, 0), -1)
         << "a short header write fails the element";
     std::fclose(full);
-}
-
-TEST(Dicom3ElementTracing, ReadReportsEachStepAndSkipsTheValue)
-{
-    FILE *f = std::tmpfile();
-    ASSERT_NE(f, nullptr);
-    Dicom3Element rows(0x0028, 0x0010, dicom::US);
-    rows.setU16bitData(512);
-    Dicom3Element version(0x0002, 0x0001, dicom::OB);
-    const unsigned char value[2] = {0x00, 0x01};
-    version.setU8bitStringData(value, 2);
-    ASSERT_GT(rows.write(f, dicom::EXPLICIT_LITTLE_ENDIAN, 0), 0);
-    ASSERT_GT(version.write(f, dicom::EXPLICIT_LITTLE_ENDIAN, 0), 0);
-    std::rewind(f);
-
-    VxMessageCapture capture;
-    Dicom3Element scratch(0x0001, 0x0001, dicom::US);
-    EXPECT_EQ(scratch.read(f, dicom::EXPLICIT_LITTLE_ENDIAN), 8);
-    EXPECT_EQ(scratch.getGroupId(), 0x0028);
-    EXPECT_EQ(scratch.getReadLength(), 2);
-    EXPECT_EQ(capture.text(), "begin Element\nreading groupId\nreading elementId\nreading VR\n"
-                              "reading 16 bit length\nreading data\nfseeked returned 0\n"
-                              "end Element\n");
-    capture.clear();
-    EXPECT_EQ(scratch.read(f, dicom::EXPLICIT_LITTLE_ENDIAN), 12);
-    EXPECT_EQ(scratch.getVR(), dicom::OB);
-    EXPECT_TRUE(capture.contains("skip 16 bits\nreading 32 bit length\n")) << capture.text();
-    capture.clear();
-    scratch.print();
-    EXPECT_EQ(capture.text(), "(   2,    1) OB  len() = 2\n");
-    EXPECT_EQ(scratch.read(f, dicom::EXPLICIT_LITTLE_ENDIAN), -1) << "end of file";
-    EXPECT_EQ(scratch.read(f, dicom::IMPLICIT_LITTLE_ENDIAN), -1);
-    std::fclose(f);
 }
