@@ -92,6 +92,30 @@ def in_turn(tools, runs, warmup=1):
     return [t[0] for t in tools]
 
 
+def io_floor(inputs, output, folder, runs):
+    """The I/O floor of a load-and-save run: the median time of `cat` of the
+    input files plus the median time of `dd` copying the output file's bytes
+    into `folder`, made fresh and empty before each copy; in seconds."""
+    exclusive()
+    read, write = [], []
+    for round_ in range(runs + 1):
+        t, _ = run_timed(["cat"] + list(inputs))
+        fresh(folder)
+        u, _ = run_timed(["dd", "if=" + output, "of=" + os.path.join(folder, "copy"),
+                          "bs=8M", "status=none"])
+        if round_ > 0:
+            read.append(t)
+            write.append(u)
+    shutil.rmtree(folder, ignore_errors=True)
+    return statistics.median(read) + statistics.median(write)
+
+
+def print_result(r):
+    """One line: the tool's median, spread, output size and peak memory."""
+    print("  %-28s median %8.3f s  (%s)  output %8.1f MiB  peak %7.1f MiB" %
+          (r.name, r.median, r.spread(), r.output_bytes / 2**20, r.peak / 2**20))
+
+
 def report(case, ours, theirs, target=None, extra=""):
     """Prints one case: both medians with spread, output sizes, our peak
     memory, the ratio and the target."""
@@ -100,8 +124,7 @@ def report(case, ours, theirs, target=None, extra=""):
     for r in (ours, theirs):
         if r is None:
             continue
-        print("  %-28s median %8.3f s  (%s)  output %8.1f MiB  peak %7.1f MiB" %
-              (r.name, r.median, r.spread(), r.output_bytes / 2**20, r.peak / 2**20))
+        print_result(r)
     if theirs is not None:
         verdict = ""
         if target is not None:

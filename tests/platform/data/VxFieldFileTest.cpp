@@ -1,5 +1,6 @@
 #include "platform/data/VxFieldFile.h"
 #include "platform/core/VxMessage.h"
+#include "platform/core/VxWorkArea.h"
 
 #include "tests/support/TestSupport.h"
 
@@ -12,6 +13,8 @@
 
 #include <zlib.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -19,6 +22,9 @@
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <sys/fsuid.h>
+#include <unistd.h>
 
 namespace {
 
@@ -461,6 +467,214 @@ TEST(VxFieldFileNifti, BrokenFilesFailWithAReason)
     auto back = VxFieldFile::load(upper.c_str(), &error);
     ASSERT_TRUE(back) << error;
     EXPECT_EQ(sampleAt<int16_t>(*back, 7, 7, 7), 777);
+}
+
+// A .nii.gz of several gzip members: 523 x 401 x 8 int16 is 3.2 MiB of
+// samples, so the writer's 1 MiB members end inside the samples and the last
+// one is short. Every reader must see one stream: gzip, nifticlib (through
+// nifti_tool) and nibabel, with the same bytes as the plain .nii.
+TEST(VxFieldFileNifti, GzipOfSeveralMembersIsOneStreamForEveryReader)
+{
+    REQUIRE_NIBABEL();
+    auto f = indexField<int16_t, VxUniformScalarField3>(523, 401, 8);
+    vxtest::TempDir dir;
+    const std::string plain = dir.file("v.nii"), packed = dir.file("v.nii.gz");
+    KcString error;
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, plain.c_str(), &error)) << error;
+    ASSERT_TRUE(VxFieldFile::saveNifti(*f, packed.c_str(), &error)) << error;
+    const std::vector<unsigned char> plainBytes = vxtest::readFileBytes(plain);
+    ASSERT_EQ(plainBytes.size(), 352u + 523u * 401u * 8u * 2u);
+
+    std::string out;
+    EXPECT_EQ(vxtest::runCommand("gzip -t " + vxtest::shellQuote(packed), &out, true), 0) << out;
+    const std::string unpacked = dir.file("gunzipped.nii");
+    ASSERT_EQ(vxtest::runCommand("gzip -dc " + vxtest::shellQuote(packed) + " > " +
+                                 vxtest::shellQuote(unpacked)),
+              0);
+    EXPECT_TRUE(vxtest::readFileBytes(unpacked) == plainBytes) << "gzip -dc differs from .nii";
+
+    // nibabel at the corners and on both sides of the first member ends:
+    // the first member holds the header and the first 65,184 sample bytes
+    // (64 KiB in all), the following ones 1 MiB each.
+    std::string points = "0,0,0 522,400,7";
+    std::vector<std::array<int, 3>> expected = {{0, 0, 0}, {522, 400, 7}};
+    for (long end = 65184; end < 523L * 401 * 8 * 2; end += 1L << 20)
+        for (long voxel : {end / 2 - 1, end / 2}) {
+            const int i = static_cast<int>(voxel % 523), j = static_cast<int>(voxel / 523 % 401),
+                      k = static_cast<int>(voxel / (523 * 401));
+            points += KcString::format(" %d,%d,%d", i, j, k);
+            expected.push_back({i, j, k});
+        }
+    const QJsonObject j = probe(packed, points);
+    const QJsonArray values = j["values"].toArray();
+    ASSERT_EQ(values.size(), static_cast<int>(expected.size())) << points;
+    for (size_t n = 0; n < expected.size(); ++n)
+        EXPECT_EQ(values[static_cast<int>(n)].toInt(),
+                  expected[n][0] + 10 * expected[n][1] + 100 * expected[n][2])
+            << "voxel " << expected[n][0] << "," << expected[n][1] << "," << expected[n][2];
+    EXPECT_EQ(j["shape"].toArray(), QJsonArray({523, 401, 8}));
+
+    if (!vxtest::haveProgram("nifti_tool"))
+        GTEST_SKIP() << "nifti_tool (Debian nifti-bin) is needed for the nifticlib check";
+    const std::string copy = dir.file("copy.nii");
+    ASSERT_EQ(vxtest::runCommand("nifti_tool -copy_im -prefix " + vxtest::shellQuote(copy) +
+                                     " -infiles " + vxtest::shellQuote(packed),
+                                 &out, true),
+              0)
+        << out;
+    const std::vector<unsigned char> copied = vxtest::readFileBytes(copy);
+    ASSERT_EQ(copied.size(), plainBytes.size());
+    EXPECT_TRUE(std::equal(copied.begin() + 352, copied.end(), plainBytes.begin() + 352))
+        << "nifticlib reads other samples";
+}
+
+namespace {
+
+std::vector<std::string> namesIn(const std::string &folder)
+{
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+size_t threadsOfThisProcess()
+{
+    size_t n = 0;
+    for ([[maybe_unused]] const auto &entry :
+         std::filesystem::directory_iterator("/proc/self/task"))
+        ++n;
+    return n;
+}
+
+} // namespace
+
+// Saving again under the same name replaces the file whatever it had been;
+// a name that is a link gets a file of its own and the file it pointed to,
+// or shared with another name, keeps its contents.
+TEST(VxFieldFileNifti, SavingAgainReplacesTheFileAndLeavesNothingElse)
+{
+    auto big = indexField<int16_t, VxUniformScalarField3>(300, 200, 12);
+    auto small = indexField<uint8_t, VxUniformScalarField3>(5, 4, 3);
+    for (const char *name : {"again.nii", "again.nii.gz"}) {
+        SCOPED_TRACE(name);
+        vxtest::TempDir dir;
+        const std::string path = dir.file(name);
+        KcString error;
+        ASSERT_TRUE(VxFieldFile::saveNifti(*big, path.c_str(), &error)) << error;
+        const auto bigSize = std::filesystem::file_size(path);
+        ASSERT_TRUE(VxFieldFile::saveNifti(*small, path.c_str(), &error)) << error;
+        EXPECT_LT(std::filesystem::file_size(path), bigSize / 10) << "cut to the new length";
+        auto back = VxFieldFile::load(path.c_str(), &error);
+        ASSERT_TRUE(back) << error;
+        EXPECT_EQ(back->lattice()->dim(0), 5);
+        EXPECT_EQ(back->lattice()->primType(), KcPrimType::UInt8);
+        EXPECT_EQ(sampleAt<uint8_t>(*back, 4, 3, 2), 234);
+        // And back to the larger one, over the smaller.
+        ASSERT_TRUE(VxFieldFile::saveNifti(*big, path.c_str(), &error)) << error;
+        back = VxFieldFile::load(path.c_str(), &error);
+        ASSERT_TRUE(back) << error;
+        EXPECT_EQ(sampleAt<int16_t>(*back, 299, 199, 11), 299 + 1990 + 1100);
+        EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{name});
+    }
+
+    vxtest::TempDir dir;
+    KcString error;
+    const std::string target = dir.file("target.nii"), link = dir.file("link.nii");
+    const std::string hard = dir.file("hard.nii"), other = dir.file("other.nii");
+    ASSERT_TRUE(VxFieldFile::saveNifti(*big, target.c_str(), &error)) << error;
+    std::filesystem::create_symlink("target.nii", link);
+    std::filesystem::copy_file(target, hard);
+    std::filesystem::create_hard_link(hard, other);
+    const std::vector<unsigned char> before = vxtest::readFileBytes(target);
+    ASSERT_TRUE(VxFieldFile::saveNifti(*small, link.c_str(), &error)) << error;
+    ASSERT_TRUE(VxFieldFile::saveNifti(*small, hard.c_str(), &error)) << error;
+    EXPECT_FALSE(std::filesystem::is_symlink(link));
+    EXPECT_TRUE(vxtest::readFileBytes(target) == before) << "the link's target changed";
+    EXPECT_TRUE(vxtest::readFileBytes(other) == before) << "the other hard link changed";
+    EXPECT_TRUE(vxtest::readFileBytes(link) == vxtest::readFileBytes(hard));
+    EXPECT_EQ(namesIn(dir.path()),
+              (std::vector<std::string>{"hard.nii", "link.nii", "other.nii", "target.nii"}));
+}
+
+// A folder the user may not write into: the save fails naming the file, and
+// nothing is left there. As root, permissions are checked for "nobody"
+// (setfsuid on this thread drops root's right to override them).
+TEST(VxFieldFileNifti, ReadOnlyFolderFailsNamingTheFileAndLeavesNothing)
+{
+    auto f = indexField<int16_t, VxUniformScalarField3>(300, 200, 12);
+    vxtest::TempDir dir;
+    std::filesystem::permissions(dir.path(), std::filesystem::perms(0755));
+    const std::string folder = dir.file("readonly");
+    std::filesystem::create_directory(folder);
+    std::filesystem::permissions(folder, std::filesystem::perms(0555));
+    struct AsNobody
+    {
+        const bool root = geteuid() == 0;
+        AsNobody()
+        {
+            if (root)
+                setfsuid(65534);
+        }
+        ~AsNobody()
+        {
+            if (root)
+                setfsuid(0);
+        }
+    };
+    for (const char *name : {"a.nii", "a.nii.gz"}) {
+        const std::string path = folder + "/" + name;
+        KcString error;
+        bool saved;
+        {
+            AsNobody nobody;
+            saved = VxFieldFile::saveNifti(*f, path.c_str(), &error);
+        }
+        EXPECT_FALSE(saved) << name;
+        EXPECT_NE(error.find("saving " + path +
+                             " failed: cannot open for writing: Permission "
+                             "denied"),
+                  std::string::npos)
+            << error;
+    }
+    EXPECT_TRUE(namesIn(folder).empty());
+}
+
+// Ctrl-C while a file is written: the save stops with "interrupted", the
+// compression threads are gone and no file, whole or partial, is left; a
+// previous result of that name is gone too (it was being rewritten).
+TEST(VxFieldFileNifti, InterruptedSaveLeavesNoFileAndNoThread)
+{
+    auto f = indexField<int16_t, VxUniformScalarField3>(512, 512, 24); // 12 MiB
+    VxWorkArea *work = VxWorkArea::instance();
+    const size_t threadsBefore = threadsOfThisProcess();
+    for (const char *name : {"stop.nii", "stop.nii.gz"})
+        for (bool existing : {false, true}) {
+            SCOPED_TRACE(std::string(name) + (existing ? " over a previous result" : ""));
+            vxtest::TempDir dir;
+            const std::string path = dir.file(name);
+            KcString error;
+            if (existing) {
+                ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
+            }
+            float stoppedAt = -1;
+            work->setObserver([&](const std::string &status, float fraction) {
+                if (status.rfind("saving", 0) == 0 && fraction > 0.2f && stoppedAt < 0) {
+                    stoppedAt = fraction;
+                    work->interrupt();
+                }
+            });
+            const bool saved = VxFieldFile::saveNifti(*f, path.c_str(), &error);
+            work->setObserver(nullptr);
+            EXPECT_FALSE(saved);
+            EXPECT_GT(stoppedAt, 0.2f);
+            EXPECT_LT(stoppedAt, 1.0f) << "interrupted before the last piece";
+            EXPECT_NE(error.find("saving " + path + " failed: interrupted"), std::string::npos)
+                << error;
+            EXPECT_TRUE(namesIn(dir.path()).empty());
+            EXPECT_EQ(threadsOfThisProcess(), threadsBefore);
+        }
 }
 
 // ------------------------------------------------------------------- NRRD

@@ -682,3 +682,224 @@ TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsItsTopSixteenBitsAndSaysSo)
         EXPECT_EQ(messages.contains(said), c.stored > 16) << messages.text();
     }
 }
+
+// ------------------------------------------------------ decoding threads
+
+namespace {
+
+// A real CT series: 54 slices of 512 x 512, stored uncompressed.
+const char *const kCtSeries = "dcm_qa_ct/In/Philips/S21610/S2010";
+
+std::string quoted(const std::string &s)
+{
+    return vxtest::shellQuote(s);
+}
+
+// The CT series' images stored by `tool` (another program's encoder) into
+// folder; empty after a failure, which the test reports.
+std::vector<std::string> compressSeries(const std::string &tool, const std::string &folder)
+{
+    fs::create_directories(folder);
+    std::vector<std::string> made;
+    for (const std::string &source : vxtest::sharedDicomFiles(kCtSeries)) {
+        const std::string name = fs::path(source).filename().string();
+        if (name == "DIRFILE")
+            continue;
+        const std::string target = folder + "/" + name;
+        std::string log;
+        if (vxtest::runCommand(tool + " " + quoted(source) + " " + quoted(target), &log, true) !=
+            0) {
+            ADD_FAILURE() << tool << " " << source << ": " << log;
+            return {};
+        }
+        made.push_back(target);
+    }
+    return made;
+}
+
+struct LoadRun
+{
+    int status = -1;
+    std::string out, err;
+    std::vector<std::string> saved; ///< names in the output folder
+    std::vector<unsigned char> nifti;
+};
+
+// `vxdicom load -nodialog --format nii -o OUT SERIES` as a user runs it, with
+// VXDICOM_DECODE_THREADS set; OUT is made anew for every run, so that the
+// console texts of two runs can be compared as they are.
+LoadRun loadAsUser(const std::string &series, const std::string &out, const char *threads)
+{
+    fs::remove_all(out);
+    const vxtest::CommandOutcome r = vxtest::runCapturing(
+        std::string("VXDICOM_DECODE_THREADS=") + threads + " " + quoted(VXDICOM_BINARY) +
+        " load -nodialog --format nii -o " + quoted(out) + " " + quoted(series));
+    LoadRun run;
+    run.status = r.status;
+    run.out = r.out;
+    run.err = r.err;
+    if (fs::exists(out))
+        for (const auto &entry : fs::directory_iterator(out)) {
+            run.saved.push_back(entry.path().filename().string());
+            if (entry.path().extension() == ".nii")
+                run.nifti = vxtest::readFileBytes(entry.path().string());
+        }
+    return run;
+}
+
+size_t count(const std::string &text, const std::string &part)
+{
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++n;
+    return n;
+}
+
+// Damages the JPEG codestream inside a DICOM file: "zeros" blanks 2,000 bytes
+// of the entropy-coded data (the decoder warns and goes on), "no-scan"
+// breaks the start-of-scan marker (it warns, then fails).
+void damageJpeg(const std::string &path, const std::string &how)
+{
+    std::vector<unsigned char> b = vxtest::readFileBytes(path);
+    const unsigned char soi[3] = {0xFF, 0xD8, 0xFF}, sos[2] = {0xFF, 0xDA};
+    const auto start = std::search(b.begin(), b.end(), soi, soi + 3);
+    const auto scan = std::search(start, b.end(), sos, sos + 2);
+    ASSERT_NE(scan, b.end()) << path;
+    if (how == "zeros") {
+        const auto middle = scan + (b.end() - scan) / 2;
+        ASSERT_GT(b.end() - middle, 2000);
+        std::fill(middle, middle + 2000, 0);
+    } else {
+        scan[1] = 0x01;
+    }
+    vxtest::writeFileBytes(path, b);
+}
+
+struct CompressedSeries
+{
+    const char *name;
+    const char *tool; ///< the command that stores a file compressed: TOOL IN OUT
+};
+
+class DecodingThreads : public ::testing::TestWithParam<CompressedSeries>
+{
+};
+
+} // namespace
+
+// The CT series stored compressed by another program loads with the same
+// samples as the uncompressed series, and a pool of decoding threads gives
+// the same file and the same console text as decoding on the loading thread.
+TEST_P(DecodingThreads, PoolGivesTheSamplesAndTheConsoleOfOneThread)
+{
+    VX_REQUIRE_SHARED_DATA();
+    const CompressedSeries c = GetParam();
+    const std::string program = std::string(c.tool).substr(0, std::string(c.tool).find(' '));
+    if (!vxtest::haveProgram(program))
+        GTEST_SKIP() << program << " is needed for this test";
+    vxtest::TempDir dir;
+    const std::string series = dir.file("series");
+    ASSERT_EQ(compressSeries(c.tool, series).size(), 54u);
+
+    const LoadRun reference = loadAsUser(vxtest::sharedPath(kCtSeries), dir.file("ref"), "1");
+    ASSERT_EQ(reference.status, 0) << reference.err;
+    ASSERT_GT(reference.nifti.size(), 54u * 512 * 512 * 2);
+    const LoadRun one = loadAsUser(series, dir.file("out"), "1");
+    const LoadRun pool = loadAsUser(series, dir.file("out"), "4");
+    EXPECT_EQ(one.status, 0) << one.err;
+    EXPECT_EQ(pool.status, 0) << pool.err;
+    EXPECT_EQ(pool.out, one.out);
+    EXPECT_EQ(pool.err, one.err);
+    EXPECT_EQ(count(one.out, "+ " + series + "/I"), 54u) << one.out;
+    EXPECT_TRUE(one.nifti == reference.nifti) << "decoded samples differ from the stored ones";
+    EXPECT_TRUE(pool.nifti == one.nifti) << "the pool's samples differ";
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, DecodingThreads,
+                         ::testing::Values(CompressedSeries{"JpegLossless", "dcmcjpeg"},
+                                           CompressedSeries{"JpegLs", "dcmcjpls"},
+                                           CompressedSeries{"Jpeg2000", "gdcmconv --j2k"},
+                                           CompressedSeries{"Rle", "dcmcrle"}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+// Frames whose decoder complains are reported when the loading thread
+// reaches them, in slice order; a frame that fails stops the load with its
+// file named, and what helpers said about later frames is never shown.
+TEST(DecodingThreads, DamagedFramesAreReportedInSliceOrderAsByOneThread)
+{
+    VX_REQUIRE_SHARED_DATA();
+    if (!vxtest::haveProgram("dcmcjpeg"))
+        GTEST_SKIP() << "dcmcjpeg (Debian dcmtk) is needed for this test";
+    vxtest::TempDir dir;
+    const std::string series = dir.file("series");
+    ASSERT_EQ(compressSeries("dcmcjpeg", series).size(), 54u);
+    // Slices are ordered I10, I20, ... I540 along the table.
+    damageJpeg(series + "/I200", "zeros");
+    damageJpeg(series + "/I400", "zeros");
+    const LoadRun warnedOne = loadAsUser(series, dir.file("out"), "1");
+    const LoadRun warnedPool = loadAsUser(series, dir.file("out"), "4");
+    EXPECT_EQ(warnedOne.status, 0) << warnedOne.err;
+    EXPECT_EQ(count(warnedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << warnedOne.err;
+    EXPECT_EQ(warnedPool.status, warnedOne.status);
+    EXPECT_EQ(warnedPool.err, warnedOne.err);
+    EXPECT_EQ(warnedPool.out, warnedOne.out);
+    EXPECT_TRUE(warnedPool.nifti == warnedOne.nifti);
+    EXPECT_FALSE(warnedOne.nifti.empty());
+
+    damageJpeg(series + "/I270", "no-scan");
+    damageJpeg(series + "/I290", "zeros");
+    const LoadRun failedOne = loadAsUser(series, dir.file("out"), "1");
+    const LoadRun failedPool = loadAsUser(series, dir.file("out"), "4");
+    EXPECT_EQ(failedOne.status, 1);
+    EXPECT_NE(failedOne.err.find("reading " + series +
+                                 "/I270 failed: Error: unable to load image "
+                                 "data."),
+              std::string::npos)
+        << failedOne.err;
+    // I200's warning and I270's own, none of I290 or I400.
+    EXPECT_EQ(count(failedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << failedOne.err;
+    EXPECT_EQ(failedPool.status, failedOne.status);
+    EXPECT_EQ(failedPool.err, failedOne.err);
+    EXPECT_EQ(failedPool.out, failedOne.out);
+    EXPECT_TRUE(failedOne.saved.empty());
+    EXPECT_TRUE(failedPool.saved.empty());
+}
+
+// Ctrl-C while compressed frames are decoded ahead: the load stops, and no
+// decoding thread outlives it.
+TEST(DecodingThreads, InterruptStopsTheLoadAndLeavesNoThread)
+{
+    VX_REQUIRE_SHARED_DATA();
+    if (!vxtest::haveProgram("dcmcjpls"))
+        GTEST_SKIP() << "dcmcjpls (Debian dcmtk) is needed for this test";
+    vxtest::TempDir dir;
+    const std::vector<std::string> names = compressSeries("dcmcjpls", dir.file("series"));
+    ASSERT_EQ(names.size(), 54u);
+    ScopedEnv threads("VXDICOM_DECODE_THREADS", "4");
+    OpenedFiles files(names);
+    auto stack = stackOf(files.images());
+    const auto threadsNow = [] {
+        size_t n = 0;
+        for ([[maybe_unused]] const auto &t : fs::directory_iterator("/proc/self/task"))
+            ++n;
+        return n;
+    };
+    const size_t before = threadsNow();
+    VxWorkArea *work = VxWorkArea::instance();
+    float stoppedAt = -1;
+    work->setObserver([&](const std::string &status, float fraction) {
+        if (status == "loading image data..." && fraction > 0.25f && stoppedAt < 0) {
+            stoppedAt = fraction;
+            work->interrupt();
+        }
+    });
+    VxMessageCapture capture;
+    std::unique_ptr<VxField3> field(createField3(*stack));
+    work->setObserver(nullptr);
+    EXPECT_FALSE(field);
+    EXPECT_GT(stoppedAt, 0.25f);
+    EXPECT_LT(stoppedAt, 0.5f);
+    EXPECT_TRUE(capture.contains(": loading interrupted")) << capture.text();
+    EXPECT_EQ(threadsNow(), before);
+    EXPECT_FALSE(work->isShowingProgress());
+}
