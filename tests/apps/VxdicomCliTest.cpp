@@ -67,6 +67,9 @@ std::string ts(int n)
     return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
 }
 
+// The text form; the values of every shared file are compared with pydicom
+// and gdcmdump through the JSON form (info_vs_pydicom.py), which also asks for
+// an exit status of 0 and nothing on standard error.
 TEST(VxdicomInfo, ReportsWhatTheLayerReadsAndDecodes)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -79,12 +82,7 @@ TEST(VxdicomInfo, ReportsWhatTheLayerReadsAndDecodes)
         r.out,
         "transfer syntax:   1.2.840.10008.1.2.4.90 (JPEG 2000 Image Compression (Lossless Only))"));
     EXPECT_TRUE(contains(r.out, "rows:              384\n"));
-    EXPECT_TRUE(contains(r.out, "columns:           384\n"));
-    EXPECT_TRUE(contains(r.out, "bits allocated:    16\n"));
-    EXPECT_TRUE(contains(r.out, "bytes per sample:  2\n"));
-    EXPECT_TRUE(contains(r.out, "samples per pixel: 1\n"));
     EXPECT_TRUE(contains(r.out, "photometric:       MONOCHROME2\n"));
-    EXPECT_TRUE(contains(r.out, "DICOMDIR:          no\n"));
     size_t decoded = 0;
     for (size_t at = r.out.find("pixels:            1 frame decoded"); at != std::string::npos;
          at = r.out.find("pixels:            1 frame decoded", at + 1))
@@ -136,25 +134,6 @@ TEST(VxdicomInfo, AFrameThatCannotBeDecodedFailsTheFile)
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(contains(r.out, "pixels:            not decoded"));
     EXPECT_TRUE(contains(r.err, "reading " + broken + " failed: JPEG 2000")) << r.err;
-}
-
-// Every shared file reads and decodes, and nothing but the report is printed.
-TEST(VxdicomInfo, AllSharedFilesDecodeSilently)
-{
-    VX_REQUIRE_SHARED_DATA();
-    const std::vector<std::string> files = vxtest::sharedDicomFiles();
-    std::string args;
-    for (const std::string &f : files)
-        args += " " + shellQuote(f);
-    const Outcome r = run("info" + args);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.err, "");
-    size_t reports = 0;
-    for (size_t at = r.out.find("\n  pixels:"); at != std::string::npos;
-         at = r.out.find("\n  pixels:", at + 1))
-        ++reports;
-    EXPECT_EQ(reports, files.size());
-    EXPECT_FALSE(contains(r.out, "not decoded"));
 }
 
 } // namespace

@@ -70,60 +70,45 @@ TEST_F(VxWarningDialogTest, OffscreenPlatformCountsAsNoDisplay)
     EXPECT_TRUE(VxWarningDialog::haveDisplay());
 }
 
-TEST_F(VxWarningDialogTest, WithoutDisplayPrintsQuestionAndTakesDefault)
+TEST_F(VxWarningDialogTest, WithoutDisplayTheQuestionIsPrintedAndTheDefaultTaken)
 {
     VxWarningDialog::setDisplayOverride(0);
     VxMessageCapture capture;
-    const int answer = VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling",
-                                                "Clamp data", "Adjust scaling", 2, 2);
-    EXPECT_EQ(answer, 2);
+    EXPECT_EQ(VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data",
+                                       "Adjust scaling", 2, 2),
+              2);
     EXPECT_EQ(capture.text(), std::string("Overflow: ") + kOverflowText +
                                   "\n-> Adjust scaling (no display; default answer)\n");
-}
-
-TEST_F(VxWarningDialogTest, DefaultNamingNoButtonFallsBackToTheFirst)
-{
-    VxWarningDialog::setDisplayOverride(0);
-    VxMessageCapture capture;
+    // A default that names no button falls back to the first one there is.
     EXPECT_EQ(VxWarningDialog::warning("t", "x", "Yes", "No", QString(), 2), 0);
     EXPECT_EQ(VxWarningDialog::warning("t", "x", QString(), "Only", QString(), 0), 1);
     EXPECT_EQ(VxWarningDialog::warning("t", "x", QString()), 0);
     EXPECT_TRUE(capture.contains("-> OK (no display; default answer)"));
-}
-
-TEST_F(VxWarningDialogTest, InformationWithoutDisplayIsPrinted)
-{
-    VxWarningDialog::setDisplayOverride(0);
-    VxMessageCapture capture;
+    capture.clear();
     VxWarningDialog::information("DICOM Loader", "Stack might contain no images!");
     EXPECT_EQ(capture.text(), "DICOM Loader: Stack might contain no images!\n");
 }
 
-TEST_F(VxWarningDialogTest, WithDisplayTheClickedButtonIsTheAnswer)
+TEST_F(VxWarningDialogTest, WithDisplayTheAnswerIsTheButtonTheUserChooses)
 {
     VxWarningDialog::setDisplayOverride(1);
-    BoxAnswerer answerer([](QMessageBox *box) { buttonWithText(box, "Clamp data")->click(); });
-    const int answer = VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling",
-                                                "Clamp data", "Adjust scaling", 2, 2);
-    EXPECT_EQ(answer, 1);
-    ASSERT_NE(answerer.seen, nullptr);
-    EXPECT_EQ(answerer.defaultText, "Adjust scaling");
-    EXPECT_EQ(answerer.buttonCount, 3);
-}
-
-TEST_F(VxWarningDialogTest, EscapeGivesTheEscapeButton)
-{
-    VxWarningDialog::setDisplayOverride(1);
-    BoxAnswerer answerer([](QMessageBox *box) { QTest::keyClick(box, Qt::Key_Escape); });
-    EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", QString(), 0, 1), 1);
-}
-
-TEST_F(VxWarningDialogTest, ReturnGivesTheDefaultButton)
-{
-    VxWarningDialog::setDisplayOverride(1);
+    {
+        BoxAnswerer answerer([](QMessageBox *box) { buttonWithText(box, "Clamp data")->click(); });
+        EXPECT_EQ(VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling",
+                                           "Clamp data", "Adjust scaling", 2, 2),
+                  1);
+        ASSERT_NE(answerer.seen, nullptr);
+        EXPECT_EQ(answerer.defaultText, "Adjust scaling");
+        EXPECT_EQ(answerer.buttonCount, 3);
+    }
+    {
+        BoxAnswerer answerer([](QMessageBox *box) { QTest::keyClick(box, Qt::Key_Escape); });
+        EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", QString(), 0, 1), 1)
+            << "Escape gives the escape button";
+    }
     BoxAnswerer answerer([](QMessageBox *box) { QTest::keyClick(box, Qt::Key_Return); });
-    EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", "Later", 2, 1), 2);
-    EXPECT_EQ(answerer.buttonCount, 3);
+    EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", "Later", 2, 1), 2)
+        << "Return gives the default button";
 }
 
 TEST_F(VxWarningDialogTest, CalledFromWorkerThreadTheBoxRunsOnGuiThread)

@@ -187,37 +187,24 @@ TEST(DicomDirExtraction, PydicomsDicomDirsResolveToFilesThatExist)
     EXPECT_TRUE(extracted(empty, {empty}).empty()) << "no records";
 }
 
-TEST(DicomDirExtraction, NamesAreJoinedToTheFolderOfTheLastName)
-{
-    vxtest::TempDir dir;
-    const std::string dicomDir = dir.file("DICOMDIR");
-    makeDicomDir(dicomDir, {"--id", "IMAGES\\IM1", "--id", "IM2"});
-    EXPECT_EQ(extracted(dicomDir, {dicomDir}), (Names{dir.file("IMAGES/IM1"), dir.file("IM2")}));
-    EXPECT_EQ(extracted(dicomDir, {dicomDir, "/elsewhere/x.dcm"}),
-              (Names{"/elsewhere/IMAGES/IM1", "/elsewhere/IM2"}))
-        << "the last name's folder, not the DICOMDIR's";
-}
-
-TEST(DicomDirExtraction, IdsThatAreEmptyOrLeaveTheFileSetAreLeftOut)
-{
-    vxtest::TempDir dir;
-    const std::string dicomDir = dir.file("DICOMDIR");
-    makeDicomDir(dicomDir, {"--id", "..\\..\\ETC\\PASSWD", "--id", "  ", "--id", "IMAGES\\..\\X",
-                            "--id", "OK\\FILE"});
-    EXPECT_EQ(extracted(dicomDir, {dicomDir}), Names{dir.file("OK/FILE")});
-}
-
-TEST(DicomDirExtraction, FilesOfACdMountedInLowerCaseAreFound)
+// File IDs join the folder of the last name; IDs that are empty or leave the
+// file set are left out; a CD mounted with lower-case names is matched
+// without case, and a name found in no case stays as the DICOMDIR says (it
+// fails when opened).
+TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastName)
 {
     vxtest::TempDir dir;
     fs::create_directories(dir.path() / "images" / "series1");
     vxtest::writeFileBytes(dir.file("images/series1/img0001"), {1});
     vxtest::writeFileBytes(dir.file("Im2"), {1});
     const std::string dicomDir = dir.file("DICOMDIR");
-    makeDicomDir(dicomDir, {"--id", "IMAGES\\SERIES1\\IMG0001", "--id", "IM2", "--id", "MISSING"});
+    makeDicomDir(dicomDir, {"--id", "IMAGES\\SERIES1\\IMG0001", "--id", "IM2", "--id", "MISSING",
+                            "--id", "..\\..\\ETC\\PASSWD", "--id", "  ", "--id", "IMAGES\\..\\X"});
     EXPECT_EQ(extracted(dicomDir, {dicomDir}),
-              (Names{dir.file("images/series1/img0001"), dir.file("Im2"), dir.file("MISSING")}))
-        << "a name found in no case stays as the DICOMDIR says (it fails when opened)";
+              (Names{dir.file("images/series1/img0001"), dir.file("Im2"), dir.file("MISSING")}));
+    EXPECT_EQ(extracted(dicomDir, {dicomDir, "/elsewhere/x.dcm"}),
+              (Names{"/elsewhere/IMAGES/SERIES1/IMG0001", "/elsewhere/IM2", "/elsewhere/MISSING"}))
+        << "the last name's folder, not the DICOMDIR's";
 }
 
 TEST(DicomDirReadingLoop, ADicomDirThatListsItselfIsReadOnce)
