@@ -3,10 +3,10 @@
 tests catch each: the measure of what the test suite catches.
 
     run_faults.py [--faults FILE] [--work DIR] [--only F01,F07] [--record OUT]
-                  [--compare BASELINE]
+                  [--compare BASELINE] [--commit REV] [--resume]
 
 The faults (faults.txt beside this script) are exact text replacements in
-one source file each. The script checks out the committed HEAD into a git
+one source file each. The script checks out the committed HEAD (or --commit REV) into a git
 worktree of its own (WORK/main, with WORK/shared pointing at the shared
 data), builds it once, checks that every test passes there, then for each
 fault: replaces the text (it must occur exactly once), rebuilds, runs the
@@ -15,7 +15,9 @@ tree of the checkout is never touched.
 
 --record writes one line per fault: "ID<TAB>N<TAB>test;test;..." (N failing
 tests, or "build-failed"). --compare reads such a file and exits with 1 when
-a fault it records as caught is no longer caught.
+a fault it records as caught is no longer caught. --resume keeps the faults
+already in the --record file and runs only the others (a long run may be
+continued later: give the same --commit).
 """
 import argparse
 import os
@@ -88,16 +90,16 @@ def run(argv, cwd=None, quiet=True):
                           stderr=subprocess.STDOUT if quiet else None, text=True)
 
 
-def prepare(work):
+def prepare(work, commit):
     main = os.path.join(work, "main")
     if not os.path.isdir(main):
         os.makedirs(work, exist_ok=True)
-        r = run(["git", "-C", REPO, "worktree", "add", "--detach", main, "HEAD"])
+        r = run(["git", "-C", REPO, "worktree", "add", "--detach", main, commit])
         if r.returncode != 0:
             sys.exit(r.stdout)
     else:
         run(["git", "-C", main, "checkout", "--detach", "--force",
-             run(["git", "-C", REPO, "rev-parse", "HEAD"]).stdout.strip()])
+             run(["git", "-C", REPO, "rev-parse", commit]).stdout.strip()])
     shared = os.path.join(work, "shared")
     real = os.path.abspath(os.path.join(REPO, "..", "shared"))
     if not os.path.exists(shared) and os.path.isdir(real):
@@ -136,6 +138,10 @@ def main():
     ap.add_argument("--only", default="")
     ap.add_argument("--record")
     ap.add_argument("--compare")
+    ap.add_argument("--commit", default="HEAD",
+                    help="the revision whose suite is measured (default HEAD)")
+    ap.add_argument("--resume", action="store_true",
+                    help="keep the faults already in the --record file and run the rest")
     args = ap.parse_args()
 
     faults = parse_faults(args.faults)
@@ -145,8 +151,13 @@ def main():
         if unknown:
             sys.exit("no such fault: " + ", ".join(sorted(unknown)))
         faults = [f for f in faults if f["id"] in wanted]
+    kept = []
+    if args.resume and args.record and os.path.exists(args.record):
+        kept = [line.rstrip("\n") for line in open(args.record, encoding="utf-8") if line.strip()]
+        done = {line.split("\t")[0] for line in kept}
+        faults = [f for f in faults if f["id"] not in done]
     began = time.time()
-    main_dir = prepare(args.work)
+    main_dir = prepare(args.work, args.commit)
     check_faults(main_dir, faults)
     build_dir = os.path.join(args.work, "build")
     r = build(main_dir, build_dir)
@@ -181,6 +192,8 @@ def main():
             # Written after every fault, so that an interrupted run keeps
             # what it has measured.
             with open(args.record, "w", encoding="utf-8") as out:
+                for line in kept:
+                    out.write(line + "\n")
                 for g, c in results:
                     out.write("%s\t%s\t%s\n" % (g["id"], "build-failed" if c is None
                                                 else len(c), ";".join(c or [])))
