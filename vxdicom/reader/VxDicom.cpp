@@ -13,6 +13,7 @@
 #include "vxdicom/reader/VxDicomImageStack.h"
 #include "vxdicom/reader/VxDynamicDicomSeriesCtrl.h"
 
+#include <malloc.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -20,6 +21,7 @@
 #include <exception>
 #include <memory>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 bool useDynamicSeriesCtrl = false;
@@ -159,6 +161,30 @@ struct FileList
     }
 };
 
+// One use less of every file of the stack (one per image); a file that no
+// stack waits for any more is deleted and its slot emptied. Returns how many
+// files were deleted.
+int releaseFilesOf(const VxDicomImageStack &stack,
+                   std::unordered_map<const VxDicomFile *, int> &stacksUsing,
+                   const std::unordered_map<const VxDicomFile *, int> &slotOf,
+                   KcDArray<VxDicomFile *> &files)
+{
+    int released = 0;
+    for (const VxDicomImage *image : stack.images) {
+        const auto use = stacksUsing.find(image->file);
+        if (use == stacksUsing.end() || --use->second > 0)
+            continue;
+        const auto slot = slotOf.find(use->first);
+        stacksUsing.erase(use);
+        if (slot == slotOf.end() || files[slot->second] == nullptr)
+            continue;
+        delete files[slot->second];
+        files[slot->second] = nullptr;
+        ++released;
+    }
+    return released;
+}
+
 // The stereotaxis and reconstruction set-ups load without asking:
 // "ZENTA_MHT_STEREOTAXIS" alone decides when it is set.
 bool silentModeByEnvironment()
@@ -229,8 +255,31 @@ int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int sho
         ThreadNegotiator::runOnGuiThread([&] { dialog->exportImageStacks(); });
 
     int result = 1;
-    if (create) {
+    if (create)
         ThreadNegotiator::runOnGuiThread([&] { useDynamicSeriesCtrl = dialog->getAsTimeSeries(); });
+    // The dialog's rows point at the images: it goes before any file does.
+    negotiator->deleteForkedObject();
+
+    // A file is released once the fields of every stack that uses it are
+    // made, so that the headers of a large folder do not all stay in memory
+    // beside its volumes; files no stack uses go at once.
+    std::unordered_map<const VxDicomFile *, int> stacksUsing;
+    if (create)
+        for (const VxDicomImageStack *stack : stacks)
+            for (const VxDicomImage *image : stack->images)
+                ++stacksUsing[image->file];
+    for (VxDicomFile *&f : opened.files) {
+        if (f && stacksUsing.find(f) == stacksUsing.end()) {
+            delete f;
+            f = nullptr;
+        }
+    }
+    std::unordered_map<const VxDicomFile *, int> slotOf;
+    for (int i = 0; i < opened.files.size(); ++i)
+        if (opened.files[i])
+            slotOf.emplace(opened.files[i], i);
+
+    if (create) {
         if (verbose)
             VxMessage::getTheMsg()->printf("creating %d stack%s of DICOM images\n", stacks.size(),
                                            stacks.size() == 1 ? "" : "s");
@@ -238,6 +287,7 @@ int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int sho
         // Stacks of one series share the first stack's name; their second
         // label tells them apart.
         KcString firstName, firstLabel;
+        int released = 0;
         for (int s = 0; s < stacks.size(); ++s) {
             std::unique_ptr<VxDicomImageStack> stack(stacks[s]);
             stacks[s] = nullptr;
@@ -255,19 +305,27 @@ int vxReadDicom(int n, const char **names, KcDArray<VxField3 *> &fields, int sho
             if (!field) {
                 result = 0;
                 ++dicomReadFailures;
+                released += releaseFilesOf(*stack, stacksUsing, slotOf, opened.files);
                 continue;
             }
             registerField3(field, *stack);
             fields.append(field);
             if (s > 0 && stack->name == firstName && stack->label != firstLabel)
                 field->setLabel(stack->label);
+            released += releaseFilesOf(*stack, stacksUsing, slotOf, opened.files);
+            // The headers are many small blocks; their pages go back to the
+            // system now and then, or the volumes made next would come on
+            // top of them and raise the peak.
+            if (released >= 256) {
+                malloc_trim(0);
+                released = 0;
+            }
         }
     }
     for (VxDicomImageStack *stack : stacks)
         delete stack;
     stacks.clear();
 
-    negotiator->deleteForkedObject();
     for (VxDicomFile *f : opened.files)
         delete f;
     opened.files.clear();
