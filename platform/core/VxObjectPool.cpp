@@ -71,9 +71,9 @@ void VxObjectPool::release(const std::string &label)
     std::string name;
     int k;
     if (splitNumbered(label, name, k)) {
-        const auto hint = firstFree.find(name);
-        if (hint != firstFree.end() && k < hint->second)
-            hint->second = k;
+        const auto it = numbering.find(name);
+        if (it != numbering.end() && k < it->second.next)
+            it->second.freed.insert(k);
     }
 }
 
@@ -87,13 +87,22 @@ VxPoolObject *VxObjectPool::add(VxPoolObject *object)
 
     const KcString base = object->label();
     if (taken(base)) {
-        // Every suffix below the remembered start is taken; the first free
-        // one above it is the smallest free one.
-        int &start = firstFree.try_emplace(base, 2).first->second;
-        int k = std::max(start, 2);
-        while (taken(numbered(base, k)))
-            ++k;
-        start = k + 1;
+        // Below `next` every suffix is taken or was freed since; a freed one
+        // may have been taken again by a relabelling, and is then dropped.
+        Numbering &n = numbering[base];
+        int k = 0;
+        while (!n.freed.empty() && !k) {
+            const int candidate = *n.freed.begin();
+            n.freed.erase(n.freed.begin());
+            if (!taken(numbered(base, candidate)))
+                k = candidate;
+        }
+        if (!k) {
+            k = n.next;
+            while (taken(numbered(base, k)))
+                ++k;
+            n.next = k + 1;
+        }
         object->objectLabel = numbered(base, k);
     }
     take(object->objectLabel);
@@ -128,12 +137,12 @@ bool VxObjectPool::remove(VxPoolObject *object)
     std::unique_ptr<VxPoolObject> doomed;
     {
         std::lock_guard<std::mutex> lock(mutex);
-        if (!object || object->owner != this)
-            return false;
+        // Found by address before anything is read through the pointer: an
+        // object removed before is gone, and its pointer dangles.
         const auto it = std::find_if(
             pool.begin(), pool.end(),
             [object](const std::unique_ptr<VxPoolObject> &p) { return p.get() == object; });
-        if (it == pool.end())
+        if (!object || it == pool.end())
             return false;
         doomed = std::move(*it);
         pool.erase(it);
@@ -169,6 +178,6 @@ void VxObjectPool::clear()
         for (const auto &p : doomed)
             p->owner = nullptr;
         inUse.clear();
-        firstFree.clear();
+        numbering.clear();
     }
 }

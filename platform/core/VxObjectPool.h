@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -12,9 +13,10 @@
 /// The host's object pool: the data objects of a session, each under a
 /// unique label. The pool owns what is added to it.
 ///
-/// Adding costs constant time on average however many objects share a name:
-/// the pool counts the labels in use and remembers, per name, below which
-/// suffix every numbered label is taken.
+/// Adding costs constant time on average however many objects share a name
+/// (logarithmic when suffixes were freed): the pool counts the labels in use
+/// and remembers, per name, below which suffix every numbered label is taken
+/// or was freed, and which were freed.
 class VxObjectPool
 {
 public:
@@ -43,13 +45,19 @@ private:
     bool taken(const std::string &label) const;
     void take(const std::string &label);
     /// One object less carries the label; a numbered label that becomes free
-    /// lowers its name's search start.
+    /// below its name's search start is remembered as freed.
     void release(const std::string &label);
 
     mutable std::mutex mutex;
     std::vector<std::unique_ptr<VxPoolObject>> pool;
     /// How many objects carry each label.
     std::unordered_map<std::string, int> inUse;
-    /// Per name: every "name<k>" with 2 <= k < the value is taken.
-    std::unordered_map<std::string, int> firstFree;
+    struct Numbering
+    {
+        /// Every "name<k>" with 2 <= k < next is taken or in freed.
+        int next = 2;
+        std::set<int> freed;
+    };
+    /// Per name that add has numbered.
+    std::unordered_map<std::string, Numbering> numbering;
 };

@@ -143,6 +143,24 @@ TEST_F(VxObjectPoolTest, NamesakesAreNumberedAsByTheSmallestFreeSuffix)
     for (int i = 0; i < all.size(); ++i)
         EXPECT_EQ(all[i]->label(), model.labels[static_cast<size_t>(i)]);
 
+    // A long run of namesakes with every third one removed and the gaps
+    // filled again, smallest first, before the numbering goes on.
+    pool->clear();
+    model.labels.clear();
+    objects.clear();
+    for (int i = 0; i < 1500; ++i) {
+        objects.push_back(pool->add(new CountedObject("Roe^Ann", &destroyed)));
+        model.add("Roe^Ann");
+    }
+    for (int i = static_cast<int>(objects.size()) - 1; i >= 0; i -= 3) {
+        ASSERT_TRUE(pool->remove(objects[static_cast<size_t>(i)]));
+        model.labels.erase(model.labels.begin() + i);
+    }
+    for (int i = 0; i < 600; ++i)
+        ASSERT_EQ(pool->add(new CountedObject("Roe^Ann", &destroyed))->label(),
+                  model.add("Roe^Ann"))
+            << "namesake " << i << " after the removals";
+
     // After a clear the numbering starts again at the bare name.
     pool->clear();
     EXPECT_EQ(pool->add(new CountedObject("Doe^Jane", &destroyed))->label(), "Doe^Jane");
