@@ -98,9 +98,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(ViewAxes, EachViewShowsTheLatticeAxesClosestToItsPatientAxes)
 {
     // Stored as a sagittal series is: axis 0 runs posterior (image rows),
-    // axis 1 inferior (image columns), axis 2 to the left (the slices).
+    // axis 1 inferior (image columns), axis 2 (the slices) to the right.
     const int dims[3] = {4, 5, 6};
-    const Vec3 rows[3] = {{0, 1, 0}, {0, 0, -1}, {1, 0, 0}};
+    const Vec3 rows[3] = {{0, 1, 0}, {0, 0, -1}, {-1, 0, 0}};
     const double spacing[3] = {1, 2, 3};
     auto field = placedField(dims, rows, spacing, {10, 20, 30});
     FieldFrame frame;
@@ -108,15 +108,17 @@ TEST(ViewAxes, EachViewShowsTheLatticeAxesClosestToItsPatientAxes)
     ASSERT_TRUE(frameOf(*field, frame, &why)) << why;
     EXPECT_EQ(latticeAxisOfPatient(frame), (std::array<int, 3>{2, 0, 1}));
     // Each view's normal, across and down lattice axes: axis 1 runs down
-    // the patient, so the axial slider steps through it; the coronal and
-    // sagittal views show the stored images' rows and columns unmirrored.
+    // the patient, so the axial slider steps through it; the sagittal view
+    // shows the stored images unmirrored; the axial and coronal views draw
+    // the slices mirrored, the first at the screen's right (the patient's
+    // left is on the right).
     const struct
     {
         View view;
         std::array<int, 3> axes;
         double uRight, vDown;
-    } table[] = {{View::Axial, {1, 2, 0}, 1, 1},
-                 {View::Coronal, {0, 2, 1}, 1, 1},
+    } table[] = {{View::Axial, {1, 2, 0}, -1, 1},
+                 {View::Coronal, {0, 2, 1}, -1, 1},
                  {View::Sagittal, {2, 0, 1}, 1, 1}};
     for (const auto &e : table) {
         const PlaneFrame p = planeFrame(frame, e.view);
@@ -125,34 +127,15 @@ TEST(ViewAxes, EachViewShowsTheLatticeAxesClosestToItsPatientAxes)
                   (std::array<double, 3>{e.uRight, e.vDown, 0}))
             << viewName(e.view);
     }
+    const EdgeLetters axial = edgeLetters(planeFrame(frame, View::Axial));
+    EXPECT_EQ(axial.left + axial.right, "RL");
 
-    // Voxel (1, 2, 3): 10 + 3 x 3 mm to the left, 20 + 1 x 1 posterior,
+    // Voxel (1, 2, 3): 10 - 3 x 3 mm to the right, 20 + 1 x 1 posterior,
     // 30 - 2 x 2 up.
     const Vec3 p = frame.patientMm(1, 2, 3);
-    EXPECT_NEAR(p[0], 19, 1e-5);
+    EXPECT_NEAR(p[0], 1, 1e-5);
     EXPECT_NEAR(p[1], 21, 1e-5);
     EXPECT_NEAR(p[2], 26, 1e-5);
-}
-
-TEST(ViewAxes, AnAxisRunningRightToLeftIsDrawnMirrored)
-{
-    // Axis 0 runs to the patient's right: the axial view draws it from
-    // right to left, so index 0 is at the screen's right.
-    const int dims[3] = {3, 3, 3};
-    const Vec3 rows[3] = {{-1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    const double spacing[3] = {2, 2, 2};
-    auto field = placedField(dims, rows, spacing, {0, 0, 0});
-    FieldFrame frame;
-    ASSERT_TRUE(frameOf(*field, frame, nullptr));
-    const PlaneFrame p = planeFrame(frame, View::Axial);
-    EXPECT_EQ(p.uAxis, 0);
-    EXPECT_DOUBLE_EQ(p.uRight, -1);
-    int first[3] = {0, 1, 1}, last[3] = {2, 1, 1};
-    double x0, y0, x2, y2;
-    voxelToPlane(frame, p, first, x0, y0);
-    voxelToPlane(frame, p, last, x2, y2);
-    EXPECT_DOUBLE_EQ(x0 - x2, 4.0);
-    EXPECT_EQ(edgeLetters(p).right, "L");
 }
 
 TEST(AxisCells, UnevenSlicesReachHalfwayToTheirNeighbours)

@@ -14,8 +14,10 @@
 #include "platform/core/VxObjectPool.h"
 #include "platform/data/VxDynamicSeriesCtrl.h"
 #include "platform/data/VxField3.h"
+#include "platform/gui/VxWarningDialog.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/WidgetDriver.h"
+#include "vxdicom/browser/DicomDialog.h"
 #include "vxdicom/export/QxDicom3SaveDialog.h"
 #include "vxdicom/export/QxDicom3Table.h"
 
@@ -26,6 +28,7 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPointer>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QSlider>
@@ -208,6 +211,7 @@ protected:
     }
     void TearDown() override
     {
+        VxWarningDialog::setDisplayOverride(-1);
         window.reset();
         VxObjectPool::instance()->clear();
     }
@@ -464,12 +468,27 @@ TEST_F(ViewerWindowTest, WindowDragAndPresetsChangeThePixelsAsComputed)
               greyByte(viewer()->cursorValue(), Window{400, 1800}));
 }
 
-TEST_F(ViewerWindowTest, TheTimeSliderStepsTheSeries)
+TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
 {
     VX_REQUIRE_SHARED_DATA();
+    // With a display the import dialog comes up (on this thread, asked for
+    // by the worker) and OK loads its three stacks as one time series.
+    VxWarningDialog::setDisplayOverride(1);
+    window->setShowImportDialog(true);
     window->asTimeSeriesAction()->setChecked(true);
+    QString summary;
+    const QPointer<QTimer> answering =
+        uitest::when([] { return uitest::visibleWindow<DicomDialog>() != nullptr; },
+                     [&summary] {
+                         auto *dialog = uitest::visibleWindow<DicomDialog>();
+                         summary = dialog->loadSummaryLabel()->text();
+                         QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+                     });
     const OpenOutcome outcome =
         open({QString::fromStdString(vxtest::sharedPath("dcm_qa_philips/In/Magdeburg_2014/fmri"))});
+    delete answering.data();
+    VxWarningDialog::setDisplayOverride(-1);
+    EXPECT_EQ(summary, QStringLiteral("OK loads all 3 stacks"));
     ASSERT_EQ(outcome.added.size(), 1u) << "one control holds the three volumes";
     auto *series = dynamic_cast<VxDynamicSeriesCtrl *>(outcome.added.front());
     ASSERT_TRUE(series);
@@ -555,7 +574,7 @@ TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
     const int poolBefore = VxObjectPool::instance()->size();
     QSignalSpy ended(window.get(), &ViewerWindow::openFinished);
     ASSERT_TRUE(window->openPaths({QString::fromStdString(s.path("long"))}));
-    EXPECT_TRUE(window->cancelButton()->isVisible());
+    EXPECT_TRUE(window->cancelButton()->isVisible() && window->progressBar()->isVisible());
     EXPECT_TRUE(QTest::qWaitFor([&] { return reached.load(); }, 30000));
     QTest::mouseClick(window->cancelButton(), Qt::LeftButton);
     released = true;
@@ -569,7 +588,7 @@ TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
     EXPECT_EQ(VxObjectPool::instance()->size(), poolBefore);
     EXPECT_EQ(window->dataList()->topLevelItemCount(), 0);
     EXPECT_EQ(viewer()->field(), nullptr);
-    EXPECT_FALSE(window->cancelButton()->isVisible());
+    EXPECT_FALSE(window->cancelButton()->isVisible() || window->progressBar()->isVisible());
     EXPECT_NE(consoleText.find("opening cancelled; nothing was loaded"), std::string::npos);
     EXPECT_NE(consoleText.find(c.proof), std::string::npos) << consoleText;
     if (c.never) {
