@@ -39,7 +39,8 @@ Cases (--cases, comma-separated; both by default):
     in-process per file <= 0.5 x dcm2niix's.
 
 The two tools run in turn (A/B pairs after one warm-up round), each
-dcm2niix run into a fresh, empty output folder. Other work on the machine
+dcm2niix run into a fresh, empty output folder; peak memory is the maximum
+resident size /usr/bin/time reports for each run. Other work on the machine
 disturbs the times; the load average before and after is printed.
 """
 import argparse
@@ -136,11 +137,33 @@ def write_folder(folder, files):
     return n
 
 
+def in_turn_with_peaks(work, tools, runs):
+    """benchlib.in_turn, with each command's peak memory taken by
+    /usr/bin/time: the maximum resident size the kernel reports for a child
+    forked from this (large) Python process is at least the Python process's
+    own, which would hide the peak of a small run. The wall time still comes
+    from benchlib; /usr/bin/time adds one fork and exec."""
+    wrapped = []
+    logs = []
+    for k, (result, argv, out, env) in enumerate(tools):
+        log = os.path.join(work, "peak-%d.txt" % k)
+        if os.path.exists(log):
+            os.remove(log)
+        logs.append(log)
+        wrapped.append((result, ["/usr/bin/time", "-a", "-o", log, "-f", "%M"] + argv, out, env))
+    benchlib.in_turn(wrapped, runs)
+    for (result, _, _, _), log in zip(tools, logs):
+        with open(log) as f:
+            kib = [int(line) for line in f.read().split() if line.isdigit()]
+        result.peaks = [k * 1024 for k in kib[-runs:]]  # the warm-up round is dropped
+    return [t[0] for t in tools]
+
+
 def load_case(args, work, folder, label, env):
     ours = benchlib.Result("vxdicom load -nodialog -q")
     theirs = benchlib.Result("dcm2niix -z n")
     out = os.path.join(work, "dcm2niix-out")
-    benchlib.in_turn([
+    in_turn_with_peaks(work, [
         (ours, [args.vxdicom, "load", "-nodialog", "-q", folder], None, env),
         (theirs, ["dcm2niix", "-z", "n", "-o", out, folder], out, None),
     ], args.runs)
@@ -248,7 +271,7 @@ def scan_case(args, work, folders):
     once = benchlib.Result("vxdicom_bench_reader --once")
     theirs = benchlib.Result("dcm2niix -z n")
     out = os.path.join(work, "dcm2niix-out")
-    benchlib.in_turn([
+    in_turn_with_peaks(work, [
         (once, [bench, "--once", subset], None, None),
         (theirs, ["dcm2niix", "-z", "n", "-o", out, subset], out, None),
     ], args.runs)
