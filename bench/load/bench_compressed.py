@@ -43,10 +43,10 @@ CASES = {
 
 def convert(converter, src, dst):
     """Every file of src through the converter into dst (two at a time);
-    a stamp file marks a complete folder, which is reused."""
-    stamp = os.path.join(dst, ".complete")
+    a stamp file beside dst marks a complete folder, which is reused."""
+    stamp = dst + ".complete"
     files = sorted(os.listdir(src))
-    if os.path.exists(stamp) and len(os.listdir(dst)) == len(files) + 1:
+    if os.path.exists(stamp) and len(os.listdir(dst)) == len(files):
         return
     benchlib.fresh(dst)
     if not shutil.which(converter[0]):
@@ -106,7 +106,8 @@ def main():
     try:
         env = dict(os.environ, QT_QPA_PLATFORM="offscreen",
                    VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
-        env.setdefault("XDG_RUNTIME_DIR", tempfile.gettempdir())
+        env["XDG_RUNTIME_DIR"] = os.path.join(work, "runtime")
+        os.makedirs(env["XDG_RUNTIME_DIR"], mode=0o700)
         env.pop("VXDICOM_DECODE_THREADS", None)
         single = dict(env, VXDICOM_DECODE_THREADS="1")
         reference = os.path.join(work, "reference")

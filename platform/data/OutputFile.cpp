@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -144,6 +145,63 @@ int OutputFile::write(const void *data, size_t n)
     return 0;
 }
 
+int OutputFile::writeUncached(const void *data, size_t n)
+{
+    const char *p = static_cast<const char *>(data);
+    const size_t head = (kUncachedAlignment - written % kUncachedAlignment) % kUncachedAlignment;
+    if (directRefused || fd < 0 || n < head + kUncachedAlignment ||
+        (reinterpret_cast<uintptr_t>(p) + head) % kUncachedAlignment != 0)
+        return write(p, n);
+    if (const int err = write(p, head))
+        return err;
+    const size_t middle = (n - head) / kUncachedAlignment * kUncachedAlignment;
+    if (const int err = writeDirect(p + head, middle))
+        return err;
+    return write(p + head + middle, n - head - middle);
+}
+
+// Aligned bytes at an aligned position; O_DIRECT is set for them and
+// cleared again, so that the file's other writes stay ordinary ones.
+int OutputFile::writeDirect(const char *p, size_t n)
+{
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_DIRECT) != 0) {
+        directRefused = true;
+        return write(p, n);
+    }
+    int err = 0;
+    while (n > 0) {
+        const ssize_t w = ::write(fd, p, std::min<size_t>(n, size_t(1) << 30));
+        if (w < 0 && errno == EINTR)
+            continue;
+        if (w < 0 && errno == EINVAL) {
+            // The file system or the device wants another alignment.
+            directRefused = true;
+            break;
+        }
+        if (w < 0) {
+            err = errno;
+            break;
+        }
+        if (w == 0) {
+            err = EIO;
+            break;
+        }
+        p += w;
+        n -= static_cast<size_t>(w);
+        written += static_cast<size_t>(w);
+        if (static_cast<size_t>(w) % kUncachedAlignment != 0) {
+            directRefused = true; // a short write left the position unaligned
+            break;
+        }
+    }
+    if (fcntl(fd, F_SETFL, flags) != 0 && err == 0)
+        err = errno;
+    if (err == 0 && n > 0)
+        err = write(p, n);
+    return err;
+}
+
 bool OutputFile::linkUnnamed(KcString &why)
 {
     int err = mode == Unnamed ? linkDescriptor(fd, path) : EEXIST;
@@ -254,9 +312,11 @@ bool writeRaw(OutputFile &out, const std::vector<ByteRange> &parts, const KeepGo
     }
     for (const ByteRange &p : parts) {
         const char *data = static_cast<const char *>(p.data);
+        const bool uncached = p.size >= kUncachedMinBytes;
         for (size_t offset = 0; offset < p.size; offset += piece) {
             const size_t n = std::min(piece, p.size - offset);
-            if (const int err = out.write(data + offset, n)) {
+            if (const int err =
+                    uncached ? out.writeUncached(data + offset, n) : out.write(data + offset, n)) {
                 why = "cannot write: " + errorText(err);
                 return false;
             }

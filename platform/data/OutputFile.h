@@ -44,6 +44,14 @@ public:
     /// Appends n bytes. 0, or the errno of the failure (EIO for a write that
     /// wrote nothing).
     [[nodiscard]] int write(const void *data, size_t n);
+    /// Appends n bytes as write() does, but the run of them whose address
+    /// and file position are both multiples of kUncachedAlignment goes to
+    /// the disk directly (O_DIRECT): no page-cache copy to make, allocate
+    /// and write back later. The bytes before and after that run, all of
+    /// them when address and position never align together, and everything
+    /// from the first refusal on (a file system without direct writes) are
+    /// written as by write().
+    [[nodiscard]] int writeUncached(const void *data, size_t n);
     /// Puts the file in place under its name and closes it. False with why;
     /// the file is then discarded.
     [[nodiscard]] bool commit(KcString &why);
@@ -55,12 +63,20 @@ public:
 private:
     enum Mode { Closed, Unnamed, Replacing, InPlace, Named };
     bool linkUnnamed(KcString &why);
+    int writeDirect(const char *data, size_t n);
 
     std::string path;
     int fd = -1;
     Mode mode = Closed;
     size_t written = 0;
+    bool directRefused = false;
 };
+
+/// Block size that direct writes are aligned to (a multiple of the logical
+/// block size of common disks: 512 or 4096 bytes).
+constexpr size_t kUncachedAlignment = 4096;
+/// Runs shorter than this are not worth a direct write.
+constexpr size_t kUncachedMinBytes = size_t(16) << 20;
 
 /// A run of bytes of the stream a file is made of (a header, a volume).
 struct ByteRange
@@ -96,7 +112,8 @@ private:
 };
 
 /// Writes the parts one after the other, in pieces of a few megabytes with
-/// keepGoing asked between them. False with why ("cannot write: ...",
+/// keepGoing asked between them; parts of at least kUncachedMinBytes go
+/// through OutputFile::writeUncached. False with why ("cannot write: ...",
 /// "interrupted").
 bool writeRaw(OutputFile &out, const std::vector<ByteRange> &parts, const KeepGoing &keepGoing,
               KcString &why);

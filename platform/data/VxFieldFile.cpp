@@ -196,14 +196,27 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
     // each step straight from the fields' buffers, without a joined copy.
     nim->nifti_type = NIFTI_FTYPE_NIFTI1_1;
     nifti_set_iname_offset(nim.get());
-    const nifti_1_header header = nifti_convert_nim2nhdr(nim.get());
+    nifti_1_header header = nifti_convert_nim2nhdr(nim.get());
     const unsigned char extender[4] = {0, 0, 0, 0};
-    std::vector<vxfield::ByteRange> parts = {{&header, sizeof header}, {extender, sizeof extender}};
-    for (int t = 0; t < fields.size(); ++t)
-        parts.push_back({fields[t]->lattice()->data(), fields[t]->lattice()->numBytes()});
     if (static_cast<size_t>(nim->iname_offset) != sizeof header + sizeof extender)
         return fail(error, verb, path, "unexpected NIfTI-1 data offset");
+    std::vector<vxfield::ByteRange> parts = {{&header, sizeof header}, {extender, sizeof extender}};
+    size_t sampleBytes = 0;
+    for (int t = 0; t < fields.size(); ++t)
+        sampleBytes += fields[t]->lattice()->numBytes();
+    // A large uncompressed file starts its samples at the next block
+    // (vox_offset 4096; the bytes between are zero, an empty extension
+    // area), so that the volume, allocated on a block boundary, goes from
+    // memory to the disk without a copy through the page cache.
+    static const unsigned char
+        padding[vxfield::kUncachedAlignment - sizeof header - sizeof extender] = {};
     const bool gzip = vxfield::endsWithNoCase(path, ".gz");
+    if (!gzip && sampleBytes >= vxfield::kUncachedMinBytes) {
+        header.vox_offset = static_cast<float>(vxfield::kUncachedAlignment);
+        parts.push_back({padding, sizeof padding});
+    }
+    for (int t = 0; t < fields.size(); ++t)
+        parts.push_back({fields[t]->lattice()->data(), fields[t]->lattice()->numBytes()});
     const bool written =
         gzip ? vxfield::writeFile(path, {}, parts, why) : vxfield::writeFile(path, parts, {}, why);
     if (!written)
