@@ -532,9 +532,10 @@ namespace {
 struct CancelCase
 {
     const char *name;
-    const char *blockAt; ///< the console line at which the worker waits for Cancel
-    const char *proof;   ///< what the console says when the phase was interrupted
-    const char *never;   ///< what it would say had the phase run to its end (or null)
+    const char *blockAt;  ///< the console line at which the worker waits for Cancel
+    const char *proof;    ///< what the console says when the phase was interrupted
+    const char *never;    ///< what it would say had the phase run to its end (or null)
+    bool closing = false; ///< the window is closed instead of Cancel pressed
 };
 
 void PrintTo(const CancelCase &c, std::ostream *out)
@@ -576,7 +577,11 @@ TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
     ASSERT_TRUE(window->openPaths({QString::fromStdString(s.path("long"))}));
     EXPECT_TRUE(window->cancelButton()->isVisible() && window->progressBar()->isVisible());
     EXPECT_TRUE(QTest::qWaitFor([&] { return reached.load(); }, 30000));
-    QTest::mouseClick(window->cancelButton(), Qt::LeftButton);
+    if (c.closing) {
+        EXPECT_FALSE(window->close()) << "the window waits for the cancelled open";
+    } else {
+        QTest::mouseClick(window->cancelButton(), Qt::LeftButton);
+    }
     released = true;
     EXPECT_TRUE(ended.count() > 0 || ended.wait(60000));
     VxMessage::getTheMsg()->setSink(previous);
@@ -595,6 +600,7 @@ TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
         EXPECT_EQ(consoleText.find(c.never), std::string::npos) << consoleText;
     }
     EXPECT_TRUE(window->statusBar()->currentMessage().contains(QStringLiteral("cancelled")));
+    EXPECT_EQ(window->isVisible(), !c.closing);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -603,7 +609,9 @@ INSTANTIATE_TEST_SUITE_P(
         // Reading stops after the file it is at: one header of 60.
         CancelCase{"WhileReadingTheFiles", "+ ", "1 header loaded from 60 files", "IM00002.dcm"},
         // The stack's pixels stop at the next slice; no field is made.
-        CancelCase{"WhileLoadingThePixels", "creating 1 stack", ": loading interrupted", nullptr}),
+        CancelCase{"WhileLoadingThePixels", "creating 1 stack", ": loading interrupted", nullptr},
+        // Closing the window cancels the open, which ends before it closes.
+        CancelCase{"ClosingTheWindow", "creating 1 stack", ": loading interrupted", nullptr, true}),
     [](const testing::TestParamInfo<CancelCase> &info) { return std::string(info.param.name); });
 
 TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
