@@ -178,7 +178,7 @@ private:
     struct SortRow
     {
         VxDicomImage *image;
-        int row; ///< index into sortCells / columns
+        int row; ///< the image's cells start at sortCells[row * columns]
     };
     /// The qsort comparison of two SortRows: compare on the cached texts.
     static int compareSortRows(const void *a, const void *b);
@@ -210,8 +210,9 @@ private:
     /// buildImageStacks is running; another was asked for meanwhile.
     bool building = false;
     bool rebuildAsked = false;
-    /// The sort's columns (section, option, direction) and one cell per
-    /// image and column; empty outside sortItems.
+    /// The sort's columns in visual order (section, option, whether it is
+    /// Image Orientation, which compares by geometry) and one cell per image
+    /// and column; empty outside sortItems.
     struct SortColumn
     {
         int section;
