@@ -366,15 +366,30 @@ private:
     {
         const uintptr_t here = uintptr_t(__builtin_frame_address(0));
         uintptr_t budget = uintptr_t(4) << 20;
-        pthread_attr_t attr;
-        if (pthread_getattr_np(pthread_self(), &attr) == 0) {
-            void *low = nullptr;
-            size_t size = 0;
-            if (pthread_attr_getstack(&attr, &low, &size) == 0 && here > uintptr_t(low))
-                budget = std::min(budget, (here - uintptr_t(low)) / 2);
-            pthread_attr_destroy(&attr);
-        }
+        const uintptr_t low = threadStackLow();
+        if (low != 0 && here > low)
+            budget = std::min(budget, (here - low) / 2);
         return here > budget ? here - budget : 0;
+    }
+
+    // The lowest address of this thread's stack, 0 when unknown. Asked once
+    // per thread: on the main thread glibc reads /proc/self/maps for it, which
+    // would cost more than parsing a small file.
+    static uintptr_t threadStackLow()
+    {
+        thread_local const uintptr_t low = [] {
+            uintptr_t found = 0;
+            pthread_attr_t attr;
+            if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+                void *bottom = nullptr;
+                size_t size = 0;
+                if (pthread_attr_getstack(&attr, &bottom, &size) == 0)
+                    found = uintptr_t(bottom);
+                pthread_attr_destroy(&attr);
+            }
+            return found;
+        }();
+        return low;
     }
 
     const ByteSource &source;
