@@ -1,6 +1,7 @@
 // vxdicom view [options] [FILE|DIR|.nii|.nrrd ...]: the viewer window, the
 // host in which a person opens DICOM, looks at it and saves what was loaded.
 
+#include "apps/vxdicom/GuiRuntime.h"
 #include "apps/vxdicom/SubCommand.h"
 #include "apps/vxdicom/view/OrthoViewer.h"
 #include "apps/vxdicom/view/ViewHelp.h"
@@ -18,9 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace vxdicom_cli {
 
@@ -163,15 +161,7 @@ int runView(int argc, char **argv)
                              "--screenshot PNG writes a picture without one\n");
         return 2;
     }
-    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") &&
-        !std::getenv("QT_QPA_PLATFORM"))
-        setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    if (!std::getenv("XDG_RUNTIME_DIR")) {
-        // Qt warns on every start without one and then uses this very folder.
-        const std::string dir = "/tmp/runtime-" + std::to_string(getuid());
-        mkdir(dir.c_str(), 0700);
-        setenv("XDG_RUNTIME_DIR", dir.c_str(), 1);
-    }
+    vxdicom_cli::prepareQtEnvironment();
 
     QApplication app(argc, argv);
     registerDicomImportDialog();

@@ -14,7 +14,7 @@
 
 namespace vxdicom_cli {
 
-int runWithGui(int argc, char **argv, const std::function<int()> &work)
+void prepareQtEnvironment()
 {
     if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY") &&
         !std::getenv("QT_QPA_PLATFORM"))
@@ -26,6 +26,11 @@ int runWithGui(int argc, char **argv, const std::function<int()> &work)
         mkdir(dir.c_str(), 0700);
         setenv("XDG_RUNTIME_DIR", dir.c_str(), 1);
     }
+}
+
+int runWithGui(int argc, char **argv, const std::function<int()> &work)
+{
+    prepareQtEnvironment();
     QApplication app(argc, argv);
     // The worker decides when the program ends. Closing a dialog, its last
     // window, must not end the loop: the worker still has calls for it to run

@@ -4,6 +4,11 @@
 
 namespace vxdicom_cli {
 
+/// Before the QApplication is made: Qt's offscreen platform when there is no
+/// display (no DISPLAY, WAYLAND_DISPLAY or QT_QPA_PLATFORM), and a private
+/// runtime folder when XDG_RUNTIME_DIR is not set.
+void prepareQtEnvironment();
+
 /// Runs `work` on a worker thread while the Qt event loop runs on this
 /// (the GUI) thread, as the host runs its loaders, so that dialogs are
 /// created through the thread negotiator. Without a display (no DISPLAY or

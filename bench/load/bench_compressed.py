@@ -84,12 +84,7 @@ def main():
     ap.add_argument("--single", action="store_true",
                     help="also time vxdicom with VXDICOM_DECODE_THREADS=1")
     args = ap.parse_args()
-    cases = [c for c in args.cases.split(",") if c]
-    for c in cases:
-        if c not in CASES:
-            sys.exit("unknown case %s (%s)" % (c, ", ".join(CASES)))
-    if not shutil.which("dcm2niix"):
-        sys.exit("dcm2niix is not installed (Debian package dcm2niix)")
+    cases = benchlib.chosen_cases(args.cases, CASES)
     vxdicom = os.path.abspath(args.vxdicom)
 
     os.makedirs(args.cache, exist_ok=True)

@@ -191,12 +191,7 @@ def main():
     ap.add_argument("--cases", default="folders,scan",
                     help="comma-separated: folders (case 4), scan (case 5)")
     args = ap.parse_args()
-    cases = set(c.strip() for c in args.cases.split(",") if c.strip())
-    unknown = cases - {"folders", "scan"}
-    if unknown:
-        sys.exit("unknown case(s): %s (folders, scan)" % ", ".join(sorted(unknown)))
-    if not shutil.which("dcm2niix"):
-        sys.exit("dcm2niix is not installed (Debian package dcm2niix)")
+    cases = benchlib.chosen_cases(args.cases, ["folders", "scan"])
 
     work = args.work or tempfile.mkdtemp(prefix="vxbench-folders-")
     os.makedirs(work, exist_ok=True)

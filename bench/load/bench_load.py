@@ -88,12 +88,7 @@ def main():
                     help="comma-separated, of: " + ", ".join(CASES))
     ap.add_argument("--keep", action="store_true", help="keep the generated series")
     args = ap.parse_args()
-    cases = [c for c in args.cases.split(",") if c]
-    for c in cases:
-        if c not in CASES:
-            sys.exit("unknown case %s (%s)" % (c, ", ".join(CASES)))
-    if not shutil.which("dcm2niix"):
-        sys.exit("dcm2niix is not installed (Debian package dcm2niix)")
+    cases = benchlib.chosen_cases(args.cases, CASES)
     vxdicom = os.path.abspath(args.vxdicom)
 
     work = tempfile.mkdtemp(prefix="vxbench-")

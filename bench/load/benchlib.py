@@ -14,6 +14,19 @@ import time
 _LOCK = None
 
 
+def chosen_cases(spec, known):
+    """The cases of a comma-separated --cases value, in the order given;
+    exits naming an unknown one. Also checks that dcm2niix is there, which
+    every case compares with."""
+    cases = [c.strip() for c in spec.split(",") if c.strip()]
+    unknown = [c for c in cases if c not in known]
+    if unknown:
+        sys.exit("unknown case(s): %s (%s)" % (", ".join(unknown), ", ".join(known)))
+    if not shutil.which("dcm2niix"):
+        sys.exit("dcm2niix is not installed (Debian package dcm2niix)")
+    return cases
+
+
 def exclusive():
     """Waits until no other benchmark runs on this machine (a lock file in
     /tmp), so that two benchmarks never share the cores; held until exit."""
