@@ -1,7 +1,6 @@
-// Records the largest allocation request of the process. Without the
-// sanitizers the allocator's entry points are replaced by ones that note the
-// size and call glibc's; under AddressSanitizer, whose allocator must stay
-// in place, its malloc hook notes the size.
+// Records the largest allocation request of the process: the allocator's
+// entry points note the size and call glibc's, or under AddressSanitizer
+// (whose allocator must stay) its malloc hook notes it.
 
 #include "tests/hostile/AllocationWatch.h"
 
@@ -18,104 +17,68 @@
 #endif
 
 namespace {
-
 std::atomic<size_t> largest{0};
-
 void note(size_t n)
 {
     size_t seen = largest.load(std::memory_order_relaxed);
     while (n > seen && !largest.compare_exchange_weak(seen, n, std::memory_order_relaxed))
         ;
 }
-
 } // namespace
 
-namespace hostile {
-
-size_t largestAllocation()
+size_t hostile::largestAllocation()
 {
     return largest.load();
 }
-
-void resetLargestAllocation()
+void hostile::resetLargestAllocation()
 {
     largest.store(0);
 }
 
-} // namespace hostile
-
 #ifdef VX_UNDER_ASAN
-
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*mallocHook)(const volatile void *,
-                                                                            size_t),
-                                                         void (*freeHook)(const volatile void *));
-
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void *, size_t),
+                                                         void (*)(const volatile void *));
 namespace {
-void mallocHook(const volatile void *, size_t n)
-{
-    note(n);
-}
-void freeHook(const volatile void *) {}
-[[maybe_unused]] const int installed =
-    __sanitizer_install_malloc_and_free_hooks(mallocHook, freeHook);
+[[maybe_unused]] const int installed = __sanitizer_install_malloc_and_free_hooks(
+    [](const volatile void *, size_t n) { note(n); }, [](const volatile void *) {});
 } // namespace
-
 #else
-
 extern "C" {
 void *__libc_malloc(size_t);
 void *__libc_calloc(size_t, size_t);
 void *__libc_realloc(void *, size_t);
 void *__libc_memalign(size_t, size_t);
-void *__libc_valloc(size_t);
 
 void *malloc(size_t n)
 {
     note(n);
     return __libc_malloc(n);
 }
-
 void *calloc(size_t count, size_t n)
 {
     note(count && n > SIZE_MAX / count ? SIZE_MAX : count * n);
     return __libc_calloc(count, n);
 }
-
 void *realloc(void *p, size_t n)
 {
     note(n);
     return __libc_realloc(p, n);
 }
-
 void *memalign(size_t alignment, size_t n)
 {
     note(n);
     return __libc_memalign(alignment, n);
 }
-
 void *aligned_alloc(size_t alignment, size_t n)
 {
-    note(n);
-    return __libc_memalign(alignment, n);
+    return memalign(alignment, n);
 }
-
 int posix_memalign(void **out, size_t alignment, size_t n)
 {
-    note(n);
     if (alignment % sizeof(void *) != 0 || (alignment & (alignment - 1)) != 0)
         return EINVAL;
-    void *p = __libc_memalign(alignment, n);
-    if (!p && n)
-        return ENOMEM;
-    *out = p;
-    return 0;
-}
-
-void *valloc(size_t n)
-{
-    note(n);
-    return __libc_valloc(n);
+    *out = memalign(alignment, n);
+    return *out || !n ? 0 : ENOMEM;
 }
 }
-
 #endif

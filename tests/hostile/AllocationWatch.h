@@ -4,10 +4,8 @@
 
 namespace hostile {
 
-/// The largest single allocation asked of the C allocator (malloc, calloc,
-/// realloc, the aligned forms, and operator new through them) since the last
-/// reset, in bytes. Under AddressSanitizer the sanitizer's hook reports the
-/// allocations that succeeded (a failed huge one aborts the process there).
+/// The largest single request to the C allocator (operator new goes through it)
+/// since the last reset; under AddressSanitizer, of the requests that succeeded.
 size_t largestAllocation();
 void resetLargestAllocation();
 

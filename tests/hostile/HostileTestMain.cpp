@@ -9,24 +9,20 @@
 #include <cstdlib>
 #include <filesystem>
 
-// The loads run the real pipeline: the import dialog of the browser builds
-// the stacks silently, offscreen, with the default stack-break criteria from
-// a private preferences file. The reader's environment switches are cleared
-// so that a developer's shell cannot change what the tests expect.
+// The loads run the real pipeline: the browser's import dialog builds the
+// stacks silently, offscreen, with the default criteria of a private
+// preferences file; the reader's environment switches are cleared.
 int main(int argc, char **argv)
 {
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    vxtest::TempDir runtimeDir;
+    vxtest::TempDir runtimeDir, settingsDir;
     std::filesystem::permissions(runtimeDir.path(), std::filesystem::perms::owner_all);
     setenv("XDG_RUNTIME_DIR", runtimeDir.path().c_str(), 0);
-    vxtest::TempDir settingsDir;
-    const std::string settingsFile = settingsDir.file("vxdicom.ini");
-    setenv("VXDICOM_SETTINGS_FILE", settingsFile.c_str(), 1);
-    VxSettingsMgr::getInstance()->setStorageFile(settingsFile);
+    setenv("VXDICOM_SETTINGS_FILE", settingsDir.file("vxdicom.ini").c_str(), 1);
+    VxSettingsMgr::getInstance()->setStorageFile(settingsDir.file("vxdicom.ini"));
     for (const char *name : {"ZENTA_MHT_STEREOTAXIS", "ZENTA_ZIEHM_RECONSTRUCTION",
                              "DICOM_DELAYED_READ", "DICOM_EPS_ORIENTATION"})
         unsetenv(name);
-
     QApplication app(argc, argv);
     registerDicomImportDialog();
     testing::InitGoogleTest(&argc, argv);

@@ -1,0 +1,322 @@
+#pragma once
+
+// Byte surgery on real explicit VR little endian Part 10 files (the test's own
+// element walk, top level only, so the edits do not depend on the reader they
+// break), and loads through the reader's pipeline with the facts of the fields.
+
+#include "platform/core/KcDArray.h"
+#include "platform/core/VxMessage.h"
+#include "platform/core/VxObjectPool.h"
+#include "platform/data/VxField3.h"
+#include "platform/data/VxLattice3.h"
+#include "tests/support/TestSupport.h"
+#include "vxdicom/reader/VxDicom.h"
+
+#include <zlib.h>
+
+#include <cstdint>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace hostile {
+
+using Bytes = std::vector<unsigned char>;
+
+/// Five sagittal Siemens slices, 64 x 42 (one stack), loaded beside every broken file.
+inline const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";
+/// The file the broken copies are made from: a Siemens slice with CSA headers, 256 x 256 x 16 bits.
+inline const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
+                                   "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm";
+
+inline uint16_t read16(const Bytes &b, size_t at)
+{
+    return uint16_t(b.at(at) | b.at(at + 1) << 8);
+}
+inline uint32_t read32(const Bytes &b, size_t at)
+{
+    return uint32_t(read16(b, at)) | uint32_t(read16(b, at + 2)) << 16;
+}
+inline void put16(Bytes &b, size_t at, uint16_t v)
+{
+    b.at(at) = uint8_t(v);
+    b.at(at + 1) = uint8_t(v >> 8);
+}
+inline void put32(Bytes &b, size_t at, uint32_t v)
+{
+    put16(b, at, uint16_t(v));
+    put16(b, at + 2, uint16_t(v >> 16));
+}
+inline void append(Bytes &b, const Bytes &more)
+{
+    b.insert(b.end(), more.begin(), more.end());
+}
+inline Bytes le(uint32_t v, int n)
+{
+    Bytes b(size_t(n), 0);
+    for (int i = 0; i < n; ++i)
+        b[size_t(i)] = uint8_t(v >> (8 * i));
+    return b;
+}
+inline Bytes text(const std::string &s)
+{
+    Bytes b(s.begin(), s.end());
+    if (b.size() % 2)
+        b.push_back(' ');
+    return b;
+}
+
+// The VRs with two reserved bytes and a 32-bit length.
+inline bool longForm(const char *vr)
+{
+    return std::string("OBODOFOLOVOWSQSVUCUNURUTUV").find(std::string(vr, 2)) % 2 == 0;
+}
+
+struct Element
+{
+    uint16_t group = 0, element = 0;
+    size_t offset = 0, lengthField = 0, lengthSize = 0, value = 0;
+    uint32_t length = 0;
+    char vr[3] = {};
+};
+
+/// The element with that tag (meta group on, up to Pixel Data); throws when absent unless
+/// `orNext`, which gives the first element after where it would be.
+inline Element findElement(const Bytes &file, uint16_t group, uint16_t element, bool orNext = false)
+{
+    for (size_t pos = 132; pos + 8 <= file.size();) {
+        Element e;
+        e.offset = pos;
+        e.group = read16(file, pos);
+        e.element = read16(file, pos + 2);
+        std::memcpy(e.vr, &file[pos + 4], 2);
+        e.lengthSize = longForm(e.vr) ? 4 : 2;
+        e.lengthField = pos + (e.lengthSize == 4 ? 8 : 6);
+        e.length = e.lengthSize == 4 ? read32(file, pos + 8) : read16(file, pos + 6);
+        e.value = e.lengthField + e.lengthSize;
+        if ((uint32_t(e.group) << 16 | e.element) >= (uint32_t(group) << 16 | element)) {
+            if (orNext || (e.group == group && e.element == element))
+                return e;
+            break;
+        }
+        pos = e.value + e.length;
+    }
+    throw std::runtime_error("element not in the file");
+}
+
+inline Bytes withLength(Bytes file, uint16_t group, uint16_t element, uint32_t length)
+{
+    const Element e = findElement(file, group, element);
+    if (e.lengthSize == 2)
+        put16(file, e.lengthField, uint16_t(length));
+    else
+        put32(file, e.lengthField, length);
+    return file;
+}
+
+inline Bytes withUS(Bytes file, uint16_t group, uint16_t element, uint16_t value)
+{
+    put16(file, findElement(file, group, element).value, value);
+    return file;
+}
+
+/// One element: tag, VR, length (0xFFFFFFFF when undefined; no delimiter added), value.
+inline Bytes encodeElement(uint16_t group, uint16_t element, const char *vr, const Bytes &value,
+                           bool undefinedLength = false)
+{
+    Bytes b = le(group, 2);
+    append(b, le(element, 2));
+    b.insert(b.end(), vr, vr + 2);
+    const uint32_t n = undefinedLength ? 0xFFFFFFFFu : uint32_t(value.size());
+    if (longForm(vr))
+        append(b, le(0, 2));
+    append(b, le(n, longForm(vr) ? 4 : 2));
+    append(b, value);
+    return b;
+}
+
+inline Bytes encodeItem(const Bytes &content, bool undefinedLength = false, uint16_t tag = 0xE000)
+{
+    Bytes b = le(0xFFFE, 2);
+    append(b, le(tag, 2));
+    append(b, le(undefinedLength ? 0xFFFFFFFFu : uint32_t(content.size()), 4));
+    append(b, content);
+    return b;
+}
+inline Bytes sequenceDelimiter()
+{
+    return encodeItem({}, false, 0xE0DD);
+}
+
+inline Bytes withText(Bytes file, uint16_t group, uint16_t element, const std::string &value)
+{
+    const Element e = findElement(file, group, element);
+    const Bytes encoded = encodeElement(group, element, e.vr, text(value));
+    file.erase(file.begin() + long(e.offset), file.begin() + long(e.value + e.length));
+    file.insert(file.begin() + long(e.offset), encoded.begin(), encoded.end());
+    return file;
+}
+
+/// The encoded elements inserted where (group, element) is or would be.
+inline Bytes insertedBefore(Bytes file, uint16_t group, uint16_t element, const Bytes &encoded)
+{
+    const size_t at = findElement(file, group, element, true).offset;
+    file.insert(file.begin() + long(at), encoded.begin(), encoded.end());
+    return file;
+}
+
+/// A private creator and `depth` private sequences, each item holding the next.
+inline Bytes nestedSequences(int depth, bool undefinedLengths)
+{
+    Bytes b = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE"));
+    Bytes body = encodeElement(0x0071, 0x1002, "LO", text("innermost"));
+    if (!undefinedLengths) {
+        for (int i = 0; i < depth; ++i)
+            body = encodeElement(0x0071, 0x1001, "SQ", encodeItem(body));
+        append(b, body);
+        return b;
+    }
+    const Bytes open = encodeElement(0x0071, 0x1001, "SQ", encodeItem({}, true), true);
+    Bytes close = encodeItem({}, false, 0xE00D);
+    append(close, sequenceDelimiter());
+    for (int i = 0; i < depth; ++i)
+        append(b, open);
+    append(b, body);
+    for (int i = 0; i < depth; ++i)
+        append(b, close);
+    return b;
+}
+
+/// A sequence and an item of undefined length without either delimiter.
+inline Bytes sequenceWithoutDelimiters()
+{
+    Bytes b = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE"));
+    append(b, encodeElement(
+                  0x0071, 0x1001, "SQ",
+                  encodeItem(encodeElement(0x0071, 0x1002, "LO", text("open item")), true), true));
+    return b;
+}
+
+/// Preamble, "DICM", a meta group with the SOP class and transfer syntax, then `dataSet`.
+inline Bytes part10File(const std::string &sopClass, const std::string &syntax,
+                        const Bytes &dataSet)
+{
+    auto uid = [](const std::string &s) {
+        Bytes b(s.begin(), s.end());
+        b.resize(b.size() + b.size() % 2, 0);
+        return b;
+    };
+    Bytes meta = encodeElement(0x0002, 0x0001, "OB", {0, 1});
+    append(meta, encodeElement(0x0002, 0x0002, "UI", uid(sopClass)));
+    append(meta, encodeElement(0x0002, 0x0003, "UI", uid("1.2.3")));
+    append(meta, encodeElement(0x0002, 0x0010, "UI", uid(syntax)));
+    Bytes file(132, 0);
+    std::memcpy(file.data() + 128, "DICM", 4);
+    append(file, encodeElement(0x0002, 0x0000, "UL", le(uint32_t(meta.size()), 4)));
+    append(file, meta);
+    append(file, dataSet);
+    return file;
+}
+
+/// Raw deflate, as a deflated data set is stored.
+inline Bytes deflate(const Bytes &data)
+{
+    z_stream z{};
+    deflateInit2(&z, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
+    Bytes out(deflateBound(&z, uLong(data.size())));
+    z.next_in = const_cast<Bytef *>(data.data());
+    z.avail_in = uInt(data.size());
+    z.next_out = out.data();
+    z.avail_out = uInt(out.size());
+    if (::deflate(&z, Z_FINISH) != Z_STREAM_END)
+        throw std::runtime_error("deflate");
+    out.resize(z.total_out);
+    deflateEnd(&z);
+    return out;
+}
+
+/// What a test compares of a field: dimensions, sample size and a hash of the samples.
+struct FieldFacts
+{
+    int dims[3] = {0, 0, 0};
+    int sampleBytes = 0;
+    uint64_t hash = 0;
+    bool operator==(const FieldFacts &o) const
+    {
+        return std::memcmp(dims, o.dims, sizeof dims) == 0 && sampleBytes == o.sampleBytes &&
+               hash == o.hash;
+    }
+};
+
+struct LoadOutcome
+{
+    int status = -1;
+    std::string console;
+    std::vector<FieldFacts> fields;
+};
+
+/// vxReadDicom in silent mode, header only (delayed) or with every pixel at once.
+inline LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed)
+{
+    vxtest::ScopedEnv env("DICOM_DELAYED_READ", delayed ? "1" : "0");
+    VxObjectPool::instance()->clear();
+    std::vector<const char *> argv;
+    for (const std::string &n : names)
+        argv.push_back(n.c_str());
+    LoadOutcome out;
+    KcDArray<VxField3 *> fields;
+    {
+        VxMessageCapture capture;
+        out.status = vxReadDicom(int(argv.size()), argv.data(), fields, 0, true);
+        out.console = capture.text();
+    }
+    for (const VxField3 *field : fields) {
+        FieldFacts f;
+        if (const VxLattice3 *lat = field->lattice()) {
+            for (int a = 0; a < 3; ++a)
+                f.dims[a] = lat->dim(a);
+            f.sampleBytes = lat->voxelBytes();
+            f.hash = 1469598103934665603ull;
+            const auto *p = static_cast<const unsigned char *>(lat->data());
+            for (size_t i = 0; i < size_t(lat->numBytes()); ++i)
+                f.hash = (f.hash ^ p[i]) * 1099511628211ull;
+        }
+        out.fields.push_back(f);
+    }
+    VxObjectPool::instance()->clear();
+    return out;
+}
+
+/// The console line "reading NAME failed: ...", or "".
+inline std::string failureLine(const std::string &console, const std::string &name)
+{
+    std::istringstream in(console);
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("reading " + name + " failed: ", 0) == 0)
+            return line;
+    return {};
+}
+
+/// Whether the console has the line "+ NAME" (the file was read).
+inline bool readLine(const std::string &console, const std::string &name)
+{
+    return ("\n" + console).find("\n+ " + name + "\n") != std::string::npos;
+}
+
+/// TMPDIR points at a fresh folder while the object lives.
+struct WatchedTempDir
+{
+    vxtest::TempDir dir;
+    vxtest::ScopedEnv env{"TMPDIR", dir.path().c_str()};
+    std::vector<std::string> leftovers() const
+    {
+        std::vector<std::string> names;
+        for (const auto &e : std::filesystem::directory_iterator(dir.path()))
+            names.push_back(e.path().filename().string());
+        return names;
+    }
+};
+
+} // namespace hostile
