@@ -13,39 +13,30 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <memory>
-#include <string>
-#include <vector>
-
 namespace {
 
-std::unique_ptr<VxUniformScalarField3> smallField()
+/// A field with a "DICOM" bundle holding "All" with the name text given,
+/// and one bundle of that name per further entry of `bundles`.
+std::unique_ptr<VxUniformScalarField3> field(const char *name, std::vector<const char *> bundles)
 {
     const int dims[3] = {2, 2, 2};
-    return std::make_unique<VxUniformScalarField3>(dims, KcPrimType::Int16, nullptr);
-}
-
-// The layout a loaded field carries: "DICOM" with "All" and one bundle per slice.
-std::unique_ptr<VxUniformScalarField3> fieldWithDicomBundles(int slices)
-{
-    auto field = smallField();
-    auto dicom = std::make_unique<VxParamBundle>("DICOM");
-    auto all = std::make_unique<VxParamBundle>("All");
+    auto f = std::make_unique<VxUniformScalarField3>(dims, KcPrimType::Int16, nullptr);
+    auto *dicom = new VxParamBundle("DICOM");
+    auto *all = new VxParamBundle("All");
     all->setString("G0008-0060", "modality [CS]: CT");
-    all->setString("G0010-0010", "patient name [PN]: Doe^Jane");
-    all->setString("G0010-0020", "patient id [LO]: 12345");
-    dicom->insert(all.release());
-    for (int s = 0; s < slices; ++s) {
-        auto slice = std::make_unique<VxParamBundle>(KcString::format("Slice%03d", s).c_str());
-        slice->setString("G0020-0013", KcString::format("instance number [IS]: %d", s + 1));
-        slice->setString("Filename", KcString::format("/cd/DOE_JANE/IM%04d", s + 1));
+    all->setString("G0010-0010", name);
+    all->setInt("Count", 3);
+    dicom->insert(all);
+    for (const char *b : bundles) {
+        auto *slice = new VxParamBundle(b);
+        slice->setString("G0020-0013", "instance number [IS]: 1");
+        slice->setString("Filename", "/cd/DOE_JANE/IM0001");
         slice->setString("Name", "Doe^Jane");
-        dicom->insert(slice.release());
+        dicom->insert(slice);
     }
-    field->parameters().insert(dicom.release());
-    field->setLabel("Doe^Jane");
-    return field;
+    f->parameters().insert(dicom);
+    f->setLabel("Doe^Jane");
+    return f;
 }
 
 std::string press(VxAnonymizeImageStack &module)
@@ -60,66 +51,53 @@ std::string press(VxAnonymizeImageStack &module)
 
 TEST(AnonymizerModule, DoItReplacesThePatientNameAndDropsTheSlicesFileNamesInPlace)
 {
-    auto field = fieldWithDicomBundles(3);
+    auto f = field("patient name [PN]: Doe^Jane",
+                   {"Slice000", "Slice001", "ALLX", "allOther", "CSAImageHeaderInfo"});
     VxAnonymizeImageStack module;
     VxData notAField;
     EXPECT_FALSE(module.portData.connect(&notAField)) << "only 3D fields are accepted";
-    EXPECT_TRUE(module.portData.connect(field.get()));
-    EXPECT_EQ(press(module), "anonymized patient name\nanonymized 3 single slices' bundles\n");
-
-    EXPECT_EQ(module.result(0), field.get()) << "the field itself, no copy";
-    EXPECT_EQ(field->label(), "Anonymized");
-    const VxParamBundle *dicom = field->parameters().bundle("DICOM");
-    ASSERT_NE(dicom, nullptr);
-    const VxParamBundle *all = dicom->bundle("All");
-    ASSERT_NE(all, nullptr);
-    ASSERT_EQ(all->size(), 3);
-    EXPECT_EQ(all->entry(1)->name(), "G0010-0010") << "replaced in its place";
-    EXPECT_EQ(all->getString("G0010-0010"), "patient name: <Anonymized>");
-    EXPECT_EQ(all->getString("G0010-0020"), "patient id [LO]: 12345") << "only the name";
-    EXPECT_EQ(all->getString("G0008-0060"), "modality [CS]: CT");
-    for (int s = 0; s < 3; ++s) {
-        const VxParamBundle *slice = dicom->bundle(KcString::format("Slice%03d", s).c_str());
-        ASSERT_NE(slice, nullptr);
-        EXPECT_EQ(slice->find("Filename"), nullptr);
-        EXPECT_EQ(slice->find("Name"), nullptr);
-        EXPECT_EQ(slice->getString("G0020-0013"),
-                  KcString::format("instance number [IS]: %d", s + 1));
-    }
-    // A second press: the replaced text still begins with "patient name".
-    EXPECT_EQ(press(module), "anonymized patient name\nanonymized 3 single slices' bundles\n");
-    EXPECT_EQ(all->getString("G0010-0010"), "patient name: <Anonymized>");
-}
-
-TEST(AnonymizerModule, NothingHappensWithoutAPressOrWithoutAField)
-{
-    auto field = fieldWithDicomBundles(1);
-    VxAnonymizeImageStack module;
-    module.portData.connect(field.get());
+    EXPECT_TRUE(module.portData.connect(f.get()));
     {
         VxMessageCapture capture;
         module.fire();
-        EXPECT_EQ(capture.text(), "");
+        EXPECT_EQ(capture.text(), "") << "nothing without a press";
+        EXPECT_EQ(f->label(), "Doe^Jane");
     }
-    EXPECT_EQ(module.result(0), nullptr);
-    EXPECT_EQ(field->label(), "Doe^Jane");
-    EXPECT_EQ(field->parameters().bundle("DICOM")->bundle("Slice000")->getString("Name"),
-              "Doe^Jane");
-
+    for (int pressed = 0; pressed < 2; ++pressed) { // the replaced text still matches
+        EXPECT_EQ(press(module), "anonymized patient name\nanonymized 3 single slices' bundles\n");
+        EXPECT_EQ(module.result(0), f.get()) << "the field itself, no copy";
+        EXPECT_EQ(f->label(), "Anonymized");
+        const VxParamBundle *dicom = f->parameters().bundle("DICOM");
+        const VxParamBundle *all = dicom->bundle("All");
+        ASSERT_EQ(all->size(), 3);
+        EXPECT_EQ(all->entry(1)->name(), "G0010-0010") << "replaced in its place";
+        EXPECT_EQ(all->getString("G0010-0010"), "patient name: <Anonymized>");
+        EXPECT_EQ(all->getString("G0008-0060"), "modality [CS]: CT");
+        for (const char *cleared : {"Slice000", "Slice001", "CSAImageHeaderInfo"}) {
+            EXPECT_EQ(dicom->bundle(cleared)->find("Filename"), nullptr) << cleared;
+            EXPECT_EQ(dicom->bundle(cleared)->find("Name"), nullptr) << cleared;
+            EXPECT_EQ(dicom->bundle(cleared)->getString("G0020-0013"), "instance number [IS]: 1");
+        }
+        for (const char *kept : {"ALLX", "allOther"}) // bundles beginning with "All" are not slices
+            EXPECT_EQ(dicom->bundle(kept)->getString("Filename"), "/cd/DOE_JANE/IM0001") << kept;
+    }
     VxAnonymizeImageStack unconnected;
     EXPECT_EQ(press(unconnected), "");
     EXPECT_EQ(unconnected.result(0), nullptr);
+
+    const int dims[3] = {2, 2, 2};
+    VxUniformScalarField3 plain(dims, KcPrimType::Int16, nullptr);
+    plain.parameters().setString("Modality", "CT");
+    VxAnonymizeImageStack relabel;
+    relabel.portData.connect(&plain);
+    EXPECT_EQ(press(relabel), "") << "a field without DICOM parameters is only relabelled";
+    EXPECT_EQ(plain.label(), "Anonymized");
+    EXPECT_EQ(plain.parameters().getString("Modality"), "CT");
 }
 
 TEST(AnonymizerModule, OnlyTheWordingPatientNameIsRecognised)
 {
-    struct Row
-    {
-        const char *text;
-        bool replaced;
-        const char *why;
-    };
-    const Row rows[] = {
+    const std::tuple<const char *, bool, const char *> rows[] = {
         {"patient name [PN]: Doe^Jane", true, "the dictionary name with its VR"},
         {"patient name: Doe^Jane", true, "without the VR"},
         {"PATIENT NAME [PN]: DOE^JANE", true, "compared without case"},
@@ -128,91 +106,45 @@ TEST(AnonymizerModule, OnlyTheWordingPatientNameIsRecognised)
         {"other patient names [PN]: Roe^Jane", false, "another element"},
         {"patient", false, "shorter than the prefix"},
     };
-    for (const Row &row : rows) {
-        auto field = smallField();
-        auto dicom = std::make_unique<VxParamBundle>("DICOM");
-        auto all = std::make_unique<VxParamBundle>("All");
-        all->setString("G0010-0010", row.text);
-        all->setInt("Count", 3);
-        dicom->insert(all.release());
-        field->parameters().insert(dicom.release());
+    for (const auto &[text, replaced, why] : rows) {
+        auto f = field(text, {});
         VxAnonymizeImageStack module;
-        module.portData.connect(field.get());
-        const std::string messages = press(module);
-        const VxParamBundle *after = field->parameters().bundle("DICOM")->bundle("All");
-        EXPECT_EQ(after->getString("G0010-0010"),
-                  row.replaced ? "patient name: <Anonymized>" : row.text)
-            << row.why;
-        EXPECT_EQ(messages, row.replaced ? "anonymized patient name\n" : "") << row.why;
-        EXPECT_EQ(after->getString("Count"), "3") << "non-string parameters are left alone";
+        module.portData.connect(f.get());
+        EXPECT_EQ(press(module), replaced ? "anonymized patient name\n" : "") << why;
+        const VxParamBundle *all = f->parameters().bundle("DICOM")->bundle("All");
+        EXPECT_EQ(all->getString("G0010-0010"), replaced ? "patient name: <Anonymized>" : text)
+            << why;
+        EXPECT_EQ(all->getString("Count"), "3") << "non-string parameters are left alone";
     }
-}
-
-TEST(AnonymizerModule, BundlesBeginningWithAllAreNotSlices)
-{
-    auto field = smallField();
-    auto dicom = std::make_unique<VxParamBundle>("DICOM");
-    for (const char *name : {"All", "ALLX", "allOther", "Slice000", "CSAImageHeaderInfo"}) {
-        auto b = std::make_unique<VxParamBundle>(name);
-        b->setString("Filename", "/cd/IM1");
-        dicom->insert(b.release());
-    }
-    field->parameters().insert(dicom.release());
-    VxAnonymizeImageStack module;
-    module.portData.connect(field.get());
-    EXPECT_EQ(press(module), "anonymized 2 single slices' bundles\n");
-    const VxParamBundle *after = field->parameters().bundle("DICOM");
-    for (const char *kept : {"All", "ALLX", "allOther"})
-        EXPECT_EQ(after->bundle(kept)->getString("Filename"), "/cd/IM1") << kept;
-    for (const char *cleared : {"Slice000", "CSAImageHeaderInfo"})
-        EXPECT_EQ(after->bundle(cleared)->find("Filename"), nullptr) << cleared;
-}
-
-TEST(AnonymizerModule, FieldWithoutDicomParametersIsOnlyRelabelled)
-{
-    auto field = smallField();
-    field->parameters().setString("Modality", "CT");
-    field->setLabel("scan");
-    VxAnonymizeImageStack module;
-    module.portData.connect(field.get());
-    EXPECT_EQ(press(module), "");
-    EXPECT_EQ(field->label(), "Anonymized");
-    EXPECT_EQ(module.result(0), field.get());
-    EXPECT_EQ(field->parameters().getString("Modality"), "CT");
 }
 
 TEST(AnonymizerModule, RealCtParametersLoseNameAndFileNames)
 {
     VX_REQUIRE_SHARED_DATA();
-    std::vector<std::string> files = vxtest::sharedDicomFiles("dcm_qa_ct/In/Philips/S21610/S2010");
-    files.erase(
-        std::remove_if(files.begin(), files.end(),
-                       [](const std::string &f) { return f.find("DIRFILE") != std::string::npos; }),
-        files.end());
-    ASSERT_GE(files.size(), 4u);
     std::vector<std::unique_ptr<VxDicomFile>> opened;
     VxDicomImageStack stack;
-    for (size_t i = 0; i < 4; ++i) {
-        opened.push_back(std::make_unique<VxDicomFile>(files[i].c_str(), static_cast<int>(i), 1));
+    std::vector<std::string> files;
+    for (const char *name : {"I10", "I20", "I30", "I40"}) {
+        files.push_back(vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/") + name);
+        opened.push_back(std::make_unique<VxDicomFile>(files.back().c_str(),
+                                                       static_cast<int>(opened.size()), 1));
         for (VxDicomImage *image : opened.back()->images)
             stack.append(image);
     }
     stack.setDicomParameters(false);
-    auto field = smallField();
-    field->parameters().insert(new VxParamBundle(stack.parameters));
-    const VxParamBundle *all = field->parameters().bundle("DICOM")->bundle("All");
-    ASSERT_NE(all, nullptr);
+    const int dims[3] = {2, 2, 2};
+    VxUniformScalarField3 f(dims, KcPrimType::Int16, nullptr);
+    f.parameters().insert(new VxParamBundle(stack.parameters));
     // dcmdump: (0010,0010) PN [HEAD] in every file of this series.
-    const std::string name = all->getString("G0010-0010");
+    const std::string name = f.parameters().bundle("DICOM")->bundle("All")->getString("G0010-0010");
     ASSERT_EQ(name.substr(0, 12), "patient name");
     ASSERT_EQ(name.substr(name.size() - 6), ": HEAD");
-
     VxAnonymizeImageStack module;
-    module.portData.connect(field.get());
+    module.portData.connect(&f);
     EXPECT_EQ(press(module), "anonymized patient name\nanonymized 4 single slices' bundles\n");
-    const std::string dump = field->parameters().dump();
+    const std::string dump = f.parameters().dump();
     EXPECT_EQ(dump.find(name), std::string::npos) << dump;
-    for (const std::string &f : files)
-        EXPECT_EQ(dump.find(f), std::string::npos) << f;
+    for (const std::string &file : files)
+        EXPECT_EQ(dump.find(file), std::string::npos) << file;
     EXPECT_NE(dump.find("patient name: <Anonymized>"), std::string::npos);
 }

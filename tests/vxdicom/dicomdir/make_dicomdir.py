@@ -1,98 +1,68 @@
 #!/usr/bin/python3
-"""Writes a DICOMDIR with pydicom (a tool other than DCMTK, which makes the others).
+"""DICOMDIRs written and read by pydicom (a tool other than DCMTK and ours).
 
-    make_dicomdir.py OUT [--syntax explicit|implicit|big] [--flag N]
-                         [--undefined-lengths] [--id ID]...
-                         [--list FILE...]
-
-Each --id adds one IMAGE directory record whose Referenced File ID (0004,1500)
-holds ID exactly as given: backslashes separate the components, leading
-blanks and NUL characters are kept, and pydicom pads an odd length with a
-blank. The records come after one PATIENT record without a file ID. --flag
-sets the File-set Consistency Flag (0004,1212) (default 0).
-
---list reads DICOMDIRs instead and prints, per file, one line per directory
-record that holds a Referenced File ID: its components joined with a
-backslash, as pydicom decodes them (the expected values of the tests).
+    make_dicomdir.py OUT [--id ID]...   one PATIENT record, then one IMAGE record
+                                        per ID, whose Referenced File ID holds ID
+                                        byte for byte (pydicom pads an odd length
+                                        with a blank)
+    make_dicomdir.py --list FILE...     per record with a Referenced File ID, its
+                                        components joined with a backslash
+    make_dicomdir.py --folder           the folder of pydicom's test DICOMDIRs
 """
 import argparse
-import sys
+import os
 
-from pydicom import dcmread
+import pydicom
 from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
 from pydicom.sequence import Sequence
-from pydicom.uid import (ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian,
-                         generate_uid)
-
-SYNTAX = {
-    "explicit": (ExplicitVRLittleEndian, True, False),
-    "implicit": (ImplicitVRLittleEndian, True, True),
-    "big": (ExplicitVRBigEndian, False, False),
-}
+from pydicom.uid import ExplicitVRLittleEndian, generate_uid
 
 
-def record(kind, undefined):
+def record(kind):
     r = Dataset()
     r.OffsetOfTheNextDirectoryRecord = 0
     r.RecordInUseFlag = 0xFFFF
     r.OffsetOfReferencedLowerLevelDirectoryEntity = 0
     r.DirectoryRecordType = kind
-    r.is_undefined_length_sequence_item = undefined
     return r
 
 
-def write(args):
-    uid, little, implicit = SYNTAX[args.syntax]
+def write(out, ids):
     meta = FileMetaDataset()
     meta.MediaStorageSOPClassUID = "1.2.840.10008.1.3.10"
     meta.MediaStorageSOPInstanceUID = generate_uid()
-    meta.TransferSyntaxUID = uid
-    ds = FileDataset(args.out, {}, file_meta=meta, preamble=b"\0" * 128)
+    meta.TransferSyntaxUID = ExplicitVRLittleEndian
+    ds = FileDataset(out, {}, file_meta=meta, preamble=b"\0" * 128)
     ds.FileSetID = "VXTEST"
-    ds.FileSetConsistencyFlag = args.flag
-    patient = record("PATIENT", args.undefined_lengths)
+    ds.FileSetConsistencyFlag = 0
+    patient = record("PATIENT")
     patient.PatientName = "Test^Patient"
-    patient.PatientID = "1"
     records = [patient]
-    for ident in args.id or []:
-        r = record("IMAGE", args.undefined_lengths)
-        # One string keeps the value byte for byte (pydicom only pads it).
-        r.add_new(0x00041500, "CS", ident)
-        records.append(r)
+    for ident in ids:
+        records.append(record("IMAGE"))
+        records[-1].add_new(0x00041500, "CS", ident)  # one string keeps the bytes
     ds.DirectoryRecordSequence = Sequence(records)
-    ds["DirectoryRecordSequence"].is_undefined_length = args.undefined_lengths
-    ds.is_little_endian = little
-    ds.is_implicit_VR = implicit
-    ds.save_as(args.out, write_like_original=False)
-
-
-def list_ids(paths):
-    for path in paths:
-        ds = dcmread(path)
-        for r in ds.DirectoryRecordSequence:
-            if "ReferencedFileID" in r:
-                value = r.ReferencedFileID
-                parts = [value] if isinstance(value, str) else list(value)
-                print("\\".join(parts))
+    ds.is_little_endian, ds.is_implicit_VR = True, False
+    ds.save_as(out, write_like_original=False)
 
 
 def main():
-    ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    ap = argparse.ArgumentParser()
     ap.add_argument("out", nargs="?")
-    ap.add_argument("--syntax", choices=sorted(SYNTAX), default="explicit")
-    ap.add_argument("--flag", type=int, default=0)
-    ap.add_argument("--undefined-lengths", action="store_true")
-    ap.add_argument("--id", action="append")
+    ap.add_argument("--id", action="append", default=[])
     ap.add_argument("--list", nargs="+")
+    ap.add_argument("--folder", action="store_true")
     args = ap.parse_args()
-    if args.list:
-        list_ids(args.list)
-    elif args.out:
-        write(args)
-    else:
-        ap.error("OUT or --list is needed")
-    return 0
+    if args.folder:
+        print(os.path.join(os.path.dirname(pydicom.__file__), "data/test_files/dicomdirtests"))
+    for path in args.list or []:
+        for r in pydicom.dcmread(path).DirectoryRecordSequence:
+            if "ReferencedFileID" in r:
+                value = r.ReferencedFileID
+                print("\\".join([value] if isinstance(value, str) else list(value)))
+    if args.out:
+        write(args.out, args.id)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

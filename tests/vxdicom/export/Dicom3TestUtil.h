@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,7 +22,25 @@ namespace dicom3test {
 
 using Bytes = std::vector<unsigned char>;
 
-/// A uniform field of n0 x n1 x n2 samples copied from values, spanning bbox.
+inline Bytes text(const std::string &s)
+{
+    return Bytes(s.begin(), s.end());
+}
+
+inline Bytes cat(Bytes a, const Bytes &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+/// A text value as written: padded with one 0x00 to an even length.
+inline std::string padded(std::string s)
+{
+    if (s.size() % 2)
+        s.push_back('\0');
+    return s;
+}
+
 template <typename T>
 std::unique_ptr<VxUniformScalarField3>
 uniformField(const int dims[3], KcPrimType type, const std::vector<T> &values, const float bbox[6])
@@ -35,91 +52,73 @@ uniformField(const int dims[3], KcPrimType type, const std::vector<T> &values, c
     return field;
 }
 
-/// Everything `write` puts into a fresh temporary file; `result` gets what
-/// it returns.
+/// Everything `write` puts into a fresh temporary file; `result` gets what it returns.
 inline Bytes writtenBytes(const std::function<int(FILE *)> &write, int *result = nullptr)
 {
     FILE *f = std::tmpfile();
-    EXPECT_NE(f, nullptr);
-    if (!f)
-        return {};
     const int r = write(f);
     if (result)
         *result = r;
     std::fflush(f);
-    const long size = std::ftell(f);
+    Bytes bytes(static_cast<size_t>(std::max(0L, std::ftell(f))));
     std::rewind(f);
-    Bytes bytes(static_cast<size_t>(size > 0 ? size : 0));
-    if (!bytes.empty()) {
-        EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
-    }
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
     std::fclose(f);
     return bytes;
 }
 
-/// Everything written for the object's current slice.
 inline Bytes writeCurrentSlice(Dicom3Object &object)
 {
-    int written = 0;
-    Bytes bytes = writtenBytes([&](FILE *f) { return writeDicom3File(object, f); }, &written);
-    EXPECT_GT(written, 0);
-    return bytes;
+    return writtenBytes([&](FILE *f) { return writeDicom3File(object, f); });
 }
 
-/// One element found in a written file.
 struct Element
 {
-    uint16_t group = 0;
-    uint16_t element = 0;
+    uint16_t group = 0, element = 0;
     std::string vr;
     uint32_t length = 0;
     size_t offset = 0; ///< of the tag
     Bytes value;
 
     std::string text() const { return std::string(value.begin(), value.end()); }
-    uint16_t u16() const { return static_cast<uint16_t>(value.at(0) | (value.at(1) << 8)); }
-    uint32_t u32() const
+    uint32_t number() const
     {
-        return static_cast<uint32_t>(value.at(0) | (value.at(1) << 8) | (value.at(2) << 16) |
-                                     (static_cast<uint32_t>(value.at(3)) << 24));
+        uint32_t n = 0;
+        for (size_t i = value.size(); i-- > 0;)
+            n = n << 8 | value[i];
+        return n;
     }
 };
 
-/// The elements of a Part 10 file written in explicit VR little endian, in
-/// file order; fails the test when the framing is broken.
+/// The elements of a file written in explicit VR little endian, in file
+/// order; fails the test when the framing is broken.
 inline std::vector<Element> walk(const Bytes &bytes)
 {
     std::vector<Element> out;
-    if (bytes.size() < 132) {
-        ADD_FAILURE() << "shorter than preamble and signature";
-        return out;
-    }
-    size_t p = 132;
-    while (p < bytes.size()) {
+    auto le = [&](size_t p, int n) {
+        uint32_t v = 0;
+        for (int i = n; i-- > 0;)
+            v = v << 8 | bytes[p + static_cast<size_t>(i)];
+        return v;
+    };
+    for (size_t p = 132; p < bytes.size();) {
+        Element e;
+        e.offset = p;
         if (p + 8 > bytes.size()) {
             ADD_FAILURE() << "element header cut at " << p;
             return out;
         }
-        Element e;
-        e.offset = p;
-        e.group = static_cast<uint16_t>(bytes[p] | (bytes[p + 1] << 8));
-        e.element = static_cast<uint16_t>(bytes[p + 2] | (bytes[p + 3] << 8));
+        e.group = static_cast<uint16_t>(le(p, 2));
+        e.element = static_cast<uint16_t>(le(p + 2, 2));
         e.vr = std::string(bytes.begin() + static_cast<long>(p) + 4,
                            bytes.begin() + static_cast<long>(p) + 6);
         const bool longLength = e.vr == "OB" || e.vr == "OW" || e.vr == "UN" || e.vr == "UT";
-        if (longLength) {
-            if (p + 12 > bytes.size()) {
-                ADD_FAILURE() << "long header cut at " << p;
-                return out;
-            }
-            e.length =
-                static_cast<uint32_t>(bytes[p + 8] | (bytes[p + 9] << 8) | (bytes[p + 10] << 16) |
-                                      (static_cast<uint32_t>(bytes[p + 11]) << 24));
-            p += 12;
-        } else {
-            e.length = static_cast<uint32_t>(bytes[p + 6] | (bytes[p + 7] << 8));
-            p += 8;
+        if (longLength && p + 12 > bytes.size()) {
+            ADD_FAILURE() << "long element header cut at " << p;
+            return out;
         }
+        e.length = longLength ? le(p + 8, 4) : le(p + 6, 2);
+        p += longLength ? 12 : 8;
         if (p + e.length > bytes.size()) {
             ADD_FAILURE() << "value of (" << std::hex << e.group << "," << e.element
                           << ") runs past the end";
@@ -133,14 +132,22 @@ inline std::vector<Element> walk(const Bytes &bytes)
     return out;
 }
 
-inline const Element *find(const std::vector<Element> &elements, uint16_t group, uint16_t element)
+/// The element of that tag; a test failure and an empty element when absent.
+inline Element find(const std::vector<Element> &elements, uint16_t group, uint16_t element)
 {
     for (const Element &e : elements)
         if (e.group == group && e.element == element)
-            return &e;
-    return nullptr;
+            return e;
+    ADD_FAILURE() << "no (" << std::hex << group << "," << element << ")";
+    return Element();
 }
 
-using vxtest::ScopedEnv;
+inline bool has(const std::vector<Element> &elements, uint16_t group, uint16_t element)
+{
+    for (const Element &e : elements)
+        if (e.group == group && e.element == element)
+            return true;
+    return false;
+}
 
 } // namespace dicom3test
