@@ -50,35 +50,8 @@ void simulateLoad(int files)
 
 } // namespace
 
-TEST(VxWorkArea, ObserverSeesEveryStatusAndFraction)
-{
-    std::vector<std::pair<std::string, float>> seen;
-    VxWorkArea::instance()->setObserver([&seen](const std::string &status, float fraction) {
-        seen.emplace_back(status, fraction);
-    });
-    simulateLoad(10);
-    VxWorkArea::instance()->setObserver({});
-
-    ASSERT_EQ(seen.size(), 21u);
-    EXPECT_EQ(seen[0].first, "loading files...");
-    EXPECT_EQ(seen[2].first, "  1. of 10.");
-    EXPECT_EQ(seen[20].first, " 10. of 10.");
-    EXPECT_FLOAT_EQ(seen[19].second, 0.9f);
-    EXPECT_FALSE(VxWorkArea::instance()->isShowingProgress());
-}
-
-TEST(VxWorkArea, FractionIsClampedToTheUnitInterval)
-{
-    float last = -1.f;
-    VxWorkArea::instance()->setObserver([&last](const std::string &, float f) { last = f; });
-    VxWorkArea::instance()->setProgress(1.5f);
-    EXPECT_EQ(last, 1.f);
-    VxWorkArea::instance()->setProgress(-0.5f);
-    EXPECT_EQ(last, 0.f);
-    VxWorkArea::instance()->setObserver({});
-}
-
-TEST(VxWorkArea, NothingIsWrittenWhenStandardErrorIsNotATerminal)
+// A progress line is drawn on a terminal, and nothing is written to a file.
+TEST(VxWorkArea, DrawsAProgressLineOnlyOnATerminal)
 {
     vxtest::TempDir dir;
     const std::string path = dir.file("stderr.txt");
@@ -90,10 +63,7 @@ TEST(VxWorkArea, NothingIsWrittenWhenStandardErrorIsNotATerminal)
     }
     ::close(fd);
     EXPECT_TRUE(vxtest::readFileBytes(path).empty());
-}
 
-TEST(VxWorkArea, DrawsAProgressLineOnATerminal)
-{
     const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
     if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0)
         GTEST_SKIP() << "no pseudo terminal available";
@@ -104,19 +74,15 @@ TEST(VxWorkArea, DrawsAProgressLineOnATerminal)
         simulateLoad(10);
     }
     ::close(slave);
-
     std::string drawn;
     ::fcntl(master, F_SETFL, O_NONBLOCK);
     char buf[4096];
-    ssize_t n;
-    while ((n = ::read(master, buf, sizeof buf)) > 0)
+    for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
         drawn.append(buf, static_cast<size_t>(n));
     ::close(master);
-
-    EXPECT_NE(drawn.find("loading files..."), std::string::npos) << drawn;
-    EXPECT_NE(drawn.find(" 10. of 10."), std::string::npos) << drawn;
-    EXPECT_NE(drawn.find(" 90%"), std::string::npos) << drawn;
-    EXPECT_NE(drawn.find("[###########################...]"), std::string::npos) << drawn;
+    for (const char *part :
+         {"loading files...", " 10. of 10.", " 90%", "[###########################...]"})
+        EXPECT_NE(drawn.find(part), std::string::npos) << drawn;
 }
 
 TEST(VxWorkArea, CtrlCWhileShowingProgressSetsTheInterruptOnly)
