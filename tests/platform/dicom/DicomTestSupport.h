@@ -3,7 +3,11 @@
 // Helpers shared by the dicom:: layer tests.
 
 #include "platform/dicom/dicom.h"
+#include "tests/support/TestSupport.h"
 
+#include <QByteArray>
+#include <QCryptographicHash>
+#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <memory>
@@ -18,28 +22,81 @@ struct Free
 };
 using DicomPtr = std::unique_ptr<dicom::dicomStruct, Free>;
 
-DicomPtr read(const std::string &path, bool delayed, std::string *why = nullptr);
+inline DicomPtr read(const std::string &path, bool delayed, std::string *why = nullptr)
+{
+    std::string reason;
+    DicomPtr d(dicom::dicomReadFile(path.c_str(), delayed ? 1 : 0, &reason));
+    if (why)
+        *why = reason;
+    return d;
+}
 
-/// Every frame of a delayed read, decoded with dicomReadImageData in order
-/// and concatenated; empty with *why set on failure.
-std::vector<unsigned char> decodeFrames(const dicom::dicomStruct &d, std::string *why,
-                                        const char *path = nullptr);
+/// Every frame of a delayed read, decoded in order and concatenated; empty
+/// with *why set on failure.
+inline std::vector<unsigned char> decodeFrames(const dicom::dicomStruct &d, std::string *why)
+{
+    std::vector<unsigned char> all(size_t(d.frameSize) * size_t(d.frames));
+    std::vector<unsigned char> frame(size_t(d.frameSize) + 1);
+    for (int k = 0; k < d.frames; ++k) {
+        if (!dicom::dicomReadImageData(&d, nullptr, k, frame.data(), frame.size(), why)) {
+            *why = "frame " + std::to_string(k) + ": " + *why;
+            return {};
+        }
+        std::copy(frame.begin(), frame.begin() + d.frameSize, all.begin() + long(k) * d.frameSize);
+    }
+    return all;
+}
 
-/// The pixels a full (non-delayed) read holds: frames x frameSize bytes.
-std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d);
+/// The pixels a full (non-delayed) read holds.
+inline std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
+{
+    if (!d.pixelData)
+        return {};
+    return {d.pixelData, d.pixelData + size_t(d.frameSize) * size_t(d.frames)};
+}
 
 /// Runs pydicom_reference.py MODE ARGS... and parses its JSON output.
-QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
-                         std::string *error);
+inline QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
+                                std::string *error)
+{
+    std::string command = std::string(VX_PYTHON) + " " +
+                          vxtest::shellQuote(VX_DICOM_TEST_DIR "/pydicom_reference.py") + " " +
+                          mode;
+    for (const std::string &a : args)
+        command += " " + vxtest::shellQuote(a);
+    std::string out;
+    if (const int status = vxtest::runCommand(command, &out)) {
+        *error = "pydicom_reference.py " + mode + " exited with " + std::to_string(status);
+        return {};
+    }
+    QJsonParseError parseError;
+    const QJsonDocument doc = QJsonDocument::fromJson(QByteArray::fromStdString(out), &parseError);
+    *error = "pydicom_reference.py " + mode + ": " + parseError.errorString().toStdString();
+    return doc.object();
+}
 
-/// Lower-case hexadecimal SHA-256.
-std::string sha256(const unsigned char *p, size_t n);
+inline std::string sha256(const unsigned char *p, size_t n)
+{
+    return QCryptographicHash::hash(QByteArrayView(reinterpret_cast<const char *>(p), qsizetype(n)),
+                                    QCryptographicHash::Sha256)
+        .toHex()
+        .toStdString();
+}
 inline std::string sha256(const std::vector<unsigned char> &v)
 {
     return sha256(v.data(), v.size());
 }
 
-/// True when pydicom and numpy can be used from /usr/bin/python3.
-bool havePydicom();
+/// True when pydicom and numpy can be used from VX_PYTHON.
+inline bool havePydicom()
+{
+    static const bool have = vxtest::havePythonModules({"pydicom", "numpy"});
+    return have;
+}
 
 } // namespace dicomtest
+
+#define REQUIRE_PYDICOM()                                                                          \
+    VX_REQUIRE_SHARED_DATA();                                                                      \
+    if (!dicomtest::havePydicom())                                                                 \
+    GTEST_SKIP() << "pydicom and numpy are needed for " VX_PYTHON
