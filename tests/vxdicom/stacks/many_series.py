@@ -1,23 +1,17 @@
 #!/usr/bin/python3
 """Writes one examination of many small series with pydicom, for the stack
-building tests on large folders:
+building tests on large folders:  many_series.py OUT SPLIT NORMAL PER_SERIES
 
-    many_series.py OUT SPLIT NORMAL PER_SERIES
-
-Series 1 ("zigzag", SPLIT images): Instance Number 1, 2, 3, ... while the
-position alternates between two slabs (0, 1000, 1, 1001, ... mm), so Slice
-Location turns direction after every second image. Series 2 ("pairs", SPLIT
-images): two images share each Instance Number (1, 1, 2, 2, ...) at
-positions 0, 0.5, 1.0, ... mm. Then NORMAL series of PER_SERIES images 3 mm
-apart, Instance Numbers from 1. Series k has the Series Instance UID
-1.2.826.0.1.3680043.9.7433.1.<k as three digits> and Series Number k, so
-that the series sort in their numbers' order. One patient, 64 x 64 unsigned
-16-bit MR slices.
-
-The files are named IM00001, ... in an order that is not the acquisition
-order (the series interleaved and each series written back to front), so
-that the order of the stacks comes from sorting, not from the file names.
-Prints the number of files written.
+Series 1 ("zigzag", SPLIT images): Instance Number 1, 2, ... at positions
+alternating between two slabs (0, 1000, 1, 1001, ... mm). Series 2 ("pairs",
+SPLIT images): two images share each Instance Number (1, 1, 2, 2, ...) at
+0, 0.5, 1.0, ... mm. Series 3 ("repeat", 6 images): two volumes of three
+slices 3 mm apart, each image with an Acquisition Number of its own. Then
+NORMAL series of PER_SERIES images 3 mm apart. Series k has the UID
+1.2.826.0.1.3680043.9.7433.1.<k as three digits>, so the series sort in their
+numbers' order. Files are named IM00001, ... with the series interleaved and
+each written back to front, so that the order of the stacks comes from
+sorting, not from the file names.
 """
 import os
 import sys
@@ -31,25 +25,20 @@ ROOT = "1.2.826.0.1.3680043.9.7433"
 
 
 def plan(split, normal, per_series):
-    """(series number, instance number, z) of every image, series by series."""
-    images = []
-    for k in range(split):
-        images.append((1, k + 1, (k // 2) * 1.0 + (k % 2) * 1000.0))
-    for k in range(split):
-        images.append((2, k // 2 + 1, k * 0.5))
+    """(series, instance number, z, acquisition number or None) of every image."""
+    images = [(1, k + 1, (k // 2) * 1.0 + (k % 2) * 1000.0, None) for k in range(split)]
+    images += [(2, k // 2 + 1, k * 0.5, None) for k in range(split)]
+    images += [(3, k + 1, (k % 3) * 3.0, k + 1) for k in range(6)]
     for s in range(normal):
-        for k in range(per_series):
-            images.append((3 + s, k + 1, k * 3.0))
+        images += [(4 + s, k + 1, k * 3.0, None) for k in range(per_series)]
     return images
 
 
 def main():
     out, split, normal, per_series = sys.argv[1], *map(int, sys.argv[2:5])
     os.makedirs(out, exist_ok=True)
-    images = plan(split, normal, per_series)
-    # Back to front within each series, and the series dealt out in turn.
     by_series = {}
-    for image in images:
+    for image in plan(split, normal, per_series):
         by_series.setdefault(image[0], []).append(image)
     queues = [list(reversed(v)) for _, v in sorted(by_series.items())]
     order = []
@@ -58,7 +47,7 @@ def main():
             if q:
                 order.append(q.pop(0))
     pixels = np.arange(64 * 64, dtype=np.uint16).reshape(64, 64) % 4000
-    for n, (series, instance, z) in enumerate(order, start=1):
+    for n, (series, instance, z, acquisition) in enumerate(order, start=1):
         meta = FileMetaDataset()
         meta.MediaStorageSOPClassUID = MR_STORAGE
         meta.MediaStorageSOPInstanceUID = "%s.2.%d" % (ROOT, n)
@@ -76,6 +65,8 @@ def main():
         ds.SeriesNumber = series
         ds.ScanningSequence = "GR"
         ds.InstanceNumber = instance
+        if acquisition is not None:
+            ds.AcquisitionNumber = acquisition
         ds.ImagePositionPatient = [-94.5, -94.5, z]
         ds.ImageOrientationPatient = [1, 0, 0, 0, 1, 0]
         ds.SliceLocation = z
