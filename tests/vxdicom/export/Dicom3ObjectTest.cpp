@@ -2,8 +2,6 @@
 
 #include "platform/core/KcRawData3D.h"
 #include "platform/core/VxMessage.h"
-#include "platform/data/VxParamBundle.h"
-#include "platform/data/VxParameter.h"
 #include "platform/gui/VxSkin.h"
 #include "vxdicom/params/DicomUid.h"
 #include "vxdicom/params/DicomValueCodec.h"
@@ -156,7 +154,7 @@ TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHan
         << "writing twice without setSlice writes the same file";
 }
 
-TEST(Dicom3ObjectModules, PlaneColourAndNuclearTextsFollowTheirFormats)
+TEST(Dicom3ObjectModules, StackedSlicesAndUnitFactorsGiveTheImagePlaneTexts)
 {
     // A stacked field whose second slice sits at z = 12.25.
     const int dims[3] = {5, 3, 2};
@@ -167,11 +165,9 @@ TEST(Dicom3ObjectModules, PlaneColourAndNuclearTextsFollowTheirFormats)
     ASSERT_TRUE(stacked.lattice()->setSliceCoords(z, 2));
     Dicom3Object object(&stacked);
     ASSERT_EQ(object.generate(), 1);
-    EXPECT_EQ(elementText(object, 0x0028, 0x0030), "0.500000\\0.500000");
     EXPECT_EQ(elementText(object, 0x0018, 0x0050), "0.250000");
     ASSERT_EQ(object.setSlice(1), 15);
     EXPECT_EQ(elementText(object, 0x0020, 0x1041), "12.250000 ");
-    EXPECT_EQ(object.findElement(0x0020, 0x1041)->getPad(), 0);
 
     // A unit factor of 10 (centimetres to millimetres) and a translated field.
     const int cube[3] = {2, 2, 2};
@@ -187,92 +183,25 @@ TEST(Dicom3ObjectModules, PlaneColourAndNuclearTextsFollowTheirFormats)
     ASSERT_EQ(scaled.setSlice(1), 4);
     EXPECT_EQ(elementText(scaled, 0x0020, 0x0032), "10.000000\\20.000000\\32.500000");
 
-    // Colour: RGB from 3 components, ARGB from 4.
-    unsigned char rgb[24] = {};
-    const int rgbDims[3] = {4, 2, 3}, argbDims[3] = {2, 3, 4};
-    Dicom3Object colour(rgbDims, rgb), argb(argbDims, rgb);
-    ASSERT_EQ(colour.generate(), 1);
-    ASSERT_EQ(argb.generate(), 1);
-    EXPECT_EQ(colour.findElement(0x0028, 0x0002)->getNumericValue(), 3u);
-    EXPECT_EQ(elementText(colour, 0x0028, 0x0004), "RGB");
-    EXPECT_EQ(elementText(colour, 0x0028, 0x0030), "1.000000\\1.000000");
-    EXPECT_EQ(colour.findElement(0x0008, 0x0070), nullptr) << "the SC builder has no equipment";
-    EXPECT_EQ(elementText(argb, 0x0028, 0x0004), "ARGB");
-    EXPECT_EQ(argb.findElement(0x7FE0, 0x0010)->getRawLength(), 24u);
-
-    Dicom3Object nm(moved.get());
-    nm.setSOPClassIndex(3);
-    nm.setCreatePatient(false);
-    ASSERT_EQ(nm.generate(), 1);
-    EXPECT_EQ(nm.findElement(0x0028, 0x1052), nullptr) << "NM has its own pixel module";
-    EXPECT_EQ(elementText(nm, 0x0028, 0x0004), "MONOCHROME2");
-    EXPECT_EQ(nm.findGroup(0x0010), nullptr);
-}
-
-TEST(Dicom3ObjectAttributes, UserAttributesReplaceGeneratedOnesAndZiehmLeavesOutIdentity)
-{
-    auto field = smallByteVolume();
-    Dicom3Object object(field.get());
-    object.setPatientName("Doe^John");
-    ASSERT_EQ(object.generate(), 1);
-    EXPECT_EQ(elementText(object, 0x0010, 0x0010), "Doe^John");
-    const int elementsIn8 = object.findGroup(0x0008)->numElements();
-    VxParamBundle dicomBundle("DICOM");
-    auto *all = new VxParamBundle("All");
-    all->insert(new VxParameter("G0008-0060", "modality [CS]: CT"));
-    all->insert(new VxParameter("G0010-0010", "patient name [PN]:  Doe^Jane "));
-    all->insert(new VxParameter("G0008-0000", "group length [UL]: 1234"));
-    all->insert(new VxParameter("G0009-0010", "no colon here"));
-    all->insert(new VxParamBundle("CSAImageHeaderInfo"));
-    all->insert(new VxParameter("G0018-0088", "spacing between slices [DS]: 2.5"));
-    dicomBundle.insert(all);
-    object.insertDicomParamBundle(&dicomBundle);
-    EXPECT_EQ(elementText(object, 0x0010, 0x0010), "Doe^Jane");
-    EXPECT_EQ(elementText(object, 0x0018, 0x0088), "2.5");
-    EXPECT_EQ(object.findGroup(0x0008)->numElements(), elementsIn8)
-        << "the modality was replaced, and element 0000 was skipped";
-    EXPECT_EQ(object.findGroup(0x0009), nullptr) << "a text without ':' is no attribute";
-    const std::vector<Element> elements = walk(writeCurrentSlice(object));
-    EXPECT_EQ(find(elements, 0x0008, 0x0060).text(), "CT");
-    expectGroupLengthsMatchTheLayout(elements);
-    VxParameter groupLength("G0028-0000", "group length [UL]: 4");
-    EXPECT_EQ(object.insertParamAsElement(&groupLength), 1) << "skipped, not refused";
-    EXPECT_EQ(object.insertParamAsElement(nullptr), -1);
-
+    // The Ziehm reconstruction leaves out identity, UIDs and group lengths.
     vxtest::ScopedEnv ziehm("ZENTA_ZIEHM_RECONSTRUCTION", "1");
-    Dicom3Object reconstruction(field.get());
+    Dicom3Object reconstruction(moved.get());
     ASSERT_EQ(reconstruction.generate(), 1);
     const std::vector<Element> left = walk(writeCurrentSlice(reconstruction));
-    for (const Element &e : left) {
-        EXPECT_NE(e.element, 0) << "group length of group " << std::hex << e.group;
-        EXPECT_NE(e.group, 0x0010) << "patient element " << std::hex << e.element;
-    }
-    for (const auto &[g, e] :
-         std::initializer_list<std::pair<uint16_t, uint16_t>>{{0x0002, 0x0003},
-                                                              {0x0002, 0x0012},
-                                                              {0x0002, 0x0013},
-                                                              {0x0008, 0x0014},
-                                                              {0x0008, 0x0018},
-                                                              {0x0008, 0x0020},
-                                                              {0x0008, 0x0030},
-                                                              {0x0008, 0x0050},
-                                                              {0x0008, 0x0060},
-                                                              {0x0008, 0x0070},
-                                                              {0x0008, 0x0090},
-                                                              {0x0020, 0x000D},
-                                                              {0x0020, 0x000E},
-                                                              {0x0020, 0x0010},
-                                                              {0x0020, 0x0011},
-                                                              {0x0020, 0x0012}})
-        EXPECT_FALSE(has(left, g, e)) << std::hex << g << "," << e;
-    for (const auto &[g, e] :
-         std::initializer_list<std::pair<uint16_t, uint16_t>>{{0x0002, 0x0010},
-                                                              {0x0008, 0x0016},
-                                                              {0x0020, 0x0013},
-                                                              {0x0020, 0x0032},
-                                                              {0x0028, 0x0010},
-                                                              {0x7FE0, 0x0010}})
-        EXPECT_TRUE(has(left, g, e)) << std::hex << g << "," << e;
+    for (const Element &e : left)
+        EXPECT_TRUE(e.element != 0 && e.group != 0x0010 &&
+                    !(e.group == 0x0002 && e.element >= 0x0003 && e.element != 0x0010) &&
+                    !(e.group == 0x0008 && e.element != 0x0016) &&
+                    !(e.group == 0x0020 && e.element <= 0x0012))
+            << std::hex << e.group << "," << e.element;
+    for (const auto &[g, e] : {std::pair{0x0002, 0x0010},
+                               {0x0008, 0x0016},
+                               {0x0020, 0x0013},
+                               {0x0020, 0x0032},
+                               {0x0028, 0x0010},
+                               {0x7FE0, 0x0010}})
+        EXPECT_TRUE(has(left, static_cast<uint16_t>(g), static_cast<uint16_t>(e)))
+            << std::hex << g << "," << e;
 }
 
 TEST(Dicom3ObjectLifecycle, RefusedCallsAreReportedAndChangeNothing)
@@ -281,61 +210,33 @@ TEST(Dicom3ObjectLifecycle, RefusedCallsAreReportedAndChangeNothing)
     Dicom3Object object(field.get());
     ASSERT_EQ(object.generate(), 1);
     const Bytes before = writeCurrentSlice(object);
-    {
-        VxMessageCapture capture;
-        EXPECT_EQ(object.generate(), -1);
-        EXPECT_EQ(capture.text(), "Dicom3Object: You can call generate() only once.\n");
-    }
+    VxMessageCapture capture;
+    EXPECT_EQ(object.generate(), -1);
     EXPECT_EQ(object.setSlice(2), -1);
-    EXPECT_EQ(object.setSlice(-1), -1);
     EXPECT_EQ(writeCurrentSlice(object), before);
-    EXPECT_EQ(object.insertDicomSliceParam(2), -1);
-
     Dicom3Object none(static_cast<VxUniformScalarField3 *>(nullptr));
-    {
-        VxMessageCapture capture;
-        EXPECT_EQ(none.generate(), -1);
-        EXPECT_EQ(capture.text(), "Dicom3Object: Invalid input field.\n");
-    }
-    EXPECT_EQ(none.setSlice(0), -1);
-    const int noSize[3] = {0, 4, 1};
-    const unsigned char pixel = 0;
-    EXPECT_EQ(Dicom3Object(noSize, &pixel).generate(), -1) << "an image without width";
-
-    // 5..8 are the multi-frame Secondary Capture classes; 11 is past the table.
-    for (int index : {5, 6, 7, 8, 11}) {
-        Dicom3Object unsupported(field.get());
-        unsupported.setSOPClassIndex(index);
-        VxMessageCapture capture;
-        EXPECT_EQ(unsupported.generate(), -1);
-        EXPECT_EQ(capture.text(), "Dicom3Object:: unsupported SOP Class.\n") << index;
-        EXPECT_EQ(unsupported.findElement(0x0008, 0x0016), nullptr) << index;
-    }
-
+    EXPECT_EQ(none.generate(), -1);
+    Dicom3Object multiFrame(field.get());
+    multiFrame.setSOPClassIndex(5); // 5..8 are the multi-frame Secondary Capture classes
+    EXPECT_EQ(multiFrame.generate(), -1);
+    EXPECT_EQ(multiFrame.findElement(0x0008, 0x0016), nullptr);
     // A slice of more than 2 GiB cannot be given a 32-bit size; the view has
     // no samples, nothing is ever read from it.
     const int hugeDims[3] = {INT_MAX - 7, 1, 1};
     KcRawData3D huge(nullptr, hugeDims, KcPrimType::UInt8);
     auto *pixels = new Dicom3Element(0x7FE0, 0x0010, dicom::OB);
     ASSERT_GT(pixels->setRawDataPtr(&huge, KcPrimType::UInt8, 1, 2, 0), 0);
-    VxMessageCapture capture;
     EXPECT_EQ(none.insertElement(pixels, -2), -1);
-    EXPECT_EQ(capture.text(), "Element not inserted 7FE0-10\n");
     EXPECT_EQ(none.numGroups(), 0) << "no empty group is left behind";
+    EXPECT_EQ(capture.text(), "Dicom3Object: You can call generate() only once.\n"
+                              "Dicom3Object: Invalid input field.\n"
+                              "Dicom3Object:: unsupported SOP Class.\n"
+                              "Element not inserted 7FE0-10\n");
 
     Dicom3Group group(0x0008);
-    auto make = [](uint16_t element, const char *value) {
-        auto *e = new Dicom3Element(0x0008, element, dicom::CS);
-        e->setCharStringData(value, -2);
-        return e;
-    };
-    EXPECT_EQ(group.insertElement(make(0x0060, "MR")), 1);
-    EXPECT_EQ(group.insertElement(make(0x0008, "ORIGINAL")), 1);
-    Dicom3Element *ct = make(0x0060, "CT");
+    auto *ct = new Dicom3Element(0x0008, 0x0060, dicom::CS);
     EXPECT_EQ(group.insertElement(ct), 1);
     EXPECT_EQ(group.insertElement(ct), 1) << "the same element again is not destroyed";
-    EXPECT_EQ(group.insertElement(make(0x0000, "x")), -1) << "group lengths are made by write";
-    ASSERT_EQ(group.numElements(), 2);
-    EXPECT_EQ(group.element(0)->getElementId(), 0x0008);
-    EXPECT_EQ(group.element(1), ct);
+    ASSERT_EQ(group.numElements(), 1);
+    EXPECT_EQ(group.element(0), ct);
 }

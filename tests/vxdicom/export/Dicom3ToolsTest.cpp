@@ -91,7 +91,7 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
         for (const auto &[type, dtype] : types) {
             const Bytes bytes = volumeBytes(KcPrimType(type));
             const int dims[3] = {7, 5, 3};
-            const float bbox[6] = {-3.f, 3.f, -2.f, 2.f, 10.f, 14.f};
+            const float bbox[6] = {-3.f, 3.f, -2.f, 3.f, 10.f, 14.f}; // voxel 1 x 1.25 x 2
             auto field = uniformField(dims, KcPrimType(type), bytes, bbox);
             Dicom3Object object(field.get());
             object.setSOPClassIndex(index);
@@ -110,20 +110,6 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
     VxParameter planar("G0028-0006", "planar configuration [US]: 0");
     ASSERT_EQ(colour.insertParamAsElement(&planar), 1);
     write(colour, temp, {"rgb", "uint8", "", 4, {3, 5, 3}, {}}, rgb, cases);
-
-    // 7 x 5 x 4 signed words, voxel 0.5 x 0.5 x 2 mm, first voxel at (-3, -1, 10),
-    // for dcm2niix. Square pixels: other readers take the row spacing first.
-    std::vector<short> values(140);
-    for (size_t i = 0; i < values.size(); ++i)
-        values[i] = static_cast<short>(static_cast<int>(i) * 13 - 500);
-    const Bytes volume(reinterpret_cast<const unsigned char *>(values.data()),
-                       reinterpret_cast<const unsigned char *>(values.data() + values.size()));
-    const int geometryDims[3] = {7, 5, 4};
-    const float geometryBox[6] = {-3.f, 0.f, -1.f, 1.f, 10.f, 16.f};
-    auto geometryField = uniformField(geometryDims, KcPrimType::Int16, values, geometryBox);
-    Dicom3Object geometry(geometryField.get());
-    geometry.setSOPClassIndex(1);
-    write(geometry, temp, {"geometry", "int16", "", 1, {5, 7}, {}}, volume, cases);
 
     // Three slices of a real CT series: pydicom reads the scanner's stored
     // values, which become the field written.
@@ -170,21 +156,21 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
             EXPECT_EQ(out.rfind("yes: ", 0), 0u) << out;
         }
 
-    // dcm2niix makes one volume of the geometry case.
+    // dcm2niix makes one volume of the CT signed words.
     QJsonArray manifest;
     const bool niix = vxtest::haveProgram("dcm2niix") && vxtest::havePythonModules({"nibabel"});
     if (niix) {
         fs::create_directory(temp.path() / "nii");
         std::string out;
         ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f volume -o " + temp.file("nii") + " " +
-                                         temp.file("geometry"),
+                                         temp.file("CT_int16"),
                                      &out, true),
                   0)
             << out;
         manifest.append(QJsonObject{{"nifti", QString::fromStdString(temp.file("nii/volume.nii"))},
                                     {"dtype", "int16"},
-                                    {"raw", QString::fromStdString(temp.file("geometry.raw"))},
-                                    {"dims", QJsonArray{7, 5, 4}}});
+                                    {"raw", QString::fromStdString(temp.file("CT_int16.raw"))},
+                                    {"dims", QJsonArray{7, 5, 3}}});
     } else {
         std::cout << "dcm2niix or nibabel is missing: the volume is not rebuilt\n";
     }
@@ -205,12 +191,12 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
     if (niix) {
         ASSERT_FALSE(seen.empty());
         const QJsonObject nii = seen[next++];
-        EXPECT_EQ(nii["shape"].toArray(), QJsonArray({7, 5, 4})) << out;
-        EXPECT_EQ(nii["zooms"].toArray(), QJsonArray({0.5, 0.5, 2.0})) << out;
+        EXPECT_EQ(nii["shape"].toArray(), QJsonArray({7, 5, 3})) << out;
+        EXPECT_EQ(nii["zooms"].toArray(), QJsonArray({1.0, 1.25, 2.0})) << out;
         EXPECT_TRUE(nii["samplesEqual"].toBool()) << "one volume, no slice lost or reordered";
         // DICOM's patient frame (LPS) becomes RAS: x and y change sign, and the
-        // rows are stored bottom-up, so y starts at the last row: -(-1 + 4 * 0.5).
-        const double expected[3][4] = {{-0.5, 0, 0, 3}, {0, 0.5, 0, -1}, {0, 0, 2, 10}};
+        // rows are stored bottom-up, so y starts at the last row: -(-2 + 4 * 1.25).
+        const double expected[3][4] = {{-1, 0, 0, 3}, {0, 1.25, 0, -3}, {0, 0, 2, 10}};
         for (int r = 0; r < 3; ++r)
             for (int c = 0; c < 4; ++c)
                 EXPECT_NEAR(nii["affine"][r][c].toDouble(), expected[r][c], 1e-5)
