@@ -1,7 +1,12 @@
 #pragma once
 
+// The vxdicom binary run as users run it, and what its output says.
+
 #include "tests/support/TestSupport.h"
 
+#include <gtest/gtest.h>
+
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,29 +14,71 @@ namespace clitest {
 
 using Outcome = vxtest::CommandOutcome;
 
-/// A text quoted for /bin/sh.
 inline std::string q(const std::string &s)
 {
     return vxtest::shellQuote(s);
 }
 
-/// Runs the vxdicom binary with the arguments (quote names with q()), from
-/// folder `cwd` when given, with a preferences file of its own (the default
-/// stack-break criteria) and Qt's offscreen platform. A run that takes more
-/// than five minutes is stopped (status 124).
-Outcome vxdicom(const std::string &arguments, const std::string &cwd = std::string());
+/// vxdicom with the arguments (names quoted with q()), from folder `cwd` when
+/// given, with preferences of its own, offscreen, stopped after five minutes;
+/// `environment` holds env's arguments ("-u NAME", "NAME=VALUE").
+inline Outcome vxdicom(const std::string &arguments, const std::string &cwd = {},
+                       const std::string &environment = {})
+{
+    vxtest::TempDir dir;
+    return vxtest::runCapturing(
+        (cwd.empty() ? "" : "cd " + q(cwd) + " && ") +
+        "env -u DICOM_DELAYED_READ -u DICOM_EPS_ORIENTATION " + environment +
+        " VXDICOM_SETTINGS_FILE=" + q(dir.file("vxdicom.ini")) +
+        " XDG_RUNTIME_DIR=" + q(dir.path().string()) + " QT_QPA_PLATFORM=offscreen timeout 300 " +
+        q(VXDICOM_BINARY) + " " + arguments);
+}
 
-bool contains(const std::string &text, const std::string &part);
-std::vector<std::string> lines(const std::string &text);
-/// The lines of a load's output that describe its fields: "field ...",
-/// "  transformation ...", "  load command: ..." and "time series ...".
-std::vector<std::string> summaryLines(const std::string &out);
+inline bool contains(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
 
-/// The number of "field ..." summary lines.
-int fieldCount(const std::string &out);
+inline size_t count(const std::string &text, const std::string &part)
+{
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++n;
+    return n;
+}
 
-/// Runs /usr/bin/python3 with a script of tests/apps and the arguments;
-/// returns its exit status (77: a module it needs is missing).
-int python(const char *script, const std::vector<std::string> &args, std::string *output);
+inline std::vector<std::string> lines(const std::string &text)
+{
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line);
+    return out;
+}
+
+/// The "field ..." and "time series ..." lines of a load's output.
+inline std::vector<std::string> summaryLines(const std::string &out)
+{
+    std::vector<std::string> kept;
+    for (const std::string &line : lines(out))
+        if (line.rfind("field ", 0) == 0 || line.rfind("time series ", 0) == 0)
+            kept.push_back(line);
+    return kept;
+}
+
+inline int fieldCount(const std::string &out)
+{
+    return int(count("\n" + out, "\nfield "));
+}
+
+/// /usr/bin/python3 with a script of tests/apps; its status (77: a module is missing).
+inline int python(const char *script, const std::vector<std::string> &args, std::string *output)
+{
+    std::string command =
+        std::string(VX_PYTHON) + " " + q(std::string(VX_APPS_TEST_DIR) + "/" + script);
+    for (const std::string &a : args)
+        command += " " + q(a);
+    return vxtest::runCommand(command, output, true);
+}
 
 } // namespace clitest

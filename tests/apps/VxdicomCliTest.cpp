@@ -1,171 +1,465 @@
-// The vxdicom command line, run as users run it.
+// The vxdicom command line as users run it: help and usage errors, replayed
+// script commands, DICOMDIRs, time series, anonymising and the viewer's picture.
 
-#include "tests/support/TestSupport.h"
+#include "tests/apps/CliRunner.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
+#include <fstream>
+#include <map>
+
+namespace fs = std::filesystem;
+using namespace clitest;
 
 namespace {
 
-using Outcome = vxtest::CommandOutcome;
-using vxtest::shellQuote;
+const char *const kMrFolder = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag";         // 35 slices, "HFS"
+const char *const kEpiFolder = "dcm_qa_ge/In/SliceTimingRT/2_epiRT_IntAsc_GD0"; // 64x64x32x3
 
-Outcome run(const std::string &arguments)
+std::string readText(const std::string &path)
 {
-    return vxtest::runCapturing(shellQuote(VXDICOM_BINARY) + " " + arguments);
+    std::stringstream s;
+    s << std::ifstream(path).rdbuf();
+    return s.str();
 }
 
-bool contains(const std::string &text, const std::string &part)
+void writeText(const std::string &path, const std::string &text)
 {
-    return text.find(part) != std::string::npos;
+    std::ofstream(path) << text;
 }
 
-TEST(VxdicomCommand, HelpIsOnStandardOutput)
+std::vector<std::string> filesIn(const fs::path &dir)
 {
-    for (const char *args : {"--help", "-h", "help"}) {
-        const Outcome r = run(args);
-        EXPECT_EQ(r.status, 0) << args;
-        EXPECT_TRUE(contains(r.out, "usage: vxdicom COMMAND")) << args;
-        EXPECT_TRUE(contains(r.out, "info")) << args;
-        EXPECT_EQ(r.err, "") << args;
+    std::vector<std::string> names;
+    for (const auto &e : fs::directory_iterator(dir))
+        names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(VxdicomCommand, HelpAndUsageErrors)
+{
+    vxtest::TempDir dir;
+    const std::string missing = dir.file("missing.nrrd");
+    const struct
+    {
+        std::string args, environment;
+        int status;
+        std::vector<std::string> out, err;
+    } rows[] = {
+        {"--help", "", 0, {"usage: vxdicom COMMAND", "info", "view"}, {}},
+        {"-h", "", 0, {"usage: vxdicom COMMAND"}, {}},
+        {"help", "", 0, {"usage: vxdicom COMMAND"}, {}},
+        {"info --help",
+         "",
+         0,
+         {"usage: vxdicom info FILE...", "1.2.840.10008.1.2.4.90", "\n  --all-frames ",
+          "\n  --read-pixels ", "\n  --json "},
+         {}},
+        {"help info", "", 0, {"usage: vxdicom info FILE..."}, {}},
+        {"info FILE --help", "", 0, {"usage: vxdicom info FILE..."}, {}},
+        {"run --help", "", 0, {"usage: vxdicom run"}, {}},
+        {"view --help",
+         "",
+         0,
+         {"usage: vxdicom view", "Open DICOM", "R/L, A/P, S/I", "not a resampling", "sheared",
+          "--screenshot"},
+         {}},
+        {"run 'set a 1'", "", 0, {}, {}},
+        {"frobnicate", "", 2, {}, {"unknown command 'frobnicate'", "usage: vxdicom COMMAND"}},
+        {"help frobnicate", "", 2, {}, {}},
+        {"", "", 2, {}, {"usage: vxdicom COMMAND"}},
+        {"info", "", 2, {}, {"usage: vxdicom info"}},
+        {"info --bogus x.dcm", "", 2, {}, {"unknown option '--bogus'"}},
+        {"info --no-attributes --attributes-only x.dcm", "", 2, {}, {"exclude each other"}},
+        {"save-dicom in.nii -o out --edit",
+         "-u DISPLAY -u WAYLAND_DISPLAY",
+         2,
+         {},
+         {"--edit shows a dialog and needs a display"}},
+        {"run", "", 2, {}, {"no SCRIPT or FILE given"}},
+        {"run 'set a 1' 'set b 2'", "", 2, {}, {}},
+        {"run --bogus 'set a 1'", "", 2, {}, {"unknown option '--bogus'"}},
+        {"run /no/such/session.vxs",
+         "",
+         1,
+         {},
+         {"vxdicom run: /no/such/session.vxs: no such file\n"}},
+        {"anonymize", "", 2, {}, {"no IN given"}},
+        {"anonymize in.nrrd", "", 2, {}, {"no OUT given (-o OUT)"}},
+        {"anonymize in.nrrd -o out.dcm", "", 2, {}, {"out.dcm: unknown ending"}},
+        {"anonymize in.nrrd -o out.nhdr", "", 2, {}, {}},
+        {"anonymize a.nrrd b.nrrd -o out.nrrd", "", 2, {}, {}},
+        {"anonymize " + q(missing) + " -o " + q(dir.file("out.nrrd")), "", 1, {}, {missing}},
+        {"view", "", 2, {}, {"needs a display"}},
+        {"view --cursor 1,2 --screenshot x.png", "", 2, {}, {}},
+    };
+    for (const auto &row : rows) {
+        const Outcome r = vxdicom(row.args, {}, row.environment);
+        EXPECT_EQ(r.status, row.status) << row.args << "\n" << r.err;
+        for (const std::string &part : row.out)
+            EXPECT_TRUE(contains(r.out, part)) << row.args << ": " << part;
+        for (const std::string &part : row.err)
+            EXPECT_TRUE(contains(r.err, part)) << row.args << ": " << part << "\n" << r.err;
+        EXPECT_TRUE(row.status != 0 || r.err.empty()) << row.args;
     }
-    for (const char *args : {"info --help", "help info", "info -h", "info FILE --help"}) {
-        const Outcome r = run(args);
-        EXPECT_EQ(r.status, 0) << args;
-        EXPECT_TRUE(contains(r.out, "usage: vxdicom info FILE...")) << args;
-        EXPECT_TRUE(contains(r.out, "1.2.840.10008.1.2.4.90")) << "lists the transfer syntaxes";
-    }
+    EXPECT_FALSE(fs::exists(dir.file("out.nrrd")));
 }
 
-TEST(VxdicomCommand, UsageErrorsExitWithTwo)
+// Two slices of the MR series, named "a b.dcm" and "c.dcm".
+void twoSlices(const vxtest::TempDir &dir)
 {
-    Outcome r = run("frobnicate");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_TRUE(contains(r.err, "unknown command 'frobnicate'"));
-    EXPECT_TRUE(contains(r.err, "usage: vxdicom COMMAND"));
-    EXPECT_EQ(r.out, "");
-
-    r = run("help frobnicate");
-    EXPECT_EQ(r.status, 2);
-    r = run("");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_TRUE(contains(r.err, "usage: vxdicom COMMAND"));
-    r = run("info");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_TRUE(contains(r.err, "usage: vxdicom info"));
-    r = run("info --bogus x.dcm");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_TRUE(contains(r.err, "unknown option '--bogus'"));
-    r = vxtest::runCapturing("env -u DISPLAY -u WAYLAND_DISPLAY " + shellQuote(VXDICOM_BINARY) +
-                             " save-dicom in.nii -o out --edit");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_TRUE(contains(r.err, "--edit shows a dialog and needs a display")) << r.err;
+    const std::vector<std::string> files = vxtest::sharedDicomFiles(kMrFolder);
+    fs::copy_file(files[0], dir.file("a b.dcm"));
+    fs::copy_file(files[1], dir.file("c.dcm"));
 }
 
-std::string ts(int n)
-{
-    return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
-}
-
-// The text form; the values of every shared file are compared with pydicom
-// and gdcmdump through the JSON form (info_vs_pydicom.py), which also asks for
-// an exit status of 0 and nothing on standard error.
-TEST(VxdicomInfo, ReportsWhatTheLayerReadsAndDecodes)
-{
-    VX_REQUIRE_SHARED_DATA();
-    const Outcome r = run("info " + shellQuote(ts(3)) + " " + shellQuote(ts(9)));
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.err, "");
-    EXPECT_TRUE(contains(r.out, ts(3) + "\n"));
-    EXPECT_TRUE(contains(r.out, "transfer syntax:   1.2.840.10008.1.2.2 (Explicit VR Big Endian)"));
-    EXPECT_TRUE(contains(
-        r.out,
-        "transfer syntax:   1.2.840.10008.1.2.4.90 (JPEG 2000 Image Compression (Lossless Only))"));
-    EXPECT_TRUE(contains(r.out, "rows:              384\n"));
-    EXPECT_TRUE(contains(r.out, "photometric:       MONOCHROME2\n"));
-    size_t decoded = 0;
-    for (size_t at = r.out.find("pixels:            1 frame decoded"); at != std::string::npos;
-         at = r.out.find("pixels:            1 frame decoded", at + 1))
-        ++decoded;
-    EXPECT_EQ(decoded, 2u);
-}
-
-TEST(VxdicomInfo, FailuresAreReportedAndTheOtherFilesStillRead)
+TEST(VxdicomRun, LoadCommandsAndScriptsReplayThroughTheInterpreter)
 {
     VX_REQUIRE_SHARED_DATA();
     vxtest::TempDir dir;
-    const std::string text = dir.file("notes.txt");
-    vxtest::writeFileBytes(text, {'h', 'e', 'l', 'l', 'o', '\n'});
-    // Cut inside the pixel data: the header parses, the pixels are short.
-    const std::string cut = dir.file("cut.dcm");
-    std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(1));
-    bytes.resize(bytes.size() - 100);
-    vxtest::writeFileBytes(cut, bytes);
-    const std::string missing = dir.file("missing.dcm");
+    twoSlices(dir);
+    const std::string cwd = dir.path().string();
+    // A field's stored load command: slice order, only the name with a blank quoted.
+    const Outcome load =
+        vxdicom("load -nodialog " + q(dir.file("a b.dcm")) + " " + q(dir.file("c.dcm")));
+    ASSERT_EQ(load.status, 0) << load.err;
+    const std::string command =
+        "load -dicom " + dir.file("c.dcm") + " \"" + dir.file("a b.dcm") + "\"";
+    EXPECT_TRUE(contains(load.out, ", load command: " + command + "\n")) << load.out;
+    const Outcome replay = vxdicom("run " + q(command));
+    ASSERT_EQ(replay.status, 0) << replay.err;
+    EXPECT_EQ(summaryLines(replay.out), summaryLines(load.out));
 
-    const Outcome r = run("info " + shellQuote(missing) + " " + shellQuote(ts(1)) + " " +
-                          shellQuote(text) + " " + shellQuote(cut));
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(contains(r.err, "reading " + missing + " failed: No such file or directory\n"))
-        << r.err;
-    EXPECT_TRUE(contains(r.err, "reading " + text + " failed: not a DICOM file\n")) << r.err;
-    EXPECT_TRUE(contains(r.err, "reading " + cut + " failed: (7FE0,0010) pixel data are truncated"))
-        << r.err;
-    EXPECT_TRUE(contains(r.out, ts(1) + "\n"));
-    EXPECT_TRUE(contains(r.out, "1 frame decoded"));
-    EXPECT_FALSE(contains(r.out, missing));
+    for (const char *script :
+         {"load -dicom \"a b.dcm\" c.dcm", "set d .; load -dicom {a b.dcm} $d/c.dcm -nodialog"}) {
+        const Outcome r = vxdicom("run " + q(script), cwd);
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_TRUE(contains(r.out, "+ a b.dcm\n")) << r.out;
+        EXPECT_TRUE(contains(r.out, "2 headers loaded from 2 files")) << r.out;
+        EXPECT_EQ(fieldCount(r.out), 1) << r.out;
+        EXPECT_TRUE(contains(r.out, ": 2 x 256 x 256 int16")) << r.out;
+        EXPECT_EQ(r.err, "");
+    }
+
+    // A script file: comments, blank lines, two loads saved without a clash.
+    writeText(dir.file("session.vxs"), "# two loads\nload -dicom \"" + dir.file("a b.dcm") +
+                                           "\"\n\nload -dicom " + dir.file("c.dcm") +
+                                           " -nodialog\n");
+    const Outcome r = vxdicom("run -q --format nii -o out session.vxs", cwd);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(fieldCount(r.out), 2) << r.out;
+    EXPECT_EQ(filesIn(dir.file("out")), (std::vector<std::string>{"HFS.nii", "HFS_2_.nii"}));
 }
 
-TEST(VxdicomInfo, AFrameThatCannotBeDecodedFailsTheFile)
+TEST(VxdicomRun, ErrorsNameTheLineAndStopTheScript)
 {
     VX_REQUIRE_SHARED_DATA();
     vxtest::TempDir dir;
-    // The image size in the JPEG 2000 codestream of 9.dcm (SIZ marker right
-    // after the start of codestream) no longer matches the header: the file
-    // parses, its frame does not decode.
-    std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(9));
-    const unsigned char soc[] = {0xFF, 0x4F, 0xFF, 0x51};
-    auto at = std::search(bytes.begin(), bytes.end(), soc, soc + 4);
-    ASSERT_NE(at, bytes.end());
-    at[8] ^= 0x01; // Xsiz, most significant byte
-    const std::string broken = dir.file("broken.dcm");
-    vxtest::writeFileBytes(broken, bytes);
-    const Outcome r = run("info " + shellQuote(broken));
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(contains(r.out, "pixels:            not decoded"));
-    EXPECT_TRUE(contains(r.err, "reading " + broken + " failed: JPEG 2000")) << r.err;
+    twoSlices(dir);
+    const struct
+    {
+        const char *script, *error;
+        int fields;
+    } rows[] = {
+        {"load -dicom c.dcm\nset x 1\nload -dicom missing.dcm\nload -dicom \"a b.dcm\"\n",
+         "reading missing.dcm failed: cannot open: missing.dcm (No such file or directory)\n"
+         "vxdicom run: broken.vxs, line 3: load: no field was made from 1 file\n",
+         1},
+        {"set a 1\nlod -dicom c.dcm",
+         "vxdicom run: broken.vxs, line 2: invalid command name \"lod\"\n", 0},
+        {"load c.dcm",
+         "vxdicom run: broken.vxs, line 1: load: only \"load -dicom FILE ... ?-nodialog?\" is "
+         "known here\n",
+         0},
+        {"load -dicom -nodialog",
+         "vxdicom run: broken.vxs, line 1: load: wrong # args: should be \"load -dicom FILE ... "
+         "?-nodialog?\"\n",
+         0},
+        {"load -dicom $nothing",
+         "vxdicom run: broken.vxs, line 1: can't read \"nothing\": no such variable\n", 0},
+        {"load -dicom \"c.dcm", "vxdicom run: broken.vxs, line 1: missing \"\n", 0},
+    };
+    for (const auto &row : rows) {
+        writeText(dir.file("broken.vxs"), row.script);
+        const Outcome r = vxdicom("run broken.vxs", dir.path().string());
+        EXPECT_EQ(r.status, 1) << row.script;
+        EXPECT_EQ(r.err, row.error) << row.script;
+        EXPECT_EQ(fieldCount(r.out), row.fields) << row.script << "\n" << r.out;
+        EXPECT_FALSE(contains(r.out, "failed")) << r.out;
+    }
+    const Outcome direct = vxdicom("run " + q("set a 1\nlod -dicom c.dcm"), dir.path().string());
+    EXPECT_EQ(direct.err, "vxdicom run: line 2: invalid command name \"lod\"\n");
+}
+
+// Every slice of the shared CT and MR series linked into root/IMAGES/CT and
+// root/IMAGES/MR, and a DICOMDIR over them made by DCMTK's dcmmkdir.
+void fileSet(const fs::path &root, bool ct, bool mr)
+{
+    int n = 0;
+    for (const auto &[use, folder, sub] :
+         {std::tuple(ct, "dcm_qa_ct/In/Philips/S21610/S2010", "CT"),
+          std::tuple(mr, kMrFolder, "MR")}) {
+        if (!use)
+            continue;
+        fs::create_directories(root / "IMAGES" / sub);
+        for (const std::string &f : vxtest::sharedDicomFiles(folder))
+            if (fs::path(f).filename() != "DIRFILE")
+                fs::create_symlink(f, root / "IMAGES" / sub / ("IM" + std::to_string(++n)));
+    }
+    std::string output;
+    ASSERT_EQ(vxtest::runCommand("cd " + q(root.string()) + " && dcmmkdir --recurse IMAGES",
+                                 &output, true),
+              0)
+        << output;
+}
+
+TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
+{
+    VX_REQUIRE_SHARED_DATA();
+    if (!vxtest::haveProgram("dcmmkdir"))
+        GTEST_SKIP() << "dcmmkdir (Debian dcmtk) is not installed";
+    vxtest::TempDir dir;
+    const fs::path cd = dir.path() / "cd";
+    fileSet(cd, true, true);
+    const Outcome folders =
+        vxdicom("load -nodialog --format nii -o " + q(dir.file("folders")) + " " +
+                q((cd / "IMAGES/CT").string()) + " " + q((cd / "IMAGES/MR").string()));
+    ASSERT_EQ(folders.status, 0) << folders.err;
+    ASSERT_EQ(fieldCount(folders.out), 2) << folders.out;
+
+    // What mount -t iso9660 shows by default: every name in lower case.
+    const fs::path lower = dir.path() / "lower";
+    for (const auto &e : fs::recursive_directory_iterator(cd)) {
+        std::string rel = e.path().lexically_relative(cd).string();
+        std::transform(rel.begin(), rel.end(), rel.begin(),
+                       [](unsigned char c) { return char(std::tolower(c)); });
+        fs::create_directories((lower / rel).parent_path());
+        if (e.is_directory())
+            fs::create_directories(lower / rel);
+        else if (e.is_symlink())
+            fs::create_symlink(fs::read_symlink(e.path()), lower / rel);
+        else
+            fs::copy_file(e.path(), lower / rel);
+    }
+    // The folder holding the DICOMDIR, the DICOMDIR itself, and the lower-case
+    // copy without -nodialog (no display: nobody could answer the dialog).
+    for (const std::string &input : {cd.string(), (cd / "DICOMDIR").string(), lower.string()}) {
+        const std::string out = dir.file("out" + std::to_string(input.size()));
+        const Outcome r = vxdicom(std::string(input == lower.string() ? "load" : "load -nodialog") +
+                                  " --format nii -o " + q(out) + " " + q(input));
+        ASSERT_EQ(r.status, 0) << input << "\n" << r.err;
+        // (The load commands name the files, in lower case in the copy.)
+        EXPECT_TRUE(input == lower.string() || summaryLines(r.out) == summaryLines(folders.out))
+            << input;
+        // 54 CT and 35 MR slices; the DICOMDIR counts as a file.
+        EXPECT_TRUE(contains(r.out, "89 headers loaded from 90 files")) << r.out;
+        EXPECT_FALSE(contains(r.out, "failed")) << r.out;
+        ASSERT_EQ(filesIn(out), filesIn(dir.file("folders")));
+        for (const std::string &f : filesIn(out))
+            EXPECT_EQ(vxtest::readFileBytes(out + "/" + f),
+                      vxtest::readFileBytes(dir.file("folders/" + f)))
+                << f;
+    }
+
+    // Several folders with a DICOMDIR each, one of them named twice.
+    const fs::path cd1 = dir.path() / "cd1", cd2 = dir.path() / "cd2";
+    fileSet(cd1, true, false);
+    fileSet(cd2, false, true);
+    const Outcome r = vxdicom("load -nodialog " + q(cd1.string()) + " " + q(cd2.string()) + " " +
+                              q(cd2.string()));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "89 headers loaded from")) << r.out;
+    EXPECT_TRUE(contains(r.err, "several DICOMDIRs; the files below " + cd1.string())) << r.err;
+    EXPECT_EQ(fieldCount(r.out), 2) << r.out;
+}
+
+// The names of the "load -dicom" line of a creation command; fails the test
+// unless every name stands between double quotes.
+std::vector<std::string> quotedNames(const std::string &script)
+{
+    std::vector<std::string> names;
+    for (const std::string &line : lines(script)) {
+        for (size_t pos = 11; line.rfind("load -dicom", 0) == 0 && pos < line.size(); ++pos) {
+            EXPECT_EQ(line.compare(pos, 2, " \""), 0) << "unquoted name at " << pos << ": " << line;
+            std::string name;
+            for (pos += 2; pos < line.size() && line[pos] != '"'; ++pos)
+                name += line[pos] == '\\' ? line[++pos] : line[pos];
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// The three stacks of a GE EPI become the steps of one control, saved as one
+// 4D NIfTI (compared with dcm2niix's) beside its creation command; the command,
+// run from elsewhere, makes the same series from a folder whose name means
+// something to the interpreter.
+TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    const fs::path series = dir.path() / "scan $HOME [1] \"a\" back\\slash";
+    fs::create_directories(series);
+    std::vector<std::string> copies;
+    for (const std::string &f : vxtest::sharedDicomFiles(kEpiFolder))
+        fs::copy_file(f, copies.emplace_back((series / fs::path(f).filename()).string()));
+    const std::string first = dir.file("first"), replay = dir.file("replay");
+    const Outcome r =
+        vxdicom("load -nodialog -q --time-series -o " + q(first) + " " + q(series.string()));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "time series \"TimeSeriesCtrl\": 3 time steps\n")) << r.out;
+    EXPECT_TRUE(contains(r.out, "saved " + first + "/TimeSeriesCtrl.nii.gz (3 time steps)\n"))
+        << r.out;
+    // The steps are no data objects of their own: no label, nothing else saved.
+    EXPECT_EQ(count(r.out, "field \"\" (VxUniformScalarField3): 64 x 64 x 32 int16"), 3u) << r.out;
+    EXPECT_EQ(fieldCount(r.out), 3);
+    EXPECT_EQ(filesIn(first),
+              (std::vector<std::string>{"TimeSeriesCtrl.nii.gz", "TimeSeriesCtrl.vxs"}));
+    const std::string script = readText(first + "/TimeSeriesCtrl.vxs");
+    EXPECT_EQ(quotedNames(script), copies);
+
+    const Outcome again =
+        vxdicom("run -q -o " + q(replay) + " " + q(first + "/TimeSeriesCtrl.vxs"), "/");
+    ASSERT_EQ(again.status, 0) << again.err << script.substr(0, 400);
+    EXPECT_EQ(summaryLines(again.out), summaryLines(r.out));
+    EXPECT_EQ(vxtest::readFileBytes(replay + "/TimeSeriesCtrl.nii.gz"),
+              vxtest::readFileBytes(first + "/TimeSeriesCtrl.nii.gz"));
+    EXPECT_EQ(readText(replay + "/TimeSeriesCtrl.vxs"), script);
+
+    if (!vxtest::haveProgram("dcm2niix"))
+        GTEST_SKIP() << "dcm2niix is not installed: the 4D volume is not compared";
+    std::string log;
+    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f epi -o " + q(dir.path().string()) + " " +
+                                     q(vxtest::sharedPath(kEpiFolder)),
+                                 &log, true),
+              0)
+        << log;
+    const int rc =
+        python("compare_nifti.py", {first + "/TimeSeriesCtrl.nii.gz", dir.file("epi.nii")}, &log);
+    if (rc == 77)
+        GTEST_SKIP() << "nibabel is not installed";
+    EXPECT_EQ(rc, 0) << log;
+    EXPECT_TRUE(contains(log, "(64, 64, 32, 3)")) << log;
+}
+
+TEST(VxdicomTimeSeries, StepsOfDifferentGeometryAreSavedOneFileEachWithAWarning)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    const Outcome r = vxdicom("load -nodialog -q --time-series -o " + q(dir.file("out")) + " " +
+                              q(vxtest::sharedPath("dcm_qa_decubitus/In")) + " " +
+                              q(vxtest::sharedPath("dcm_qa_toshiba/In")));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "time series \"TimeSeriesCtrl\": 3 time steps")) << r.out;
+    EXPECT_TRUE(contains(r.err, "warning: the time steps are saved one file each")) << r.err;
+    EXPECT_EQ(filesIn(dir.file("out")),
+              (std::vector<std::string>{"TimeSeriesCtrl.vxs", "TimeSeriesCtrl_t0.nii.gz",
+                                        "TimeSeriesCtrl_t1.nii.gz", "TimeSeriesCtrl_t2.nii.gz"}));
+}
+
+// The "key:=value" and "field: value" lines of an NRRD header.
+std::map<std::string, std::string> nrrdHeader(const std::string &path)
+{
+    std::map<std::string, std::string> header;
+    std::ifstream in(path, std::ios::binary);
+    for (std::string line; std::getline(in, line) && !line.empty();) {
+        const size_t at = std::min(line.find(":="), line.find(": "));
+        if (at != std::string::npos)
+            header[line.substr(0, at)] = line.substr(at + 2);
+    }
+    return header;
+}
+
+// Neither the patient's name nor a source file's name is left in the header.
+void expectAnonymous(const std::string &path)
+{
+    const std::map<std::string, std::string> header = nrrdHeader(path);
+    EXPECT_EQ(header.count("content") ? header.at("content") : "", "Anonymized") << path;
+    for (const auto &[key, value] : header) {
+        EXPECT_FALSE(contains(key, "Filename")) << key;
+        EXPECT_FALSE(contains(value, ": HFS")) << key << " = " << value;
+        for (const std::string &source : vxtest::sharedDicomFiles(kMrFolder))
+            EXPECT_FALSE(contains(value, fs::path(source).filename().string()))
+                << key << " = " << value;
+    }
+}
+
+// Both ways: the anonymizer run on a saved field (twice), and the load's
+// "Anonymize Data" choice; a NIfTI field is only relabelled.
+TEST(VxdicomAnonymize, SavedFieldsCarryNoPatientNameAndNoFileNames)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir dir;
+    const std::string mr = q(vxtest::sharedPath(kMrFolder));
+    ASSERT_EQ(vxdicom("load -nodialog -q --format nrrd -o " + q(dir.file("s")) + " " + mr).status,
+              0);
+    const std::map<std::string, std::string> before = nrrdHeader(dir.file("s/HFS.nrrd"));
+    ASSERT_EQ(before.at("DICOM/All/G0010-0010"), "patient name: HFS"); // as pydicom reads it
+    ASSERT_FALSE(before.at("DICOM/Slice034/Filename").empty());
+    std::string in = dir.file("s/HFS.nrrd");
+    for (const char *out : {"anon.nrrd", "again.nrrd"}) {
+        const Outcome r = vxdicom("anonymize " + q(in) + " -o " + q(dir.file(out)));
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out, "anonymized patient name\nanonymized 35 single slices' bundles\nsaved " +
+                             dir.file(out) + "\n");
+        const std::map<std::string, std::string> after = nrrdHeader(in = dir.file(out));
+        EXPECT_EQ(after.at("DICOM/All/G0010-0010"), "patient name: <Anonymized>");
+        for (const char *same :
+             {"DICOM/All/G0010-0020", "sizes", "space directions", "space origin"})
+            EXPECT_EQ(after.at(same), before.at(same)) << same;
+        expectAnonymous(in);
+    }
+
+    const Outcome r =
+        vxdicom("load -nodialog -q --anonymize --format nrrd -o " + q(dir.file("a")) + " " + mr);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "anonymized 35 single slices' bundles\n")) << r.out;
+    EXPECT_FALSE(contains(r.out, "anonymized patient name")) << "group 0010 is not there at all";
+    EXPECT_TRUE(contains(r.out, "field \"Anonymized\"")) << r.out;
+    expectAnonymous(dir.file("a/Anonymized.nrrd"));
+    const std::map<std::string, std::string> loaded = nrrdHeader(dir.file("a/Anonymized.nrrd"));
+    EXPECT_TRUE(loaded.lower_bound("DICOM/All/G0010-") == loaded.lower_bound("DICOM/All/G0011"))
+        << "no patient attribute";
+    EXPECT_TRUE(loaded.count("DICOM/All/G0008-0060")) << "other groups stay";
+
+    ASSERT_EQ(vxdicom("load -nodialog -q --format nii -o " + q(dir.file("n")) + " " + mr).status,
+              0);
+    const Outcome nifti =
+        vxdicom("anonymize " + q(dir.file("n/HFS.nii")) + " -o " + q(dir.file("anon.nii")));
+    ASSERT_EQ(nifti.status, 0) << nifti.err;
+    EXPECT_EQ(nifti.out, "saved " + dir.file("anon.nii") + "\n");
+    const std::vector<unsigned char> bytes = vxtest::readFileBytes(dir.file("anon.nii"));
+    ASSERT_GT(bytes.size(), 228u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(bytes.data() + 148)),
+              "Anonymized"); // descrip
+}
+
+// The viewer's picture taken without a display; a file that is no DICOM
+// beside the series fails the run and is named; an MR has no lung window.
+TEST(VxdicomView, ScreenshotShowsTheOpenedSeriesAndABrokenFileFailsTheRun)
+{
+    VX_REQUIRE_SHARED_DATA();
+    vxtest::TempDir tmp;
+    const std::string series = q(vxtest::sharedPath("dcm_qa_sag/In/2_gre_field_mapping"));
+    Outcome o = vxdicom("view --size 900x700 --preset 'Full range' --screenshot " +
+                        q(tmp.file("a.png")) + " " + series);
+    EXPECT_EQ(o.status, 0) << o.err;
+    const std::vector<unsigned char> png = vxtest::readFileBytes(tmp.file("a.png"));
+    ASSERT_GT(png.size(), 24u);
+    EXPECT_EQ(std::string(png.begin() + 12, png.begin() + 16), "IHDR");
+    EXPECT_EQ((png[18] << 8 | png[19]) * 10000 + (png[22] << 8 | png[23]), 900 * 10000 + 700);
+
+    writeText(tmp.file("notdicom.dcm"), "plain text");
+    o = vxdicom("view --screenshot " + q(tmp.file("b.png")) + " " + series + " " +
+                q(tmp.file("notdicom.dcm")));
+    EXPECT_EQ(o.status, 1);
+    EXPECT_TRUE(contains(o.err, "reading " + tmp.file("notdicom.dcm") + " failed")) << o.err;
+    EXPECT_TRUE(fs::exists(tmp.file("b.png")));
+    o = vxdicom("view --preset Lung --screenshot " + q(tmp.file("c.png")) + " " + series);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_TRUE(contains(o.err, "no window preset 'Lung'")) << o.err;
 }
 
 } // namespace
-
-TEST(VxdicomLoad, DamageFailsTheCommandWhicheverReadingModeFindsIt)
-{
-    // A series beside a file cut in its header, and beside a JPEG file whose
-    // codestream is broken (found when its pixels are decoded: with the header
-    // when DICOM_DELAYED_READ=0, else when the field is filled). The series
-    // loads every time; the damage makes the status 1 and is named on
-    // standard error.
-    VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir;
-    std::vector<unsigned char> header = vxtest::readFileBytes(ts(1));
-    header.resize(1000);
-    vxtest::writeFileBytes(dir.file("header.dcm"), header);
-    std::vector<unsigned char> jpeg = vxtest::readFileBytes(ts(5));
-    const unsigned char soi[] = {0xFF, 0xD8, 0xFF};
-    const auto at = std::search(jpeg.begin() + 1000, jpeg.end(), soi, soi + 3);
-    ASSERT_NE(at, jpeg.end());
-    std::fill(at, at + 3, 0);
-    vxtest::writeFileBytes(dir.file("pixels.dcm"), jpeg);
-    const std::string series = shellQuote(vxtest::sharedPath("dcm_qa_sag/In/2_gre_field_mapping"));
-    for (const char *broken : {"header.dcm", "pixels.dcm"})
-        for (const char *mode : {"", "DICOM_DELAYED_READ=0 "}) {
-            SCOPED_TRACE(std::string(mode) + broken);
-            const Outcome r = vxtest::runCapturing(
-                std::string("env QT_QPA_PLATFORM=offscreen ") + mode + shellQuote(VXDICOM_BINARY) +
-                " load -nodialog -q " + series + " " + shellQuote(dir.file(broken)));
-            EXPECT_EQ(r.status, 1);
-            EXPECT_TRUE(contains(r.err, "reading " + dir.file(broken) + " failed: ")) << r.err;
-            EXPECT_FALSE(contains(r.out, "failed")) << r.out;
-            EXPECT_TRUE(contains(r.out, "field \"")) << "the series still loads:\n" << r.out;
-        }
-}
