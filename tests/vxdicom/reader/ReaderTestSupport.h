@@ -1,91 +1,230 @@
 #pragma once
+// Helpers of the reader tests: the folder's scripts, files read as the reader
+// reads them, and an import dialog whose answers the test sets.
 
 #include "platform/core/KcDArray.h"
 #include "platform/core/KcString.h"
+#include "platform/gui/ThreadNegotiator.h"
 #include "tests/support/TestSupport.h"
+#include "vxdicom/reader/DicomImportDialog.h"
+#include "vxdicom/reader/VxDicomFile.h"
+#include "vxdicom/reader/VxDicomImage.h"
+#include "vxdicom/reader/VxDicomImageStack.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
-#include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
-class VxDicomFile;
-class VxDicomImage;
-class VxDicomImageStack;
-
 namespace readertest {
 
-/// Path of a script in this test folder.
-std::string scriptPath(const char *name);
-
-/// Runs /usr/bin/python3 with the script of this folder and the arguments
-/// (each quoted for the shell); returns its exit status, fills output.
-int runScript(const char *script, const std::vector<std::string> &args, std::string *output,
-              bool mergeStderr = false);
-
-/// pydicom's view of the files (reader_reference.py), keyed by path.
-QJsonArray pydicomReference(const std::vector<std::string> &files, bool withPixels = false);
-
-/// Copies src to dst with dicom_edit.py, passing the editing arguments
-/// ("--set", "Columns=0", ...). Fails the current test when the script fails.
-void editCopy(const std::string &src, const std::string &dst, const std::vector<std::string> &args);
-
-/// Writes a small synthetic series with tests/support/make_series.py.
-void makeSeries(const std::string &dir, const std::vector<std::string> &args);
-
-/// The DICOM files of a folder (every regular file), sorted by name.
-std::vector<std::string> filesIn(const std::string &dir);
-
+namespace fs = std::filesystem;
 using vxtest::ScopedEnv;
 
-/// Files read as the reader reads them, owned here.
-class OpenedFiles
-{
-public:
-    OpenedFiles() = default;
-    explicit OpenedFiles(const std::vector<std::string> &paths, int delayed = 1);
-    ~OpenedFiles();
-    OpenedFiles(const OpenedFiles &) = delete;
-    OpenedFiles &operator=(const OpenedFiles &) = delete;
+inline const char *const kMrFile = "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2/i22.MRDC.1";
+inline const char *const kCtSeries = "dcm_qa_ct/In/Philips/S21610/S2010";
+inline const char *const kEnhanced6 = "dcm_qa_enh/In/Siemens/XA10";
 
-    VxDicomFile *add(const std::string &path, int delayed = 1);
-    KcDArray<VxDicomImage *> images() const;
+/// Runs a script of this folder (or a path relative to it) with python3;
+/// returns its exit status, fills output (with standard error when merged).
+inline int runScript(const std::string &script, const std::vector<std::string> &args,
+                     std::string *output = nullptr, bool mergeStderr = true)
+{
+    std::string command = std::string(VX_PYTHON) + " " +
+                          vxtest::shellQuote((fs::path(VX_READER_TEST_DIR) / script).string());
+    for (const std::string &a : args)
+        command += " " + vxtest::shellQuote(a);
+    return vxtest::runCommand(command, output, mergeStderr);
+}
+
+/// pydicom's view of the files (reader_reference.py).
+inline QJsonArray pydicomReference(const std::vector<std::string> &files, bool withPixels = false)
+{
+    std::vector<std::string> args = files;
+    if (withPixels)
+        args.insert(args.begin(), "--pixels");
+    std::string out;
+    EXPECT_EQ(runScript("reader_reference.py", args, &out, false), 0);
+    return QJsonDocument::fromJson(QByteArray::fromStdString(out)).array();
+}
+
+/// Copies src to dst with dicom_edit.py and its editing arguments.
+inline void editCopy(const std::string &src, const std::string &dst, std::vector<std::string> args)
+{
+    args.insert(args.begin(), {src, dst});
+    std::string out;
+    ASSERT_EQ(runScript("dicom_edit.py", args, &out), 0) << out;
+}
+
+/// A small synthetic series written by tests/support/make_series.py.
+inline void makeSeries(const std::string &dir, std::vector<std::string> args)
+{
+    args.insert(args.begin(), dir);
+    std::string out;
+    ASSERT_EQ(runScript("../../support/make_series.py", args, &out), 0) << out;
+}
+
+/// The regular files of a folder, sorted by name.
+inline std::vector<std::string> filesIn(const std::string &dir)
+{
+    std::vector<std::string> out;
+    for (const auto &e : fs::directory_iterator(dir))
+        if (e.is_regular_file())
+            out.push_back(e.path().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+/// Files read as the reader reads them, owned here.
+struct OpenedFiles
+{
+    OpenedFiles() = default;
+    explicit OpenedFiles(const std::vector<std::string> &paths, int delayed = 1)
+    {
+        for (const std::string &p : paths)
+            add(p, delayed);
+    }
+    ~OpenedFiles()
+    {
+        for (VxDicomFile *f : files)
+            delete f;
+    }
+    OpenedFiles(const OpenedFiles &) = delete;
+    VxDicomFile *add(const std::string &path, int delayed = 1)
+    {
+        try {
+            files.push_back(new VxDicomFile(path.c_str(), static_cast<int>(files.size()), delayed));
+        } catch (const char *text) {
+            ADD_FAILURE() << "reading " << path << " failed: " << text;
+            return nullptr;
+        }
+        return files.back();
+    }
+    KcDArray<VxDicomImage *> images() const
+    {
+        KcDArray<VxDicomImage *> out;
+        for (VxDicomFile *f : files)
+            for (VxDicomImage *image : f->images)
+                out.append(image);
+        return out;
+    }
     std::vector<VxDicomFile *> files;
 };
 
-/// A stack made as the browser makes one: the images in ascending slice
-/// location, with the DICOM parameters attached.
-std::unique_ptr<VxDicomImageStack> stackOf(const KcDArray<VxDicomImage *> &images);
+/// A stack made as the browser makes one: ascending slice location, with the
+/// DICOM parameters attached.
+inline std::unique_ptr<VxDicomImageStack> stackOf(const KcDArray<VxDicomImage *> &images)
+{
+    std::vector<VxDicomImage *> sorted(images.data(), images.data() + images.size());
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](auto *a, auto *b) { return a->sliceLocation < b->sliceLocation; });
+    auto stack = std::make_unique<VxDicomImageStack>();
+    for (VxDicomImage *image : sorted)
+        stack->append(image);
+    stack->setDicomParameters(false);
+    return stack;
+}
 
-/// The import dialog that the load pipeline drives, replaced by one whose
-/// answers the test sets: images are grouped into stacks by Series Number
-/// (0020,0011), in ascending slice location, in the order the series first
-/// appear; each stack's label is "S<series number>".
+/// The import dialog the load pipeline drives, replaced by one whose answers
+/// the test sets: one stack per Series Number, labelled "S<number>".
 struct FakeDialogConfig
 {
-    int execResult = 1; ///< result of a modal run
+    int execResult = 1;
     bool asTimeSeries = false;
-    int execCount = 0;   ///< modal runs so far
-    int exportCount = 0; ///< silent exports so far
-    KcString caption;    ///< the caption the pipeline set
-    /// Changes the stacks before they are handed back (names, labels).
-    std::function<void(KcDArray<VxDicomImageStack *> &)> adjust;
+    int execCount = 0, exportCount = 0;
+    KcString caption;
+    std::function<void()> beforeHandingBack;
 };
-/// Registers the fake dialog for the lifetime of the object (and resets the
-/// configuration); restores the previous factory afterwards.
+
+inline FakeDialogConfig theFakeConfig;
+
+class FakeImportDialog : public ForkedObject, public DicomImportDialog
+{
+public:
+    int exec() override
+    {
+        ++theFakeConfig.execCount;
+        if (theFakeConfig.execResult == 1)
+            build();
+        return dialogResult = theFakeConfig.execResult;
+    }
+    void setCaption(const QString &c) override { theFakeConfig.caption = c.toStdString(); }
+    void setImages(const KcDArray<VxDicomImage *> *list) override { images = list; }
+    void setStacks(KcDArray<VxDicomImageStack *> *list) override { stacks = list; }
+    int result() const override { return dialogResult; }
+    bool exportImageStacks() override
+    {
+        ++theFakeConfig.exportCount;
+        build();
+        return true;
+    }
+    bool getAsTimeSeries() const override { return theFakeConfig.asTimeSeries; }
+
+private:
+    void build()
+    {
+        std::vector<int> order;
+        std::map<int, KcDArray<VxDicomImage *>> bySeries;
+        for (VxDicomImage *image : *images) {
+            const char *s = dicom::dicomGetById(image->file->data, 0x0020, 0x0011);
+            const int series = s ? std::atoi(s) : 0;
+            if (!bySeries.count(series))
+                order.push_back(series);
+            bySeries[series].append(image);
+        }
+        for (int series : order) {
+            stacks->append(stackOf(bySeries[series]).release());
+            stacks->last()->label = KcString::format("S%d", series);
+        }
+        if (theFakeConfig.beforeHandingBack)
+            theFakeConfig.beforeHandingBack();
+    }
+    const KcDArray<VxDicomImage *> *images = nullptr;
+    KcDArray<VxDicomImageStack *> *stacks = nullptr;
+    int dialogResult = 0;
+};
+
+/// Registers the fake dialog for its lifetime, with a fresh configuration.
 class FakeDialog
 {
 public:
-    FakeDialog();
-    ~FakeDialog();
-    FakeDialogConfig &config();
+    FakeDialog() : previous(dicomDialogNegotiatorFactory())
+    {
+        theFakeConfig = FakeDialogConfig();
+        setDicomDialogNegotiatorFactory([]() -> std::unique_ptr<ThreadNegotiator> {
+            struct Negotiator : ThreadNegotiator
+            {
+                ForkedObject *create() override { return new FakeImportDialog; }
+            };
+            return std::make_unique<Negotiator>();
+        });
+    }
+    ~FakeDialog() { setDicomDialogNegotiatorFactory(previous); }
+    FakeDialogConfig &config() { return theFakeConfig; }
+
+private:
+    DicomDialogNegotiatorFactory previous;
 };
 
 /// Lines of a captured console text.
-std::vector<std::string> lines(const std::string &text);
+inline std::vector<std::string> lines(const std::string &text)
+{
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line);
+    return out;
+}
 
 } // namespace readertest

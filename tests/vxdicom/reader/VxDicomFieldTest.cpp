@@ -1,21 +1,19 @@
-// Field creation: samples, rescaling and the overflow choice, uniform and
-// stacked coordinates, colour, parameters and registration.
+// Stacks and the fields made from them: spacing, box and the overflow
+// decision; samples, rescaling and the overflow dialog; every voxel's place
+// against pydicom's positions; compressed series loaded from the command line.
 
 #include "vxdicom/reader/VxDicomField.h"
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
+#include "platform/core/VxScriptVars.h"
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
+#include "platform/data/VxLattice3.h"
 #include "platform/data/VxParameter.h"
-#include "platform/gui/VxSkin.h"
 #include "platform/gui/VxWarningDialog.h"
-#include "tests/support/TestSupport.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
 #include "vxdicom/reader/VxDicom.h"
-#include "vxdicom/reader/VxDicomFile.h"
-#include "vxdicom/reader/VxDicomImage.h"
-#include "vxdicom/reader/VxDicomImageStack.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -23,28 +21,45 @@
 #include <QPushButton>
 #include <QTimer>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
 #include <cmath>
+#include <set>
 
-#include <filesystem>
-#include <memory>
-
-namespace fs = std::filesystem;
 using namespace readertest;
 
 namespace {
 
-const char *const kMrFile = "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2/i22.MRDC.1";
-const char *const kEnhanced6 = "dcm_qa_enh/In/Siemens/XA10";
-
-template <typename T> std::vector<T> samples(const VxField3 &field)
+// n copies of one real file, read lazily.
+struct Copies
 {
-    const VxLattice3 *lat = field.lattice();
-    const T *p = static_cast<const T *>(lat->data());
-    return std::vector<T>(p, p + lat->numVoxels() * lat->nComponents());
+    OpenedFiles files;
+    Copies(const std::string &path, int n)
+    {
+        for (int k = 0; k < n; ++k)
+            files.add(path);
+    }
+    VxDicomImage *operator[](int k) const { return files.files[static_cast<size_t>(k)]->images[0]; }
+};
+
+// Sample k of a field, whatever its type.
+double sample(const VxField3 &field, size_t k)
+{
+    const void *p = field.lattice()->data();
+    switch (field.lattice()->primType()) {
+    case KcPrimType::UInt8:
+        return static_cast<const unsigned char *>(p)[k];
+    case KcPrimType::Int16:
+        return static_cast<const short *>(p)[k];
+    case KcPrimType::UInt16:
+        return static_cast<const unsigned short *>(p)[k];
+    case KcPrimType::Int32:
+        return static_cast<const int *>(p)[k];
+    case KcPrimType::Float:
+        return static_cast<const float *>(p)[k];
+    default:
+        ADD_FAILURE() << "unexpected sample type";
+        return NAN;
+    }
 }
 
 KcString param(const VxField3 &field, const char *name)
@@ -53,60 +68,24 @@ KcString param(const VxField3 &field, const char *name)
     return p ? p->stringValue() : KcString("(absent)");
 }
 
-// A 256 x 256 real MR file made into one image whose samples repeat `pixels`.
-struct OneImageStack
+// A stack of copies of the real MR file (256 x 256), each edited and its
+// samples repeating its --pixels values.
+struct EditedStack
 {
     vxtest::TempDir dir;
     OpenedFiles files;
     std::unique_ptr<VxDicomImageStack> stack;
-
-    OneImageStack(const std::vector<std::string> &edits, const std::string &pixels, int delayed = 1)
+    EditedStack(const std::vector<std::vector<std::string>> &edits, int delayed = 1)
     {
-        const std::string path = dir.file("image.dcm");
-        std::vector<std::string> all = edits;
-        all.push_back("--pixels=" + pixels);
-        editCopy(vxtest::sharedPath(kMrFile), path, all);
-        files.add(path, delayed);
+        for (size_t k = 0; k < edits.size(); ++k) {
+            editCopy(vxtest::sharedPath(kMrFile), dir.file(std::to_string(k)), edits[k]);
+            files.add(dir.file(std::to_string(k)), delayed);
+        }
         stack = stackOf(files.images());
     }
 };
 
-// Clicks a button of the next message box the GUI shows; remembers its text.
-class MessageBoxClicker
-{
-public:
-    explicit MessageBoxClicker(const QString &button) : button(button)
-    {
-        timer.setInterval(10);
-        QObject::connect(&timer, &QTimer::timeout, [this] { tryClick(); });
-        timer.start();
-    }
-    QString text, defaultButton;
-    QStringList buttons;
-    bool clicked = false;
-
-private:
-    void tryClick()
-    {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        if (!box || clicked)
-            return;
-        text = box->text();
-        if (box->defaultButton())
-            defaultButton = box->defaultButton()->text();
-        for (QAbstractButton *b : box->buttons())
-            buttons << b->text();
-        for (QAbstractButton *b : box->buttons())
-            if (b->text() == button) {
-                clicked = true;
-                timer.stop();
-                b->click();
-                return;
-            }
-    }
-    QString button;
-    QTimer timer;
-};
+const size_t kSlice = 256 * 256;
 
 const char *const kQuestion =
     "According to the DICOM header the pixel values should be linearly scaled.\n"
@@ -114,85 +93,174 @@ const char *const kQuestion =
     "completely ignore the scaling, apply the scaling and clamp the data values,\n"
     "or use adjusted scaling parameters, so that no data overflow occurs.";
 
-const std::vector<std::string> kUnsignedCt = {
-    "--set", "Modality=CT",   "--set", "PixelRepresentation=0", "--set", "RescaleIntercept=-1024",
-    "--set", "RescaleSlope=1"};
+std::vector<std::string> edits(std::vector<std::string> e, const std::string &pixels)
+{
+    e.push_back("--pixels=" + pixels);
+    return e;
+}
 
 } // namespace
 
-TEST(DicomFieldCreation, UnsignedCtWithInterceptBecomesSignedHounsfieldValues)
+TEST(DicomImageStack, SpacingStaysUniformWithinATenthOfTheDistanceError)
 {
     VX_REQUIRE_SHARED_DATA();
-    // 33791 - 1024 = 32767: the whole range fits signed 16-bit.
-    OneImageStack s(kUnsignedCt, "0,1,1023,1024,2000,4095,30000,33791");
-    ASSERT_EQ(s.stack->primType, KcPrimType::UInt16);
-    std::unique_ptr<VxField3> field(createField3(*s.stack));
-    ASSERT_TRUE(field);
-    EXPECT_STREQ(field->typeName(), "VxUniformScalarField3");
-    ASSERT_EQ(field->lattice()->primType(), KcPrimType::Int16);
-    const std::vector<short> v = samples<short>(*field);
-    const short expected[] = {-1024, -1023, -1, 0, 976, 3071, 28976, 32767};
-    for (int k = 0; k < 8; ++k)
-        EXPECT_EQ(v[k], expected[k]);
-    EXPECT_EQ(v[256 * 256 - 1], expected[(256 * 256 - 1) % 8]);
-    EXPECT_EQ(param(*field, "DataWindow"), "-200 200");
-    EXPECT_EQ(param(*field, "Modality"), "CT");
-    EXPECT_EQ(param(*field, "UnitLength"), "0.01");
-    EXPECT_EQ(param(*field, "DataWindowScale"), "(absent)");
-    EXPECT_EQ(param(*field, "DataWindowBias"), "(absent)");
+    const struct
+    {
+        const char *error; // DicomMaxDistError; none: the default 0.05
+        std::vector<float> mm;
+        int state;
+    } cases[] = {
+        {"1", {0, 10, 20, 30.5f}, 1},
+        {"1", {0, 10, 20, 32}, 2},
+        {"1", {0, 10, 21, 31}, 2},
+        {"1", {0, 10}, 1},
+        {"1", {5}, 1},
+        {nullptr, {0, 3, 6, 9.04f}, 1},
+        {nullptr, {0, 3, 6.1f}, 2},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.mm));
+        if (c.error)
+            VxScriptVars::instance()->set("DicomMaxDistError", c.error);
+        Copies images(vxtest::sharedPath(kMrFile), static_cast<int>(c.mm.size()));
+        VxDicomImageStack stack;
+        for (size_t k = 0; k < c.mm.size(); ++k) {
+            images[static_cast<int>(k)]->sliceLocation = c.mm[k];
+            EXPECT_EQ(stack.append(images[static_cast<int>(k)]), static_cast<int>(k) + 1);
+        }
+        VxScriptVars::instance()->unset("DicomMaxDistError");
+        EXPECT_EQ(stack.spacingState, c.state);
+        EXPECT_EQ(stack.sliceLocations.size(), static_cast<int>(c.mm.size()));
+        EXPECT_FLOAT_EQ(stack.bbox[4], c.mm.front() * 0.1f);
+        EXPECT_FLOAT_EQ(stack.bbox[5], c.mm.back() * 0.1f);
+    }
 }
 
-TEST(DicomFieldCreation, OverflowTakesAdjustScalingWithoutADisplay)
+// One edited image made into a field, its pixels read with the header or
+// later: the sample type, the samples (no rescaled value lost), parameters
+// for the display window and what the console says.
+TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
 {
     VX_REQUIRE_SHARED_DATA();
     ASSERT_FALSE(VxWarningDialog::haveDisplay());
-    // -1024..64511 spans exactly 65535: adjusted, every value moves up by 1024,
-    // which undoes the intercept; the stored values stay.
-    OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
-                     "RescaleIntercept=-1024", "--set", "RescaleSlope=1"},
-                    "0,1024,2048,65535");
-    VxMessageCapture capture;
-    std::unique_ptr<VxField3> field(createField3(*s.stack));
-    ASSERT_TRUE(field);
-    EXPECT_NE(capture.text().find(std::string(kQuestion) +
-                                  "\n-> Adjust scaling (no display; default answer)"),
-              std::string::npos)
-        << capture.text();
-    ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
-    const std::vector<unsigned short> v = samples<unsigned short>(*field);
-    EXPECT_EQ(v[0], 0);
-    EXPECT_EQ(v[1], 1024);
-    EXPECT_EQ(v[2], 2048);
-    EXPECT_EQ(v[3], 65535);
-    EXPECT_EQ(param(*field, "DataWindowScale"), "(absent)") << "scale 1 is not recorded";
-    EXPECT_EQ(param(*field, "DataWindowBias"), "-1024");
-    // Read lazily, the image learnt its range with its samples.
-    EXPECT_EQ(s.stack->images[0]->minValue, 0);
-    EXPECT_EQ(s.stack->images[0]->maxValue, 65535);
-    EXPECT_EQ(param(*field, "DataWindow"), "0 65535");
+    using Params = std::vector<std::pair<const char *, const char *>>;
+    const std::vector<std::string> ot = {"--set", "Modality=OT", "--set", "PixelRepresentation=0"};
+    const std::string rgb = "Rows=2 Columns=2 SamplesPerPixel=3 PhotometricInterpretation=RGB "
+                            "BitsAllocated=8 BitsStored=8 HighBit=7 PixelRepresentation=0 ";
+    const struct
+    {
+        std::string set; // KEY=VALUE ..., appended to the edits
+        std::vector<std::string> edits;
+        const char *pixels;
+        KcPrimType type;
+        std::vector<double> values; // the first samples
+        Params params = {};
+        std::string said = "";
+    } cases[] = {
+        {"Modality=CT PixelRepresentation=0 RescaleIntercept=-1024 RescaleSlope=1",
+         {},
+         "0,1,1023,1024,2000,4095,30000,33791",
+         KcPrimType::Int16,
+         {-1024, -1023, -1, 0, 976, 3071, 28976, 32767},
+         {{"DataWindow", "-200 200"}, {"DataWindowBias", "(absent)"}, {"UnitLength", "0.01"}}},
+        // -1024..64511 overflows: without a display adjusted, the stored values kept.
+        {"RescaleIntercept=-1024 RescaleSlope=1",
+         ot,
+         "0,1024,2048,65535",
+         KcPrimType::UInt16,
+         {0, 1024, 2048, 65535},
+         {{"DataWindow", "0 65535"}, {"DataWindowBias", "-1024"}, {"DataWindowScale", "(absent)"}},
+         kQuestion + std::string("\n-> Adjust scaling (no display; default answer)")},
+        // Slope 2: 0..80000 onto 0..65535: floor(s x 2 x 0.8191875 + 0.5).
+        {"RescaleSlope=2 RescaleIntercept=0",
+         ot,
+         "0,100,40000,20000",
+         KcPrimType::UInt16,
+         {0, 164, 65535, 32768},
+         {{"DataWindowBias", "(absent)"}, {"DataWindowScale", "1.22072"}}},
+        {"Modality=PT RescaleSlope=0.0001 RescaleIntercept=0",
+         {},
+         "0,1,2,3,30000,12345",
+         KcPrimType::Float,
+         {0, 1e-4, 2e-4, 3e-4, 3, 1.2345}},
+        {"RescaleSlope=2.36 RescaleIntercept=0.5",
+         {},
+         "0,1,2,3,30000,12345",
+         KcPrimType::Float,
+         {0.5, 2.86, 5.22, 7.58, 70800.5, 29134.7}},
+        {"PixelRepresentation=0 RescaleSlope=1 RescaleIntercept=-4096",
+         {},
+         "7",
+         KcPrimType::Int16,
+         {-4089, -4089}},
+        {rgb + "PlanarConfiguration=0",
+         {},
+         "1,2,3,4,11,12,13,14,21,22,23,24",
+         KcPrimType::UInt8,
+         {1, 2, 3, 4, 11, 12, 13, 14, 21, 22, 23, 24}},
+        {rgb + "PlanarConfiguration=1",
+         {},
+         "1,2,3,4,11,12,13,14,21,22,23,24",
+         KcPrimType::UInt8,
+         {1, 11, 21, 2, 12, 22, 3, 13, 23, 4, 14, 24}},
+        // YBR_FULL: Y 76, Cb 85, Cr 255 is R 254.05, G 0.10, B -0.20.
+        {rgb + "PlanarConfiguration=0 PhotometricInterpretation=YBR_FULL",
+         {},
+         "128,128,128,76,85,255",
+         KcPrimType::UInt8,
+         {128, 128, 128, 254, 0, 0, 128, 128, 128}},
+    };
+    for (const auto &c : cases)
+        for (const int delayed : {1, 0}) {
+            SCOPED_TRACE(c.set + (delayed ? ", read later" : ", with the header"));
+            std::vector<std::string> e = c.edits;
+            std::istringstream words(c.set);
+            for (std::string w; words >> w;)
+                e.insert(e.end(), {"--set", w});
+            EditedStack s({edits(e, c.pixels)}, delayed);
+            VxMessageCapture console;
+            std::unique_ptr<VxField3> field(createField3(*s.stack));
+            ASSERT_TRUE(field);
+            ASSERT_EQ(field->lattice()->primType(), c.type);
+            for (size_t k = 0; k < c.values.size(); ++k)
+                EXPECT_NEAR(sample(*field, k), c.values[k],
+                            1e-6 * std::max(1.0, std::fabs(c.values[k])))
+                    << k;
+            for (const auto &[name, value] : c.params)
+                EXPECT_EQ(param(*field, name), value) << name;
+            EXPECT_NE(console.text().find(c.said), std::string::npos) << console.text();
+        }
 }
 
-TEST(DicomFieldCreation, AdjustedScalingMapsTheRescaledRangeOntoTheType)
+// Clicks a button of the message box the GUI shows; remembers what it showed.
+class MessageBoxClicker
 {
-    VX_REQUIRE_SHARED_DATA();
-    // Slope 2: 0..80000 onto 0..65535, scale 65535/80000; each value becomes
-    // floor(s x 2 x 0.8191875 + 0.5): 100 -> 164, 40000 -> 65535.
-    OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
-                     "RescaleSlope=2", "--set", "RescaleIntercept=0"},
-                    "0,100,40000,20000");
-    VxMessageCapture capture;
-    std::unique_ptr<VxField3> field(createField3(*s.stack));
-    ASSERT_TRUE(field);
-    const std::vector<unsigned short> v = samples<unsigned short>(*field);
-    EXPECT_EQ(v[0], 0);
-    EXPECT_EQ(v[1], 164);
-    EXPECT_EQ(v[2], 65535);
-    EXPECT_EQ(v[3], 32768); // 20000 x 1.638375 = 32767.5, + 0.5
-    const VxParameter *scale = field->parameters().parameter("DataWindowScale");
-    ASSERT_TRUE(scale);
-    EXPECT_NEAR(scale->floatValue(), 80000.0 / 65535.0, 1e-6);
-    EXPECT_EQ(param(*field, "DataWindowBias"), "(absent)");
-}
+public:
+    explicit MessageBoxClicker(const QString &button)
+    {
+        QObject::connect(&timer, &QTimer::timeout, [this, button] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box || clicked)
+                return;
+            text = box->text();
+            defaultButton = box->defaultButton() ? box->defaultButton()->text() : "";
+            for (QAbstractButton *b : box->buttons())
+                buttons << b->text();
+            for (QAbstractButton *b : box->buttons())
+                if (b->text() == button) {
+                    clicked = true;
+                    b->click();
+                }
+        });
+        timer.start(10);
+    }
+    QString text, defaultButton;
+    QStringList buttons;
+    bool clicked = false;
+
+private:
+    QTimer timer;
+};
 
 TEST(DicomFieldCreation, OverflowAnswersFromTheWarningDialog)
 {
@@ -201,7 +269,7 @@ TEST(DicomFieldCreation, OverflowAnswersFromTheWarningDialog)
     const struct
     {
         const char *button;
-        unsigned short values[4];
+        std::vector<double> values;
         const char *bias;
     } cases[] = {
         {"Clamp data", {0, 0, 1024, 64511}, "-1024"},
@@ -210,9 +278,8 @@ TEST(DicomFieldCreation, OverflowAnswersFromTheWarningDialog)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.button);
-        OneImageStack s({"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
-                         "RescaleIntercept=-1024"},
-                        "0,1024,2048,65535");
+        EditedStack s({{"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
+                        "RescaleIntercept=-1024", "--pixels=0,1024,2048,65535"}});
         MessageBoxClicker clicker(c.button);
         std::unique_ptr<VxField3> field(createField3(*s.stack));
         ASSERT_TRUE(field);
@@ -220,84 +287,53 @@ TEST(DicomFieldCreation, OverflowAnswersFromTheWarningDialog)
         EXPECT_EQ(clicker.text.toStdString(), kQuestion);
         EXPECT_EQ(clicker.buttons, (QStringList{"Ignore scaling", "Clamp data", "Adjust scaling"}));
         EXPECT_EQ(clicker.defaultButton, "Adjust scaling");
-        const std::vector<unsigned short> v = samples<unsigned short>(*field);
-        for (int k = 0; k < 4; ++k)
-            EXPECT_EQ(v[k], c.values[k]) << k;
+        for (size_t k = 0; k < 4; ++k)
+            EXPECT_EQ(sample(*field, k), c.values[k]) << k;
         EXPECT_EQ(param(*field, "DataWindowBias"), c.bias);
-        EXPECT_EQ(param(*field, "DataWindowScale"), "(absent)");
     }
     VxWarningDialog::setDisplayOverride(-1);
 }
 
-// Two images of one stack, both copies of a real signed MR file.
-struct TwoImageStack
-{
-    vxtest::TempDir dir;
-    OpenedFiles files;
-    std::unique_ptr<VxDicomImageStack> stack;
-
-    TwoImageStack(const std::vector<std::string> &a, const std::vector<std::string> &b)
-    {
-        editCopy(vxtest::sharedPath(kMrFile), dir.file("a.dcm"), a);
-        editCopy(vxtest::sharedPath(kMrFile), dir.file("b.dcm"), b);
-        files.add(dir.file("a.dcm"));
-        files.add(dir.file("b.dcm"));
-        stack = stackOf(files.images());
-    }
-};
-
 // A slice whose plain intercept fits the stack's type is rescaled while it is
-// read; when the stack as a whole needs another type or scaling, that early
-// rescale must be taken back before the final one.
+// read; when the whole stack needs another type or scaling, that early rescale
+// is taken back before the final one.
 TEST(DicomFieldCreation, EarlyRescaleIsTakenBackWhenTheStackNeedsAnotherFit)
 {
     VX_REQUIRE_SHARED_DATA();
+    const std::vector<std::string> first = {"--set", "RescaleIntercept=1000", "--set",
+                                            "RescaleSlope=1", "--pixels=0,500,1000"};
+    const struct
     {
-        SCOPED_TRACE("second image reaches 33000: unsigned without rescaling");
-        TwoImageStack s(
-            {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
-            {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,32000"});
+        std::vector<std::string> second;
+        std::vector<double> values, secondValues;
+    } cases[] = {
+        // 0..33000: unsigned without rescaling.
+        {{"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,32000"},
+         {1000, 1500, 2000},
+         {1000, 33000}},
+        // 0..98301: scale 65535 / 98301 = 0.66667684, floor(value x scale + 0.5).
+        {{"--set", "RescaleIntercept=0", "--set", "RescaleSlope=3", "--pixels=0,1,10000,32767"},
+         {667, 1000, 1333},
+         {0, 2, 20000, 65535}},
+    };
+    for (const auto &c : cases) {
+        EditedStack s({first, c.second});
         ASSERT_EQ(s.stack->primType, KcPrimType::Int16);
+        VxMessageCapture console;
         std::unique_ptr<VxField3> field(createField3(*s.stack));
         ASSERT_TRUE(field);
         ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
-        const std::vector<unsigned short> v = samples<unsigned short>(*field);
-        const size_t slice = 256 * 256;
-        EXPECT_EQ(v[0], 1000);
-        EXPECT_EQ(v[1], 1500);
-        EXPECT_EQ(v[2], 2000);
-        EXPECT_EQ(v[slice], 1000);
-        EXPECT_EQ(v[slice + 1], 33000);
-    }
-    {
-        SCOPED_TRACE("second image reaches 98301: adjusted into 0..65535");
-        // scale = 65535 / 98301 = 0.66667684, offset 0. First image:
-        // floor(s x 0.66667684 + 1000 x 0.66667684 + 0.5): 0 -> 667, 500 -> 1000,
-        // 1000 -> 1333. Second: floor(s x 3 x 0.66667684 + 0.5): 1 -> 2,
-        // 10000 -> 20000, 32767 -> 65535.
-        TwoImageStack s(
-            {"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,500,1000"},
-            {"--set", "RescaleIntercept=0", "--set", "RescaleSlope=3", "--pixels=0,1,10000,32767"});
-        VxMessageCapture capture;
-        std::unique_ptr<VxField3> field(createField3(*s.stack));
-        ASSERT_TRUE(field);
-        ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
-        const std::vector<unsigned short> v = samples<unsigned short>(*field);
-        const size_t slice = 256 * 256;
-        EXPECT_EQ(v[0], 667);
-        EXPECT_EQ(v[1], 1000);
-        EXPECT_EQ(v[2], 1333);
-        EXPECT_EQ(v[slice + 0], 0);
-        EXPECT_EQ(v[slice + 1], 2);
-        EXPECT_EQ(v[slice + 2], 20000);
-        EXPECT_EQ(v[slice + 3], 65535);
+        for (size_t k = 0; k < c.values.size(); ++k)
+            EXPECT_EQ(sample(*field, k), c.values[k]) << k;
+        for (size_t k = 0; k < c.secondValues.size(); ++k)
+            EXPECT_EQ(sample(*field, kSlice + k), c.secondValues[k]) << k;
     }
 }
 
 TEST(DicomFieldCreation, ImagesWithoutPositionAreCentredWithTheirSliceLocations)
 {
     vxtest::TempDir dir;
-    // Axial, centred in plane; Slice Location 0, 2, 4, 6 mm.
+    // Axial; Slice Location 0, 2, 4, 6 mm; rows 1.1 mm apart, columns 0.8 mm.
     makeSeries(dir.file("s"), {"--rows", "7", "--columns", "5", "--slices", "4", "--spacing", "0.8",
                                "--row-spacing", "1.1", "--thickness", "2.0"});
     std::vector<std::string> names;
@@ -313,297 +349,27 @@ TEST(DicomFieldCreation, ImagesWithoutPositionAreCentredWithTheirSliceLocations)
     flipField3(field.get(), *stack);
     float box[6];
     field->getBoundingBox(box);
-    // Pixel Spacing is 1.1\0.8: rows 1.1 mm apart, columns 0.8 mm apart:
-    // x (5 - 1) x 0.08 cm / 2 = 0.16; y (7 - 1) x 0.11 cm / 2 = 0.33; 0 .. 0.6 cm.
+    // x: (5 - 1) x 0.08 cm / 2; y: (7 - 1) x 0.11 cm / 2; z: 0 .. 0.6 cm.
     const float expected[6] = {-0.16f, 0.16f, -0.33f, 0.33f, 0.0f, 0.6f};
     for (int k = 0; k < 6; ++k)
         EXPECT_NEAR(box[k], expected[k], 1e-6) << k;
     EXPECT_FALSE(field->hasTransform());
 }
 
-TEST(DicomFieldCreation, GapMakesAStackedFieldWithTheExactSliceCoordinates)
-{
-    vxtest::TempDir dir;
-    makeSeries(dir.file("u"),
-               {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness", "1.5"});
-    makeSeries(dir.file("g"), {"--rows", "6", "--columns", "5", "--slices", "4", "--thickness",
-                               "1.5", "--gaps", "1"});
-    OpenedFiles uniform(filesIn(dir.file("u"))), gap(filesIn(dir.file("g")));
-    auto us = stackOf(uniform.images());
-    auto gs = stackOf(gap.images());
-    EXPECT_EQ(us->spacingState, 1);
-    EXPECT_EQ(gs->spacingState, 2);
-
-    std::unique_ptr<VxField3> u(createField3(*us));
-    std::unique_ptr<VxField3> g(createField3(*gs));
-    ASSERT_TRUE(u && g);
-    EXPECT_STREQ(u->typeName(), "VxUniformScalarField3");
-    EXPECT_STREQ(g->typeName(), "VxStackedScalarField3");
-    float box[6];
-    u->getBoundingBox(box);
-    for (int k = 0; k < 6; ++k)
-        EXPECT_FLOAT_EQ(box[k], us->bbox[k]);
-    const KcDArray<float> &z = g->lattice()->sliceCoords();
-    ASSERT_EQ(z.size(), 4);
-    // Slices 1.5 mm apart with one extra distance after slice 1: 0, 0.15, 0.45, 0.6 cm
-    // above the first slice, as the stack holds them.
-    for (int k = 0; k < 4; ++k)
-        EXPECT_FLOAT_EQ(z[k], gs->sliceLocations[k]);
-    EXPECT_NEAR(z[1] - z[0], 0.15, 1e-5);
-    EXPECT_NEAR(z[2] - z[1], 0.30, 1e-5);
-    EXPECT_NEAR(z[3] - z[2], 0.15, 1e-5);
-    // Signed CT with intercept -1024 keeps its type and loses the intercept.
-    EXPECT_EQ(g->lattice()->primType(), KcPrimType::Int16);
-}
-
-TEST(DicomFieldCreation, FileGoneBeforeItsPixelsAreReadGivesNoField)
-{
-    vxtest::TempDir dir;
-    makeSeries(dir.file("s"), {"--rows", "4", "--columns", "4", "--slices", "3"});
-    const std::vector<std::string> names = filesIn(dir.file("s"));
-    OpenedFiles files(names);
-    auto stack = stackOf(files.images());
-    fs::remove(names[1]);
-    VxMessageCapture capture;
-    std::unique_ptr<VxField3> field(createField3(*stack));
-    EXPECT_FALSE(field);
-    EXPECT_NE(capture.text().find("reading " + names[1] + " failed: cannot open: " + names[1]),
-              std::string::npos)
-        << capture.text();
-    EXPECT_FALSE(VxWorkArea::instance()->isShowingProgress());
-}
-
-TEST(DicomFieldCreation, ProgressOnlyForMoreThanOneSlice)
-{
-    vxtest::TempDir dir;
-    makeSeries(dir.file("s"), {"--rows", "4", "--columns", "4", "--slices", "3"});
-    OpenedFiles files(filesIn(dir.file("s")));
-    std::vector<std::string> statuses;
-    // Status changes only (progress fractions repeat the current status).
-    VxWorkArea::instance()->setObserver([&](const std::string &status, float) {
-        if (statuses.empty() || statuses.back() != status)
-            statuses.push_back(status);
-    });
-    KcDArray<VxDicomImage *> first;
-    first.append(files.images()[0]);
-    auto one = stackOf(first);
-    std::unique_ptr<VxField3> a(createField3(*one));
-    EXPECT_EQ(std::count(statuses.begin(), statuses.end(), "loading image data..."), 0);
-    auto three = stackOf(files.images());
-    std::unique_ptr<VxField3> b(createField3(*three));
-    VxWorkArea::instance()->setObserver(nullptr);
-    EXPECT_EQ(std::count(statuses.begin(), statuses.end(), "loading image data..."), 1);
-    ASSERT_TRUE(a && b);
-}
-
-TEST(DicomFieldCreation, ParametersAreCleanedAndCarryUnitAndWindow)
-{
-    VX_REQUIRE_SHARED_DATA();
-    OneImageStack s({"--set", "SpecificCharacterSet=ISO_IR 192", "--set",
-                     "PatientName=Doe\"^J\xc3\xb6rg", "--set", "Modality=MR"},
-                    "1,2,3");
-    std::unique_ptr<VxField3> field(createField3(*s.stack));
-    ASSERT_TRUE(field);
-    VxParamBundle *dicomBundle = field->parameters().bundle("DICOM");
-    ASSERT_TRUE(dicomBundle);
-    ASSERT_TRUE(dicomBundle->bundle("All"));
-    ASSERT_TRUE(dicomBundle->bundle("Slice000"));
-    const KcString name = dicomBundle->bundle("All")->getString("G0010-0010");
-    EXPECT_NE(name.find("Doe ^J rg"), std::string::npos) << name;
-    EXPECT_EQ(name.find('"'), std::string::npos);
-    // The stack's own bundle keeps the text as read.
-    EXPECT_NE(s.stack->parameters.bundle("All")->getString("G0010-0010").find('"'),
-              std::string::npos);
-    EXPECT_EQ(param(*field, "DataWindow"), "0 1000");
-    EXPECT_EQ(param(*field, "Modality"), "MR");
-
-    setDicomUnitFactor(1.0f);
-    VxSkin::instance()->setDataWindowOption(true);
-    OneImageStack mm({"--set", "Modality=PT"}, "1,2,3");
-    std::unique_ptr<VxField3> f2(createField3(*mm.stack));
-    setDicomUnitFactor(0.1f);
-    VxSkin::instance()->setDataWindowOption(false);
-    ASSERT_TRUE(f2);
-    EXPECT_EQ(param(*f2, "UnitLength"), "0.001");
-    EXPECT_EQ(param(*f2, "DataWindow"), "(absent)") << "the host keeps its own window";
-    EXPECT_EQ(param(*f2, "Modality"), "Unknown");
-}
-
-TEST(DicomFieldCreation, PlanarColourIsInterleavedIntoPixelOrder)
-{
-    VX_REQUIRE_SHARED_DATA();
-    const std::vector<std::string> rgb = {"--set", "Rows=2",
-                                          "--set", "Columns=2",
-                                          "--set", "SamplesPerPixel=3",
-                                          "--set", "PhotometricInterpretation=RGB",
-                                          "--set", "BitsAllocated=8",
-                                          "--set", "BitsStored=8",
-                                          "--set", "HighBit=7",
-                                          "--set", "PixelRepresentation=0"};
-    const std::string pixels = "1,2,3,4,11,12,13,14,21,22,23,24";
-    for (int planar : {0, 1}) {
-        SCOPED_TRACE(planar);
-        std::vector<std::string> edits = rgb;
-        edits.push_back("--set");
-        edits.push_back("PlanarConfiguration=" + std::to_string(planar));
-        OneImageStack s(edits, pixels);
-        ASSERT_EQ(s.stack->images[0]->samplesPerPixel, 3);
-        std::unique_ptr<VxField3> field(createField3(*s.stack));
-        ASSERT_TRUE(field);
-        EXPECT_STREQ(field->typeName(), "VxRegColorField3");
-        EXPECT_EQ(field->lattice()->nComponents(), 3);
-        const std::vector<unsigned char> v = samples<unsigned char>(*field);
-        const std::vector<unsigned char> byPlane = {1, 11, 21, 2, 12, 22, 3, 13, 23, 4, 14, 24};
-        const std::vector<unsigned char> byPixel = {1, 2, 3, 4, 11, 12, 13, 14, 21, 22, 23, 24};
-        EXPECT_EQ(v, planar ? byPlane : byPixel);
-    }
-
-    // YBR_FULL (PS3.3 C.7.6.3.1.2) becomes RGB: Y 128, Cb 128, Cr 128 is grey 128;
-    // Y 76, Cb 85, Cr 255: R = 76 + 1.402 x 127 = 254.05, G = 76 + 0.344136 x 43
-    // - 0.714136 x 127 = 0.10, B = 76 - 1.772 x 43 = -0.20 -> (254, 0, 0).
-    std::vector<std::string> edits = rgb;
-    edits.insert(edits.end(),
-                 {"--set", "PhotometricInterpretation=YBR_FULL", "--set", "PlanarConfiguration=0"});
-    OneImageStack ybr(edits, "128,128,128,76,85,255");
-    std::unique_ptr<VxField3> field(createField3(*ybr.stack));
-    ASSERT_TRUE(field);
-    const std::vector<unsigned char> v = samples<unsigned char>(*field);
-    EXPECT_EQ(v, (std::vector<unsigned char>{128, 128, 128, 254, 0, 0, 128, 128, 128, 254, 0, 0}));
-}
-
-class DicomFieldRegistration : public ::testing::Test
-{
-protected:
-    void SetUp() override { VxObjectPool::instance()->clear(); }
-    void TearDown() override
-    {
-        VxObjectPool::instance()->clear();
-        useDynamicSeriesCtrl = false;
-    }
-};
-
-TEST_F(DicomFieldRegistration, LoadCommandNamesEachFileOnceAndQuotesBlanks)
-{
-    VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir;
-    makeSeries(dir.file("two words"), {"--rows", "4", "--columns", "4", "--slices", "2"});
-    std::vector<std::string> names = filesIn(dir.file("two words"));
-    const std::string plain = dir.file("plain.dcm");
-    fs::copy_file(names[1], plain);
-    names[1] = plain;
-    OpenedFiles files(names);
-    auto stack = stackOf(files.images());
-    VxField3 *field = createField3(*stack);
-    ASSERT_TRUE(field);
-    registerField3(field, *stack);
-    EXPECT_EQ(VxObjectPool::instance()->size(), 1);
-    EXPECT_EQ(field->label(), "Synthetic^Series");
-    EXPECT_EQ(field->loadCommand(), "load -dicom \"" + names[0] + "\" " + plain);
-
-    // The frames of one file stand there once.
-    const std::string multi = vxtest::sharedDicomFiles(kEnhanced6)[0];
-    OpenedFiles frames({multi}, 0);
-    ASSERT_EQ(frames.images().size(), 6);
-    auto frameStack = stackOf(frames.images());
-    VxField3 *framesField = createField3(*frameStack);
-    ASSERT_TRUE(framesField);
-    registerField3(framesField, *frameStack);
-    EXPECT_EQ(framesField->loadCommand(), "load -dicom " + multi);
-    EXPECT_EQ(framesField->lattice()->dim(2), 6);
-    registerField3(nullptr, *frameStack);
-    EXPECT_EQ(VxObjectPool::instance()->size(), 2);
-}
-
-TEST_F(DicomFieldRegistration, TimeSeriesCollectsTheFieldInsteadOfRegisteringIt)
-{
-    vxtest::TempDir dir;
-    makeSeries(dir.file("s"), {"--rows", "4", "--columns", "4", "--slices", "2"});
-    OpenedFiles files(filesIn(dir.file("s")));
-    auto stack = stackOf(files.images());
-    std::unique_ptr<VxField3> field(createField3(*stack));
-    ASSERT_TRUE(field);
-    useDynamicSeriesCtrl = true;
-    const int before = timeSteps.size();
-    registerField3(field.get(), *stack);
-    EXPECT_EQ(VxObjectPool::instance()->size(), 0);
-    ASSERT_EQ(timeSteps.size(), before + 1);
-    ASSERT_EQ(timeSteps.last().size(), 1);
-    EXPECT_EQ(timeSteps.last()[0], field.get());
-    timeSteps.remove(timeSteps.size() - 1);
-}
-
-TEST(DicomFieldCreation, NoRescaledValueIsLost)
-{
-    // Stored values 0, 1, 2, 3, 30000, 12345 (unsigned), as dcm2niix -p n and
-    // the standard rescale them: a fraction in the rescale gives a
-    // floating-point field of exactly stored x slope + intercept in single
-    // precision; a constant image keeps its one value.
-    VX_REQUIRE_SHARED_DATA();
-    const struct
-    {
-        const char *name;
-        std::vector<std::string> edits;
-        const char *pixels;
-        KcPrimType type;
-        double slope, intercept;
-    } cases[] = {
-        {"PET slope 0.0001",
-         {"--set", "Modality=PT", "--set", "RescaleSlope=0.0001", "--set", "RescaleIntercept=0"},
-         "0,1,2,3,30000,12345",
-         KcPrimType::Float,
-         0.0001,
-         0},
-        {"MR slope 2.36, intercept 0.5",
-         {"--set", "RescaleSlope=2.36", "--set", "RescaleIntercept=0.5"},
-         "0,1,2,3,30000,12345",
-         KcPrimType::Float,
-         2.36,
-         0.5},
-        {"constant unsigned image, intercept -4096",
-         {"--set", "PixelRepresentation=0", "--set", "RescaleSlope=1", "--set",
-          "RescaleIntercept=-4096"},
-         "7",
-         KcPrimType::Int16,
-         1,
-         -4096},
-    };
-    for (const auto &c : cases)
-        for (const int delayed : {1, 0}) {
-            SCOPED_TRACE(std::string(c.name) +
-                         (delayed ? ", pixels read later" : ", with the header"));
-            OneImageStack s(c.edits, c.pixels, delayed);
-            std::unique_ptr<VxField3> field(createField3(*s.stack));
-            ASSERT_TRUE(field);
-            ASSERT_EQ(field->lattice()->primType(), c.type);
-            const QStringList stored = QString(c.pixels).split(',');
-            for (int k = 0; k < 256 * 256; k += 4099) {
-                const double expected =
-                    stored[k % stored.size()].toDouble() * c.slope + c.intercept;
-                const double value = c.type == KcPrimType::Float ? samples<float>(*field)[k]
-                                                                 : samples<short>(*field)[k];
-                EXPECT_NEAR(value, expected, 1e-6 * std::max(1.0, std::fabs(expected))) << k;
-            }
-        }
-}
-
+// make_32bit.py dose: 3 frames of 4 x 3 samples holding 1000000 k + 1000 r + c
+// (unsigned: plus 3e9), 0, 2.5 and 5 mm apart from -10\-20\30; columns 3 mm
+// and rows 2 mm apart. Unsigned with Dose Grid Scaling 0.0001: floats; signed
+// without scaling: the 32-bit values.
 TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
 {
-    // make_32bit.py dose: 3 frames of 4 x 3 samples holding 1000000 k + 1000 r + c
-    // (unsigned: plus 3000000000), frames 0, 2.5 and 5 mm along the normal
-    // from -10\-20\30; columns 3 mm and rows 2 mm apart. Unsigned with Dose
-    // Grid Scaling 0.0001: doses in floats; signed without scaling: the
-    // 32-bit values themselves.
     vxtest::TempDir dir;
     for (const bool isSigned : {false, true}) {
-        SCOPED_TRACE(isSigned ? "signed, no scaling" : "unsigned, Dose Grid Scaling");
+        SCOPED_TRACE(isSigned ? "signed" : "unsigned, scaled");
         const std::string path = dir.file(isSigned ? "signed.dcm" : "dose.dcm");
         std::string out;
-        std::vector<std::string> args = {"dose", path};
-        if (isSigned)
-            args.push_back("--signed");
-        ASSERT_EQ(runScript(scriptPath("make_32bit.py").c_str(), args, &out, true), 0) << out;
+        ASSERT_EQ(runScript("make_32bit.py", {"dose", path, isSigned ? "--signed" : ""}, &out), 0)
+            << out;
         OpenedFiles files({path});
-        ASSERT_EQ(files.images().size(), 3);
         auto stack = stackOf(files.images());
         std::unique_ptr<VxField3> field(createField3(*stack));
         ASSERT_TRUE(field);
@@ -618,63 +384,48 @@ TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
             const float mm[3] = {-10.0f + 3 * i, -20.0f + 2 * j, 30.0f + 2.5f * k};
             for (int a = 0; a < 3; ++a)
                 EXPECT_NEAR(w[a] * 10, mm[a], 1e-4) << i << j << k;
-            const size_t at = i + 4 * (j + 3 * static_cast<size_t>(k));
             const double stored = 1000000.0 * k + 1000 * j + i;
-            if (isSigned)
-                EXPECT_EQ(samples<int>(*field)[at], stored - 2000000);
-            else
-                EXPECT_NEAR(samples<float>(*field)[at], (stored + 3e9) * 1e-4, 3e9 * 1e-4 * 1e-6);
+            EXPECT_NEAR(sample(*field, i + 4 * (j + 3 * k)),
+                        isSigned ? stored - 2000000 : (stored + 3e9) * 1e-4, isSigned ? 0 : 0.3);
         }
     }
 }
 
+// make_32bit.py rgb: component s of pixel p holds (p + 1) * 4096 + s in its
+// top 16 stored bits; the RLE file is DCMTK's encoding of the first.
 TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsItsTopSixteenBitsAndSaysSo)
 {
-    // make_32bit.py rgb: component s of pixel p holds (p + 1) * 4096 + s in its
-    // top 16 stored bits; the RLE file is DCMTK's encoding of the first.
     if (!vxtest::haveProgram("dcmcrle"))
         GTEST_SKIP() << "dcmcrle (Debian dcmtk) is needed";
     vxtest::TempDir dir;
     const struct
     {
-        const char *name;
         int stored, planar;
         bool rle;
-    } cases[] = {{"32 stored", 32, 0, false},
-                 {"20 stored, planar", 20, 1, false},
-                 {"16 stored", 16, 0, false},
-                 {"32 stored, RLE", 32, 0, true}};
+    } cases[] = {{32, 0, false}, {20, 1, false}, {16, 0, false}, {32, 0, true}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        const std::string path = dir.file(std::string(c.name) + ".dcm");
+        const std::string path = dir.file(std::to_string(c.stored) + std::to_string(c.planar));
+        SCOPED_TRACE(path + (c.rle ? " RLE" : ""));
         std::string out;
-        ASSERT_EQ(runScript(scriptPath("make_32bit.py").c_str(),
-                            {"rgb", path, std::to_string(c.stored), std::to_string(c.planar)}, &out,
-                            true),
+        ASSERT_EQ(runScript("make_32bit.py",
+                            {"rgb", path, std::to_string(c.stored), std::to_string(c.planar)},
+                            &out),
                   0)
             << out;
-        std::string read = path;
         if (c.rle) {
-            read = path + ".rle";
-            ASSERT_EQ(vxtest::runCommand("dcmcrle " + vxtest::shellQuote(path) + " " +
-                                             vxtest::shellQuote(read),
-                                         &out, true),
-                      0)
+            ASSERT_EQ(vxtest::runCommand("dcmcrle " + path + " " + path + ".rle", &out, true), 0)
                 << out;
         }
         VxMessageCapture messages;
-        OpenedFiles files({read});
-        ASSERT_EQ(files.images().size(), 1);
+        OpenedFiles files({c.rle ? path + ".rle" : path});
         auto stack = stackOf(files.images());
         std::unique_ptr<VxField3> field(createField3(*stack));
         ASSERT_TRUE(field) << messages.text();
         ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
-        ASSERT_EQ(field->lattice()->nComponents(), 3);
-        const std::vector<unsigned short> v = samples<unsigned short>(*field);
-        ASSERT_EQ(v.size(), 18u);
+        ASSERT_EQ(field->lattice()->nComponents() * field->lattice()->numVoxels(), 18u);
         for (int p = 0; p < 6; ++p)
             for (int s = 0; s < 3; ++s)
-                EXPECT_EQ(v[p * 3 + s], (p + 1) * 4096 + s) << p << " " << s;
+                EXPECT_EQ(sample(*field, p * 3 + s), (p + 1) * 4096 + s) << p << " " << s;
         const std::string said = "its colour components have " + std::to_string(c.stored) +
                                  " stored bits; the colour field holds 16 bits per component, "
                                  "so the lowest " +
@@ -683,64 +434,219 @@ TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsItsTopSixteenBitsAndSaysSo)
     }
 }
 
-// ------------------------------------------------------ decoding threads
+TEST(DicomFieldRegistration, LoadCommandNamesEachFileOnceAndQuotesBlanks)
+{
+    VX_REQUIRE_SHARED_DATA();
+    VxObjectPool::instance()->clear();
+    vxtest::TempDir dir;
+    makeSeries(dir.file("two words"), {"--rows", "4", "--columns", "4", "--slices", "2"});
+    std::vector<std::string> names = filesIn(dir.file("two words"));
+    fs::copy_file(names[1], dir.file("plain.dcm"));
+    names[1] = dir.file("plain.dcm");
+    OpenedFiles files(names);
+    auto stack = stackOf(files.images());
+    VxField3 *field = createField3(*stack);
+    ASSERT_TRUE(field);
+    registerField3(field, *stack);
+    EXPECT_EQ(field->label(), "Synthetic^Series");
+    EXPECT_EQ(field->loadCommand(), "load -dicom \"" + names[0] + "\" " + names[1]);
+    // The frames of one file stand there once.
+    const std::string multi = vxtest::sharedDicomFiles(kEnhanced6)[0];
+    OpenedFiles frames({multi}, 0);
+    auto frameStack = stackOf(frames.images());
+    VxField3 *framesField = createField3(*frameStack);
+    ASSERT_TRUE(framesField);
+    registerField3(framesField, *frameStack);
+    EXPECT_EQ(framesField->loadCommand(), "load -dicom " + multi);
+    EXPECT_EQ(framesField->lattice()->dim(2), 6);
+    registerField3(nullptr, *frameStack);
+    EXPECT_EQ(VxObjectPool::instance()->size(), 2);
+    VxObjectPool::instance()->clear();
+}
+
+// ------------------------------------------------ every voxel in its place
 
 namespace {
 
-// A real CT series: 54 slices of 512 x 512, stored uncompressed.
-const char *const kCtSeries = "dcm_qa_ct/In/Philips/S21610/S2010";
-
-std::string quoted(const std::string &s)
+struct Slice
 {
-    return vxtest::shellQuote(s);
+    std::array<double, 3> position, row, column;
+    double rowSpacing, columnSpacing; // mm between rows, between columns
+    int rows, columns;
+};
+
+double dot(const std::array<double, 3> &a, const std::array<double, 3> &b)
+{
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
 }
 
-// The CT series' images stored by `tool` (another program's encoder) into
-// folder; empty after a failure, which the test reports.
-std::vector<std::string> compressSeries(const std::string &tool, const std::string &folder)
+// The source pixel nearest to a world position (mm), and how far off it is:
+// a step along a row crosses columns, one column spacing.
+struct Placement
 {
-    fs::create_directories(folder);
-    std::vector<std::string> made;
-    for (const std::string &source : vxtest::sharedDicomFiles(kCtSeries)) {
-        const std::string name = fs::path(source).filename().string();
-        if (name == "DIRFILE")
-            continue;
-        const std::string target = folder + "/" + name;
-        std::string log;
-        if (vxtest::runCommand(tool + " " + quoted(source) + " " + quoted(target), &log, true) !=
-            0) {
-            ADD_FAILURE() << tool << " " << source << ": " << log;
-            return {};
-        }
-        made.push_back(target);
+    int slice = -1, column = -1, row = -1;
+    double error = 1e30;
+};
+
+Placement locate(const std::vector<Slice> &slices, const double w[3])
+{
+    Placement best;
+    for (size_t s = 0; s < slices.size(); ++s) {
+        const Slice &sl = slices[s];
+        const std::array<double, 3> d = {w[0] - sl.position[0], w[1] - sl.position[1],
+                                         w[2] - sl.position[2]};
+        const double i = std::round(dot(d, sl.row) / sl.columnSpacing);
+        const double j = std::round(dot(d, sl.column) / sl.rowSpacing);
+        double e = 0;
+        for (int k = 0; k < 3; ++k)
+            e += std::pow(
+                d[k] - i * sl.columnSpacing * sl.row[k] - j * sl.rowSpacing * sl.column[k], 2);
+        if (std::sqrt(e) < best.error)
+            best = {static_cast<int>(s), static_cast<int>(i), static_cast<int>(j), std::sqrt(e)};
     }
-    return made;
+    return best;
 }
+
+} // namespace
+
+// For every orientation make_series.py offers, uniform and with a gap, in mm
+// and cm, in both name orders and as one slice: every voxel lies on its own
+// source pixel (positions from pydicom) and holds its value (the CT series
+// stores round(signal + 1024) with intercept -1024).
+TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
+{
+    const struct
+    {
+        const char *orientation;
+        bool gap, reversedNames;
+        float unit;
+        int slices;
+    } cases[] = {
+        {"axial", false, false, 0.1f, 4},       {"coronal", false, false, 0.1f, 4},
+        {"sagittal", false, false, 0.1f, 4},    {"axial-rev", false, false, 0.1f, 4},
+        {"coronal-rev", false, false, 0.1f, 4}, {"sagittal-rev", false, false, 0.1f, 4},
+        {"axial-rot", false, false, 0.1f, 4},   {"oblique", false, false, 0.1f, 4},
+        {"axial", false, true, 0.1f, 4},        {"sagittal", false, true, 0.1f, 4},
+        {"oblique", false, false, 1.0f, 4},     {"coronal", false, false, 1.0f, 4},
+        {"axial", true, false, 0.1f, 4},        {"coronal", true, false, 0.1f, 4},
+        {"sagittal", true, false, 0.1f, 4},     {"axial-rev", true, false, 0.1f, 4},
+        {"coronal-rev", true, false, 0.1f, 4},  {"sagittal-rev", true, false, 0.1f, 4},
+        {"axial-rot", true, false, 0.1f, 4},    {"oblique", true, false, 0.1f, 4},
+        {"axial-rot", true, true, 1.0f, 4},     {"axial", false, false, 0.1f, 1},
+        {"coronal", false, false, 0.1f, 1},     {"sagittal", false, false, 0.1f, 1},
+        {"axial-rev", false, false, 0.1f, 1},   {"oblique", false, false, 0.1f, 1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.orientation) + (c.gap ? ", gap" : "") +
+                     (c.reversedNames ? ", names reversed" : "") + ", unit " +
+                     std::to_string(c.unit) + ", slices " + std::to_string(c.slices));
+        vxtest::TempDir dir;
+        std::vector<std::string> args = {"--rows",        "7",
+                                         "--columns",     "5",
+                                         "--slices",      std::to_string(c.slices),
+                                         "--orientation", c.orientation,
+                                         "--spacing",     "0.8",
+                                         "--row-spacing", "1.1",
+                                         "--thickness",   "2.0",
+                                         "--origin",      "12.5,-30.25,47"};
+        if (c.gap)
+            args.insert(args.end(), {"--gaps", "1"});
+        if (c.reversedNames)
+            args.insert(args.end(), {"--name-order", "reverse"});
+        makeSeries(dir.file("s"), args);
+        const std::vector<std::string> names = filesIn(dir.file("s"));
+        std::vector<Slice> slices;
+        for (const QJsonValue &v : pydicomReference(names)) {
+            const QJsonObject r = v.toObject();
+            Slice s;
+            for (int k = 0; k < 3; ++k) {
+                s.position[k] = r["position"].toArray()[k].toDouble();
+                s.row[k] = r["rowDirection"].toArray()[k].toDouble();
+                s.column[k] = r["columnDirection"].toArray()[k].toDouble();
+            }
+            s.rowSpacing = r["pixelSpacing"].toArray()[0].toDouble();
+            s.columnSpacing = r["pixelSpacing"].toArray()[1].toDouble();
+            s.rows = r["rows"].toInt();
+            s.columns = r["columns"].toInt();
+            slices.push_back(s);
+        }
+        ASSERT_EQ(slices.size(), static_cast<size_t>(c.slices));
+
+        setDicomUnitFactor(c.unit);
+        struct Restore
+        {
+            ~Restore() { setDicomUnitFactor(0.1f); }
+        } restoreUnit;
+        OpenedFiles opened(names);
+        auto stack = stackOf(opened.images());
+        std::unique_ptr<VxField3> field(createField3(*stack));
+        ASSERT_TRUE(field);
+        EXPECT_STREQ(field->typeName(), c.gap ? "VxStackedScalarField3" : "VxUniformScalarField3");
+        flipField3(field.get(), *stack);
+        const VxLattice3 *lat = field->lattice();
+        ASSERT_EQ(lat->numVoxels(), 7u * 5u * c.slices);
+        std::set<std::array<int, 3>> seen;
+        int off = 0, wrongValue = 0;
+        for (int k = 0; k < lat->dim(2); ++k)
+            for (int j = 0; j < lat->dim(1); ++j)
+                for (int i = 0; i < lat->dim(0); ++i) {
+                    float w[3];
+                    field->voxelToWorld(i, j, k, w);
+                    const double mm[3] = {w[0] / c.unit, w[1] / c.unit, w[2] / c.unit};
+                    const Placement p = locate(slices, mm);
+                    const Slice &sl = slices[p.slice];
+                    if (p.error > 2e-3 || p.column < 0 || p.column >= sl.columns || p.row < 0 ||
+                        p.row >= sl.rows) {
+                        if (off++ == 0)
+                            ADD_FAILURE() << "voxel (" << i << "," << j << "," << k << ") is "
+                                          << p.error << " mm off every source pixel";
+                        continue;
+                    }
+                    seen.insert({p.slice, p.column, p.row});
+                    double at[3];
+                    for (int a = 0; a < 3; ++a)
+                        at[a] = sl.position[a] + p.column * sl.columnSpacing * sl.row[a] +
+                                p.row * sl.rowSpacing * sl.column[a];
+                    const double signal = 300.0 * std::sin(at[0] / 13.0) +
+                                          200.0 * std::cos(at[1] / 17.0) + 2.0 * at[2];
+                    wrongValue +=
+                        std::fabs(sample(*field, i + lat->dim(0) * (j + lat->dim(1) * k)) -
+                                  std::round(signal)) > 1;
+                }
+        EXPECT_EQ(off, 0);
+        EXPECT_EQ(seen.size(), lat->numVoxels()) << "each voxel has its own source pixel";
+        EXPECT_EQ(wrongValue, 0);
+    }
+}
+
+// ------------------------------------ compressed series, several threads
+
+namespace {
 
 struct LoadRun
 {
     int status = -1;
     std::string out, err;
-    std::vector<std::string> saved; ///< names in the output folder
+    bool saved = false;
     std::vector<unsigned char> nifti;
 };
 
 // `vxdicom load -nodialog --format nii -o OUT SERIES` as a user runs it, with
-// VXDICOM_DECODE_THREADS set; OUT is made anew for every run, so that the
-// console texts of two runs can be compared as they are.
+// VXDICOM_DECODE_THREADS set; OUT is made anew for every run.
 LoadRun loadAsUser(const std::string &series, const std::string &out, const char *threads)
 {
     fs::remove_all(out);
     const vxtest::CommandOutcome r = vxtest::runCapturing(
-        std::string("VXDICOM_DECODE_THREADS=") + threads + " " + quoted(VXDICOM_BINARY) +
-        " load -nodialog --format nii -o " + quoted(out) + " " + quoted(series));
+        std::string("VXDICOM_DECODE_THREADS=") + threads + " " +
+        vxtest::shellQuote(VXDICOM_BINARY) + " load -nodialog --format nii -o " +
+        vxtest::shellQuote(out) + " " + vxtest::shellQuote(series));
     LoadRun run;
     run.status = r.status;
     run.out = r.out;
     run.err = r.err;
     if (fs::exists(out))
         for (const auto &entry : fs::directory_iterator(out)) {
-            run.saved.push_back(entry.path().filename().string());
+            run.saved = true;
             if (entry.path().extension() == ".nii")
                 run.nifti = vxtest::readFileBytes(entry.path().string());
         }
@@ -755,151 +661,123 @@ size_t count(const std::string &text, const std::string &part)
     return n;
 }
 
-// Damages the JPEG codestream inside a DICOM file: "zeros" blanks 2,000 bytes
-// of the entropy-coded data (the decoder warns and goes on), "no-scan"
-// breaks the start-of-scan marker (it warns, then fails).
+// Damages the JPEG codestream of a file: "zeros" blanks 2,000 bytes of the
+// entropy-coded data (the decoder warns and goes on), otherwise the
+// start-of-scan marker is broken (it warns, then fails).
 void damageJpeg(const std::string &path, const std::string &how)
 {
     std::vector<unsigned char> b = vxtest::readFileBytes(path);
     const unsigned char soi[3] = {0xFF, 0xD8, 0xFF}, sos[2] = {0xFF, 0xDA};
-    const auto start = std::search(b.begin(), b.end(), soi, soi + 3);
-    const auto scan = std::search(start, b.end(), sos, sos + 2);
-    ASSERT_NE(scan, b.end()) << path;
-    if (how == "zeros") {
-        const auto middle = scan + (b.end() - scan) / 2;
-        ASSERT_GT(b.end() - middle, 2000);
-        std::fill(middle, middle + 2000, 0);
-    } else {
+    const auto scan =
+        std::search(std::search(b.begin(), b.end(), soi, soi + 3), b.end(), sos, sos + 2);
+    ASSERT_GT(b.end() - scan, 4000) << path;
+    if (how == "zeros")
+        std::fill(scan + (b.end() - scan) / 2, scan + (b.end() - scan) / 2 + 2000, 0);
+    else
         scan[1] = 0x01;
-    }
     vxtest::writeFileBytes(path, b);
 }
 
-struct CompressedSeries
-{
-    const char *name;
-    const char *tool; ///< the command that stores a file compressed: TOOL IN OUT
-};
-
-class DecodingThreads : public ::testing::TestWithParam<CompressedSeries>
-{
-};
-
 } // namespace
 
-// The CT series stored compressed by another program loads with the same
-// samples as the uncompressed series, and a pool of decoding threads gives
-// the same file and the same console text as decoding on the loading thread.
-TEST_P(DecodingThreads, PoolGivesTheSamplesAndTheConsoleOfOneThread)
+// The real CT series (54 slices of 512 x 512) stored compressed by other
+// programs loads with the samples of the uncompressed one; a pool of decoding
+// threads gives the same file and console text as one thread, also when
+// frames are damaged (reported in slice order, a failing frame named, nothing
+// of later frames shown); an interrupt stops decoding and leaves no thread.
+TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();
-    const CompressedSeries c = GetParam();
-    const std::string program = std::string(c.tool).substr(0, std::string(c.tool).find(' '));
-    if (!vxtest::haveProgram(program))
-        GTEST_SKIP() << program << " is needed for this test";
     vxtest::TempDir dir;
-    const std::string series = dir.file("series");
-    ASSERT_EQ(compressSeries(c.tool, series).size(), 54u);
-
     const LoadRun reference = loadAsUser(vxtest::sharedPath(kCtSeries), dir.file("ref"), "1");
     ASSERT_EQ(reference.status, 0) << reference.err;
     ASSERT_GT(reference.nifti.size(), 54u * 512 * 512 * 2);
-    const LoadRun one = loadAsUser(series, dir.file("out"), "1");
-    const LoadRun pool = loadAsUser(series, dir.file("out"), "4");
-    EXPECT_EQ(one.status, 0) << one.err;
-    EXPECT_EQ(pool.status, 0) << pool.err;
-    EXPECT_EQ(pool.out, one.out);
-    EXPECT_EQ(pool.err, one.err);
-    EXPECT_EQ(count(one.out, "+ " + series + "/I"), 54u) << one.out;
-    EXPECT_TRUE(one.nifti == reference.nifti) << "decoded samples differ from the stored ones";
-    EXPECT_TRUE(pool.nifti == one.nifti) << "the pool's samples differ";
-}
-
-INSTANTIATE_TEST_SUITE_P(Codecs, DecodingThreads,
-                         ::testing::Values(CompressedSeries{"JpegLossless", "dcmcjpeg"},
-                                           CompressedSeries{"JpegLs", "dcmcjpls"},
-                                           CompressedSeries{"Jpeg2000", "gdcmconv --j2k"},
-                                           CompressedSeries{"Rle", "dcmcrle"}),
-                         [](const auto &info) { return std::string(info.param.name); });
-
-// Frames whose decoder complains are reported when the loading thread
-// reaches them, in slice order; a frame that fails stops the load with its
-// file named, and what helpers said about later frames is never shown.
-TEST(DecodingThreads, DamagedFramesAreReportedInSliceOrderAsByOneThread)
-{
-    VX_REQUIRE_SHARED_DATA();
-    if (!vxtest::haveProgram("dcmcjpeg"))
-        GTEST_SKIP() << "dcmcjpeg (Debian dcmtk) is needed for this test";
-    vxtest::TempDir dir;
-    const std::string series = dir.file("series");
-    ASSERT_EQ(compressSeries("dcmcjpeg", series).size(), 54u);
-    // Slices are ordered I10, I20, ... I540 along the table.
-    damageJpeg(series + "/I200", "zeros");
-    damageJpeg(series + "/I400", "zeros");
-    const LoadRun warnedOne = loadAsUser(series, dir.file("out"), "1");
-    const LoadRun warnedPool = loadAsUser(series, dir.file("out"), "4");
-    EXPECT_EQ(warnedOne.status, 0) << warnedOne.err;
-    EXPECT_EQ(count(warnedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << warnedOne.err;
-    EXPECT_EQ(warnedPool.status, warnedOne.status);
-    EXPECT_EQ(warnedPool.err, warnedOne.err);
-    EXPECT_EQ(warnedPool.out, warnedOne.out);
-    EXPECT_TRUE(warnedPool.nifti == warnedOne.nifti);
-    EXPECT_FALSE(warnedOne.nifti.empty());
-
-    damageJpeg(series + "/I270", "no-scan");
-    damageJpeg(series + "/I290", "zeros");
-    const LoadRun failedOne = loadAsUser(series, dir.file("out"), "1");
-    const LoadRun failedPool = loadAsUser(series, dir.file("out"), "4");
-    EXPECT_EQ(failedOne.status, 1);
-    EXPECT_NE(failedOne.err.find("reading " + series +
-                                 "/I270 failed: Error: unable to load image "
-                                 "data."),
-              std::string::npos)
-        << failedOne.err;
-    // I200's warning and I270's own, none of I290 or I400.
-    EXPECT_EQ(count(failedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << failedOne.err;
-    EXPECT_EQ(failedPool.status, failedOne.status);
-    EXPECT_EQ(failedPool.err, failedOne.err);
-    EXPECT_EQ(failedPool.out, failedOne.out);
-    EXPECT_TRUE(failedOne.saved.empty());
-    EXPECT_TRUE(failedPool.saved.empty());
-}
-
-// Ctrl-C while compressed frames are decoded ahead: the load stops, and no
-// decoding thread outlives it.
-TEST(DecodingThreads, InterruptStopsTheLoadAndLeavesNoThread)
-{
-    VX_REQUIRE_SHARED_DATA();
-    if (!vxtest::haveProgram("dcmcjpls"))
-        GTEST_SKIP() << "dcmcjpls (Debian dcmtk) is needed for this test";
-    vxtest::TempDir dir;
-    const std::vector<std::string> names = compressSeries("dcmcjpls", dir.file("series"));
-    ASSERT_EQ(names.size(), 54u);
-    ScopedEnv threads("VXDICOM_DECODE_THREADS", "4");
-    OpenedFiles files(names);
-    auto stack = stackOf(files.images());
-    const auto threadsNow = [] {
-        size_t n = 0;
-        for ([[maybe_unused]] const auto &t : fs::directory_iterator("/proc/self/task"))
-            ++n;
-        return n;
-    };
-    const size_t before = threadsNow();
-    VxWorkArea *work = VxWorkArea::instance();
-    float stoppedAt = -1;
-    work->setObserver([&](const std::string &status, float fraction) {
-        if (status == "loading image data..." && fraction > 0.25f && stoppedAt < 0) {
-            stoppedAt = fraction;
-            work->interrupt();
+    int ran = 0;
+    for (const std::string tool : {"dcmcjpeg", "dcmcjpls", "gdcmconv --j2k", "dcmcrle"}) {
+        SCOPED_TRACE(tool);
+        if (!vxtest::haveProgram(tool.substr(0, tool.find(' '))))
+            continue;
+        ++ran;
+        const std::string series = dir.file(std::to_string(ran));
+        fs::create_directories(series);
+        std::vector<std::string> names;
+        for (const std::string &source : vxtest::sharedDicomFiles(kCtSeries)) {
+            if (source.find("DIRFILE") != std::string::npos)
+                continue;
+            names.push_back(series + "/" + fs::path(source).filename().string());
+            std::string log;
+            ASSERT_EQ(vxtest::runCommand(tool + " " + vxtest::shellQuote(source) + " " +
+                                             vxtest::shellQuote(names.back()),
+                                         &log, true),
+                      0)
+                << log;
         }
-    });
-    VxMessageCapture capture;
-    std::unique_ptr<VxField3> field(createField3(*stack));
-    work->setObserver(nullptr);
-    EXPECT_FALSE(field);
-    EXPECT_GT(stoppedAt, 0.25f);
-    EXPECT_LT(stoppedAt, 0.5f);
-    EXPECT_TRUE(capture.contains(": loading interrupted")) << capture.text();
-    EXPECT_EQ(threadsNow(), before);
-    EXPECT_FALSE(work->isShowingProgress());
+        ASSERT_EQ(names.size(), 54u);
+        const LoadRun one = loadAsUser(series, dir.file("out"), "1");
+        const LoadRun pool = loadAsUser(series, dir.file("out"), "4");
+        EXPECT_EQ(one.status, 0) << one.err;
+        EXPECT_EQ(pool.status, 0) << pool.err;
+        EXPECT_EQ(pool.out, one.out);
+        EXPECT_EQ(pool.err, one.err);
+        EXPECT_EQ(count(one.out, "+ " + series + "/I"), 54u) << one.out;
+        EXPECT_TRUE(one.nifti == reference.nifti) << "decoded samples differ from the stored ones";
+        EXPECT_TRUE(pool.nifti == one.nifti) << "the pool's samples differ";
+
+        if (tool == "dcmcjpls") {
+            ScopedEnv threads("VXDICOM_DECODE_THREADS", "4");
+            OpenedFiles files(names);
+            auto stack = stackOf(files.images());
+            const auto threadsNow = [] {
+                return std::distance(fs::directory_iterator("/proc/self/task"),
+                                     fs::directory_iterator());
+            };
+            const auto before = threadsNow();
+            VxWorkArea *work = VxWorkArea::instance();
+            float stoppedAt = -1;
+            work->setObserver([&](const std::string &status, float fraction) {
+                if (status == "loading image data..." && fraction > 0.25f && stoppedAt < 0) {
+                    stoppedAt = fraction;
+                    work->interrupt();
+                }
+            });
+            VxMessageCapture capture;
+            std::unique_ptr<VxField3> field(createField3(*stack));
+            work->setObserver(nullptr);
+            EXPECT_FALSE(field);
+            EXPECT_LT(stoppedAt, 0.5f);
+            EXPECT_TRUE(capture.contains(": loading interrupted")) << capture.text();
+            EXPECT_EQ(threadsNow(), before);
+            EXPECT_FALSE(work->isShowingProgress());
+        }
+        if (tool != "dcmcjpeg")
+            continue;
+        // Slices are ordered I10, I20, ... I540 along the table.
+        damageJpeg(series + "/I200", "zeros");
+        damageJpeg(series + "/I400", "zeros");
+        const LoadRun warnedOne = loadAsUser(series, dir.file("out"), "1");
+        const LoadRun warnedPool = loadAsUser(series, dir.file("out"), "4");
+        EXPECT_EQ(warnedOne.status, 0) << warnedOne.err;
+        EXPECT_EQ(count(warnedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << warnedOne.err;
+        EXPECT_EQ(warnedPool.status, warnedOne.status);
+        EXPECT_EQ(warnedPool.err, warnedOne.err);
+        EXPECT_EQ(warnedPool.out, warnedOne.out);
+        EXPECT_TRUE(warnedPool.nifti == warnedOne.nifti && !warnedOne.nifti.empty());
+        damageJpeg(series + "/I270", "no-scan");
+        damageJpeg(series + "/I290", "zeros");
+        const LoadRun failedOne = loadAsUser(series, dir.file("out"), "1");
+        const LoadRun failedPool = loadAsUser(series, dir.file("out"), "4");
+        EXPECT_EQ(failedOne.status, 1);
+        EXPECT_NE(failedOne.err.find("reading " + series +
+                                     "/I270 failed: Error: unable to load image data."),
+                  std::string::npos)
+            << failedOne.err;
+        // I200's warning and I270's own, none of I290 or I400.
+        EXPECT_EQ(count(failedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << failedOne.err;
+        EXPECT_EQ(failedPool.status, failedOne.status);
+        EXPECT_EQ(failedPool.err, failedOne.err);
+        EXPECT_EQ(failedPool.out, failedOne.out);
+        EXPECT_FALSE(failedOne.saved || failedPool.saved);
+    }
+    if (ran == 0)
+        GTEST_SKIP() << "dcmcjpeg, dcmcjpls, gdcmconv or dcmcrle is needed";
 }

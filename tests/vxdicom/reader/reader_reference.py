@@ -3,21 +3,14 @@
 
     reader_reference.py [--pixels] FILE...
 
-One object per file that pydicom reads as an image (files without pixel data,
-DICOMDIRs and non-DICOM files are left out):
-  file, frames, rows, columns, bitsAllocated, bitsStored, highBit, signed,
-  samplesPerPixel, planarConfig, instanceNumber, modality,
-  pixelSpacing [row, column] (null when absent), sliceThickness (null),
-  spacingBetweenSlices (null), position (null), rowDirection, columnDirection,
-  normal (null without an orientation; unit vectors), slicePosition (the
-  distance of the position along the normal: normal . position; null without
-  both), sliceLocationElement ((0020,1041), null), slope, intercept (null when
-  absent), tilt ((0018,1120), null), patientName,
-  obliqueAt003 / obliqueAt020: whether row, column or normal is at least that
-  Euclidean distance from every one of the six axis directions.
-With --pixels also: the minimum and maximum stored value of the first frame,
-masked to Bits Stored below High Bit ("masked") and, for signed data, that
-value sign-extended from its top stored bit ("signExtended").
+One object per file pydicom reads as an image, with the attributes as read
+(null when absent), unit row, column and normal directions, slicePosition
+(normal . position), the position of every frame of an enhanced object (its
+per-frame, else shared, Plane Position), and obliqueAt003 / obliqueAt020:
+whether row, column or normal is at least that distance from every axis.
+With --pixels: the minimum and maximum stored value of the first frame,
+masked to Bits Stored below High Bit ("masked") and, for signed data,
+sign-extended from its top stored bit ("signExtended").
 """
 import json
 import sys
@@ -39,25 +32,17 @@ def floats(value):
 
 def unit(v):
     v = np.array(v, dtype=float)
-    n = np.linalg.norm(v)
-    return v / n if n > 0 else v
-
-
-def near_axis(v, tol):
-    return any(np.linalg.norm(v - a) < tol for a in AXES)
+    return v / np.linalg.norm(v) if np.linalg.norm(v) > 0 else v
 
 
 def pixel_ranges(ds):
-    bits = int(ds.BitsAllocated)
-    if bits != 16:
+    if int(ds.BitsAllocated) != 16:
         return None
     raw = np.frombuffer(ds.PixelData, dtype="<u2" if ds.file_meta.TransferSyntaxUID.is_little_endian
                         else ">u2")
-    frame = int(ds.Rows) * int(ds.Columns) * int(ds.get("SamplesPerPixel", 1))
-    raw = raw[:frame].astype(np.int64)
+    raw = raw[:int(ds.Rows) * int(ds.Columns) * int(ds.get("SamplesPerPixel", 1))].astype(np.int64)
     stored = int(ds.BitsStored)
-    high = int(ds.HighBit)
-    masked = (raw >> (high + 1 - stored)) & ((1 << stored) - 1)
+    masked = (raw >> (int(ds.HighBit) + 1 - stored)) & ((1 << stored) - 1)
     out = {"masked": [int(masked.min()), int(masked.max())]}
     if int(ds.PixelRepresentation) == 1:
         ext = np.where(masked >= (1 << (stored - 1)), masked - (1 << stored), masked)
@@ -66,16 +51,14 @@ def pixel_ranges(ds):
 
 
 def frame_positions(ds):
-    """Image Position (Patient) of every frame of an enhanced object: its
-    Per-frame Functional Groups item, else the Shared one (PS3.3 C.7.6.16)."""
     out = []
-    shared = ds.get("SharedFunctionalGroupsSequence")
+    shared = list(ds.get("SharedFunctionalGroupsSequence", []))
     for item in ds.get("PerFrameFunctionalGroupsSequence", []):
         found = None
-        for source in [item] + (list(shared) if shared else []):
+        for source in [item] + shared:
             planes = source.get("PlanePositionSequence")
             if planes and "ImagePositionPatient" in planes[0]:
-                found = [float(v) for v in planes[0].ImagePositionPatient]
+                found = floats(planes[0].ImagePositionPatient)
                 break
         out.append(found)
     return out
@@ -97,32 +80,25 @@ def describe(path, with_pixels):
         "columns": int(ds.Columns),
         "bitsAllocated": int(ds.BitsAllocated),
         "bitsStored": int(ds.get("BitsStored", 0) or 0),
-        "highBit": int(ds.get("HighBit", -1)),
         "signed": int(ds.get("PixelRepresentation", 0) or 0) != 0,
         "samplesPerPixel": int(ds.get("SamplesPerPixel", 1) or 1),
-        "planarConfig": int(ds.get("PlanarConfiguration", 0) or 0),
         "instanceNumber": int(ds.get("InstanceNumber", 0) or 0),
         "modality": str(ds.get("Modality", "")),
         "pixelSpacing": floats(ds.get("PixelSpacing")),
         "sliceThickness": floats(ds.get("SliceThickness")),
-        "spacingBetweenSlices": floats(ds.get("SpacingBetweenSlices")),
         "position": floats(ds.get("ImagePositionPatient")),
         "sliceLocationElement": floats(ds.get("SliceLocation")),
         "slope": floats(ds.get("RescaleSlope")),
         "intercept": floats(ds.get("RescaleIntercept")),
-        "tilt": floats(ds.get("GantryDetectorTilt")),
-        "patientName": str(ds.get("PatientName", "")),
-        "rowDirection": None, "columnDirection": None, "normal": None,
         "slicePosition": None, "obliqueAt003": False, "obliqueAt020": False,
     }
     iop = ds.get("ImageOrientationPatient")
     if iop is not None and len(iop) == 6:
         row, col = unit(floats(iop[:3])), unit(floats(iop[3:]))
         normal = unit(np.cross(row, col))
-        r["rowDirection"], r["columnDirection"], r["normal"] = (
-            row.tolist(), col.tolist(), normal.tolist())
+        r["rowDirection"], r["columnDirection"], r["normal"] = row.tolist(), col.tolist(), normal.tolist()
         for tol, key in ((0.03, "obliqueAt003"), (0.2, "obliqueAt020")):
-            r[key] = not all(near_axis(v, tol) for v in (row, col, normal))
+            r[key] = not all(any(np.linalg.norm(v - a) < tol for a in AXES) for v in (row, col, normal))
         if r["position"] is not None and len(r["position"]) == 3:
             r["slicePosition"] = float(np.dot(normal, r["position"]))
     if with_pixels:
@@ -130,16 +106,7 @@ def describe(path, with_pixels):
     return r
 
 
-def main():
-    args = sys.argv[1:]
-    with_pixels = False
-    if args and args[0] == "--pixels":
-        with_pixels = True
-        args = args[1:]
-    out = [d for d in (describe(p, with_pixels) for p in args) if d is not None]
-    json.dump(out, sys.stdout)
-    return 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    args = sys.argv[1:]
+    with_pixels = bool(args) and args[0] == "--pixels"
+    json.dump([d for d in (describe(p, with_pixels) for p in args[with_pixels:]) if d], sys.stdout)

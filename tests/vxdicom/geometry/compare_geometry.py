@@ -1,0 +1,243 @@
+#!/usr/bin/python3
+"""Fields loaded by `vxdicom load -nodialog --format nii` against other readers.
+
+    compare_geometry.py --vxdicom BIN [--discover ROOT] [--exclude TEXT] [--synthetic] [DIR...]
+    compare_geometry.py --vxdicom BIN --sheared DIR
+
+Every 3D volume dcm2niix (-p n) writes for a folder (a 4D file counts as its
+volumes) must be matched by one field of ours: the same dimensions up to axis
+order and flips, voxel size within 1e-4 mm, every voxel corner within 1e-3 mm,
+and the same rescaled values to single precision. Fields dcm2niix has no
+volume for are listed, not failures. --synthetic adds series written by
+tests/support/make_series.py in every orientation it offers (non-square
+pixels, both file-name orders). --sheared checks the gantry-tilted CT against
+pydicom instead: one rigid field with the rows, columns and normal as axes,
+the middle of the stack exact and the first slice half the shear away from its
+Image Position. Exit 1 on a mismatch, 77 when a tool or module is missing.
+"""
+import argparse
+import glob
+import itertools
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+
+try:
+    import nibabel as nib
+    import numpy as np
+    import pydicom
+except ImportError as e:
+    print("SKIP: %s" % e)
+    sys.exit(77)
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+MAKE_SERIES = os.path.join(HERE, "..", "..", "support", "make_series.py")
+ORIENTATIONS = ["axial", "coronal", "sagittal", "axial-rev", "coronal-rev", "sagittal-rev",
+                "axial-rot", "axial-tilt", "sagittal-tilt", "oblique"]
+ENHANCED = {"1.2.840.10008.5.1.4.1.1.4.1", "1.2.840.10008.5.1.4.1.1.2.1",
+            "1.2.840.10008.5.1.4.1.1.4.3", "1.2.840.10008.5.1.4.1.1.4.4"}
+
+
+def volumes_of(folder):
+    out = []
+    for path in sorted(glob.glob(os.path.join(folder, "*.nii"))):
+        img = nib.load(path)
+        data = img.get_fdata()  # scl_slope and scl_inter applied
+        affine = img.get_sform() if img.header["sform_code"] > 0 else img.get_qform()
+        vols = [data] if data.ndim == 3 else [data[..., t] for t in range(data.shape[3])]
+        out += [{"name": "%s[%d]" % (os.path.basename(path), t), "data": v, "affine": affine}
+                for t, v in enumerate(vols)]
+    return out
+
+
+def match(ours, theirs, signed_bits):
+    """None when ours matches theirs, else the reason."""
+    A, B = ours["affine"], theirs["affine"]
+    M = np.linalg.inv(B) @ A  # our index -> their index
+    R, t = M[:3, :3], M[:3, 3]
+    P = np.round(R)
+    if not (np.all(np.abs(P).sum(axis=0) == 1) and np.all(np.abs(P).sum(axis=1) == 1)):
+        return "axes differ (index map %s)" % np.array2string(R, precision=4)
+    sizes_ours, sizes_theirs = np.linalg.norm(A[:3, :3], axis=0), np.linalg.norm(B[:3, :3], axis=0)
+    perm = [int(np.argmax(np.abs(P[:, j]))) for j in range(3)]
+    shape = ours["data"].shape
+    for j in range(3):
+        if shape[j] > 1 and abs(sizes_ours[j] - sizes_theirs[perm[j]]) > 1e-4:
+            return "voxel size %s vs %s" % (sizes_ours, sizes_theirs[perm])
+    if shape != tuple(theirs["data"].shape[perm[j]] for j in range(3)):
+        return "dimensions %s vs %s" % (shape, theirs["data"].shape)
+    if np.max(np.abs(t - np.round(t))) * max(sizes_theirs.max(), 1.0) > 1e-3:
+        return "voxel grids are offset (index shift %s)" % np.array2string(t, precision=5)
+    # The outer corners, matched as whole voxels through the index map, so
+    # that a rotation or scaling the affines disagree on shows.
+    corners = np.array([list(c) + [1.0] for c in itertools.product(*[(-0.5, s - 0.5) for s in shape])])
+    whole = np.eye(4)
+    whole[:3, :3] = P
+    whole[:3, 3] = np.round(t + (R - P) @ (np.array(shape) - 1) / 2.0)
+    err = np.max(np.abs((A @ corners.T)[:3] - (B @ whole @ corners.T)[:3]))
+    if err > 1e-3:
+        return "corners differ by %.4g mm" % err
+    ii = np.indices(shape).reshape(3, -1)
+    a = ours["data"][tuple(ii)]
+    b = theirs["data"][tuple(np.round(P @ ii + t[:, None]).astype(int))]
+    diff = np.max(np.abs(a - b))
+    allowed = 1e-6 * max(1.0, float(np.max(np.abs(b))))
+    if signed_bits and diff > allowed:
+        # The top stored bit is the sign, which we extend; Debian's dcm2niix
+        # keeps the bits above it: read theirs as the standard reads them.
+        half = 2.0 ** (signed_bits - 1)
+        diff = np.max(np.abs(a - (np.mod(b + half, 2 * half) - half)))
+    return "values differ by up to %g (allowed %g)" % (diff, allowed) if diff > allowed else None
+
+
+def describe_folder(folder):
+    """The image files directly in a folder, its kind and, for signed data
+    stored in fewer bits than allocated, the stored bits."""
+    files, kind, signed_bits = [], "classic", None
+    for f in sorted(os.listdir(folder)):
+        path = os.path.join(folder, f)
+        try:
+            ds = pydicom.dcmread(path, stop_before_pixels=True)
+        except Exception:
+            continue
+        if "Rows" not in ds:
+            continue  # a DICOMDIR or another object without an image
+        files.append(path)
+        if "MOSAIC" in [str(v).upper() for v in ds.get("ImageType", [])]:
+            kind = "mosaic"
+        elif kind == "classic" and (int(ds.get("NumberOfFrames", 1) or 1) > 1 or
+                                    str(ds.SOPClassUID) in ENHANCED):
+            kind = "multi-frame"
+        bits = int(ds.get("BitsStored", 0))
+        if int(ds.get("PixelRepresentation", 0)) == 1 and 0 < bits < int(ds.BitsAllocated):
+            signed_bits = bits
+    return files, kind, signed_bits
+
+
+def load(vxdicom, out, inputs, env):
+    r = subprocess.run([vxdicom, "load", "-nodialog", "--format", "nii", "-o", out] + inputs,
+                       env=env, capture_output=True, text=True)
+    if r.returncode != 0:
+        print("FAIL %s: vxdicom load exited %d\n%s%s" % (inputs[0], r.returncode, r.stdout, r.stderr))
+    return r
+
+
+def compare(args, work, env):
+    if not shutil.which("dcm2niix"):
+        print("SKIP: dcm2niix is not installed")
+        return 77
+    failures, counts = 0, {}
+    for n, series in enumerate(args.series):
+        ours_dir, theirs_dir = os.path.join(work, "ours%d" % n), os.path.join(work, "theirs%d" % n)
+        os.makedirs(ours_dir)
+        os.makedirs(theirs_dir)
+        files, kind, signed_bits = describe_folder(series)
+        tally = counts.setdefault(kind, [0, 0])
+        if load(args.vxdicom, ours_dir, files, env).returncode != 0:
+            failures += 1
+            continue
+        # -p n: Philips values as their Rescale Slope/Intercept say.
+        subprocess.run(["dcm2niix", "-d", "0", "-z", "n", "-b", "n", "-p", "n", "-o", theirs_dir,
+                        series], capture_output=True)
+        ours, theirs = volumes_of(ours_dir), volumes_of(theirs_dir)
+        tally[1] += len(theirs)
+        for o in ours:
+            reasons = []
+            for t in theirs:
+                why = "used" in t or match(o, t, signed_bits)
+                if why is None:
+                    t["used"] = True
+                    tally[0] += 1
+                    print("ok   %s %s = %s %s" % (series, o["name"], t["name"], o["data"].shape))
+                    break
+                reasons.append("%s: %s" % (t["name"], why))
+            else:
+                print("note %s %s: no dcm2niix volume matches;\n    %s" %
+                      (series, o["name"], "\n    ".join(reasons) or "none written"))
+        for t in theirs:
+            if "used" not in t:
+                failures += 1
+                print("FAIL %s: dcm2niix volume %s %s has no field of ours" % (series, t["name"], t["data"].shape))
+    for kind, (matched, total) in sorted(counts.items()):
+        print("%-12s %d of %d dcm2niix volumes matched" % (kind, matched, total))
+    print("%d mismatches" % failures)
+    return 1 if failures else 0
+
+
+def sheared(args, work, env):
+    r = load(args.vxdicom, work, [args.sheared], env)
+    if r.returncode != 0:
+        return 1
+    failures = []
+    if "stack HEAD is sheared by -18.5 degrees!" not in r.stdout:
+        failures.append("no shear warning in:\n" + r.stdout[-2000:])
+    img = nib.load(glob.glob(os.path.join(work, "*.nii"))[0])
+    data, A = img.get_fdata(), img.affine.copy()
+    A[:2, :] *= -1  # RAS to the DICOM patient axes (LPS)
+    ds = [pydicom.dcmread(f) for f in glob.glob(os.path.join(args.sheared, "I*"))]
+    ds.sort(key=lambda d: float(d.ImagePositionPatient[2]))
+    row = np.array([float(v) for v in ds[0].ImageOrientationPatient[:3]])
+    col = np.array([float(v) for v in ds[0].ImageOrientationPatient[3:]])
+    n = np.cross(row, col)
+    n /= np.linalg.norm(n)
+    dr, dc = (float(v) for v in ds[0].PixelSpacing)
+    p0, pN = (np.array([float(v) for v in d.ImagePositionPatient]) for d in (ds[0], ds[-1]))
+    shear = (pN - p0) - np.dot(n, pN - p0) * n
+    if data.shape != (int(ds[0].Columns), int(ds[0].Rows), len(ds)):
+        failures.append("shape %s" % (data.shape,))
+    for name, got, want in (("row axis", A[:3, 0], row * dc), ("column axis", A[:3, 1], col * dr),
+                            ("slice axis", A[:3, 2], n * np.dot(n, pN - p0) / (len(ds) - 1))):
+        if np.max(np.abs(got - want)) > 1e-4:
+            failures.append("%s %s, headers say %s" % (name, got, want))
+    if np.max(np.abs(A[:3, 3] - (p0 + shear / 2))) > 1e-3:
+        failures.append("first slice at %s; its position %s + shear/2 %s" % (A[:3, 3], p0, shear / 2))
+    middle = A[:3, :3] @ np.array([0, 0, (len(ds) - 1) / 2.0]) + A[:3, 3]
+    if np.max(np.abs(middle - (p0 + pN) / 2)) > 1e-3:
+        failures.append("middle of the stack at %s; headers %s" % (middle, (p0 + pN) / 2))
+    for k in (0, len(ds) // 2, len(ds) - 1):  # x = column, y = row
+        want = ds[k].pixel_array * float(ds[k].RescaleSlope) + float(ds[k].RescaleIntercept)
+        if np.max(np.abs(data[:, :, k].T - want)) > 0.5:
+            failures.append("slice %d values differ" % k)
+    for f in failures:
+        print("FAIL", f)
+    return 1 if failures else 0
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--vxdicom", required=True)
+    ap.add_argument("--discover", help="every series folder below this root")
+    ap.add_argument("--exclude", action="append", default=[])
+    ap.add_argument("--synthetic", action="store_true")
+    ap.add_argument("--sheared")
+    ap.add_argument("series", nargs="*")
+    args = ap.parse_args()
+    work = tempfile.mkdtemp(prefix="vxgeom-")
+    env = dict(os.environ, QT_QPA_PLATFORM="offscreen",
+               VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
+    try:
+        if args.sheared:
+            return sheared(args, work, env)
+        if args.discover:
+            args.series += [d for d, _, _ in sorted(os.walk(args.discover))
+                            if describe_folder(d)[0] and not any(x in d for x in args.exclude)]
+        if args.synthetic:
+            made = [(o + order, ["--orientation", o, "--spacing", "0.8", "--row-spacing", "1.1",
+                                 "--thickness", "2.0", "--name-order", order])
+                    for o in ORIENTATIONS for order in ("forward", "reverse")]
+            made += [("square-" + m, ["--modality", m, "--spacing", "0.7", "--thickness", "1.25",
+                                      "--origin=-7.35,20.5,-101.25"]) for m in ("CT", "MR")]
+            for name, extra in made:
+                args.series.append(os.path.join(work, "series", name))
+                subprocess.run([sys.executable, MAKE_SERIES, args.series[-1], "--rows", "24",
+                                "--columns", "20", "--slices", "6"] + extra, check=True,
+                               capture_output=True)
+        return compare(args, work, env)
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
