@@ -7,11 +7,13 @@
 #include <QBoxLayout>
 #include <QEventLoop>
 #include <QPushButton>
+#include <QTest>
 #include <QThread>
 #include <QTimer>
 
 #include <atomic>
 #include <functional>
+#include <initializer_list>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -20,35 +22,23 @@
 
 namespace {
 
-// One step as the forked object saw it.
-struct Step
+// The steps as the forked object saw them, and whether each ran on the GUI thread.
+struct StepLog
 {
-    std::string name;
-    bool onGuiThread;
-};
-
-class StepLog
-{
-public:
     void add(const std::string &name)
     {
         std::lock_guard<std::mutex> lock(mutex);
         steps.push_back({name, QThread::currentThread() == qApp->thread()});
     }
-    std::vector<Step> all() const
+    std::vector<std::pair<std::string, bool>> all() const
     {
         std::lock_guard<std::mutex> lock(mutex);
         return steps;
     }
-    size_t size() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return steps.size();
-    }
+    size_t size() const { return all().size(); }
 
-private:
     mutable std::mutex mutex;
-    std::vector<Step> steps;
+    std::vector<std::pair<std::string, bool>> steps;
 };
 
 // Each operation records itself; putData and exec take a while, so a caller
@@ -97,10 +87,7 @@ void runWorkerWithEventLoop(const std::function<void()> &work)
         finished = true;
         QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
     });
-    QTimer guard;
-    guard.setSingleShot(true);
-    QObject::connect(&guard, &QTimer::timeout, &loop, &QEventLoop::quit);
-    guard.start(20000);
+    QTimer::singleShot(20000, &loop, &QEventLoop::quit);
     loop.exec();
     worker.join();
     ASSERT_TRUE(finished.load()) << "worker did not finish within 20 s";
@@ -110,11 +97,7 @@ void runWorkerWithEventLoop(const std::function<void()> &work)
 class ModalDialog : public QxDialog, public ForkedObject
 {
 public:
-    ModalDialog()
-    {
-        auto *layout = createButtons(ButtonsOkCancel);
-        setLayout(layout);
-    }
+    ModalDialog() { setLayout(createButtons(ButtonsOkCancel)); }
     void putData() override { setWindowTitle(QStringLiteral("DICOM Loader")); }
     int exec() override { return QDialog::exec(); }
 };
@@ -127,9 +110,12 @@ protected:
 
 } // namespace
 
-TEST(ThreadNegotiator, WorkerThreadStepsRunOnGuiThreadAndBlockTheWorker)
+// Called from a worker, each step runs on the GUI thread and returns only
+// when it is done; the negotiator deletes a remaining object there too. On
+// the GUI thread itself every step is a direct call (no event loop runs).
+TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
 {
-    StepLog log;
+    StepLog log, left, direct;
     std::vector<size_t> seenAfter;
     int execResult = -1;
     bool workerOnGui = true;
@@ -145,59 +131,27 @@ TEST(ThreadNegotiator, WorkerThreadStepsRunOnGuiThreadAndBlockTheWorker)
         seenAfter.push_back(log.size());
         negotiator.deleteForkedObject();
         seenAfter.push_back(log.size());
+        RecordingNegotiator(&left).createForkedObject();
     });
-
     EXPECT_FALSE(workerOnGui);
     EXPECT_EQ(execResult, 7);
-    // Each call returned only after its step was done on the GUI thread.
     EXPECT_EQ(seenAfter, (std::vector<size_t>{1, 2, 3, 4}));
-    const auto steps = log.all();
-    ASSERT_EQ(steps.size(), 4u);
-    const char *expected[] = {"create", "putData", "exec", "delete"};
-    for (size_t i = 0; i < steps.size(); ++i) {
-        EXPECT_EQ(steps[i].name, expected[i]);
-        EXPECT_TRUE(steps[i].onGuiThread) << steps[i].name;
-    }
-}
-
-TEST(ThreadNegotiator, OnGuiThreadEveryStepIsADirectCall)
-{
-    // No event loop runs here: a queued call would never be served.
-    StepLog log;
     ASSERT_TRUE(ThreadNegotiator::onGuiThread());
-    RecordingNegotiator negotiator(&log);
-    negotiator.createForkedObject();
-    negotiator.putData();
-    EXPECT_EQ(negotiator.exec(), 7);
-    negotiator.deleteForkedObject();
-    EXPECT_EQ(negotiator.forkedObject(), nullptr);
-    const auto steps = log.all();
-    ASSERT_EQ(steps.size(), 4u);
-    for (const Step &s : steps)
-        EXPECT_TRUE(s.onGuiThread) << s.name;
-}
-
-TEST(ThreadNegotiator, WithoutObjectStepsDoNothing)
-{
-    StepLog log;
-    RecordingNegotiator negotiator(&log);
-    negotiator.putData();
-    EXPECT_EQ(negotiator.exec(), 0);
-    negotiator.deleteForkedObject();
-    EXPECT_EQ(log.size(), 0u);
-}
-
-TEST(ThreadNegotiator, DestroyingTheNegotiatorDeletesTheObjectOnTheGuiThread)
-{
-    StepLog log;
-    runWorkerWithEventLoop([&] {
-        RecordingNegotiator negotiator(&log);
-        negotiator.createForkedObject();
-    });
-    const auto steps = log.all();
-    ASSERT_EQ(steps.size(), 2u);
-    EXPECT_EQ(steps[1].name, "delete");
-    EXPECT_TRUE(steps[1].onGuiThread);
+    RecordingNegotiator here(&direct);
+    here.createForkedObject();
+    here.putData();
+    EXPECT_EQ(here.exec(), 7);
+    here.deleteForkedObject();
+    EXPECT_EQ(here.forkedObject(), nullptr);
+    for (const StepLog *l : {&log, &left, &direct}) {
+        const auto steps = l->all();
+        ASSERT_EQ(steps.size(), l == &left ? 2u : 4u);
+        const char *expected[] = {"create", l == &left ? "delete" : "putData", "exec", "delete"};
+        for (size_t i = 0; i < steps.size(); ++i) {
+            EXPECT_EQ(steps[i].first, expected[i]);
+            EXPECT_TRUE(steps[i].second) << steps[i].first;
+        }
+    }
 }
 
 TEST(ThreadNegotiator, ExceptionOnGuiThreadIsRethrownInTheCaller)
@@ -218,16 +172,16 @@ TEST(ThreadNegotiator, ExceptionOnGuiThreadIsRethrownInTheCaller)
     EXPECT_EQ(caught, "dialog could not be built");
 }
 
+// A modal dialog run from a worker is shown on the GUI thread, where Return
+// presses its default button, OK.
 TEST(ThreadNegotiator, ModalDialogRunFromWorkerIsAnsweredOnGuiThread)
 {
-    // The GUI thread accepts the dialog as soon as it is shown.
-    QTimer clicker;
-    QObject::connect(&clicker, &QTimer::timeout, [] {
+    QTimer presser;
+    QObject::connect(&presser, &QTimer::timeout, [] {
         if (auto *dialog = dynamic_cast<ModalDialog *>(QApplication::activeModalWidget()))
-            dialog->okButton()->click();
+            QTest::keyClick(dialog, Qt::Key_Return);
     });
-    clicker.start(10);
-
+    presser.start(10);
     int result = -1;
     QString title;
     runWorkerWithEventLoop([&] {

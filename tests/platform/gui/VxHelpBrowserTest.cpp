@@ -23,30 +23,22 @@ protected:
 
 } // namespace
 
-TEST_F(VxHelpBrowserTest, WithoutDisplayPrintsThePathOfAnExistingPage)
-{
-    vxtest::TempDir help;
-    const std::string page = help.file("VxFileFormat_DICOM.html");
-    vxtest::writeFileBytes(page, {'<', 'p', '>'});
-    setenv("VXDICOM_HELP_DIR", help.path().c_str(), 1);
-
-    VxMessageCapture capture;
-    const QString path = VxHelpBrowser::open("vxdicom", "VxFileFormat_DICOM.html");
-    EXPECT_EQ(path.toStdString(), page);
-    EXPECT_EQ(capture.text(), "help: " + page + "\n");
-}
-
-TEST_F(VxHelpBrowserTest, MissingPageIsReportedWithItsInstallPath)
+// Without a display the page's path is printed; a missing page is reported
+// with the path where it would be installed.
+TEST_F(VxHelpBrowserTest, WithoutDisplayThePathOfThePageIsPrinted)
 {
     VxMessageCapture capture;
     const QString path = VxHelpBrowser::open("vxdicom", "NoSuchPage.html");
     EXPECT_TRUE(path.endsWith("/share/vxdicom/help/NoSuchPage.html")) << path.toStdString();
     EXPECT_TRUE(capture.contains("Warning: help page ")) << capture.text();
     EXPECT_TRUE(capture.contains("help: " + path.toStdString())) << capture.text();
-
-    const QString guide = VxHelpBrowser::openPath("/share/usersguide/QxDicom3SaveDialog.html");
-    EXPECT_TRUE(guide.endsWith("/share/usersguide/QxDicom3SaveDialog.html")) << guide.toStdString();
-    EXPECT_FALSE(guide.contains("//")) << guide.toStdString();
+    capture.clear();
+    vxtest::TempDir help;
+    const std::string page = help.file("VxFileFormat_DICOM.html");
+    vxtest::writeFileBytes(page, {'<', 'p', '>'});
+    setenv("VXDICOM_HELP_DIR", help.path().c_str(), 1);
+    EXPECT_EQ(VxHelpBrowser::open("vxdicom", "VxFileFormat_DICOM.html").toStdString(), page);
+    EXPECT_EQ(capture.text(), "help: " + page + "\n");
 }
 
 TEST(VxSkin, TextsFitTheDicomElementsTheyAreWrittenInto)

@@ -61,32 +61,28 @@ QAbstractButton *buttonWithText(QMessageBox *box, const QString &text)
 
 } // namespace
 
-TEST_F(VxWarningDialogTest, OffscreenPlatformCountsAsNoDisplay)
-{
-    if (QGuiApplication::platformName() != QLatin1String("offscreen"))
-        GTEST_SKIP() << "tests run on platform " << QGuiApplication::platformName().toStdString();
-    EXPECT_FALSE(VxWarningDialog::haveDisplay());
-    VxWarningDialog::setDisplayOverride(1);
-    EXPECT_TRUE(VxWarningDialog::haveDisplay());
-}
-
+// The offscreen platform counts as no display: the question is printed and
+// the default taken (a default that names no button gives the first there is).
 TEST_F(VxWarningDialogTest, WithoutDisplayTheQuestionIsPrintedAndTheDefaultTaken)
 {
+    if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
+        EXPECT_FALSE(VxWarningDialog::haveDisplay());
+    }
     VxWarningDialog::setDisplayOverride(0);
     VxMessageCapture capture;
     EXPECT_EQ(VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data",
                                        "Adjust scaling", 2, 2),
               2);
-    EXPECT_EQ(capture.text(), std::string("Overflow: ") + kOverflowText +
-                                  "\n-> Adjust scaling (no display; default answer)\n");
-    // A default that names no button falls back to the first one there is.
     EXPECT_EQ(VxWarningDialog::warning("t", "x", "Yes", "No", QString(), 2), 0);
     EXPECT_EQ(VxWarningDialog::warning("t", "x", QString(), "Only", QString(), 0), 1);
     EXPECT_EQ(VxWarningDialog::warning("t", "x", QString()), 0);
-    EXPECT_TRUE(capture.contains("-> OK (no display; default answer)"));
-    capture.clear();
     VxWarningDialog::information("DICOM Loader", "Stack might contain no images!");
-    EXPECT_EQ(capture.text(), "DICOM Loader: Stack might contain no images!\n");
+    EXPECT_EQ(capture.text(), std::string("Overflow: ") + kOverflowText +
+                                  "\n-> Adjust scaling (no display; default answer)\n"
+                                  "t: x\n-> Yes (no display; default answer)\n"
+                                  "t: x\n-> Only (no display; default answer)\n"
+                                  "t: x\n-> OK (no display; default answer)\n"
+                                  "DICOM Loader: Stack might contain no images!\n");
 }
 
 TEST_F(VxWarningDialogTest, WithDisplayTheAnswerIsTheButtonTheUserChooses)
