@@ -1,8 +1,15 @@
-#include "Dicom3TestUtil.h"
+// The DICOM writer: elements, the data set of a slice and the files of a
+// volume, checked byte by byte against layouts worked out by hand from the
+// standard. Dicom3ToolsTest.cpp has other tools read the files.
 
+#include "vxdicom/export/Dicom3Object.h"
 #include "platform/core/KcRawData3D.h"
 #include "platform/core/VxMessage.h"
+#include "platform/core/VxWorkArea.h"
+#include "platform/data/VxField3.h"
 #include "platform/gui/VxSkin.h"
+#include "tests/support/TestSupport.h"
+#include "vxdicom/export/Dicom3Writer.h"
 #include "vxdicom/params/DicomUid.h"
 #include "vxdicom/params/DicomValueCodec.h"
 
@@ -11,10 +18,151 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <filesystem>
 
-using namespace dicom3test;
+namespace fs = std::filesystem;
 
 namespace {
+
+using Bytes = std::vector<unsigned char>;
+const dicom::enCoding LE = dicom::EXPLICIT_LITTLE_ENDIAN, BE = dicom::EXPLICIT_BIG_ENDIAN;
+
+Bytes text(const std::string &s)
+{
+    return Bytes(s.begin(), s.end());
+}
+
+Bytes cat(Bytes a, const Bytes &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+/// A text value as written: padded with one 0x00 to an even length.
+std::string padded(std::string s)
+{
+    return s.size() % 2 ? s + '\0' : s;
+}
+
+template <typename T>
+std::unique_ptr<VxUniformScalarField3> uniformField(const int dims[3], const std::vector<T> &values,
+                                                    const float bbox[6])
+{
+    void *data = std::malloc(values.size() * sizeof(T));
+    std::memcpy(data, values.data(), values.size() * sizeof(T));
+    auto field = std::make_unique<VxUniformScalarField3>(dims, KcPrimType::UInt8, data);
+    field->setBoundingBox(bbox);
+    return field;
+}
+
+/// Everything `write` puts into a fresh temporary file; `result` gets what it returns.
+Bytes writtenBytes(const std::function<int(FILE *)> &write, int *result = nullptr)
+{
+    FILE *f = std::tmpfile();
+    const int r = write(f);
+    if (result)
+        *result = r;
+    std::fflush(f);
+    Bytes bytes(static_cast<size_t>(std::max(0L, std::ftell(f))));
+    std::rewind(f);
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
+    std::fclose(f);
+    return bytes;
+}
+
+Bytes writeCurrentSlice(Dicom3Object &object)
+{
+    return writtenBytes([&](FILE *f) { return writeDicom3File(object, f); });
+}
+
+struct Element
+{
+    uint16_t group = 0, element = 0;
+    std::string vr;
+    uint32_t length = 0;
+    size_t offset = 0; ///< of the tag
+    Bytes value;
+
+    std::string text() const { return std::string(value.begin(), value.end()); }
+    uint32_t number() const
+    {
+        uint32_t n = 0;
+        for (size_t i = value.size(); i-- > 0;)
+            n = n << 8 | value[i];
+        return n;
+    }
+};
+
+/// The elements of a file written in explicit VR little endian, in file
+/// order; fails the test when the framing is broken.
+std::vector<Element> walk(const Bytes &bytes)
+{
+    std::vector<Element> out;
+    auto le = [&](size_t p, int n) {
+        uint32_t v = 0;
+        for (int i = n; i-- > 0;)
+            v = v << 8 | bytes[p + static_cast<size_t>(i)];
+        return v;
+    };
+    for (size_t p = 132; p < bytes.size();) {
+        Element e;
+        e.offset = p;
+        e.vr = p + 8 <= bytes.size() ? std::string(bytes.begin() + static_cast<long>(p) + 4,
+                                                   bytes.begin() + static_cast<long>(p) + 6)
+                                     : "";
+        const bool longLength = e.vr == "OB" || e.vr == "OW" || e.vr == "UN" || e.vr == "UT";
+        if (e.vr.empty() || (longLength && p + 12 > bytes.size())) {
+            ADD_FAILURE() << "element header cut at " << p;
+            return out;
+        }
+        e.group = static_cast<uint16_t>(le(p, 2));
+        e.element = static_cast<uint16_t>(le(p + 2, 2));
+        e.length = longLength ? le(p + 8, 4) : le(p + 6, 2);
+        p += longLength ? 12 : 8;
+        if (p + e.length > bytes.size()) {
+            ADD_FAILURE() << "value at " << p << " runs past the end";
+            return out;
+        }
+        e.value.assign(bytes.begin() + static_cast<long>(p),
+                       bytes.begin() + static_cast<long>(p + e.length));
+        p += e.length;
+        out.push_back(e);
+    }
+    return out;
+}
+
+/// The element of that tag; an empty one when absent.
+Element find(const std::vector<Element> &elements, uint16_t group, uint16_t element)
+{
+    for (const Element &e : elements)
+        if (e.group == group && e.element == element)
+            return e;
+    return Element();
+}
+
+Bytes encode(Dicom3Element &e, dicom::enCoding enc, int *result = nullptr)
+{
+    return writtenBytes([&](FILE *f) { return e.write(f, enc, 0); }, result);
+}
+
+/// The explicit VR header of (0009,1020), worked out from the standard's
+/// rules: OB, OW, UN and UT have two reserved bytes and a 32-bit length.
+Bytes header(dicom::valRep vr, size_t length, dicom::enCoding enc)
+{
+    const char *name = &"AEASATCSDADSDTFLFDISLOLTPNSHSLSSSTTMUIULUSOBOWSQUNUT"[2 * vr];
+    const bool big = enc == BE;
+    const bool longLength =
+        vr == dicom::OB || vr == dicom::OW || vr == dicom::UN || vr == dicom::UT;
+    Bytes h = big ? Bytes{0x00, 0x09, 0x10, 0x20} : Bytes{0x09, 0x00, 0x20, 0x10};
+    h.push_back(static_cast<unsigned char>(name[0]));
+    h.push_back(static_cast<unsigned char>(name[1]));
+    const int n = longLength ? 4 : 2;
+    if (longLength)
+        h.insert(h.end(), {0, 0});
+    for (int i = 0; i < n; ++i)
+        h.push_back(static_cast<unsigned char>(length >> (8 * (big ? n - 1 - i : i))));
+    return h;
+}
 
 /// 5 x 3 x 2 unsigned bytes 0..29 in a box of 0..2, 0..1, 10..12.5: voxel
 /// size 0.5 x 0.5 x 2.5.
@@ -25,7 +173,7 @@ std::unique_ptr<VxUniformScalarField3> smallByteVolume()
         values[static_cast<size_t>(i)] = static_cast<unsigned char>(i);
     const int dims[3] = {5, 3, 2};
     const float bbox[6] = {0.f, 2.f, 0.f, 1.f, 10.f, 12.5f};
-    return uniformField(dims, KcPrimType::UInt8, values, bbox);
+    return uniformField(dims, values, bbox);
 }
 
 std::string elementText(const Dicom3Object &object, uint16_t g, uint16_t e)
@@ -55,8 +203,117 @@ void expectGroupLengthsMatchTheLayout(const std::vector<Element> &elements)
     }
 }
 
+/// 4 x 3 x n2 unsigned bytes, value = slice index + 1 everywhere in a slice.
+std::unique_ptr<VxUniformScalarField3> slicesOfOnes(int n2)
+{
+    const int dims[3] = {4, 3, n2};
+    std::vector<unsigned char> values(static_cast<size_t>(12 * n2));
+    for (size_t i = 0; i < values.size(); ++i)
+        values[i] = static_cast<unsigned char>(i / 12 + 1);
+    const float bbox[6] = {0.f, 3.f, 0.f, 2.f, 0.f, static_cast<float>(n2 - 1)};
+    return uniformField(dims, values, bbox);
+}
+
+/// Clears the work area's observer on every path.
+struct ObserverScope
+{
+    explicit ObserverScope(VxWorkArea::Observer o) { VxWorkArea::instance()->setObserver(o); }
+    ~ObserverScope() { VxWorkArea::instance()->setObserver({}); }
+};
+
 } // namespace
 
+TEST(Dicom3ElementEncoding, EveryKindOfValueIsFramedInEitherByteOrderAndPaddedWithZero)
+{
+    using Set = std::function<void(Dicom3Element &)>;
+    auto chars = [](const char *s) -> Set {
+        return [s](Dicom3Element &e) { e.setCharStringData(s, -2); };
+    };
+    auto cell = [](const char *s) -> Set {
+        return [s](Dicom3Element &e) { e.setTableDataString(s); };
+    };
+    const unsigned char version[2] = {0x00, 0x01};
+    struct Row
+    {
+        dicom::valRep vr;
+        dicom::enCoding enc;
+        Set set;
+        Bytes value;
+        const char *reason;
+        bool hostOrder = false; ///< expected bytes worked out for a little-endian host
+    };
+    const Row rows[] = {
+        {dicom::US,
+         LE,
+         [](Dicom3Element &e) { e.setU16bitData(0x0102); },
+         {0x02, 0x01},
+         "US little"},
+        {dicom::US, BE, [](Dicom3Element &e) { e.setU16bitData(0x0102); }, {0x01, 0x02}, "US big"},
+        {dicom::UL,
+         BE,
+         [](Dicom3Element &e) { e.setU32bitData(0x01020304); },
+         {1, 2, 3, 4},
+         "UL big"},
+        {dicom::OB, LE, [&](Dicom3Element &e) { e.setU8bitStringData(version, 2); }, {0, 1}, "OB"},
+        {dicom::UN,
+         LE,
+         [](Dicom3Element &e) { e.setU8bitData(7); },
+         {7, 0},
+         "one byte padded to two"},
+        {dicom::UT, BE, chars("abc"), cat(text("abc"), {0}), "UT big, padded"},
+        {dicom::IS, LE, [](Dicom3Element &e) { e.setISData(-12345); }, text("-12345"), "IS even"},
+        {dicom::IS, LE, [](Dicom3Element &e) { e.setISData(123); }, cat(text("123"), {0}),
+         "IS odd"},
+        {dicom::AT,
+         BE,
+         [](Dicom3Element &e) { e.setAttributeData(0x0018, 0x1063); },
+         {0x00, 0x18, 0x10, 0x63},
+         "AT: group then element"},
+        // The pad of text VRs is 0x00, not the blank DICOM asks for: files
+        // written before depend on it.
+        {dicom::CS, LE, chars("MR"), text("MR"), "even: no pad"},
+        {dicom::CS, LE, chars("CT1"), cat(text("CT1"), {0}), "odd CS"},
+        {dicom::PN, BE, chars("Unknown"), cat(text("Unknown"), {0}), "odd PN"},
+        {dicom::UI, LE, chars("1.2.3"), cat(text("1.2.3"), {0}), "odd UI"},
+        {dicom::DS, LE, chars("12.250000 "), text("12.250000 "), "a trailing blank stays"},
+        {dicom::ST, LE,
+         [](Dicom3Element &e) { e.setCharStringData(std::string(2000, 'x').c_str(), 2000); },
+         text(std::string(1024, 'x')), "ST holds at most 1024 characters"},
+        {dicom::LO, LE,
+         [](Dicom3Element &e) { e.setCharStringData(std::string(70, 'x').c_str(), 70); },
+         text(std::string(70, 'x')), "LO may hold several values: never clamped"},
+        {dicom::AE, LE, chars(""), {}, "empty value"},
+        // Cell texts of the element table, each VR read its own way.
+        {dicom::LO, LE, cell("  Head   First "), text("Head First"), "white space normalised"},
+        {dicom::DA, LE, cell("2024.06.07"), text("20240607"), "dots removed"},
+        {dicom::TM, LE, cell("12:34:56.50"), cat(text("123456.50"), {0}), "colons removed"},
+        {dicom::DT, LE, cell("240607 12:34:56"), text("240607123456"), "blank at 6 dropped"},
+        {dicom::AT, LE, cell("0010,0020"), {10, 0, 20, 0}, "pairs read as decimal"},
+        {dicom::AT, LE, cell("0102,0304"), {2, 1, 4, 3}, "1*256+2 and 3*256+4"},
+        {dicom::FL, LE, cell("1.5"), {0x00, 0x00, 0xC0, 0x3F}, "IEEE single 0x3FC00000"},
+        {dicom::SL, LE, cell("-1"), {0xFF, 0xFF, 0xFF, 0xFF}, "two's complement"},
+        {dicom::UL, LE, cell("70000"), {0x70, 0x11, 0x01, 0x00}, "0x00011170"},
+        {dicom::SS, LE, cell("-2"), {0xFE, 0xFF}, "two's complement"},
+        {dicom::US, LE, cell("513"), {0x01, 0x02}, "0x0201"},
+        {dicom::FD, LE, cell("2.5"), cat(text("2.5"), {0}), "FD keeps the bytes of its text"},
+        {dicom::OW, LE, cell("ABC"), text(std::string("ABC\0", 4)), "OW: host words", true},
+        {dicom::OW, BE, cell("ABC"), text(std::string("BA\0C", 4)), "OW: swapped words", true},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.reason);
+        const unsigned short one = 1;
+        if (row.hostOrder && *reinterpret_cast<const unsigned char *>(&one) != 1)
+            continue;
+        Dicom3Element e(0x0009, 0x1020, row.vr);
+        row.set(e);
+        int result = 0;
+        const Bytes expected = cat(header(row.vr, row.value.size(), row.enc), row.value);
+        EXPECT_EQ(encode(e, row.enc, &result), expected);
+        EXPECT_EQ(result, 2 * static_cast<int>(expected.size())) << "twice the bytes written";
+        EXPECT_EQ(e.write(nullptr, row.enc, 1), static_cast<int>(expected.size()))
+            << "sizeOnly gives the true size and needs no file";
+    }
+}
 TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHand)
 {
     auto field = smallByteVolume();
@@ -172,7 +429,7 @@ TEST(Dicom3ObjectModules, StackedSlicesAndUnitFactorsGiveTheImagePlaneTexts)
     // A unit factor of 10 (centimetres to millimetres) and a translated field.
     const int cube[3] = {2, 2, 2};
     const float unitBox[6] = {0.f, 0.25f, 0.f, 0.25f, 0.f, 0.25f};
-    auto moved = uniformField(cube, KcPrimType::UInt8, std::vector<unsigned char>(8, 1), unitBox);
+    auto moved = uniformField(cube, std::vector<unsigned char>(8, 1), unitBox);
     SbMatrix shift;
     shift.setTranslate(SbVec3f(1.f, 2.f, 3.f));
     moved->setTransform(shift);
@@ -200,7 +457,7 @@ TEST(Dicom3ObjectModules, StackedSlicesAndUnitFactorsGiveTheImagePlaneTexts)
                                {0x0020, 0x0032},
                                {0x0028, 0x0010},
                                {0x7FE0, 0x0010}})
-        EXPECT_TRUE(has(left, static_cast<uint16_t>(g), static_cast<uint16_t>(e)))
+        EXPECT_EQ(find(left, static_cast<uint16_t>(g), static_cast<uint16_t>(e)).group, g)
             << std::hex << g << "," << e;
 }
 
@@ -239,4 +496,83 @@ TEST(Dicom3ObjectLifecycle, RefusedCallsAreReportedAndChangeNothing)
     EXPECT_EQ(group.insertElement(ct), 1) << "the same element again is not destroyed";
     ASSERT_EQ(group.numElements(), 1);
     EXPECT_EQ(group.element(0), ct);
+}
+TEST(Dicom3Writer, WritesOneFilePerSliceInSortedNamesWithProgress)
+{
+    EXPECT_EQ(dicom3SliceFileName("CT", 0, 100000), "CT000001.dcm") << "more digits when needed";
+    vxtest::TempDir dir;
+    auto field = slicesOfOnes(3);
+    Dicom3Object object(field.get());
+    ASSERT_EQ(object.generate(), 1);
+    std::vector<float> fractions;
+    std::string status;
+    ObserverScope observe([&](const std::string &s, float f) {
+        status = s;
+        fractions.push_back(f);
+    });
+    QStringList written;
+    const std::string out = dir.file("nested/out");
+    EXPECT_EQ(writeDicom3Slices(object, QString::fromStdString(out), "IM", &written), 3);
+    EXPECT_EQ(written.size(), 3);
+    EXPECT_EQ(status, "Writing DICOM files");
+    ASSERT_FALSE(fractions.empty());
+    EXPECT_FLOAT_EQ(fractions.back(), 1.0f);
+    EXPECT_FALSE(VxWorkArea::instance()->isShowingProgress()) << "progress ends with the write";
+    std::vector<std::string> names;
+    for (const auto &entry : fs::directory_iterator(out))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    ASSERT_EQ(names, (std::vector<std::string>{"IM00001.dcm", "IM00002.dcm", "IM00003.dcm"}));
+    for (int k = 0; k < 3; ++k) {
+        const std::vector<Element> elements = walk(vxtest::readFileBytes(out + "/" + names[k]));
+        EXPECT_EQ(find(elements, 0x0020, 0x0013).text(), padded(std::to_string(k)));
+        EXPECT_EQ(find(elements, 0x7FE0, 0x0010).value,
+                  Bytes(12, static_cast<unsigned char>(k + 1)));
+    }
+}
+
+TEST(Dicom3Writer, EveryFailureNamesTheFileAndTheCountWrittenAndKeepsWhatWasWritten)
+{
+    auto interrupt = [](const fs::path &) { // Ctrl-C after the first file
+        VxWorkArea::instance()->setObserver([](const std::string &, float f) {
+            if (f > 0.f)
+                VxWorkArea::instance()->interrupt();
+        });
+    };
+    // Each row: what goes wrong, the file named (@), the message, the first
+    // file not written.
+    const std::tuple<const char *, std::function<void(const fs::path &)>, const char *,
+                     const char *, const char *>
+        rows[] = {
+            {"a folder in the way of slice 1",
+             [](const fs::path &d) { fs::create_directory(d / "IM00002.dcm"); }, "IM00002.dcm",
+             "cannot open @ for writing: Is a directory; 1 of 3 files written", "IM00003.dcm"},
+            {"a full disk",
+             [](const fs::path &d) { fs::create_symlink("/dev/full", d / "IM00001.dcm"); },
+             "IM00001.dcm",
+             "writing @ failed: No space left on device; 0 of 3 files written, the incomplete file "
+             "is left in place",
+             "IM00002.dcm"},
+            {"an interrupt", interrupt, "IM00002.dcm", "interrupted before @; 1 of 3 files written",
+             "IM00002.dcm"},
+            {"generate() not called", nullptr, "", "nothing to write", "IM00001.dcm"},
+        };
+    for (const auto &[why, prepare, file, message, absent] : rows) {
+        SCOPED_TRACE(why);
+        vxtest::TempDir dir;
+        ObserverScope reset({});
+        if (prepare)
+            prepare(dir.path());
+        auto field = slicesOfOnes(3);
+        Dicom3Object object(field.get());
+        EXPECT_EQ(prepare ? object.generate() : 1, 1);
+        VxMessageCapture capture;
+        EXPECT_EQ(writeDicom3Slices(object, QString::fromStdString(dir.path().string())), -1);
+        std::string expected = std::string("Dicom export: ") + message;
+        if (expected.find('@') != std::string::npos)
+            expected.replace(expected.find('@'), 1, dir.file(file));
+        EXPECT_TRUE(capture.contains(expected)) << capture.text();
+        EXPECT_TRUE(!prepare || fs::exists(dir.path() / "IM00001.dcm")) << "written files are kept";
+        EXPECT_FALSE(fs::exists(dir.path() / absent));
+    }
 }

@@ -2,9 +2,11 @@
 // image, read in one pass by tools that no one here wrote: GDCM (gdcminfo,
 // gdcmdump), DCMTK (dcmdump, dcmftest), pydicom, and dcm2niix with nibabel.
 
-#include "Dicom3TestUtil.h"
-
+#include "platform/data/VxField3.h"
 #include "platform/data/VxParameter.h"
+#include "tests/support/TestSupport.h"
+#include "vxdicom/export/Dicom3Object.h"
+#include "vxdicom/export/Dicom3Writer.h"
 
 #include <gtest/gtest.h>
 
@@ -12,16 +14,18 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <set>
 #include <sstream>
 
-using namespace dicom3test;
 namespace fs = std::filesystem;
 
 namespace {
+
+using Bytes = std::vector<unsigned char>;
 
 const std::string checkScript = std::string(VX_PYTHON) + " " VX_EXPORT_TEST_DIR "/dicom3_check.py";
 
@@ -59,6 +63,16 @@ Bytes volumeBytes(KcPrimType type)
     return bytes;
 }
 
+std::unique_ptr<VxUniformScalarField3> field(const int dims[3], KcPrimType type,
+                                             const Bytes &samples, const float bbox[6])
+{
+    void *data = std::malloc(samples.size());
+    std::memcpy(data, samples.data(), samples.size());
+    auto f = std::make_unique<VxUniformScalarField3>(dims, type, data);
+    f->setBoundingBox(bbox);
+    return f;
+}
+
 /// Writes the object's slices into dir/name with the samples in dir/name.raw.
 void write(Dicom3Object &object, const vxtest::TempDir &dir, Written w, const Bytes &samples,
            std::vector<Written> &cases)
@@ -92,8 +106,8 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
             const Bytes bytes = volumeBytes(KcPrimType(type));
             const int dims[3] = {7, 5, 3};
             const float bbox[6] = {-3.f, 3.f, -2.f, 3.f, 10.f, 14.f}; // voxel 1 x 1.25 x 2
-            auto field = uniformField(dims, KcPrimType(type), bytes, bbox);
-            Dicom3Object object(field.get());
+            auto f = field(dims, KcPrimType(type), bytes, bbox);
+            Dicom3Object object(f.get());
             object.setSOPClassIndex(index);
             write(object, temp, {std::string(builder) + "_" + dtype, dtype, "", index, {5, 7}, {}},
                   bytes, cases);
@@ -130,8 +144,8 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
         ASSERT_EQ(dims[0], 512);
         const Bytes bytes = vxtest::readFileBytes(raw);
         const float bbox[6] = {0.f, 511.f * 0.48828f, 0.f, 511.f * 0.48828f, 742.345f, 747.345f};
-        auto field = uniformField(dims, KcPrimType::UInt16, bytes, bbox);
-        Dicom3Object object(field.get());
+        auto f = field(dims, KcPrimType::UInt16, bytes, bbox);
+        Dicom3Object object(f.get());
         object.setSOPClassIndex(1);
         write(object, temp, {"realCT", "uint16", "", 1, {512, 512}, {}}, bytes, cases);
     } else {
