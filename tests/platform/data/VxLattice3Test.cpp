@@ -91,64 +91,6 @@ INSTANTIATE_TEST_SUITE_P(
         return "Axes" + std::to_string(p[0]) + std::to_string(p[1]) + std::to_string(p[2]);
     });
 
-// Mirroring reverses one axis in place and keeps the box; voxels of three
-// 1-byte or 2-byte components move whole; a stacked lattice takes z from its
-// slices and trades only its in-plane axes.
-TEST(VxLattice3, MirrorAndSwapMoveWholeVoxelsAndKeepStackedSlices)
-{
-    const int dims[3] = {3, 2, 2};
-    std::vector<uint16_t> v(12);
-    for (int n = 0; n < 12; ++n)
-        v[n] = static_cast<uint16_t>(n);
-    const float box[6] = {1, 2, 3, 4, 5, 6};
-    const std::vector<uint16_t> mirrored[3] = {{2, 1, 0, 5, 4, 3, 8, 7, 6, 11, 10, 9},
-                                               {3, 4, 5, 0, 1, 2, 9, 10, 11, 6, 7, 8},
-                                               {6, 7, 8, 9, 10, 11, 0, 1, 2, 3, 4, 5}};
-    for (int axis = 0; axis < 3; ++axis) {
-        VxLattice3 lat(dims, KcPrimType::UInt16, 1, mallocCopy(v));
-        lat.setBoundingBox(box);
-        const void *before = lat.data();
-        lat.mirror(axis);
-        EXPECT_EQ(samplesOf<uint16_t>(lat), mirrored[axis]) << axis;
-        EXPECT_EQ(lat.data(), before);
-        EXPECT_EQ(boxOf(lat), std::vector<float>(box, box + 6));
-    }
-
-    const int square[3] = {2, 2, 1};
-    VxLattice3 rgb(square, KcPrimType::UInt8, 3,
-                   mallocCopy<uint8_t>({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
-    ASSERT_TRUE(rgb.swapDims(1, 0, 2));
-    EXPECT_EQ(samplesOf<uint8_t>(rgb),
-              (std::vector<uint8_t>{1, 2, 3, 7, 8, 9, 4, 5, 6, 10, 11, 12}));
-    rgb.mirror(0);
-    EXPECT_EQ(samplesOf<uint8_t>(rgb),
-              (std::vector<uint8_t>{7, 8, 9, 1, 2, 3, 10, 11, 12, 4, 5, 6}));
-    const int line[3] = {1, 1, 3};
-    VxLattice3 pairs(line, KcPrimType::Int16, 3,
-                     mallocCopy<int16_t>({1, -1, 2, 3, -3, 4, 5, -5, 6}));
-    ASSERT_TRUE(pairs.swapDims(2, 0, 1));
-    EXPECT_EQ(pairs.dim(0), 3);
-    pairs.mirror(0);
-    EXPECT_EQ(samplesOf<int16_t>(pairs), (std::vector<int16_t>{5, -5, 6, 3, -3, 4, 1, -1, 2}));
-
-    const int sdims[3] = {2, 3, 3};
-    VxLattice3 stacked(sdims, KcPrimType::UInt8, 1, nullptr, VX_COORD_STACKED);
-    const float z[3] = {-5.0f, -4.0f, -1.5f};
-    EXPECT_FALSE(stacked.setSliceCoords(z, 2));
-    ASSERT_TRUE(stacked.setSliceCoords(z, 3));
-    const float sbox[6] = {0, 10, 100, 120, 777, 888};
-    stacked.setBoundingBox(sbox); // z is ignored
-    EXPECT_EQ(boxOf(stacked), (std::vector<float>{0, 10, 100, 120, -5, -1.5f}));
-    EXPECT_FALSE(stacked.swapDims(2, 1, 0));
-    EXPECT_FALSE(stacked.swapDims(0, 2, 1));
-    ASSERT_TRUE(stacked.swapDims(1, 0, 2));
-    EXPECT_EQ(boxOf(stacked), (std::vector<float>{100, 120, 0, 10, -5, -1.5f}));
-    float p[3];
-    stacked.voxelPosition(1, 1, 2, p);
-    EXPECT_EQ(std::vector<float>(p, p + 3), (std::vector<float>{110, 10, -1.5f}));
-    EXPECT_FALSE(VxLattice3(sdims, KcPrimType::UInt8, 1, nullptr).setSliceCoords(z, 3));
-}
-
 TEST(VxField3, RangeCoversAllSamplesAndComponentsAndSkipsNaN)
 {
     const int dims[3] = {3, 1, 1}, one[3] = {1, 1, 1}, none[3] = {0, 4, 4};

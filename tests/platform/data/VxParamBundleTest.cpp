@@ -6,39 +6,6 @@
 #include <random>
 #include <string>
 
-namespace {
-
-// The names of a bundle's entries in order, joined with ",".
-std::string names(const VxParamBundle &b)
-{
-    std::string out;
-    for (int i = 0; i < b.size(); ++i)
-        out += (i ? "," : "") + b.entry(i)->name();
-    return out;
-}
-
-} // namespace
-
-// Replacing keeps an entry's place (also when a bundle replaces a
-// parameter); a duplicate insert is appended and lookups find the first.
-TEST(VxParamBundle, InsertKeepsOrderAndReplaceKeepsPosition)
-{
-    VxParamBundle b("B");
-    for (const char *name : {"a", "b", "c"})
-        b.insert(new VxParameter(name, "1"));
-    EXPECT_EQ(b.insert(new VxParameter("b", "new")), 1);
-    EXPECT_EQ(b.insert(new VxParameter("a", "second"), false), 3);
-    EXPECT_EQ(b.insert(new VxParamBundle("c")), 2);
-    EXPECT_EQ(names(b), "a,b,c,a");
-    EXPECT_EQ(b.getString("b"), "new");
-    EXPECT_EQ(b.getString("a"), "1");
-    EXPECT_EQ(b.parameter("c"), nullptr);
-    EXPECT_NE(b.bundle("c"), nullptr);
-    EXPECT_TRUE(b.remove("a"));
-    EXPECT_EQ(names(b), "b,c,a");
-    EXPECT_EQ(b.getString("a"), "second");
-}
-
 // Copies are deep; assigning a bundle one of its own descendants must not
 // read freed memory.
 TEST(VxParamBundle, CopiesAreDeepAndIndependent)

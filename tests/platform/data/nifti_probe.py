@@ -44,19 +44,14 @@ def probe(path, n, points):
         idx = tuple(int(rng.integers(0, d)) for d in first.shape)
         ras = img.affine @ np.array([*idx, 1.0])
         samples.append([-ras[0], -ras[1], ras[2], value(first[idx])])
-    print(json.dumps({
-        "qform_code": int(qcode),
-        "sform_code": int(scode),
-        "qform_is_sform": qform is not None and sform is not None
-        and bool(np.allclose(qform, sform, atol=1e-4)),
-        "shape": list(data.shape),
-        "dtype": "rgb" if data.dtype.names else str(data.dtype),
-        "zooms": [float(z) for z in hdr.get_zooms()],
-        "units": list(hdr.get_xyzt_units()),
-        "descrip": hdr["descrip"].item().decode("latin-1"),
-        "values": [value(data[tuple(int(v) for v in p.split(","))]) for p in points],
-        "samples": samples,
-    }))
+    same = qform is not None and sform is not None and bool(np.allclose(qform, sform, atol=1e-4))
+    print(json.dumps({"qform_code": int(qcode), "sform_code": int(scode), "qform_is_sform": same,
+                      "shape": list(data.shape), "zooms": [float(z) for z in hdr.get_zooms()],
+                      "dtype": "rgb" if data.dtype.names else str(data.dtype),
+                      "units": list(hdr.get_xyzt_units()),
+                      "descrip": hdr["descrip"].item().decode("latin-1"),
+                      "values": [value(data[tuple(int(v) for v in p.split(","))]) for p in points],
+                      "samples": samples}))
 
 
 def dicom(paths):

@@ -1,4 +1,3 @@
-#include "platform/core/KcDArray.h"
 #include "platform/core/KcRawData3D.h"
 
 #include <gtest/gtest.h>
@@ -6,35 +5,6 @@
 #include <cstdint>
 #include <string>
 #include <vector>
-
-namespace {
-
-// A record sorted by key only; tag tells equal keys apart.
-struct Keyed
-{
-    int key;
-    char tag;
-};
-
-int compareKeyed(const void *a, const void *b)
-{
-    const int x = static_cast<const Keyed *>(a)->key, y = static_cast<const Keyed *>(b)->key;
-    return (x > y) - (x < y);
-}
-
-} // namespace
-
-// Stacks are kept sorted by insertSorted: equal keys go after the ones there.
-TEST(KcDArray, SortedInsertPlacesEqualKeysAfterTheOnesThere)
-{
-    KcDArray<Keyed> a;
-    std::string tags;
-    for (const Keyed &k : {Keyed{5, 'a'}, {1, 'b'}, {5, 'c'}, {3, 'd'}, {5, 'e'}, {9, 'f'}})
-        a.insertSorted(k, compareKeyed);
-    for (const Keyed &k : a)
-        tags += k.tag;
-    EXPECT_EQ(tags, "bdacef");
-}
 
 // A 3 x 2 x 4 int16 block holding 100 z + 10 y + x, cut along each axis; an
 // RGB block keeps the three bytes of a voxel together; requests outside the
