@@ -5,7 +5,6 @@
                          top-level element's bytes as stored, and the values of
                          the elements with a text form ("error" if unreadable)
     pixels FILE OUT      pixel bytes (little endian) written to OUT
-    dicomdir FILE        Referenced File IDs of a DICOMDIR's records
     make DIR             small native images written by pydicom, NAME.dcm with
                          NAME.expected, the bytes a decoder must produce
     refragment IN OUT N BOT  IN's frames split into N fragments each, with
@@ -116,15 +115,6 @@ def files(paths):
     return out
 
 
-def dicomdir(path):
-    ids = []
-    for record in pydicom.dcmread(path).get("DirectoryRecordSequence", []):
-        if "ReferencedFileID" in record:
-            value = record.ReferencedFileID
-            ids.append("/".join(value) if record["ReferencedFileID"].VM > 1 else str(value))
-    return {"ids": ids}
-
-
 def make(outdir):
     """Native layouts the shared scanner files lack (colour by pixel and by
     plane, 1, 8, 16 signed and 32 bits, odd frame sizes, YBR_FULL_422). The
@@ -196,8 +186,7 @@ def main(mode, args):
         with open(args[1], "wb") as f:
             f.write(pixel_bytes(pydicom.dcmread(args[0], force=True)))
         return {}
-    return {"files": lambda: files(args), "dicomdir": lambda: dicomdir(args[0]),
-            "make": lambda: make(args[0]),
+    return {"files": lambda: files(args), "make": lambda: make(args[0]),
             "refragment": lambda: refragment(args[0], args[1], int(args[2]), args[3] == "1")}[mode]()
 
 
