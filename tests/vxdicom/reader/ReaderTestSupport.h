@@ -1,12 +1,10 @@
 #pragma once
-// Helpers of the reader tests: the folder's scripts, files read as the reader
-// reads them, and an import dialog whose answers the test sets.
+// Helpers of the reader tests: the folder's scripts and files read as the
+// reader reads them.
 
 #include "platform/core/KcDArray.h"
 #include "platform/core/KcString.h"
-#include "platform/gui/ThreadNegotiator.h"
 #include "tests/support/TestSupport.h"
-#include "vxdicom/reader/DicomImportDialog.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
 #include "vxdicom/reader/VxDicomImageStack.h"
@@ -18,10 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -135,87 +130,6 @@ inline std::unique_ptr<VxDicomImageStack> stackOf(const KcDArray<VxDicomImage *>
     stack->setDicomParameters(false);
     return stack;
 }
-
-/// The import dialog the load pipeline drives, replaced by one whose answers
-/// the test sets: one stack per Series Number, labelled "S<number>".
-struct FakeDialogConfig
-{
-    int execResult = 1;
-    bool asTimeSeries = false;
-    int execCount = 0, exportCount = 0;
-    KcString caption;
-    std::function<void()> beforeHandingBack;
-};
-
-inline FakeDialogConfig theFakeConfig;
-
-class FakeImportDialog : public ForkedObject, public DicomImportDialog
-{
-public:
-    int exec() override
-    {
-        ++theFakeConfig.execCount;
-        if (theFakeConfig.execResult == 1)
-            build();
-        return dialogResult = theFakeConfig.execResult;
-    }
-    void setCaption(const QString &c) override { theFakeConfig.caption = c.toStdString(); }
-    void setImages(const KcDArray<VxDicomImage *> *list) override { images = list; }
-    void setStacks(KcDArray<VxDicomImageStack *> *list) override { stacks = list; }
-    int result() const override { return dialogResult; }
-    bool exportImageStacks() override
-    {
-        ++theFakeConfig.exportCount;
-        build();
-        return true;
-    }
-    bool getAsTimeSeries() const override { return theFakeConfig.asTimeSeries; }
-
-private:
-    void build()
-    {
-        std::vector<int> order;
-        std::map<int, KcDArray<VxDicomImage *>> bySeries;
-        for (VxDicomImage *image : *images) {
-            const char *s = dicom::dicomGetById(image->file->data, 0x0020, 0x0011);
-            const int series = s ? std::atoi(s) : 0;
-            if (!bySeries.count(series))
-                order.push_back(series);
-            bySeries[series].append(image);
-        }
-        for (int series : order) {
-            stacks->append(stackOf(bySeries[series]).release());
-            stacks->last()->label = KcString::format("S%d", series);
-        }
-        if (theFakeConfig.beforeHandingBack)
-            theFakeConfig.beforeHandingBack();
-    }
-    const KcDArray<VxDicomImage *> *images = nullptr;
-    KcDArray<VxDicomImageStack *> *stacks = nullptr;
-    int dialogResult = 0;
-};
-
-/// Registers the fake dialog for its lifetime, with a fresh configuration.
-class FakeDialog
-{
-public:
-    FakeDialog() : previous(dicomDialogNegotiatorFactory())
-    {
-        theFakeConfig = FakeDialogConfig();
-        setDicomDialogNegotiatorFactory([]() -> std::unique_ptr<ThreadNegotiator> {
-            struct Negotiator : ThreadNegotiator
-            {
-                ForkedObject *create() override { return new FakeImportDialog; }
-            };
-            return std::make_unique<Negotiator>();
-        });
-    }
-    ~FakeDialog() { setDicomDialogNegotiatorFactory(previous); }
-    FakeDialogConfig &config() { return theFakeConfig; }
-
-private:
-    DicomDialogNegotiatorFactory previous;
-};
 
 /// Lines of a captured console text.
 inline std::vector<std::string> lines(const std::string &text)

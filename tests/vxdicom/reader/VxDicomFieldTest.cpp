@@ -24,68 +24,39 @@
 #include <array>
 #include <cmath>
 #include <set>
+#include <sstream>
+#include <tuple>
 
 using namespace readertest;
 
 namespace {
 
-// n copies of one real file, read lazily.
-struct Copies
-{
-    OpenedFiles files;
-    Copies(const std::string &path, int n)
-    {
-        for (int k = 0; k < n; ++k)
-            files.add(path);
-    }
-    VxDicomImage *operator[](int k) const { return files.files[static_cast<size_t>(k)]->images[0]; }
-};
-
 // Sample k of a field, whatever its type.
 double sample(const VxField3 &field, size_t k)
 {
     const void *p = field.lattice()->data();
+    // clang-format off
     switch (field.lattice()->primType()) {
-    case KcPrimType::UInt8:
-        return static_cast<const unsigned char *>(p)[k];
-    case KcPrimType::Int16:
-        return static_cast<const short *>(p)[k];
-    case KcPrimType::UInt16:
-        return static_cast<const unsigned short *>(p)[k];
-    case KcPrimType::Int32:
-        return static_cast<const int *>(p)[k];
-    case KcPrimType::Float:
-        return static_cast<const float *>(p)[k];
-    default:
-        ADD_FAILURE() << "unexpected sample type";
-        return NAN;
+    case KcPrimType::UInt8: return static_cast<const unsigned char *>(p)[k];
+    case KcPrimType::Int16: return static_cast<const short *>(p)[k];
+    case KcPrimType::UInt16: return static_cast<const unsigned short *>(p)[k];
+    case KcPrimType::Int32: return static_cast<const int *>(p)[k];
+    case KcPrimType::Float: return static_cast<const float *>(p)[k];
+    default: ADD_FAILURE() << "unexpected sample type"; return NAN;
     }
+    // clang-format on
 }
 
-KcString param(const VxField3 &field, const char *name)
+// "--set KEY=VALUE" for each word of `set`, then the pixel values.
+std::vector<std::string> edits(const std::string &set, const std::string &pixels)
 {
-    const VxParameter *p = field.parameters().parameter(name);
-    return p ? p->stringValue() : KcString("(absent)");
+    std::vector<std::string> out;
+    std::istringstream words(set);
+    for (std::string w; words >> w;)
+        out.insert(out.end(), {"--set", w});
+    out.push_back("--pixels=" + pixels);
+    return out;
 }
-
-// A stack of copies of the real MR file (256 x 256), each edited and its
-// samples repeating its --pixels values.
-struct EditedStack
-{
-    vxtest::TempDir dir;
-    OpenedFiles files;
-    std::unique_ptr<VxDicomImageStack> stack;
-    EditedStack(const std::vector<std::vector<std::string>> &edits, int delayed = 1)
-    {
-        for (size_t k = 0; k < edits.size(); ++k) {
-            editCopy(vxtest::sharedPath(kMrFile), dir.file(std::to_string(k)), edits[k]);
-            files.add(dir.file(std::to_string(k)), delayed);
-        }
-        stack = stackOf(files.images());
-    }
-};
-
-const size_t kSlice = 256 * 256;
 
 const char *const kQuestion =
     "According to the DICOM header the pixel values should be linearly scaled.\n"
@@ -93,241 +64,148 @@ const char *const kQuestion =
     "completely ignore the scaling, apply the scaling and clamp the data values,\n"
     "or use adjusted scaling parameters, so that no data overflow occurs.";
 
-std::vector<std::string> edits(std::vector<std::string> e, const std::string &pixels)
-{
-    e.push_back("--pixels=" + pixels);
-    return e;
-}
-
 } // namespace
 
 TEST(DicomImageStack, SpacingStaysUniformWithinATenthOfTheDistanceError)
 {
     VX_REQUIRE_SHARED_DATA();
-    const struct
-    {
-        const char *error; // DicomMaxDistError; none: the default 0.05
-        std::vector<float> mm;
-        int state;
-    } cases[] = {
-        {"1", {0, 10, 20, 30.5f}, 1},
-        {"1", {0, 10, 20, 32}, 2},
-        {"1", {0, 10, 21, 31}, 2},
-        {"1", {0, 10}, 1},
-        {"1", {5}, 1},
-        {nullptr, {0, 3, 6, 9.04f}, 1},
-        {nullptr, {0, 3, 6.1f}, 2},
+    // clang-format off
+    const struct { const char *error; std::vector<float> mm; int state; } cases[] = {
+        {"1", {0, 10, 20, 30.5f}, 1}, {"1", {0, 10, 20, 32}, 2}, {"1", {0, 10, 21, 31}, 2},
+        {"1", {0, 10}, 1}, {"1", {5}, 1},
+        // The default 0.05 cm: 0.05 mm.
+        {nullptr, {0, 3, 6, 9.04f}, 1}, {nullptr, {0, 3, 6.1f}, 2},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.mm));
         if (c.error)
             VxScriptVars::instance()->set("DicomMaxDistError", c.error);
-        Copies images(vxtest::sharedPath(kMrFile), static_cast<int>(c.mm.size()));
+        OpenedFiles copies(std::vector<std::string>(c.mm.size(), vxtest::sharedPath(kMrFile)));
         VxDicomImageStack stack;
         for (size_t k = 0; k < c.mm.size(); ++k) {
-            images[static_cast<int>(k)]->sliceLocation = c.mm[k];
-            EXPECT_EQ(stack.append(images[static_cast<int>(k)]), static_cast<int>(k) + 1);
+            copies.images()[k]->sliceLocation = c.mm[k];
+            EXPECT_EQ(stack.append(copies.images()[k]), static_cast<int>(k) + 1);
         }
         VxScriptVars::instance()->unset("DicomMaxDistError");
         EXPECT_EQ(stack.spacingState, c.state);
-        EXPECT_EQ(stack.sliceLocations.size(), static_cast<int>(c.mm.size()));
         EXPECT_FLOAT_EQ(stack.bbox[4], c.mm.front() * 0.1f);
         EXPECT_FLOAT_EQ(stack.bbox[5], c.mm.back() * 0.1f);
     }
 }
 
-// One edited image made into a field, its pixels read with the header or
-// later: the sample type, the samples (no rescaled value lost), parameters
-// for the display window and what the console says.
+// Copies of the real MR file (256 x 256) with other attributes and samples
+// (repeated to fill the image), one or two of them made into a field, the
+// pixels read with the header or later: the sample type, the samples of both
+// images (no rescaled value lost), the display window parameters, the console
+// and, with a display, the overflow question and the button pressed.
 TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
 {
     VX_REQUIRE_SHARED_DATA();
-    ASSERT_FALSE(VxWarningDialog::haveDisplay());
     using Params = std::vector<std::pair<const char *, const char *>>;
-    const std::vector<std::string> ot = {"--set", "Modality=OT", "--set", "PixelRepresentation=0"};
-    const std::string rgb = "Rows=2 Columns=2 SamplesPerPixel=3 PhotometricInterpretation=RGB "
+    const std::string ot = "Modality=OT PixelRepresentation=0 ",
+                      rgb = "Rows=2 Columns=2 SamplesPerPixel=3 PhotometricInterpretation=RGB "
                             "BitsAllocated=8 BitsStored=8 HighBit=7 PixelRepresentation=0 ";
-    const struct
-    {
-        std::string set; // KEY=VALUE ..., appended to the edits
-        std::vector<std::string> edits;
-        const char *pixels;
-        KcPrimType type;
-        std::vector<double> values; // the first samples
+    const std::string noDisplay =
+        kQuestion + std::string("\n-> Adjust scaling (no display; default answer)");
+    // clang-format off
+    const struct {
+        std::string set; const char *pixels; KcPrimType type; std::vector<double> values;
         Params params = {};
         std::string said = "";
+        const char *button = nullptr; // pressed in the overflow question
+        std::string set2 = ""; const char *pixels2 = ""; std::vector<double> values2 = {};
     } cases[] = {
         {"Modality=CT PixelRepresentation=0 RescaleIntercept=-1024 RescaleSlope=1",
-         {},
-         "0,1,1023,1024,2000,4095,30000,33791",
-         KcPrimType::Int16,
-         {-1024, -1023, -1, 0, 976, 3071, 28976, 32767},
+         "0,1,1023,1024,2000,4095,30000,33791", KcPrimType::Int16, {-1024, -1023, -1, 0, 976, 3071, 28976, 32767},
          {{"DataWindow", "-200 200"}, {"DataWindowBias", "(absent)"}, {"UnitLength", "0.01"}}},
-        // -1024..64511 overflows: without a display adjusted, the stored values kept.
-        {"RescaleIntercept=-1024 RescaleSlope=1",
-         ot,
-         "0,1024,2048,65535",
-         KcPrimType::UInt16,
-         {0, 1024, 2048, 65535},
-         {{"DataWindow", "0 65535"}, {"DataWindowBias", "-1024"}, {"DataWindowScale", "(absent)"}},
-         kQuestion + std::string("\n-> Adjust scaling (no display; default answer)")},
+        // -1024..64511 overflows; without a display adjusted: the stored values kept.
+        {ot + "RescaleIntercept=-1024 RescaleSlope=1", "0,1024,2048,65535", KcPrimType::UInt16, {0, 1024, 2048, 65535},
+         {{"DataWindow", "0 65535"}, {"DataWindowBias", "-1024"}, {"DataWindowScale", "(absent)"}}, noDisplay},
+        {ot + "RescaleIntercept=-1024", "0,1024,2048,65535", KcPrimType::UInt16, {0, 0, 1024, 64511},
+         {{"DataWindowBias", "-1024"}}, "", "Clamp data"},
+        {ot + "RescaleIntercept=-1024", "0,1024,2048,65535", KcPrimType::UInt16, {0, 1024, 2048, 65535},
+         {{"DataWindowBias", "(absent)"}}, "", "Ignore scaling"},
+        {ot + "RescaleIntercept=-1024", "0,1024,2048,65535", KcPrimType::UInt16, {0, 1024, 2048, 65535},
+         {{"DataWindowBias", "-1024"}}, "", "Adjust scaling"},
         // Slope 2: 0..80000 onto 0..65535: floor(s x 2 x 0.8191875 + 0.5).
-        {"RescaleSlope=2 RescaleIntercept=0",
-         ot,
-         "0,100,40000,20000",
-         KcPrimType::UInt16,
-         {0, 164, 65535, 32768},
+        {ot + "RescaleSlope=2 RescaleIntercept=0", "0,100,40000,20000", KcPrimType::UInt16, {0, 164, 65535, 32768},
          {{"DataWindowBias", "(absent)"}, {"DataWindowScale", "1.22072"}}},
-        {"Modality=PT RescaleSlope=0.0001 RescaleIntercept=0",
-         {},
-         "0,1,2,3,30000,12345",
-         KcPrimType::Float,
+        {"Modality=PT RescaleSlope=0.0001 RescaleIntercept=0", "0,1,2,3,30000,12345", KcPrimType::Float,
          {0, 1e-4, 2e-4, 3e-4, 3, 1.2345}},
-        {"RescaleSlope=2.36 RescaleIntercept=0.5",
-         {},
-         "0,1,2,3,30000,12345",
-         KcPrimType::Float,
+        {"RescaleSlope=2.36 RescaleIntercept=0.5", "0,1,2,3,30000,12345", KcPrimType::Float,
          {0.5, 2.86, 5.22, 7.58, 70800.5, 29134.7}},
-        {"PixelRepresentation=0 RescaleSlope=1 RescaleIntercept=-4096",
-         {},
-         "7",
-         KcPrimType::Int16,
-         {-4089, -4089}},
-        {rgb + "PlanarConfiguration=0",
-         {},
-         "1,2,3,4,11,12,13,14,21,22,23,24",
-         KcPrimType::UInt8,
+        {"PixelRepresentation=0 RescaleSlope=1 RescaleIntercept=-4096", "7", KcPrimType::Int16, {-4089, -4089}},
+        // A slice rescaled early, as its intercept fits, is taken back when the
+        // stack needs another fit: 0..33000 unsigned; 0..98301 scaled by
+        // 65535 / 98301 = 0.66667684, floor(value x scale + 0.5).
+        {"RescaleIntercept=1000 RescaleSlope=1", "0,500,1000", KcPrimType::UInt16, {1000, 1500, 2000}, {}, "",
+         nullptr, "RescaleIntercept=1000 RescaleSlope=1", "0,32000", {1000, 33000}},
+        {"RescaleIntercept=1000 RescaleSlope=1", "0,500,1000", KcPrimType::UInt16, {667, 1000, 1333}, {}, "",
+         nullptr, "RescaleIntercept=0 RescaleSlope=3", "0,1,10000,32767", {0, 2, 20000, 65535}},
+        {rgb + "PlanarConfiguration=0", "1,2,3,4,11,12,13,14,21,22,23,24", KcPrimType::UInt8,
          {1, 2, 3, 4, 11, 12, 13, 14, 21, 22, 23, 24}},
-        {rgb + "PlanarConfiguration=1",
-         {},
-         "1,2,3,4,11,12,13,14,21,22,23,24",
-         KcPrimType::UInt8,
+        {rgb + "PlanarConfiguration=1", "1,2,3,4,11,12,13,14,21,22,23,24", KcPrimType::UInt8,
          {1, 11, 21, 2, 12, 22, 3, 13, 23, 4, 14, 24}},
         // YBR_FULL: Y 76, Cb 85, Cr 255 is R 254.05, G 0.10, B -0.20.
-        {rgb + "PlanarConfiguration=0 PhotometricInterpretation=YBR_FULL",
-         {},
-         "128,128,128,76,85,255",
-         KcPrimType::UInt8,
-         {128, 128, 128, 254, 0, 0, 128, 128, 128}},
+        {rgb + "PlanarConfiguration=0 PhotometricInterpretation=YBR_FULL", "128,128,128,76,85,255",
+         KcPrimType::UInt8, {128, 128, 128, 254, 0, 0, 128, 128, 128}},
     };
+    // clang-format on
     for (const auto &c : cases)
         for (const int delayed : {1, 0}) {
-            SCOPED_TRACE(c.set + (delayed ? ", read later" : ", with the header"));
-            std::vector<std::string> e = c.edits;
-            std::istringstream words(c.set);
-            for (std::string w; words >> w;)
-                e.insert(e.end(), {"--set", w});
-            EditedStack s({edits(e, c.pixels)}, delayed);
+            SCOPED_TRACE(c.set + " " + (c.button ? c.button : "") + c.set2 +
+                         (delayed ? ", read later" : ", with the header"));
+            vxtest::TempDir dir;
+            OpenedFiles files;
+            editCopy(vxtest::sharedPath(kMrFile), dir.file("a"), edits(c.set, c.pixels));
+            files.add(dir.file("a"), delayed);
+            if (*c.pixels2) {
+                editCopy(vxtest::sharedPath(kMrFile), dir.file("b"), edits(c.set2, c.pixels2));
+                files.add(dir.file("b"), delayed);
+            }
+            auto stack = stackOf(files.images());
+            VxWarningDialog::setDisplayOverride(c.button ? 1 : -1);
+            ASSERT_EQ(VxWarningDialog::haveDisplay(), c.button != nullptr);
+            // Clicks the button of the question the GUI shows; keeps what it showed.
+            QString question, defaultButton;
+            QStringList buttons;
+            QTimer clicker;
+            QObject::connect(&clicker, &QTimer::timeout, [&] {
+                auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+                if (!box || !question.isEmpty())
+                    return;
+                question = box->text();
+                defaultButton = box->defaultButton() ? box->defaultButton()->text() : "";
+                for (QAbstractButton *b : box->buttons())
+                    buttons << b->text();
+                for (QAbstractButton *b : box->buttons())
+                    if (b->text() == c.button)
+                        b->click();
+            });
+            clicker.start(10);
             VxMessageCapture console;
-            std::unique_ptr<VxField3> field(createField3(*s.stack));
+            std::unique_ptr<VxField3> field(createField3(*stack));
+            VxWarningDialog::setDisplayOverride(-1);
             ASSERT_TRUE(field);
             ASSERT_EQ(field->lattice()->primType(), c.type);
             for (size_t k = 0; k < c.values.size(); ++k)
                 EXPECT_NEAR(sample(*field, k), c.values[k],
                             1e-6 * std::max(1.0, std::fabs(c.values[k])))
                     << k;
-            for (const auto &[name, value] : c.params)
-                EXPECT_EQ(param(*field, name), value) << name;
+            for (size_t k = 0; k < c.values2.size(); ++k)
+                EXPECT_EQ(sample(*field, 256 * 256 + k), c.values2[k]) << k;
+            for (const auto &[name, value] : c.params) {
+                const VxParameter *p = field->parameters().parameter(name);
+                EXPECT_EQ(p ? p->stringValue() : KcString("(absent)"), value) << name;
+            }
             EXPECT_NE(console.text().find(c.said), std::string::npos) << console.text();
+            if (c.button) {
+                EXPECT_EQ(question.toStdString(), kQuestion);
+                EXPECT_EQ(buttons, (QStringList{"Ignore scaling", "Clamp data", "Adjust scaling"}));
+                EXPECT_EQ(defaultButton, "Adjust scaling");
+            }
         }
-}
-
-// Clicks a button of the message box the GUI shows; remembers what it showed.
-class MessageBoxClicker
-{
-public:
-    explicit MessageBoxClicker(const QString &button)
-    {
-        QObject::connect(&timer, &QTimer::timeout, [this, button] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (!box || clicked)
-                return;
-            text = box->text();
-            defaultButton = box->defaultButton() ? box->defaultButton()->text() : "";
-            for (QAbstractButton *b : box->buttons())
-                buttons << b->text();
-            for (QAbstractButton *b : box->buttons())
-                if (b->text() == button) {
-                    clicked = true;
-                    b->click();
-                }
-        });
-        timer.start(10);
-    }
-    QString text, defaultButton;
-    QStringList buttons;
-    bool clicked = false;
-
-private:
-    QTimer timer;
-};
-
-TEST(DicomFieldCreation, OverflowAnswersFromTheWarningDialog)
-{
-    VX_REQUIRE_SHARED_DATA();
-    VxWarningDialog::setDisplayOverride(1);
-    const struct
-    {
-        const char *button;
-        std::vector<double> values;
-        const char *bias;
-    } cases[] = {
-        {"Clamp data", {0, 0, 1024, 64511}, "-1024"},
-        {"Ignore scaling", {0, 1024, 2048, 65535}, "(absent)"},
-        {"Adjust scaling", {0, 1024, 2048, 65535}, "-1024"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.button);
-        EditedStack s({{"--set", "Modality=OT", "--set", "PixelRepresentation=0", "--set",
-                        "RescaleIntercept=-1024", "--pixels=0,1024,2048,65535"}});
-        MessageBoxClicker clicker(c.button);
-        std::unique_ptr<VxField3> field(createField3(*s.stack));
-        ASSERT_TRUE(field);
-        EXPECT_TRUE(clicker.clicked);
-        EXPECT_EQ(clicker.text.toStdString(), kQuestion);
-        EXPECT_EQ(clicker.buttons, (QStringList{"Ignore scaling", "Clamp data", "Adjust scaling"}));
-        EXPECT_EQ(clicker.defaultButton, "Adjust scaling");
-        for (size_t k = 0; k < 4; ++k)
-            EXPECT_EQ(sample(*field, k), c.values[k]) << k;
-        EXPECT_EQ(param(*field, "DataWindowBias"), c.bias);
-    }
-    VxWarningDialog::setDisplayOverride(-1);
-}
-
-// A slice whose plain intercept fits the stack's type is rescaled while it is
-// read; when the whole stack needs another type or scaling, that early rescale
-// is taken back before the final one.
-TEST(DicomFieldCreation, EarlyRescaleIsTakenBackWhenTheStackNeedsAnotherFit)
-{
-    VX_REQUIRE_SHARED_DATA();
-    const std::vector<std::string> first = {"--set", "RescaleIntercept=1000", "--set",
-                                            "RescaleSlope=1", "--pixels=0,500,1000"};
-    const struct
-    {
-        std::vector<std::string> second;
-        std::vector<double> values, secondValues;
-    } cases[] = {
-        // 0..33000: unsigned without rescaling.
-        {{"--set", "RescaleIntercept=1000", "--set", "RescaleSlope=1", "--pixels=0,32000"},
-         {1000, 1500, 2000},
-         {1000, 33000}},
-        // 0..98301: scale 65535 / 98301 = 0.66667684, floor(value x scale + 0.5).
-        {{"--set", "RescaleIntercept=0", "--set", "RescaleSlope=3", "--pixels=0,1,10000,32767"},
-         {667, 1000, 1333},
-         {0, 2, 20000, 65535}},
-    };
-    for (const auto &c : cases) {
-        EditedStack s({first, c.second});
-        ASSERT_EQ(s.stack->primType, KcPrimType::Int16);
-        VxMessageCapture console;
-        std::unique_ptr<VxField3> field(createField3(*s.stack));
-        ASSERT_TRUE(field);
-        ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
-        for (size_t k = 0; k < c.values.size(); ++k)
-            EXPECT_EQ(sample(*field, k), c.values[k]) << k;
-        for (size_t k = 0; k < c.secondValues.size(); ++k)
-            EXPECT_EQ(sample(*field, kSlice + k), c.secondValues[k]) << k;
-    }
 }
 
 TEST(DicomFieldCreation, ImagesWithoutPositionAreCentredWithTheirSliceLocations)
@@ -343,40 +221,43 @@ TEST(DicomFieldCreation, ImagesWithoutPositionAreCentredWithTheirSliceLocations)
     }
     OpenedFiles files(names);
     auto stack = stackOf(files.images());
-    ASSERT_EQ(stack->images[0]->hasPosition, 0);
     std::unique_ptr<VxField3> field(createField3(*stack));
     ASSERT_TRUE(field);
     flipField3(field.get(), *stack);
+    EXPECT_FALSE(field->hasTransform());
     float box[6];
     field->getBoundingBox(box);
     // x: (5 - 1) x 0.08 cm / 2; y: (7 - 1) x 0.11 cm / 2; z: 0 .. 0.6 cm.
     const float expected[6] = {-0.16f, 0.16f, -0.33f, 0.33f, 0.0f, 0.6f};
     for (int k = 0; k < 6; ++k)
         EXPECT_NEAR(box[k], expected[k], 1e-6) << k;
-    EXPECT_FALSE(field->hasTransform());
 }
 
-// make_32bit.py dose: 3 frames of 4 x 3 samples holding 1000000 k + 1000 r + c
-// (unsigned: plus 3e9), 0, 2.5 and 5 mm apart from -10\-20\30; columns 3 mm
-// and rows 2 mm apart. Unsigned with Dose Grid Scaling 0.0001: floats; signed
-// without scaling: the 32-bit values.
-TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
+// 32-bit files of make_32bit.py. Dose: 3 frames of 4 x 3 samples holding
+// 1000000 k + 1000 r + c (unsigned: plus 3e9), 0, 2.5 and 5 mm apart from
+// -10\-20\30, columns 3 mm and rows 2 mm apart; unsigned with Dose Grid
+// Scaling 0.0001 gives floats, signed without it the values. Colour: component
+// s of pixel p holds (p + 1) * 4096 + s in its top 16 stored bits, which are
+// kept (and the loss said); the RLE file is DCMTK's encoding.
+TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsAndColour)
 {
+    if (!vxtest::haveProgram("dcmcrle"))
+        GTEST_SKIP() << "dcmcrle (Debian dcmtk) is needed";
     vxtest::TempDir dir;
-    for (const bool isSigned : {false, true}) {
-        SCOPED_TRACE(isSigned ? "signed" : "unsigned, scaled");
-        const std::string path = dir.file(isSigned ? "signed.dcm" : "dose.dcm");
+    const auto make = [&](std::vector<std::string> args) {
+        args.insert(args.begin() + 1, dir.file(args[0] + args.back()));
         std::string out;
-        ASSERT_EQ(runScript("make_32bit.py", {"dose", path, isSigned ? "--signed" : ""}, &out), 0)
-            << out;
-        OpenedFiles files({path});
+        EXPECT_EQ(runScript("make_32bit.py", args, &out), 0) << out;
+        return args[1];
+    };
+    for (const bool isSigned : {false, true}) {
+        OpenedFiles files({make({"dose", isSigned ? "--signed" : ""})});
         auto stack = stackOf(files.images());
         std::unique_ptr<VxField3> field(createField3(*stack));
         ASSERT_TRUE(field);
         flipField3(field.get(), *stack);
-        const VxLattice3 *lat = field->lattice();
-        ASSERT_EQ(lat->dim(0) * lat->dim(1) * lat->dim(2), 36);
-        ASSERT_EQ(lat->primType(), isSigned ? KcPrimType::Int32 : KcPrimType::Float);
+        ASSERT_EQ(field->lattice()->numVoxels(), 36u);
+        ASSERT_EQ(field->lattice()->primType(), isSigned ? KcPrimType::Int32 : KcPrimType::Float);
         for (const auto &[i, j, k] : {std::array<int, 3>{0, 0, 0}, std::array<int, 3>{3, 2, 2},
                                       std::array<int, 3>{1, 2, 1}}) {
             float w[3];
@@ -389,48 +270,29 @@ TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsStackByTheirFrameOffsets)
                         isSigned ? stored - 2000000 : (stored + 3e9) * 1e-4, isSigned ? 0 : 0.3);
         }
     }
-}
-
-// make_32bit.py rgb: component s of pixel p holds (p + 1) * 4096 + s in its
-// top 16 stored bits; the RLE file is DCMTK's encoding of the first.
-TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsItsTopSixteenBitsAndSaysSo)
-{
-    if (!vxtest::haveProgram("dcmcrle"))
-        GTEST_SKIP() << "dcmcrle (Debian dcmtk) is needed";
-    vxtest::TempDir dir;
-    const struct
-    {
-        int stored, planar;
-        bool rle;
-    } cases[] = {{32, 0, false}, {20, 1, false}, {16, 0, false}, {32, 0, true}};
-    for (const auto &c : cases) {
-        const std::string path = dir.file(std::to_string(c.stored) + std::to_string(c.planar));
-        SCOPED_TRACE(path + (c.rle ? " RLE" : ""));
-        std::string out;
-        ASSERT_EQ(runScript("make_32bit.py",
-                            {"rgb", path, std::to_string(c.stored), std::to_string(c.planar)},
-                            &out),
-                  0)
-            << out;
-        if (c.rle) {
-            ASSERT_EQ(vxtest::runCommand("dcmcrle " + path + " " + path + ".rle", &out, true), 0)
-                << out;
+    for (const auto &[stored, planar, rle] : {std::tuple{32, 0, false}, std::tuple{20, 1, false},
+                                              std::tuple{16, 0, false}, std::tuple{32, 0, true}}) {
+        std::string path = make({"rgb", std::to_string(stored), std::to_string(planar)}), out;
+        SCOPED_TRACE(path + (rle ? " RLE" : ""));
+        if (rle) {
+            ASSERT_EQ(vxtest::runCommand("dcmcrle " + path + " " + path + ".rle", &out, true), 0);
+            path += ".rle";
         }
         VxMessageCapture messages;
-        OpenedFiles files({c.rle ? path + ".rle" : path});
+        OpenedFiles files({path});
         auto stack = stackOf(files.images());
         std::unique_ptr<VxField3> field(createField3(*stack));
         ASSERT_TRUE(field) << messages.text();
         ASSERT_EQ(field->lattice()->primType(), KcPrimType::UInt16);
         ASSERT_EQ(field->lattice()->nComponents() * field->lattice()->numVoxels(), 18u);
-        for (int p = 0; p < 6; ++p)
-            for (int s = 0; s < 3; ++s)
-                EXPECT_EQ(sample(*field, p * 3 + s), (p + 1) * 4096 + s) << p << " " << s;
-        const std::string said = "its colour components have " + std::to_string(c.stored) +
-                                 " stored bits; the colour field holds 16 bits per component, "
-                                 "so the lowest " +
-                                 std::to_string(c.stored - 16) + " bits of each are dropped";
-        EXPECT_EQ(messages.contains(said), c.stored > 16) << messages.text();
+        for (int p = 0; p < 18; ++p)
+            EXPECT_EQ(sample(*field, p), (p / 3 + 1) * 4096 + p % 3) << p;
+        EXPECT_EQ(messages.contains("its colour components have " + std::to_string(stored) +
+                                    " stored bits; the colour field holds 16 bits per component, "
+                                    "so the lowest " +
+                                    std::to_string(stored - 16) + " bits of each are dropped"),
+                  stored > 16)
+            << messages.text();
     }
 }
 
@@ -443,98 +305,47 @@ TEST(DicomFieldRegistration, LoadCommandNamesEachFileOnceAndQuotesBlanks)
     std::vector<std::string> names = filesIn(dir.file("two words"));
     fs::copy_file(names[1], dir.file("plain.dcm"));
     names[1] = dir.file("plain.dcm");
-    OpenedFiles files(names);
-    auto stack = stackOf(files.images());
-    VxField3 *field = createField3(*stack);
-    ASSERT_TRUE(field);
-    registerField3(field, *stack);
-    EXPECT_EQ(field->label(), "Synthetic^Series");
-    EXPECT_EQ(field->loadCommand(), "load -dicom \"" + names[0] + "\" " + names[1]);
-    // The frames of one file stand there once.
     const std::string multi = vxtest::sharedDicomFiles(kEnhanced6)[0];
-    OpenedFiles frames({multi}, 0);
-    auto frameStack = stackOf(frames.images());
-    VxField3 *framesField = createField3(*frameStack);
-    ASSERT_TRUE(framesField);
-    registerField3(framesField, *frameStack);
-    EXPECT_EQ(framesField->loadCommand(), "load -dicom " + multi);
-    EXPECT_EQ(framesField->lattice()->dim(2), 6);
-    registerField3(nullptr, *frameStack);
+    // The frames of one file stand there once.
+    for (const auto &[files, command] :
+         {std::pair{names, "load -dicom \"" + names[0] + "\" " + names[1]},
+          std::pair{std::vector<std::string>{multi}, "load -dicom " + multi}}) {
+        OpenedFiles opened(files);
+        auto stack = stackOf(opened.images());
+        VxField3 *field = createField3(*stack);
+        ASSERT_TRUE(field);
+        registerField3(field, *stack);
+        EXPECT_EQ(field->loadCommand(), command);
+        registerField3(nullptr, *stack);
+    }
     EXPECT_EQ(VxObjectPool::instance()->size(), 2);
     VxObjectPool::instance()->clear();
 }
 
-// ------------------------------------------------ every voxel in its place
-
-namespace {
-
-struct Slice
-{
-    std::array<double, 3> position, row, column;
-    double rowSpacing, columnSpacing; // mm between rows, between columns
-    int rows, columns;
-};
-
-double dot(const std::array<double, 3> &a, const std::array<double, 3> &b)
-{
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
-// The source pixel nearest to a world position (mm), and how far off it is:
-// a step along a row crosses columns, one column spacing.
-struct Placement
-{
-    int slice = -1, column = -1, row = -1;
-    double error = 1e30;
-};
-
-Placement locate(const std::vector<Slice> &slices, const double w[3])
-{
-    Placement best;
-    for (size_t s = 0; s < slices.size(); ++s) {
-        const Slice &sl = slices[s];
-        const std::array<double, 3> d = {w[0] - sl.position[0], w[1] - sl.position[1],
-                                         w[2] - sl.position[2]};
-        const double i = std::round(dot(d, sl.row) / sl.columnSpacing);
-        const double j = std::round(dot(d, sl.column) / sl.rowSpacing);
-        double e = 0;
-        for (int k = 0; k < 3; ++k)
-            e += std::pow(
-                d[k] - i * sl.columnSpacing * sl.row[k] - j * sl.rowSpacing * sl.column[k], 2);
-        if (std::sqrt(e) < best.error)
-            best = {static_cast<int>(s), static_cast<int>(i), static_cast<int>(j), std::sqrt(e)};
-    }
-    return best;
-}
-
-} // namespace
-
 // For every orientation make_series.py offers, uniform and with a gap, in mm
 // and cm, in both name orders and as one slice: every voxel lies on its own
-// source pixel (positions from pydicom) and holds its value (the CT series
-// stores round(signal + 1024) with intercept -1024).
+// source pixel (positions from pydicom; a step along a row crosses columns)
+// and holds its value (the CT series stores round(signal + 1024) with
+// intercept -1024).
 TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
 {
-    const struct
-    {
-        const char *orientation;
-        bool gap, reversedNames;
-        float unit;
-        int slices;
-    } cases[] = {
-        {"axial", false, false, 0.1f, 4},       {"coronal", false, false, 0.1f, 4},
-        {"sagittal", false, false, 0.1f, 4},    {"axial-rev", false, false, 0.1f, 4},
-        {"coronal-rev", false, false, 0.1f, 4}, {"sagittal-rev", false, false, 0.1f, 4},
-        {"axial-rot", false, false, 0.1f, 4},   {"oblique", false, false, 0.1f, 4},
-        {"axial", false, true, 0.1f, 4},        {"sagittal", false, true, 0.1f, 4},
-        {"oblique", false, false, 1.0f, 4},     {"coronal", false, false, 1.0f, 4},
-        {"axial", true, false, 0.1f, 4},        {"coronal", true, false, 0.1f, 4},
-        {"sagittal", true, false, 0.1f, 4},     {"axial-rev", true, false, 0.1f, 4},
-        {"coronal-rev", true, false, 0.1f, 4},  {"sagittal-rev", true, false, 0.1f, 4},
-        {"axial-rot", true, false, 0.1f, 4},    {"oblique", true, false, 0.1f, 4},
-        {"axial-rot", true, true, 1.0f, 4},     {"axial", false, false, 0.1f, 1},
-        {"coronal", false, false, 0.1f, 1},     {"sagittal", false, false, 0.1f, 1},
-        {"axial-rev", false, false, 0.1f, 1},   {"oblique", false, false, 0.1f, 1},
+    // clang-format off
+    const struct { const char *orientation; bool gap, reversedNames; float unit; int slices; } cases[] = {
+        {"axial", false, false, 0.1f, 4}, {"coronal", false, false, 0.1f, 4}, {"sagittal", false, false, 0.1f, 4},
+        {"axial-rev", false, false, 0.1f, 4}, {"coronal-rev", false, false, 0.1f, 4},
+        {"sagittal-rev", false, false, 0.1f, 4}, {"axial-rot", false, false, 0.1f, 4},
+        {"oblique", false, false, 0.1f, 4}, {"axial", false, true, 0.1f, 4}, {"sagittal", false, true, 0.1f, 4},
+        {"oblique", false, false, 1.0f, 4}, {"coronal", false, false, 1.0f, 4}, {"axial", true, false, 0.1f, 4},
+        {"coronal", true, false, 0.1f, 4}, {"sagittal", true, false, 0.1f, 4}, {"axial-rev", true, false, 0.1f, 4},
+        {"coronal-rev", true, false, 0.1f, 4}, {"sagittal-rev", true, false, 0.1f, 4},
+        {"axial-rot", true, false, 0.1f, 4}, {"oblique", true, false, 0.1f, 4}, {"axial-rot", true, true, 1.0f, 4},
+        {"axial", false, false, 0.1f, 1}, {"coronal", false, false, 0.1f, 1}, {"sagittal", false, false, 0.1f, 1},
+        {"axial-rev", false, false, 0.1f, 1}, {"oblique", false, false, 0.1f, 1},
+    };
+    // clang-format on
+    using Vec = std::array<double, 3>;
+    const auto dot = [](const Vec &a, const Vec &b) {
+        return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(std::string(c.orientation) + (c.gap ? ", gap" : "") +
@@ -555,6 +366,11 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
             args.insert(args.end(), {"--name-order", "reverse"});
         makeSeries(dir.file("s"), args);
         const std::vector<std::string> names = filesIn(dir.file("s"));
+        struct Slice
+        {
+            Vec position, row, column;
+            double rowSpacing, columnSpacing;
+        };
         std::vector<Slice> slices;
         for (const QJsonValue &v : pydicomReference(names)) {
             const QJsonObject r = v.toObject();
@@ -566,8 +382,6 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
             }
             s.rowSpacing = r["pixelSpacing"].toArray()[0].toDouble();
             s.columnSpacing = r["pixelSpacing"].toArray()[1].toDouble();
-            s.rows = r["rows"].toInt();
-            s.columns = r["columns"].toInt();
             slices.push_back(s);
         }
         ASSERT_EQ(slices.size(), static_cast<size_t>(c.slices));
@@ -587,32 +401,42 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
         ASSERT_EQ(lat->numVoxels(), 7u * 5u * c.slices);
         std::set<std::array<int, 3>> seen;
         int off = 0, wrongValue = 0;
-        for (int k = 0; k < lat->dim(2); ++k)
-            for (int j = 0; j < lat->dim(1); ++j)
-                for (int i = 0; i < lat->dim(0); ++i) {
-                    float w[3];
-                    field->voxelToWorld(i, j, k, w);
-                    const double mm[3] = {w[0] / c.unit, w[1] / c.unit, w[2] / c.unit};
-                    const Placement p = locate(slices, mm);
-                    const Slice &sl = slices[p.slice];
-                    if (p.error > 2e-3 || p.column < 0 || p.column >= sl.columns || p.row < 0 ||
-                        p.row >= sl.rows) {
-                        if (off++ == 0)
-                            ADD_FAILURE() << "voxel (" << i << "," << j << "," << k << ") is "
-                                          << p.error << " mm off every source pixel";
-                        continue;
-                    }
-                    seen.insert({p.slice, p.column, p.row});
-                    double at[3];
-                    for (int a = 0; a < 3; ++a)
-                        at[a] = sl.position[a] + p.column * sl.columnSpacing * sl.row[a] +
-                                p.row * sl.rowSpacing * sl.column[a];
-                    const double signal = 300.0 * std::sin(at[0] / 13.0) +
-                                          200.0 * std::cos(at[1] / 17.0) + 2.0 * at[2];
-                    wrongValue +=
-                        std::fabs(sample(*field, i + lat->dim(0) * (j + lat->dim(1) * k)) -
-                                  std::round(signal)) > 1;
-                }
+        for (size_t v = 0; v < lat->numVoxels(); ++v) {
+            const int d0 = lat->dim(0), d1 = lat->dim(1);
+            const int i = v % d0, j = v / d0 % d1, k = v / (d0 * d1);
+            float w[3];
+            field->voxelToWorld(i, j, k, w);
+            // The nearest source pixel: column, row and how far off it is.
+            double error = 1e30;
+            std::array<int, 3> pixel{};
+            Vec at{};
+            for (size_t s = 0; s < slices.size(); ++s) {
+                const Slice &sl = slices[s];
+                const Vec d = {w[0] / c.unit - sl.position[0], w[1] / c.unit - sl.position[1],
+                               w[2] / c.unit - sl.position[2]};
+                const double col = std::round(dot(d, sl.row) / sl.columnSpacing),
+                             row = std::round(dot(d, sl.column) / sl.rowSpacing);
+                Vec p;
+                for (int a = 0; a < 3; ++a)
+                    p[a] = sl.position[a] + col * sl.columnSpacing * sl.row[a] +
+                           row * sl.rowSpacing * sl.column[a];
+                const double e =
+                    std::hypot(d[0] + sl.position[0] - p[0], d[1] + sl.position[1] - p[1],
+                               d[2] + sl.position[2] - p[2]);
+                if (e < error && col >= 0 && col < 5 && row >= 0 && row < 7)
+                    error = e, pixel = {int(s), int(col), int(row)}, at = p;
+            }
+            if (error > 2e-3) {
+                if (off++ == 0)
+                    ADD_FAILURE() << "voxel (" << i << "," << j << "," << k << ") is " << error
+                                  << " mm off every source pixel";
+                continue;
+            }
+            seen.insert(pixel);
+            const double signal =
+                300.0 * std::sin(at[0] / 13.0) + 200.0 * std::cos(at[1] / 17.0) + 2.0 * at[2];
+            wrongValue += std::fabs(sample(*field, v) - std::round(signal)) > 1;
+        }
         EXPECT_EQ(off, 0);
         EXPECT_EQ(seen.size(), lat->numVoxels()) << "each voxel has its own source pixel";
         EXPECT_EQ(wrongValue, 0);
@@ -653,6 +477,18 @@ LoadRun loadAsUser(const std::string &series, const std::string &out, const char
     return run;
 }
 
+// Loads with one decoding thread and with four; both must say and save the same.
+LoadRun loadTwice(const std::string &series, const std::string &out)
+{
+    const LoadRun one = loadAsUser(series, out, "1"), pool = loadAsUser(series, out, "4");
+    EXPECT_EQ(pool.status, one.status);
+    EXPECT_EQ(pool.out, one.out);
+    EXPECT_EQ(pool.err, one.err);
+    EXPECT_EQ(pool.saved, one.saved);
+    EXPECT_TRUE(pool.nifti == one.nifti) << "the pool's samples differ";
+    return one;
+}
+
 size_t count(const std::string &text, const std::string &part)
 {
     size_t n = 0;
@@ -681,10 +517,11 @@ void damageJpeg(const std::string &path, const std::string &how)
 } // namespace
 
 // The real CT series (54 slices of 512 x 512) stored compressed by other
-// programs loads with the samples of the uncompressed one; a pool of decoding
-// threads gives the same file and console text as one thread, also when
-// frames are damaged (reported in slice order, a failing frame named, nothing
-// of later frames shown); an interrupt stops decoding and leaves no thread.
+// programs loads from the command line with the samples of the uncompressed
+// one; a pool of decoding threads gives the same file and console text as one
+// thread, also when frames are damaged (reported in slice order, a failing
+// frame named, nothing of later frames shown); an interrupt stops decoding
+// and leaves no thread.
 TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -697,54 +534,37 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
         SCOPED_TRACE(tool);
         if (!vxtest::haveProgram(tool.substr(0, tool.find(' '))))
             continue;
-        ++ran;
-        const std::string series = dir.file(std::to_string(ran));
+        const std::string series = dir.file(std::to_string(++ran));
         fs::create_directories(series);
         std::vector<std::string> names;
         for (const std::string &source : vxtest::sharedDicomFiles(kCtSeries)) {
             if (source.find("DIRFILE") != std::string::npos)
                 continue;
             names.push_back(series + "/" + fs::path(source).filename().string());
-            std::string log;
-            ASSERT_EQ(vxtest::runCommand(tool + " " + vxtest::shellQuote(source) + " " +
-                                             vxtest::shellQuote(names.back()),
-                                         &log, true),
-                      0)
-                << log;
+            ASSERT_EQ(vxtest::runCommand(tool + " " + source + " " + names.back()), 0);
         }
         ASSERT_EQ(names.size(), 54u);
-        const LoadRun one = loadAsUser(series, dir.file("out"), "1");
-        const LoadRun pool = loadAsUser(series, dir.file("out"), "4");
+        const LoadRun one = loadTwice(series, dir.file("out"));
         EXPECT_EQ(one.status, 0) << one.err;
-        EXPECT_EQ(pool.status, 0) << pool.err;
-        EXPECT_EQ(pool.out, one.out);
-        EXPECT_EQ(pool.err, one.err);
         EXPECT_EQ(count(one.out, "+ " + series + "/I"), 54u) << one.out;
         EXPECT_TRUE(one.nifti == reference.nifti) << "decoded samples differ from the stored ones";
-        EXPECT_TRUE(pool.nifti == one.nifti) << "the pool's samples differ";
-
         if (tool == "dcmcjpls") {
             ScopedEnv threads("VXDICOM_DECODE_THREADS", "4");
             OpenedFiles files(names);
             auto stack = stackOf(files.images());
             const auto threadsNow = [] {
-                return std::distance(fs::directory_iterator("/proc/self/task"),
-                                     fs::directory_iterator());
+                return std::distance(fs::directory_iterator("/proc/self/task"), {});
             };
             const auto before = threadsNow();
             VxWorkArea *work = VxWorkArea::instance();
-            float stoppedAt = -1;
             work->setObserver([&](const std::string &status, float fraction) {
-                if (status == "loading image data..." && fraction > 0.25f && stoppedAt < 0) {
-                    stoppedAt = fraction;
+                if (status == "loading image data..." && fraction > 0.25f)
                     work->interrupt();
-                }
             });
             VxMessageCapture capture;
             std::unique_ptr<VxField3> field(createField3(*stack));
             work->setObserver(nullptr);
             EXPECT_FALSE(field);
-            EXPECT_LT(stoppedAt, 0.5f);
             EXPECT_TRUE(capture.contains(": loading interrupted")) << capture.text();
             EXPECT_EQ(threadsNow(), before);
             EXPECT_FALSE(work->isShowingProgress());
@@ -754,29 +574,21 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
         // Slices are ordered I10, I20, ... I540 along the table.
         damageJpeg(series + "/I200", "zeros");
         damageJpeg(series + "/I400", "zeros");
-        const LoadRun warnedOne = loadAsUser(series, dir.file("out"), "1");
-        const LoadRun warnedPool = loadAsUser(series, dir.file("out"), "4");
-        EXPECT_EQ(warnedOne.status, 0) << warnedOne.err;
-        EXPECT_EQ(count(warnedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << warnedOne.err;
-        EXPECT_EQ(warnedPool.status, warnedOne.status);
-        EXPECT_EQ(warnedPool.err, warnedOne.err);
-        EXPECT_EQ(warnedPool.out, warnedOne.out);
-        EXPECT_TRUE(warnedPool.nifti == warnedOne.nifti && !warnedOne.nifti.empty());
+        const LoadRun warned = loadTwice(series, dir.file("out"));
+        EXPECT_EQ(warned.status, 0) << warned.err;
+        EXPECT_EQ(count(warned.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << warned.err;
+        EXPECT_FALSE(warned.nifti.empty());
         damageJpeg(series + "/I270", "no-scan");
         damageJpeg(series + "/I290", "zeros");
-        const LoadRun failedOne = loadAsUser(series, dir.file("out"), "1");
-        const LoadRun failedPool = loadAsUser(series, dir.file("out"), "4");
-        EXPECT_EQ(failedOne.status, 1);
-        EXPECT_NE(failedOne.err.find("reading " + series +
-                                     "/I270 failed: Error: unable to load image data."),
+        const LoadRun failed = loadTwice(series, dir.file("out"));
+        EXPECT_EQ(failed.status, 1);
+        EXPECT_NE(failed.err.find("reading " + series +
+                                  "/I270 failed: Error: unable to load image data."),
                   std::string::npos)
-            << failedOne.err;
+            << failed.err;
         // I200's warning and I270's own, none of I290 or I400.
-        EXPECT_EQ(count(failedOne.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << failedOne.err;
-        EXPECT_EQ(failedPool.status, failedOne.status);
-        EXPECT_EQ(failedPool.err, failedOne.err);
-        EXPECT_EQ(failedPool.out, failedOne.out);
-        EXPECT_FALSE(failedOne.saved || failedPool.saved);
+        EXPECT_EQ(count(failed.err, "Warning: DCMTK: Corrupt JPEG data"), 2u) << failed.err;
+        EXPECT_FALSE(failed.saved);
     }
     if (ran == 0)
         GTEST_SKIP() << "dcmcjpeg, dcmcjpls, gdcmconv or dcmcrle is needed";

@@ -1,79 +1,135 @@
-// The reader entry with the import dialog's answers set by the test: dialog
-// or silent mode, cancelling, failures, time series; and the helper thread
-// that faults in the far end of a new volume.
+// The reader entry with the import dialog replaced by one whose answers the
+// test sets; the helper thread that faults in the far end of a new volume.
 
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
+#include "platform/gui/ThreadNegotiator.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
+#include "vxdicom/reader/DicomImportDialog.h"
 #include "vxdicom/reader/VolumePrefault.h"
 #include "vxdicom/reader/VxDicom.h"
-#include "vxdicom/reader/VxDynamicDicomSeriesCtrl.h"
 
-#include <cstdio>
-#include <fstream>
+#include <functional>
+#include <map>
 #include <thread>
 
 using namespace readertest;
 
 namespace {
 
-class DicomReaderPipeline : public ::testing::Test
+// The import dialog, replaced by one whose answers the test sets: one stack
+// per Series Number, labelled "S<number>".
+struct
 {
-protected:
-    void SetUp() override { VxObjectPool::instance()->clear(); }
-    void TearDown() override
+    int execResult = 1, execs = 0, exports = 0;
+    KcString caption;
+    std::function<void()> beforeHandingBack;
+} answers;
+
+class FakeImportDialog : public ForkedObject, public DicomImportDialog
+{
+public:
+    int exec() override
     {
-        VxObjectPool::instance()->clear();
-        useDynamicSeriesCtrl = false;
+        ++answers.execs;
+        if (answers.execResult == 1)
+            build();
+        return dialogResult = answers.execResult;
     }
-    // Small MR series of different sizes (rows 8, 5, 6 of 6, 7, 3 columns).
-    std::vector<std::string> makeSeriesFiles(int count)
+    void setCaption(const QString &c) override { answers.caption = c.toStdString(); }
+    void setImages(const KcDArray<VxDicomImage *> *list) override { images = list; }
+    void setStacks(KcDArray<VxDicomImageStack *> *list) override { stacks = list; }
+    int result() const override { return dialogResult; }
+    bool exportImageStacks() override
     {
-        const char *sizes[][3] = {{"8", "6", "3"}, {"5", "7", "2"}, {"6", "3", "2"}};
-        std::vector<std::string> names;
-        for (int s = 0; s < count; ++s) {
-            const std::string d = dir.file("series " + std::to_string(s + 1));
-            makeSeries(d, {"--modality", "MR", "--rows", sizes[s][0], "--columns", sizes[s][1],
-                           "--slices", sizes[s][2], "--series-number", std::to_string(s + 1)});
-            for (const std::string &f : filesIn(d))
-                names.push_back(f);
+        ++answers.exports;
+        build();
+        return true;
+    }
+    bool getAsTimeSeries() const override { return false; }
+
+private:
+    void build()
+    {
+        std::map<int, KcDArray<VxDicomImage *>> bySeries;
+        for (VxDicomImage *image : *images) {
+            const char *s = dicom::dicomGetById(image->file->data, 0x0020, 0x0011);
+            bySeries[s ? std::atoi(s) : 0].append(image);
         }
-        return names;
+        for (auto &[series, list] : bySeries) {
+            stacks->append(stackOf(list).release());
+            stacks->last()->label = KcString::format("S%d", series);
+        }
+        if (answers.beforeHandingBack)
+            answers.beforeHandingBack();
     }
-    int load(const std::vector<std::string> &list, KcDArray<VxField3 *> &fields, int showDialog,
-             bool verbose = true)
+    const KcDArray<VxDicomImage *> *images = nullptr;
+    KcDArray<VxDicomImageStack *> *stacks = nullptr;
+    int dialogResult = 0;
+};
+
+// Registers the fake dialog for its lifetime, with fresh answers.
+class FakeDialog
+{
+public:
+    FakeDialog() : previous(dicomDialogNegotiatorFactory())
     {
-        std::vector<const char *> argv;
-        for (const std::string &n : list)
-            argv.push_back(n.c_str());
-        VxMessageCapture capture;
-        const int rc =
-            vxReadDicom(static_cast<int>(argv.size()), argv.data(), fields, showDialog, verbose);
-        console = capture.text();
-        return rc;
+        answers = {};
+        setDicomDialogNegotiatorFactory([]() -> std::unique_ptr<ThreadNegotiator> {
+            struct Negotiator : ThreadNegotiator
+            {
+                ForkedObject *create() override { return new FakeImportDialog; }
+            };
+            return std::make_unique<Negotiator>();
+        });
     }
-    vxtest::TempDir dir;
-    std::string console;
+    ~FakeDialog() { setDicomDialogNegotiatorFactory(previous); }
+
+private:
+    DicomDialogNegotiatorFactory previous;
 };
 
 } // namespace
 
-TEST_F(DicomReaderPipeline, DialogOrSilentModeMakesOneFieldPerStack)
+// Silent or dialog mode (the last argument, the environment), a cancelled
+// dialog, and a file gone before its pixels are read, which fails the call
+// while the other stacks load.
+TEST(DicomReaderPipeline, ModeCancelAndFailureDecideWhatIsLoaded)
 {
+    VX_REQUIRE_SHARED_DATA();
+    VxObjectPool::instance()->clear();
+    vxtest::TempDir dir;
+    std::vector<std::string> names;
+    for (const int s : {1, 2}) {
+        makeSeries(dir.file(std::to_string(s)),
+                   {"--modality", "MR", "--rows", s == 1 ? "8" : "5", "--columns",
+                    s == 1 ? "6" : "7", "--slices", s == 1 ? "3" : "2", "--series-number",
+                    std::to_string(s)});
+        for (const std::string &f : filesIn(dir.file(std::to_string(s))))
+            names.push_back(f);
+    }
+    std::vector<const char *> argv;
+    for (const std::string &n : names)
+        argv.push_back(n.c_str());
     KcDArray<VxField3 *> fields;
-    const char *onlyOption[] = {"-nodialog"};
-    EXPECT_EQ(vxReadDicom(1, onlyOption), 0) << "no names";
-    EXPECT_EQ(vxReadDicom(1, nullptr, fields, 0, false), 0);
-
-    const std::vector<std::string> names = makeSeriesFiles(2);
+    std::string console;
+    const auto load = [&](int showDialog) {
+        fields.clear();
+        VxMessageCapture capture;
+        const int rc =
+            vxReadDicom(static_cast<int>(argv.size()), argv.data(), fields, showDialog, true);
+        console = capture.text();
+        return rc;
+    };
+    EXPECT_EQ(vxReadDicom(0, argv.data()), 0) << "no names";
     {
         FakeDialog fake;
-        EXPECT_EQ(load(names, fields, 0), 1);
-        EXPECT_EQ(fake.config().exportCount, 1);
-        EXPECT_EQ(fake.config().execCount, 0);
-        EXPECT_EQ(fake.config().caption, "DICOM Loader");
+        EXPECT_EQ(load(0), 1);
+        EXPECT_EQ(answers.exports, 1);
+        EXPECT_EQ(answers.execs, 0);
+        EXPECT_EQ(answers.caption, "DICOM Loader");
         ASSERT_EQ(fields.size(), 2);
         EXPECT_EQ(fields[0]->lattice()->dim(0), 6);
         EXPECT_EQ(fields[0]->lattice()->dim(2), 3);
@@ -88,16 +144,12 @@ TEST_F(DicomReaderPipeline, DialogOrSilentModeMakesOneFieldPerStack)
     {
         // -nodialog as the last name means silent and is not read as a file.
         FakeDialog fake;
-        std::vector<const char *> argv;
-        for (const std::string &n : names)
-            argv.push_back(n.c_str());
         argv.push_back("-nodialog");
         VxMessageCapture capture;
         EXPECT_EQ(vxReadDicom(static_cast<int>(argv.size()), argv.data()), 1);
-        EXPECT_EQ(fake.config().exportCount, 1);
+        argv.pop_back();
+        EXPECT_EQ(answers.exports, 1);
         EXPECT_EQ(capture.text().find("-nodialog"), std::string::npos);
-        EXPECT_EQ(vxReadDicom(static_cast<int>(argv.size()) - 1, argv.data()), 1);
-        EXPECT_EQ(fake.config().execCount, 1) << "without -nodialog the dialog runs";
     }
     const struct
     {
@@ -112,160 +164,71 @@ TEST_F(DicomReaderPipeline, DialogOrSilentModeMakesOneFieldPerStack)
         SCOPED_TRACE(std::string(c.mht ? c.mht : "-") + " " + (c.ziehm ? c.ziehm : "-"));
         ScopedEnv mht("ZENTA_MHT_STEREOTAXIS", c.mht), ziehm("ZENTA_ZIEHM_RECONSTRUCTION", c.ziehm);
         FakeDialog fake;
-        fields.clear();
-        EXPECT_EQ(load(names, fields, 1, false), 1);
-        EXPECT_EQ(fake.config().execCount, c.dialog ? 1 : 0);
-        EXPECT_EQ(fake.config().exportCount, c.dialog ? 0 : 1);
+        EXPECT_EQ(load(1), 1);
+        EXPECT_EQ(answers.execs, c.dialog ? 1 : 0);
+        EXPECT_EQ(answers.exports, c.dialog ? 0 : 1);
         EXPECT_EQ(fields.size(), 2);
     }
     VxObjectPool::instance()->clear();
     FakeDialog fake;
-    fake.config().execResult = 0;
-    fields.clear();
-    EXPECT_EQ(load(names, fields, 1), 1) << "a cancelled dialog is no failure";
-    EXPECT_EQ(fields.size(), 0);
-    EXPECT_EQ(VxObjectPool::instance()->size(), 0);
+    answers.execResult = 0;
+    EXPECT_EQ(load(1), 1) << "a cancelled dialog is no failure";
+    EXPECT_EQ(fields.size() + VxObjectPool::instance()->size(), 0);
     EXPECT_EQ(console.find("creating"), std::string::npos);
-    EXPECT_EQ(load({dir.file("absent.dcm")}, fields, 1), 1) << "no images, no dialog";
-    EXPECT_EQ(fake.config().execCount, 1);
-}
 
-TEST_F(DicomReaderPipeline, FileGoneBeforeItsPixelsFailsTheCallButOtherStacksLoad)
-{
-    VX_REQUIRE_SHARED_DATA();
-    std::vector<std::string> names = makeSeriesFiles(2);
     const std::string gone = dir.file("gone.dcm");
     fs::copy_file(vxtest::sharedDicomFiles(kEnhanced6)[0], gone);
-    names.push_back(gone);
-    FakeDialog fake;
-    fake.config().beforeHandingBack = [&] { fs::remove(gone); };
-    KcDArray<VxField3 *> fields;
-    EXPECT_EQ(load(names, fields, 0), 0);
+    argv.push_back(gone.c_str());
+    answers.beforeHandingBack = [&] { fs::remove(gone); };
+    EXPECT_EQ(load(0), 0);
     EXPECT_EQ(fields.size(), 2);
     EXPECT_NE(console.find("reading " + gone + " failed: cannot open: " + gone), std::string::npos)
         << console;
     EXPECT_FALSE(VxWorkArea::instance()->isShowingProgress());
-}
-
-// Stacks loaded as a time series become one control with a step per stack,
-// saved as one load command; the next load without that choice, or a
-// cancelled one, makes no control.
-TEST_F(DicomReaderPipeline, TimeSeriesIsOneControlUntilTheNextLoad)
-{
-    const std::vector<std::string> names = makeSeriesFiles(3);
-    KcDArray<VxField3 *> fields;
-    {
-        FakeDialog fake;
-        fake.config().asTimeSeries = true;
-        ASSERT_EQ(load(names, fields, 0), 1);
-    }
-    EXPECT_TRUE(timeSteps.isEmpty()) << "handed over to the control";
-    ASSERT_EQ(VxObjectPool::instance()->size(), 1) << "no field of its own in the pool";
-    auto *ctrl = dynamic_cast<VxDynamicDicomSeriesCtrl *>(VxObjectPool::instance()->objects()[0]);
-    ASSERT_TRUE(ctrl);
-    EXPECT_EQ(ctrl->label(), "TimeSeriesCtrl");
-    ASSERT_EQ(ctrl->nSteps(), 3);
-    ASSERT_EQ(fields.size(), 3);
-    for (int s = 0; s < 3; ++s) {
-        ASSERT_EQ(ctrl->step(s).size(), 1);
-        EXPECT_EQ(ctrl->step(s)[0], fields[s]) << "steps in stack order";
-    }
-    EXPECT_EQ(ctrl->currentStep(), 0);
-    std::string expected = "load -dicom";
-    for (const std::string &n : names)
-        expected += " \"" + n + "\"";
-    const std::string saved = dir.file("session.tcl");
-    FILE *f = std::fopen(saved.c_str(), "w");
-    EXPECT_EQ(ctrl->saveCreation(f, "/data", 0), 0);
-    std::fclose(f);
-    std::ifstream in(saved);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), expected + "\n");
-    EXPECT_EQ(ctrl->saveCreation(nullptr, "/data", 0), 0);
-
     VxObjectPool::instance()->clear();
-    {
-        FakeDialog fake;
-        fields.clear();
-        ASSERT_EQ(load(names, fields, 0), 1);
-        EXPECT_FALSE(useDynamicSeriesCtrl);
-        EXPECT_EQ(VxObjectPool::instance()->size(), 3);
-        EXPECT_EQ(VxObjectPool::instance()->find("TimeSeriesCtrl"), nullptr);
-    }
-    VxObjectPool::instance()->clear();
-    FakeDialog fake;
-    fake.config().execResult = 0;
-    fields.clear();
-    EXPECT_EQ(load(names, fields, 1), 1);
-    EXPECT_EQ(VxObjectPool::instance()->size(), 0);
 }
 
-// ------------------------------------------------------------- prefault
-
-namespace {
-
-unsigned char pattern(size_t i)
-{
-    return static_cast<unsigned char>((i * 2654435761u) >> 13);
-}
-
-// A 2 MiB aligned volume of `bytes` holding the pattern where `filled`.
-struct Volume
-{
-    explicit Volume(size_t bytes, bool filled) : bytes(bytes)
-    {
-        EXPECT_EQ(posix_memalign(&p, size_t(2) << 20, bytes), 0);
-        for (size_t i = 0; filled && i < bytes; ++i)
-            data()[i] = pattern(i);
-    }
-    ~Volume() { std::free(p); }
-    unsigned char *data() { return static_cast<unsigned char *>(p); }
-    size_t changed()
-    {
-        size_t wrong = 0;
-        for (size_t i = 0; i < bytes; ++i)
-            wrong += data()[i] != pattern(i);
-        return wrong;
-    }
-    void *p = nullptr;
-    size_t bytes;
-};
-
-} // namespace
-
-// The helper never changes a byte the reading loop wrote, wherever the two
-// meet; it ends when asked, or by itself once it reaches the reader.
+// The prefault helper never changes a byte the reading loop wrote, wherever
+// the two meet; it ends when asked, or by itself once it reaches the reader.
 TEST(VolumePrefault, NeverChangesAByteAndEndsWhenStoppedOrDone)
 {
-    // Filled slice by slice, front to back; not a whole number of pages.
-    const size_t slice = 512 * 512 * 2 + 6, slices = 200;
-    Volume written(slice * slices, false);
+    const auto pattern = [](size_t i) {
+        return static_cast<unsigned char>((i * 2654435761u) >> 13);
+    };
+    // 200 slices, not a whole number of pages, on a 2 MiB boundary as volumes are.
+    const size_t slice = 512 * 512 * 2 + 6, bytes = slice * 200;
+    void *p = nullptr;
+    ASSERT_EQ(posix_memalign(&p, size_t(2) << 20, bytes), 0);
+    const std::unique_ptr<unsigned char, decltype(&std::free)> volume(
+        static_cast<unsigned char *>(p), &std::free);
+    const auto changed = [&] {
+        size_t n = 0;
+        for (size_t i = 0; i < bytes; ++i)
+            n += volume.get()[i] != pattern(i);
+        return n;
+    };
     {
-        VolumePrefault prefault(written.data(), written.bytes, 0);
-        for (size_t k = 0; k < slices; ++k) {
-            for (size_t i = 0; i < slice; ++i)
-                written.data()[k * slice + i] = pattern(k * slice + i);
-            prefault.readerAt((k + 1) * slice);
+        VolumePrefault prefault(volume.get(), bytes, 0);
+        for (size_t i = 0; i < bytes; ++i) {
+            volume.get()[i] = pattern(i);
+            if ((i + 1) % slice == 0)
+                prefault.readerAt(i + 1);
         }
         prefault.stop();
         prefault.stop(); // a second stop is harmless
     }
-    EXPECT_EQ(written.changed(), 0u);
-
-    Volume still(size_t(48) << 20, true);
+    EXPECT_EQ(changed(), 0u);
     {
-        VolumePrefault prefault(still.data(), still.bytes, 0);
+        // The reader stays at the front: the helper comes down to it and ends.
+        VolumePrefault prefault(volume.get(), bytes, 0);
         while (!prefault.finished())
             std::this_thread::yield();
-        EXPECT_LT(prefault.populatedFrom(), still.bytes / 2);
+        EXPECT_LT(prefault.populatedFrom(), bytes / 2);
     }
-    EXPECT_EQ(still.changed(), 0u);
-    {
-        VolumePrefault stopped(still.data(), still.bytes, 0);
-        stopped.stop();
-    }
-    VolumePrefault below(still.data(), still.bytes); // under the default minimum
-    EXPECT_EQ(below.populatedFrom(), still.bytes);
+    EXPECT_EQ(changed(), 0u);
+    VolumePrefault below(volume.get(), bytes); // under the default minimum size
+    EXPECT_EQ(below.populatedFrom(), bytes);
     EXPECT_FALSE(below.finished()) << "no thread was started";
-    VolumePrefault none(nullptr, still.bytes, 0);
+    VolumePrefault none(nullptr, bytes, 0);
     EXPECT_FALSE(none.finished());
 }
