@@ -18,7 +18,7 @@ import sys
 
 import numpy as np
 from pydicom.dataset import FileDataset, FileMetaDataset
-from pydicom.uid import ExplicitVRLittleEndian
+from pydicom.uid import ImplicitVRLittleEndian
 
 MR_STORAGE = "1.2.840.10008.5.1.4.1.1.4"
 ROOT = "1.2.826.0.1.3680043.9.7433"
@@ -51,35 +51,21 @@ def main():
         meta = FileMetaDataset()
         meta.MediaStorageSOPClassUID = MR_STORAGE
         meta.MediaStorageSOPInstanceUID = "%s.2.%d" % (ROOT, n)
-        meta.TransferSyntaxUID = ExplicitVRLittleEndian
+        meta.TransferSyntaxUID = ImplicitVRLittleEndian
         path = os.path.join(out, "IM%05d" % n)
         ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
-        ds.SOPClassUID = MR_STORAGE
-        ds.SOPInstanceUID = meta.MediaStorageSOPInstanceUID
-        ds.StudyDate = ds.SeriesDate = "20260101"
-        ds.Modality = "MR"
-        ds.PatientName = "Many^Series"
-        ds.PatientID = "MANY01"
-        ds.StudyInstanceUID = ROOT + ".3"
-        ds.SeriesInstanceUID = "%s.1.%d" % (ROOT, 100 + series)
-        ds.SeriesNumber = series
-        ds.ScanningSequence = "GR"
-        ds.InstanceNumber = instance
+        ds.update(dict(
+            SOPClassUID=MR_STORAGE, SOPInstanceUID=meta.MediaStorageSOPInstanceUID,
+            StudyDate="20260101", SeriesDate="20260101", Modality="MR",
+            PatientName="Many^Series", PatientID="MANY01", StudyInstanceUID=ROOT + ".3",
+            SeriesInstanceUID="%s.1.%d" % (ROOT, 100 + series), SeriesNumber=series,
+            ScanningSequence="GR", InstanceNumber=instance, ImagePositionPatient=[-94.5, -94.5, z],
+            ImageOrientationPatient=[1, 0, 0, 0, 1, 0], SliceLocation=z, SliceThickness=3,
+            PixelSpacing=[3, 3], SamplesPerPixel=1, PhotometricInterpretation="MONOCHROME2",
+            Rows=64, Columns=64, BitsAllocated=16, BitsStored=12, HighBit=11,
+            PixelRepresentation=0, PixelData=pixels.tobytes()))
         if acquisition is not None:
             ds.AcquisitionNumber = acquisition
-        ds.ImagePositionPatient = [-94.5, -94.5, z]
-        ds.ImageOrientationPatient = [1, 0, 0, 0, 1, 0]
-        ds.SliceLocation = z
-        ds.SliceThickness = 3
-        ds.PixelSpacing = [3, 3]
-        ds.SamplesPerPixel = 1
-        ds.PhotometricInterpretation = "MONOCHROME2"
-        ds.Rows = ds.Columns = 64
-        ds.BitsAllocated = 16
-        ds.BitsStored = 12
-        ds.HighBit = 11
-        ds.PixelRepresentation = 0
-        ds.PixelData = pixels.tobytes()
         ds.save_as(path, write_like_original=False)
     print(len(order))
 
