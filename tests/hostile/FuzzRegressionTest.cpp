@@ -66,8 +66,8 @@ TEST(FuzzRegression, DicomDirsWithOverlongRecordTypesOrNoRecordsAreRead)
     const Element records = findElement(nested, 0x0004, 0x1220);
     nested.insert(nested.begin() + long(records.value + records.length), inner.begin(),
                   inner.end());
-    put32(nested, records.value + 4, read32(nested, records.value + 4) + uint32_t(inner.size()));
-    put32(nested, records.lengthField, records.length + uint32_t(inner.size()));
+    put(nested, records.value + 4, read(nested, records.value + 4, 4) + uint32_t(inner.size()), 4);
+    put(nested, records.lengthField, records.length + uint32_t(inner.size()), 4);
     const struct
     {
         const char *name;
@@ -98,7 +98,7 @@ TEST(FuzzRegression, MetaGroupLengthClaimingTheWholeFileLeavesTheDataSetWhereItI
     VX_REQUIRE_SHARED_DATA();
     Bytes file = vxtest::readFileBytes(vxtest::sharedPath(kSource));
     const Element groupLength = findElement(file, 0x0002, 0x0000);
-    put32(file, groupLength.value, uint32_t(file.size() - groupLength.value - 4));
+    put(file, groupLength.value, uint32_t(file.size() - groupLength.value - 4), 4);
     vxtest::TempDir dir;
     vxtest::writeFileBytes(dir.file("meta.dcm"), file);
     VxDicomFile parsed(dir.file("meta.dcm").c_str(), 0, 0);

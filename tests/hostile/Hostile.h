@@ -31,33 +31,25 @@ inline const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";
 inline const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
                                    "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm";
 
-inline uint16_t read16(const Bytes &b, size_t at)
+// Little-endian values of n bytes (this host is little endian, as the files).
+inline uint32_t read(const Bytes &b, size_t at, size_t n)
 {
-    return uint16_t(b.at(at) | b.at(at + 1) << 8);
+    uint32_t v = 0;
+    std::memcpy(&v, &b.at(at + n - 1) - (n - 1), n);
+    return v;
 }
-inline uint32_t read32(const Bytes &b, size_t at)
+inline void put(Bytes &b, size_t at, uint32_t v, size_t n)
 {
-    return uint32_t(read16(b, at)) | uint32_t(read16(b, at + 2)) << 16;
-}
-inline void put16(Bytes &b, size_t at, uint16_t v)
-{
-    b.at(at) = uint8_t(v);
-    b.at(at + 1) = uint8_t(v >> 8);
-}
-inline void put32(Bytes &b, size_t at, uint32_t v)
-{
-    put16(b, at, uint16_t(v));
-    put16(b, at + 2, uint16_t(v >> 16));
+    std::memcpy(&b.at(at + n - 1) - (n - 1), &v, n);
 }
 inline void append(Bytes &b, const Bytes &more)
 {
     b.insert(b.end(), more.begin(), more.end());
 }
-inline Bytes le(uint32_t v, int n)
+inline Bytes le(uint32_t v, size_t n)
 {
-    Bytes b(size_t(n), 0);
-    for (int i = 0; i < n; ++i)
-        b[size_t(i)] = uint8_t(v >> (8 * i));
+    Bytes b(n);
+    put(b, 0, v, n);
     return b;
 }
 inline Bytes text(const std::string &s)
@@ -89,12 +81,12 @@ inline Element findElement(const Bytes &file, uint16_t group, uint16_t element, 
     for (size_t pos = 132; pos + 8 <= file.size();) {
         Element e;
         e.offset = pos;
-        e.group = read16(file, pos);
-        e.element = read16(file, pos + 2);
+        e.group = uint16_t(read(file, pos, 2));
+        e.element = uint16_t(read(file, pos + 2, 2));
         std::memcpy(e.vr, &file[pos + 4], 2);
         e.lengthSize = longForm(e.vr) ? 4 : 2;
         e.lengthField = pos + (e.lengthSize == 4 ? 8 : 6);
-        e.length = e.lengthSize == 4 ? read32(file, pos + 8) : read16(file, pos + 6);
+        e.length = read(file, e.lengthField, e.lengthSize);
         e.value = e.lengthField + e.lengthSize;
         if ((uint32_t(e.group) << 16 | e.element) >= (uint32_t(group) << 16 | element)) {
             if (orNext || (e.group == group && e.element == element))
@@ -109,16 +101,13 @@ inline Element findElement(const Bytes &file, uint16_t group, uint16_t element, 
 inline Bytes withLength(Bytes file, uint16_t group, uint16_t element, uint32_t length)
 {
     const Element e = findElement(file, group, element);
-    if (e.lengthSize == 2)
-        put16(file, e.lengthField, uint16_t(length));
-    else
-        put32(file, e.lengthField, length);
+    put(file, e.lengthField, length, e.lengthSize);
     return file;
 }
 
 inline Bytes withUS(Bytes file, uint16_t group, uint16_t element, uint16_t value)
 {
-    put16(file, findElement(file, group, element).value, value);
+    put(file, findElement(file, group, element).value, value, 2);
     return file;
 }
 
@@ -148,15 +137,6 @@ inline Bytes encodeItem(const Bytes &content, bool undefinedLength = false, uint
 inline Bytes sequenceDelimiter()
 {
     return encodeItem({}, false, 0xE0DD);
-}
-
-inline Bytes withText(Bytes file, uint16_t group, uint16_t element, const std::string &value)
-{
-    const Element e = findElement(file, group, element);
-    const Bytes encoded = encodeElement(group, element, e.vr, text(value));
-    file.erase(file.begin() + long(e.offset), file.begin() + long(e.value + e.length));
-    file.insert(file.begin() + long(e.offset), encoded.begin(), encoded.end());
-    return file;
 }
 
 /// The encoded elements inserted where (group, element) is or would be.
@@ -237,24 +217,10 @@ inline Bytes deflate(const Bytes &data)
     return out;
 }
 
-/// What a test compares of a field: dimensions, sample size and a hash of the samples.
-struct FieldFacts
-{
-    int dims[3] = {0, 0, 0};
-    int sampleBytes = 0;
-    uint64_t hash = 0;
-    bool operator==(const FieldFacts &o) const
-    {
-        return std::memcmp(dims, o.dims, sizeof dims) == 0 && sampleBytes == o.sampleBytes &&
-               hash == o.hash;
-    }
-};
-
 struct LoadOutcome
 {
-    int status = -1;
     std::string console;
-    std::vector<FieldFacts> fields;
+    std::vector<std::string> fields; ///< "5 x 42 x 64, 2 bytes, samples HASH"
 };
 
 /// vxReadDicom in silent mode, header only (delayed) or with every pixel at once.
@@ -269,21 +235,19 @@ inline LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed
     KcDArray<VxField3 *> fields;
     {
         VxMessageCapture capture;
-        out.status = vxReadDicom(int(argv.size()), argv.data(), fields, 0, true);
+        vxReadDicom(int(argv.size()), argv.data(), fields, 0, true);
         out.console = capture.text();
     }
     for (const VxField3 *field : fields) {
-        FieldFacts f;
-        if (const VxLattice3 *lat = field->lattice()) {
-            for (int a = 0; a < 3; ++a)
-                f.dims[a] = lat->dim(a);
-            f.sampleBytes = lat->voxelBytes();
-            f.hash = 1469598103934665603ull;
-            const auto *p = static_cast<const unsigned char *>(lat->data());
-            for (size_t i = 0; i < size_t(lat->numBytes()); ++i)
-                f.hash = (f.hash ^ p[i]) * 1099511628211ull;
-        }
-        out.fields.push_back(f);
+        const VxLattice3 *lat = field->lattice();
+        uint64_t hash = 1469598103934665603ull; // FNV-1a
+        const auto *p = static_cast<const unsigned char *>(lat->data());
+        for (size_t i = 0; i < size_t(lat->numBytes()); ++i)
+            hash = (hash ^ p[i]) * 1099511628211ull;
+        out.fields.push_back(std::to_string(lat->dim(0)) + " x " + std::to_string(lat->dim(1)) +
+                             " x " + std::to_string(lat->dim(2)) + ", " +
+                             std::to_string(lat->voxelBytes()) + " bytes, samples " +
+                             std::to_string(hash));
     }
     VxObjectPool::instance()->clear();
     return out;
@@ -310,13 +274,7 @@ struct WatchedTempDir
 {
     vxtest::TempDir dir;
     vxtest::ScopedEnv env{"TMPDIR", dir.path().c_str()};
-    std::vector<std::string> leftovers() const
-    {
-        std::vector<std::string> names;
-        for (const auto &e : std::filesystem::directory_iterator(dir.path()))
-            names.push_back(e.path().filename().string());
-        return names;
-    }
+    bool empty() const { return std::filesystem::is_empty(dir.path()); }
 };
 
 } // namespace hostile
