@@ -203,21 +203,14 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTex
     EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
     ASSERT_EQ(files.size(), 6);
 
+    // The same values as the text form (the rest against pydicom in info_vs_pydicom.py).
     const QJsonObject m = files[0].toObject(), image = m["images"][0].toObject();
-    EXPECT_EQ(m["file"].toString().toStdString(), mosaic());
-    EXPECT_TRUE(m["ok"].toBool());
+    EXPECT_TRUE(m["file"].toString().toStdString() == mosaic() && m["ok"].toBool());
     EXPECT_EQ(m["layer"]["rows"].toInt() * 100 + m["imageCount"].toInt(), 384 * 100 + 35);
-    EXPECT_EQ(image["width"].toInt() * 100 + image["bitsStored"].toInt(), 64 * 100 + 12);
-    EXPECT_DOUBLE_EQ(image["pixelSpacing"][0].toDouble(), 3.25);
-    EXPECT_DOUBLE_EQ(image["pixelSpacing"][1].toDouble(), 3.25);
     EXPECT_NEAR(image["position"][1].toDouble(), -144.868087, 1e-4); // the first tile
-    EXPECT_NEAR(image["columnDirection"][2].toDouble(), -0.1079993545339, 1e-6);
-    EXPECT_TRUE(image["hasPosition"].toBool() && image["oblique"].toBool() &&
-                image["valueRange"].isNull());
-    const QJsonObject attributes = pairs(m["attributes"]);
-    EXPECT_EQ(attributes["G0010-0010"].toString().toStdString(), "patient name: stc_test");
-    const QJsonObject echo = pairs(pairs(attributes["CSAImageHeaderInfo"])["EchoLinePosition"]);
-    EXPECT_EQ(echo["vm"].toInt(), 1);
+    EXPECT_TRUE(image["oblique"].toBool() && image["valueRange"].isNull());
+    const QJsonObject echo =
+        pairs(pairs(pairs(m["attributes"])["CSAImageHeaderInfo"])["EchoLinePosition"]);
     EXPECT_EQ(echo["vr"].toString().toStdString(), "IS");
     EXPECT_EQ(pairs(echo["values"])["0000"].toString().toStdString(), "32      ");
 
