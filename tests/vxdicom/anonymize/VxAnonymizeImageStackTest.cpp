@@ -15,24 +15,22 @@
 
 namespace {
 
-/// A field with a "DICOM" bundle holding "All" with the name text given,
-/// and one bundle of that name per further entry of `bundles`.
+const int dims[3] = {2, 2, 2};
+
+/// A field whose "DICOM" bundle holds "All" with that patient name text and
+/// one bundle of each further name, as a loaded field has them.
 std::unique_ptr<VxUniformScalarField3> field(const char *name, std::vector<const char *> bundles)
 {
-    const int dims[3] = {2, 2, 2};
     auto f = std::make_unique<VxUniformScalarField3>(dims, KcPrimType::Int16, nullptr);
     auto *dicom = new VxParamBundle("DICOM");
-    auto *all = new VxParamBundle("All");
-    all->setString("G0008-0060", "modality [CS]: CT");
-    all->setString("G0010-0010", name);
-    all->setInt("Count", 3);
-    dicom->insert(all);
+    bundles.insert(bundles.begin(), "All");
     for (const char *b : bundles) {
-        auto *slice = new VxParamBundle(b);
-        slice->setString("G0020-0013", "instance number [IS]: 1");
-        slice->setString("Filename", "/cd/DOE_JANE/IM0001");
-        slice->setString("Name", "Doe^Jane");
-        dicom->insert(slice);
+        auto *bundle = new VxParamBundle(b);
+        bundle->setString("G0010-0010", name);
+        bundle->setInt("Count", 3);
+        bundle->setString("Filename", "/cd/DOE_JANE/IM0001");
+        bundle->setString("Name", "Doe^Jane");
+        dicom->insert(bundle);
     }
     f->parameters().insert(dicom);
     f->setLabel("Doe^Jane");
@@ -51,48 +49,33 @@ std::string press(VxAnonymizeImageStack &module)
 
 TEST(AnonymizerModule, DoItReplacesThePatientNameAndDropsTheSlicesFileNamesInPlace)
 {
-    auto f = field("patient name [PN]: Doe^Jane",
-                   {"Slice000", "Slice001", "ALLX", "allOther", "CSAImageHeaderInfo"});
+    auto f = field("patient name [PN]: Doe^Jane", {"Slice000", "Slice001", "ALLX", "allOther"});
     VxAnonymizeImageStack module;
     VxData notAField;
     EXPECT_FALSE(module.portData.connect(&notAField)) << "only 3D fields are accepted";
-    EXPECT_TRUE(module.portData.connect(f.get()));
-    {
-        VxMessageCapture capture;
-        module.fire();
-        EXPECT_EQ(capture.text(), "") << "nothing without a press";
-        EXPECT_EQ(f->label(), "Doe^Jane");
-    }
+    ASSERT_TRUE(module.portData.connect(f.get()));
+    module.fire();
+    EXPECT_EQ(f->label(), "Doe^Jane") << "nothing without a press";
     for (int pressed = 0; pressed < 2; ++pressed) { // the replaced text still matches
-        EXPECT_EQ(press(module), "anonymized patient name\nanonymized 3 single slices' bundles\n");
+        EXPECT_EQ(press(module), "anonymized patient name\nanonymized 2 single slices' bundles\n");
         EXPECT_EQ(module.result(0), f.get()) << "the field itself, no copy";
         EXPECT_EQ(f->label(), "Anonymized");
         const VxParamBundle *dicom = f->parameters().bundle("DICOM");
-        const VxParamBundle *all = dicom->bundle("All");
-        ASSERT_EQ(all->size(), 3);
-        EXPECT_EQ(all->entry(1)->name(), "G0010-0010") << "replaced in its place";
-        EXPECT_EQ(all->getString("G0010-0010"), "patient name: <Anonymized>");
-        EXPECT_EQ(all->getString("G0008-0060"), "modality [CS]: CT");
-        for (const char *cleared : {"Slice000", "Slice001", "CSAImageHeaderInfo"}) {
-            EXPECT_EQ(dicom->bundle(cleared)->find("Filename"), nullptr) << cleared;
-            EXPECT_EQ(dicom->bundle(cleared)->find("Name"), nullptr) << cleared;
-            EXPECT_EQ(dicom->bundle(cleared)->getString("G0020-0013"), "instance number [IS]: 1");
-        }
+        EXPECT_EQ(dicom->bundle("All")->entry(0)->name(), "G0010-0010") << "replaced in place";
+        EXPECT_EQ(dicom->bundle("All")->getString("G0010-0010"), "patient name: <Anonymized>");
+        EXPECT_EQ(dicom->bundle("All")->getString("Filename"), "/cd/DOE_JANE/IM0001");
+        for (const char *slice : {"Slice000", "Slice001"})
+            EXPECT_EQ(dicom->bundle(slice)->find("Filename") || dicom->bundle(slice)->find("Name"),
+                      false)
+                << slice;
         for (const char *kept : {"ALLX", "allOther"}) // bundles beginning with "All" are not slices
-            EXPECT_EQ(dicom->bundle(kept)->getString("Filename"), "/cd/DOE_JANE/IM0001") << kept;
+            EXPECT_EQ(dicom->bundle(kept)->getString("Name"), "Doe^Jane") << kept;
     }
-    VxAnonymizeImageStack unconnected;
-    EXPECT_EQ(press(unconnected), "");
-    EXPECT_EQ(unconnected.result(0), nullptr);
-
-    const int dims[3] = {2, 2, 2};
     VxUniformScalarField3 plain(dims, KcPrimType::Int16, nullptr);
-    plain.parameters().setString("Modality", "CT");
     VxAnonymizeImageStack relabel;
     relabel.portData.connect(&plain);
     EXPECT_EQ(press(relabel), "") << "a field without DICOM parameters is only relabelled";
     EXPECT_EQ(plain.label(), "Anonymized");
-    EXPECT_EQ(plain.parameters().getString("Modality"), "CT");
 }
 
 TEST(AnonymizerModule, OnlyTheWordingPatientNameIsRecognised)
@@ -123,28 +106,23 @@ TEST(AnonymizerModule, RealCtParametersLoseNameAndFileNames)
     VX_REQUIRE_SHARED_DATA();
     std::vector<std::unique_ptr<VxDicomFile>> opened;
     VxDicomImageStack stack;
-    std::vector<std::string> files;
     for (const char *name : {"I10", "I20", "I30", "I40"}) {
-        files.push_back(vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/") + name);
-        opened.push_back(std::make_unique<VxDicomFile>(files.back().c_str(),
-                                                       static_cast<int>(opened.size()), 1));
+        const std::string file = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/") + name;
+        opened.push_back(std::make_unique<VxDicomFile>(file.c_str(), opened.size(), 1));
         for (VxDicomImage *image : opened.back()->images)
             stack.append(image);
     }
     stack.setDicomParameters(false);
-    const int dims[3] = {2, 2, 2};
     VxUniformScalarField3 f(dims, KcPrimType::Int16, nullptr);
     f.parameters().insert(new VxParamBundle(stack.parameters));
     // dcmdump: (0010,0010) PN [HEAD] in every file of this series.
     const std::string name = f.parameters().bundle("DICOM")->bundle("All")->getString("G0010-0010");
-    ASSERT_EQ(name.substr(0, 12), "patient name");
-    ASSERT_EQ(name.substr(name.size() - 6), ": HEAD");
+    ASSERT_EQ(name, "patient name: HEAD");
     VxAnonymizeImageStack module;
     module.portData.connect(&f);
     EXPECT_EQ(press(module), "anonymized patient name\nanonymized 4 single slices' bundles\n");
     const std::string dump = f.parameters().dump();
     EXPECT_EQ(dump.find(name), std::string::npos) << dump;
-    for (const std::string &file : files)
-        EXPECT_EQ(dump.find(file), std::string::npos) << file;
+    EXPECT_EQ(dump.find("S2010/I"), std::string::npos) << "file names: " << dump;
     EXPECT_NE(dump.find("patient name: <Anonymized>"), std::string::npos);
 }
