@@ -32,9 +32,9 @@ protected:
 
 } // namespace
 
-// What is stored is a plain INI file that Python's configparser reads, and
-// comes back from the file, not from memory.
-TEST_F(VxPreferencesTest, StoredRecordIsPlainIniAndSurvivesRereading)
+// What is stored comes back from the file, not from memory; the file is plain
+// INI that Python's configparser reads, and one written by hand is read.
+TEST_F(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
 {
     VxPreferences p;
     p.dicomLoadOptions = "<32|19|2|31|series instance uid><-1|-1|1|1|file name>";
@@ -46,6 +46,19 @@ TEST_F(VxPreferencesTest, StoredRecordIsPlainIniAndSurvivesRereading)
     EXPECT_EQ(q.lengthUnit, 0.001f);
     EXPECT_TRUE(q.anonymize);
 
+    // A file written by hand is read; a length unit that is no length gives cm.
+    std::ofstream(iniPath)
+        << "[DICOM]\nLoadOptions=\"<32|17|4|31|instance number>\"\nLengthUnit=0.001\n"
+           "Anonymize=false\n";
+    const VxPreferences h = reread();
+    EXPECT_EQ(h.dicomLoadOptions, "<32|17|4|31|instance number>");
+    EXPECT_EQ(h.lengthUnit, 0.001f);
+    EXPECT_FALSE(h.anonymize);
+    for (const char *bad : {"-1", "0", "abc", "nan"}) {
+        std::ofstream(iniPath) << "[DICOM]\nLengthUnit=" << bad << "\n";
+        EXPECT_FLOAT_EQ(reread().lengthUnit, 0.01f) << bad;
+    }
+    VxSettingsMgr::getInstance()->setPreferences(p, false);
     if (!vxtest::haveProgram(VX_PYTHON))
         GTEST_SKIP() << VX_PYTHON << " is not installed";
     std::string out;
@@ -59,22 +72,4 @@ TEST_F(VxPreferencesTest, StoredRecordIsPlainIniAndSurvivesRereading)
               0)
         << out;
     EXPECT_EQ(out, "0.001\ntrue\n<32|19|2|31|series instance uid><-1|-1|1|1|file name>\n");
-}
-
-// A file written by hand is read; a length unit that is no length gives cm.
-TEST_F(VxPreferencesTest, HandWrittenIniIsReadAndNonsenseUnitsFallBack)
-{
-    {
-        std::ofstream ini(iniPath);
-        ini << "[DICOM]\nLoadOptions=\"<32|17|4|31|instance number>\"\nLengthUnit=0.001\n"
-               "Anonymize=true\n";
-    }
-    const VxPreferences p = reread();
-    EXPECT_EQ(p.dicomLoadOptions, "<32|17|4|31|instance number>");
-    EXPECT_EQ(p.lengthUnit, 0.001f);
-    EXPECT_TRUE(p.anonymize);
-    for (const char *bad : {"-1", "0", "abc", "nan"}) {
-        std::ofstream(iniPath) << "[DICOM]\nLengthUnit=" << bad << "\n";
-        EXPECT_FLOAT_EQ(reread().lengthUnit, 0.01f) << bad;
-    }
 }

@@ -23,31 +23,6 @@ std::vector<Words> split(const KcString &script)
     return commands;
 }
 
-// An interpreter of its own with a "load" command that records its calls.
-class VxScriptInterpreterTest : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        interp.registerCommand("load", [this](const Words &args, KcString *error) {
-            calls.push_back(args);
-            if (args.size() > 1 && args.back() == "missing.dcm") {
-                *error = "cannot open: missing.dcm";
-                return 0;
-            }
-            return 1;
-        });
-    }
-    void TearDown() override
-    {
-        for (const char *v : {"dir", "n", "a b", "ns::v", "empty", "spaced"})
-            VxScriptVars::instance()->unset(v);
-    }
-
-    VxScriptInterpreter interp;
-    std::vector<Words> calls;
-};
-
 // Each row: script, its words worked out by hand from Tcl's rules, whether
 // tclsh must agree (brackets are command substitution in Tcl, plain text
 // here), and why.
@@ -134,23 +109,6 @@ TEST(VxScriptQuoting, WordsFollowTclRulesAsTclshSplitsThem)
         GTEST_SKIP() << "tclsh is not installed: the splits were not compared with Tcl's";
 }
 
-TEST(VxScriptQuoting, CommandsSplitAtNewlinesAndSemicolonsAndSkipComments)
-{
-    const auto commands = split("# a saved network\n"
-                                "load a.dcm; load b.dcm\n"
-                                "\n"
-                                "   # indented comment ; not a command\n"
-                                "set x 1 ;# trailing comment after a semicolon\n"
-                                "echo #notacomment\n"
-                                "# comment \\\n continued comment\n"
-                                ";;");
-    ASSERT_EQ(commands.size(), 4u);
-    EXPECT_EQ(commands[0], (Words{"load", "a.dcm"}));
-    EXPECT_EQ(commands[1], (Words{"load", "b.dcm"}));
-    EXPECT_EQ(commands[2], (Words{"set", "x", "1"}));
-    EXPECT_EQ(commands[3], (Words{"echo", "#notacomment"}));
-}
-
 TEST(VxScriptQuoting, SyntaxErrorsNameTheLine)
 {
     VxScriptVars::instance()->unset("nosuchvar");
@@ -170,77 +128,68 @@ TEST(VxScriptQuoting, SyntaxErrorsNameTheLine)
     }
 }
 
-// set stores into the script variables that $name, ${name} substitute (not
-// in braces); names stop at characters that cannot be in a name.
-TEST_F(VxScriptInterpreterTest, SetAndSubstituteGoThroughTheScriptVariables)
+// A script as a saved network holds it: comments, commands split at newlines
+// and semicolons, set and unset of script variables that $name and ${name}
+// substitute (names stop at characters that cannot be in a name, braces keep
+// the text); the first failure stops the script and names its line and file.
+TEST(VxScriptInterpreter, RunsScriptsAndFilesUntilTheFirstFailure)
 {
+    VxScriptInterpreter interp;
+    std::vector<Words> calls;
+    interp.registerCommand("load", [&calls](const Words &args, KcString *error) {
+        calls.push_back(args);
+        if (args.back() != "missing.dcm")
+            return 1;
+        *error = "cannot open: missing.dcm";
+        return 0;
+    });
+    interp.registerCommand(
+        "boom", [](const Words &, KcString *) -> int { throw std::runtime_error("bad state"); });
+    interp.registerCommand("quiet", [](const Words &, KcString *) { return 0; });
     VxScriptVars *vars = VxScriptVars::instance();
     vars->set("a b", "spaced");
     vars->set("ns::v", "qualified");
     vars->set("empty", "");
     KcString error;
-    ASSERT_EQ(interp.eval("set dir /cd/DICOM\n"
-                          "set n 3; load -dicom $dir/IM$n.dcm \"${dir} x\" {$dir}\n"
+    ASSERT_EQ(interp.eval("# a saved network\n   # indented comment ; not a command\n"
+                          "set dir /cd/DICOM ;# comment after a semicolon\n"
+                          "set n 3; load -dicom $dir/IM$n.dcm \"${dir} x\" {$dir} #notacomment\n"
                           "load ${a b} $ns::v $n.dcm $n-x \"[$n]\" a${empty}b\n"
-                          "set spaced {my scans}",
+                          "# comment \\\n continued comment\n;;set spaced {my scans}",
                           &error),
               1)
         << error;
     ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0], (Words{"load", "-dicom", "/cd/DICOM/IM3.dcm", "/cd/DICOM x", "$dir"}));
+    EXPECT_EQ(calls[0], (Words{"load", "-dicom", "/cd/DICOM/IM3.dcm", "/cd/DICOM x", "$dir",
+                               "#notacomment"}));
     EXPECT_EQ(calls[1], (Words{"load", "spaced", "qualified", "3.dcm", "3-x", "[3]", "ab"}));
-    EXPECT_STREQ(vars->get("dir"), "/cd/DICOM");
     EXPECT_STREQ(vars->get("spaced"), "my scans");
     ASSERT_EQ(interp.eval("unset spaced dir", &error), 1) << error;
     EXPECT_EQ(vars->get("dir"), nullptr);
-    EXPECT_EQ(interp.eval("set\n", &error), 0);
-    EXPECT_EQ(error, "line 1: set: wrong # args: should be \"set varName ?newValue?\"");
-    EXPECT_EQ(interp.eval("\nset dir", &error), 0);
-    EXPECT_EQ(error, "line 2: set: can't read \"dir\": no such variable");
-}
 
-TEST_F(VxScriptInterpreterTest, StopsAtTheFirstFailureAndNamesItsLine)
-{
-    interp.registerCommand(
-        "boom", [](const Words &, KcString *) -> int { throw std::runtime_error("bad state"); });
-    interp.registerCommand("quiet", [](const Words &, KcString *) { return 0; });
-    const std::pair<const char *, const char *> failures[] = {
+    vxtest::TempDir dir;
+    const std::string file = dir.file("net.hx"), text = "load ok.dcm\n\nload {unclosed\n";
+    vxtest::writeFileBytes(file, {text.begin(), text.end()});
+    const std::pair<const char *, std::string> failures[] = {
+        {"set\n", "line 1: set: wrong # args: should be \"set varName ?newValue?\""},
+        {"\nset dir", "line 2: set: can't read \"dir\": no such variable"},
         {"load a.dcm\nload \\\n  missing.dcm\nload never.dcm",
          "line 2: load: cannot open: missing.dcm"},
         {"load a.dcm\nlod b.dcm", "line 2: invalid command name \"lod\""},
         {"boom", "line 1: boom: bad state"},
         {"quiet", "line 1: quiet failed"},
-    };
+        {"", file + ", line 3: missing close-brace"},
+        {"", "couldn't read file"}};
     for (const auto &[script, message] : failures) {
-        KcString error;
-        EXPECT_EQ(interp.eval(script, &error), 0) << script;
-        EXPECT_EQ(error, message);
+        const bool fromFile = !*script;
+        const std::string name = message.rfind("couldn't", 0) == 0 ? dir.file("none.hx") : file;
+        EXPECT_EQ(fromFile ? interp.evalFile(name.c_str(), &error) : interp.eval(script, &error),
+                  0);
+        EXPECT_NE(error.find(message), std::string::npos) << error;
     }
-    EXPECT_EQ(calls.size(), 3u) << "the command after a failure does not run";
-    EXPECT_TRUE(interp.unregisterCommand("boom"));
-    EXPECT_FALSE(interp.hasCommand("boom"));
-    EXPECT_FALSE(interp.unregisterCommand("boom"));
-    EXPECT_TRUE(interp.hasCommand("set"));
-}
-
-TEST_F(VxScriptInterpreterTest, EvaluatesFilesAndNamesThem)
-{
-    vxtest::TempDir dir;
-    const std::string good = dir.file("net.hx");
-    const std::string text = "# network\nset dir /data\nload -dicom \"$dir/a b.dcm\" -nodialog\n";
-    vxtest::writeFileBytes(good, std::vector<unsigned char>(text.begin(), text.end()));
-    KcString error;
-    ASSERT_EQ(interp.evalFile(good.c_str(), &error), 1) << error;
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0], (Words{"load", "-dicom", "/data/a b.dcm", "-nodialog"}));
-
-    const std::string bad = dir.file("bad.hx");
-    const std::string badText = "load ok.dcm\n\nload {unclosed\n";
-    vxtest::writeFileBytes(bad, std::vector<unsigned char>(badText.begin(), badText.end()));
-    EXPECT_EQ(interp.evalFile(bad.c_str(), &error), 0);
-    EXPECT_EQ(error, bad + ", line 3: missing close-brace");
-
-    EXPECT_EQ(interp.evalFile(dir.file("none.hx").c_str(), &error), 0);
-    EXPECT_NE(error.find("couldn't read file"), std::string::npos) << error;
     EXPECT_NE(error.find("none.hx"), std::string::npos) << error;
+    for (const Words &call : calls)
+        EXPECT_NE(call.back(), "never.dcm") << "a command after a failure does not run";
+    for (const char *v : {"n", "a b", "ns::v", "empty"})
+        vars->unset(v);
 }
