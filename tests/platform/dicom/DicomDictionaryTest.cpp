@@ -3,7 +3,6 @@
 #include "platform/dicom/dicom.h"
 #include "tests/support/TestSupport.h"
 
-#include <map>
 #include <sstream>
 
 namespace {
@@ -16,15 +15,12 @@ TEST(Dictionary, NamesVrsAndLookupsOfSpecialCases)
         const char *name; ///< nullptr: not in the public dictionary
         dicom::valRep vr;
     } rows[] = {
-        {0x0008, 0x0018, "sop instance uid", dicom::UI}, // leading and trailing acronyms
-        {0x0020, 0x1041, "slice location", dicom::DS},   // the stack-break criterion's text
+        {0x0008, 0x0018, "sop instance uid", dicom::UI},           // leading and trailing acronyms
         {0x0028, 0x0106, "smallest image pixel value", dicom::US}, // US or SS gives US
         {0x7FE0, 0x0010, "pixel data", dicom::OW},                 // OB or OW gives OW
-        {0x0004, 0x1400, "offset of the next directory record", dicom::UL},
         {0x0018, 0x9504, "x ray 3d frame type sequence", dicom::SQ}, // digit before an acronym
         {0x0008, 0x0001, "length to end", dicom::UL}, // retired: DCMTK's prefix is dropped
         {0x6002, 0x3000, "overlay data", dicom::OW},  // repeating group 60xx, second overlay
-        {0x5000, 0x0005, "curve dimensions", dicom::US},
         {0x0029, 0x0010, "private creator", dicom::LO},
         {0x0029, 0x1010, nullptr, dicom::UN}, // Siemens' CSA header: known only with its creator
         {0x0012, 0x7777, nullptr, dicom::UN}, // a group no edition has used
@@ -68,17 +64,9 @@ TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
                                    "    if kw: print('%08X %s %s' % (t, vr.replace(' ', ''), kw))"),
             &out),
         0);
-    const std::map<std::string, dicom::valRep> vrs = {
-        {"AE", dicom::AE},     {"AS", dicom::AS},        {"AT", dicom::AT},
-        {"CS", dicom::CS},     {"DA", dicom::DA},        {"DS", dicom::DS},
-        {"DT", dicom::DT},     {"FL", dicom::FL},        {"FD", dicom::FD},
-        {"IS", dicom::IS},     {"LO", dicom::LO},        {"LT", dicom::LT},
-        {"PN", dicom::PN},     {"SH", dicom::SH},        {"SL", dicom::SL},
-        {"SS", dicom::SS},     {"ST", dicom::ST},        {"TM", dicom::TM},
-        {"UI", dicom::UI},     {"UL", dicom::UL},        {"US", dicom::US},
-        {"OB", dicom::OB},     {"OW", dicom::OW},        {"SQ", dicom::SQ},
-        {"UT", dicom::UT},     {"USorSS", dicom::US},    {"OBorOW", dicom::OW},
-        {"USorOW", dicom::OW}, {"USorSSorOW", dicom::OW}};
+    // The codes in the order of dicom::valRep; "US or SS" gives US, any choice with OW gives OW.
+    const std::string codes =
+        "AE AS AT CS DA DS DT FL FD IS LO LT PN SH SL SS ST TM UI UL US OB OW SQ UN UT";
     int compared = 0;
     std::vector<std::string> diffs;
     std::istringstream lines(out);
@@ -95,8 +83,9 @@ TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
                 joined += *p;
         for (char c : keyword)
             lower += char(std::tolower(static_cast<unsigned char>(c)));
-        const auto it = vrs.find(vr);
-        if (joined != lower || (it != vrs.end() && it->second != dicom::dicomDictionaryType(g, e)))
+        const size_t code = codes.find(vr.find("OW") != std::string::npos ? "OW" : vr.substr(0, 2));
+        if (joined != lower || (code != std::string::npos &&
+                                dicom::valRep(code / 3) != dicom::dicomDictionaryType(g, e)))
             diffs.push_back(tag + " " + name + " / " + keyword + " " + vr);
     }
     EXPECT_GT(compared, 4000);

@@ -229,33 +229,14 @@ TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
         EXPECT_TRUE(dicomtest::fullPixels(*full) == reference);
         EXPECT_EQ(d->bigEndian, n == 3);
         EXPECT_EQ(d->explicitVR, n != 2);
-        // Rows is 384 = 0x0180, stored most significant byte first only in 3.dcm.
-        const dicom::dicomDataElement *rows = dicom::dicomFindElement(d.get(), 0x0028, 0x0010);
-        ASSERT_TRUE(rows && rows->length == 2);
-        EXPECT_EQ(rows->data[0], n == 3 ? 0x01 : 0x80);
-        EXPECT_EQ(std::string(rows->vr, 2), n == 2 ? "  " : "US");
-        EXPECT_STREQ(dicom::dicomGetById(d.get(), 0x0028, 0x0010), "384");
-        EXPECT_EQ(std::string(dicom::dicomFindElement(d.get(), 0x0002, 0x0010)->vr, 2), "UI")
-            << "the meta group is explicit VR little endian in every file";
     }
-    EXPECT_EQ(le->transferSyntaxName, "Explicit VR Little Endian");
-    EXPECT_EQ(dicom::dicomGetById(le.get(), 0x0011, 0x0011), nullptr) << "absent";
     const dicom::dicomDataElement *px = dicom::dicomFindElement(le.get(), 0x7FE0, 0x0010);
-    ASSERT_EQ(px, &le->elements[le->numElements - 1]) << "pixel data are the last element";
-    EXPECT_EQ(px->data, nullptr);
+    EXPECT_EQ(px->data, nullptr) << "a delayed read";
     EXPECT_EQ(px->length, 384 * 384 * 2);
     EXPECT_EQ(dicom::dicomGetById(le.get(), 0x7FE0, 0x0010), nullptr);
     EXPECT_STREQ(dicom::dicomGetById(le.get(), 0x0002, 0x0001), "00\\01"); // OB 00 01
-    EXPECT_EQ(dicom::dicomFindElement(le.get(), 0x0002, 0x0002)->data[25], 0) << "UI padding kept";
-    EXPECT_STREQ(dicom::dicomGetById(le.get(), 0x0002, 0x0002), "1.2.840.10008.5.1.4.1.1.4");
-    for (int i = 1; i < le->numElements; ++i)
-        EXPECT_LT(le->elements[i - 1].group << 16 | le->elements[i - 1].element,
-                  le->elements[i].group << 16 | le->elements[i].element);
 
-    std::vector<std::string> serial(9), parallel(9 * 4);
-    for (int n = 1; n <= 9; ++n)
-        serial[size_t(n - 1)] =
-            dicomtest::sha256(dicomtest::fullPixels(*dicomtest::read(ts(n), false)));
+    std::vector<std::string> parallel(9 * 4);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([t, &parallel] {
@@ -270,7 +251,8 @@ TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
     for (std::thread &t : threads)
         t.join();
     for (size_t i = 0; i < parallel.size(); ++i)
-        EXPECT_EQ(parallel[i], serial[i % 9]) << "thread " << i / 9 << " file " << i % 9 + 1;
+        EXPECT_EQ(parallel[i], dicomtest::sha256(reference))
+            << "thread " << i / 9 << " file " << i % 9 + 1;
 }
 
 // Some writers put an implicit VR data set behind a meta header that names

@@ -10,10 +10,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <memory>
-#include <string>
-#include <vector>
-
 namespace dicomtest {
 
 struct Free
@@ -25,9 +21,7 @@ using DicomPtr = std::unique_ptr<dicom::dicomStruct, Free>;
 inline DicomPtr read(const std::string &path, bool delayed, std::string *why = nullptr)
 {
     std::string reason;
-    DicomPtr d(dicom::dicomReadFile(path.c_str(), delayed ? 1 : 0, &reason));
-    if (why)
-        *why = reason;
+    DicomPtr d(dicom::dicomReadFile(path.c_str(), delayed ? 1 : 0, why ? why : &reason));
     return d;
 }
 
@@ -50,9 +44,8 @@ inline std::vector<unsigned char> decodeFrames(const dicom::dicomStruct &d, std:
 /// The pixels a full (non-delayed) read holds.
 inline std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
 {
-    if (!d.pixelData)
-        return {};
-    return {d.pixelData, d.pixelData + size_t(d.frameSize) * size_t(d.frames)};
+    return {d.pixelData,
+            d.pixelData ? d.pixelData + size_t(d.frameSize) * size_t(d.frames) : nullptr};
 }
 
 /// Runs pydicom_reference.py MODE ARGS... and parses its JSON output.

@@ -150,8 +150,6 @@ def make(outdir):
     planes = np.ascontiguousarray(rgb.transpose(0, 3, 1, 2))
     write("rgb8", 3, 5, 3, 3, 8, "RGB", rgb.tobytes(), rgb.tobytes())
     write("rgb8_planar", 3, 5, 3, 3, 8, "RGB", planes.tobytes(), planes.tobytes(), planar=1)
-    with open(os.path.join(outdir, "rgb8.planes"), "wb") as f:
-        f.write(planes.tobytes())
     y, x = np.mgrid[0:32, 0:32]  # smooth, for lossy JPEG
     smooth = np.stack([x * 8, y * 8, (x + y) * 4], axis=-1).astype(np.uint8).tobytes()
     write("rgb8_smooth", 32, 32, 1, 3, 8, "RGB", smooth, smooth)
