@@ -1,14 +1,18 @@
-// The stack-break rules on plain values: the criteria policies and the
-// slice-order checks of a finished stack.
+// The stack-break rules: the criteria policies on plain values, and on real
+// CT slices the geometry checks of a new image, the slice-order checks over a
+// stack's children and what its row shows.
 
 #include "vxdicom/stacks/DicomCriterion.h"
 
-#include "vxdicom/stacks/DicomLoadOption.h"
-#include "vxdicom/stacks/DicomStackItem.h"
+#include "platform/core/VxMessage.h"
+#include "tests/vxdicom/stacks/StacksTestSupport.h"
+#include "vxdicom/stacks/DicomStackIcons.h"
 
-#include <gtest/gtest.h>
-
+#include <functional>
 #include <initializer_list>
+
+using stacktest::ctFile;
+using stacktest::LoadedFiles;
 
 namespace {
 template <class T, class V> KcDArray<T> array(std::initializer_list<V> list)
@@ -76,29 +80,94 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
     DicomStackItem::uniformTolerance = 0.02f;
 }
 
-TEST(StackChecks, MonotonousAndUniformSlicesAndPixelSizes)
+TEST(StackItemGeometry, EachDifferencePrintsItsStackBreakLine)
 {
-    auto monotonous = [](std::initializer_list<float> l) {
-        return slicesAreMonotonous(array<float>(l));
+    VX_REQUIRE_SHARED_DATA();
+    const std::pair<const char *, std::function<void(VxDicomImage &)>> rows[] = {
+        {"width", [](VxDicomImage &i) { i.width = 256; }},
+        {"height", [](VxDicomImage &i) { i.height = 256; }},
+        {"size", [](VxDicomImage &i) { i.dataSize /= 2; }},
+        {"primType", [](VxDicomImage &i) { i.isSigned = !i.isSigned; }},
+        {"samplesPerPixel", [](VxDicomImage &i) { i.samplesPerPixel = 3; }},
+        {"xPixelSizeMM", [](VxDicomImage &i) { i.pixelSpacing[0] += 0.0001f; }},
+        {"yPixelSizeMM", [](VxDicomImage &i) { i.pixelSpacing[1] *= 2; }},
+        {nullptr, [](VxDicomImage &i) { i.pixelSpacing[0] *= 1.00004f; }},
     };
-    auto uniform = [](std::initializer_list<float> l, float tolerance = 0.02f) {
-        return slicesAreUniform(array<float>(l), tolerance);
+    for (const auto &[what, change] : rows) {
+        LoadedFiles files({ctFile("I10"), ctFile("I20")});
+        ASSERT_EQ(files.size(), 2);
+        DicomStackItem stack(files.image(0));
+        change(*files.image(1));
+        DicomListItem candidate(files.image(1));
+        VxMessageCapture console;
+        EXPECT_EQ(stack.accept(&candidate, {}), what == nullptr) << (what ? what : "equal");
+        EXPECT_EQ(console.text(),
+                  what ? "stack break: " + std::string(what) + " is differing\n" : "")
+            << "one line, the first difference";
+        EXPECT_EQ(candidate.breakOption, -1) << "geometry breaks leave no criterion mark";
+    }
+    // The orientation criterion compares directions within 0.001, not header texts.
+    LoadedFiles files({ctFile("I10"), ctFile("I20")});
+    DicomStackItem stack(files.image(0));
+    DicomListItem candidate(files.image(1));
+    DicomLoadOption orientation(32, 55, DicomLoadOption::Constant, "image orientation patient", 3);
+    files.image(1)->rowDirection[0] += 0.0005f;
+    EXPECT_TRUE(stack.testOnLoadOption(&candidate, orientation));
+    files.image(1)->rowDirection[0] += 0.002f;
+    EXPECT_FALSE(stack.testOnLoadOption(&candidate, orientation));
+}
+
+TEST(StackItemChecks, ChildOrderSliceChecksIconsAndInfo)
+{
+    VX_REQUIRE_SHARED_DATA();
+    LoadedFiles files({ctFile("I10"), ctFile("I20"), ctFile("I30")});
+    ASSERT_EQ(files.size(), 3);
+    DicomStackItem stack;
+    auto iconIs = [&](DicomStackIcons::Kind kind) {
+        stack.showIcon(true);
+        return stack.icon(0).cacheKey() == DicomStackIcons::icon(kind).cacheKey();
     };
-    EXPECT_TRUE(monotonous({1, 1})) << "two equal locations count as monotonous";
-    EXPECT_FALSE(monotonous({1, 1, 2})) << "first step is zero";
-    EXPECT_FALSE(monotonous({1, 2, 2})) << "a later step is zero";
-    EXPECT_TRUE(monotonous({3, 2, 1})) << "descending";
-    EXPECT_FALSE(monotonous({10, 30, 20})) << "direction reverses";
-    EXPECT_TRUE(monotonous({1, 2, 5, 6})) << "steps need not be equal";
+    stack.append(files.image(0));
+    EXPECT_TRUE(iconIs(DicomStackIcons::Slice));
+    stack.append(files.image(1));
+    stack.append(files.image(2));
+    EXPECT_EQ(stacktest::instanceNumbers(&stack), (std::vector<int>{3, 2, 1}))
+        << "a new row becomes the first child";
+    EXPECT_TRUE(iconIs(DicomStackIcons::Uniform)) << "CT slices 2.5 mm apart";
+    files.image(0)->sliceLocation += 1; // steps no longer equal, still in order
+    EXPECT_TRUE(iconIs(DicomStackIcons::NonUniform));
+    files.image(0)->sliceLocation += 100; // out of order
+    EXPECT_TRUE(iconIs(DicomStackIcons::NonMonotonous));
 
-    EXPECT_TRUE(uniform({0, 1, 2, 3.01f})) << "1% off";
-    EXPECT_FALSE(uniform({0, 1, 2, 3.05f})) << "5% off";
-    EXPECT_TRUE(uniform({0, 1, 2, 3.05f}, 0.06f)) << "within a wider tolerance";
-    EXPECT_TRUE(uniform({5, 5, 5})) << "zero steps agree";
-    EXPECT_FALSE(uniform({5, 5, 6})) << "zero step then a real one";
-    EXPECT_FALSE(uniform({0, 1, 3})) << "the first two steps differ";
-    EXPECT_TRUE(uniform({0, 7})) << "two slices are uniform";
+    // Locations in child order: monotonous needs one direction without
+    // repeats, uniform successive steps equal within 2 % of the older one.
+    const struct
+    {
+        float z[3];
+        bool monotonous, uniform;
+    } orders[] = {{{10, 20, 15}, false, false}, {{1, 1, 2}, false, false},
+                  {{1, 2, 2}, false, false},    {{1, 2, 4}, true, false},
+                  {{3, 2, 1}, true, true},      {{0, 1, 2.01f}, true, true},
+                  {{0, 1, 2.05f}, true, false}, {{5, 5, 5}, false, true}};
+    for (const auto &order : orders) {
+        for (int i = 0; i < 3; ++i)
+            static_cast<DicomListItem *>(stack.child(i))->image()->sliceLocation = order.z[i];
+        EXPECT_EQ(stack.isMonotonous(), order.monotonous) << order.z[2];
+        EXPECT_EQ(stack.isUniform(), order.uniform) << order.z[2];
+        EXPECT_EQ(stack.getMinSliceLocation(), *std::max_element(order.z, order.z + 3))
+            << "the largest location, despite the name";
+    }
+    stack.relocateChildItems(30, 1.5f);
+    EXPECT_EQ(stacktest::sliceLocations(&stack), (std::vector<float>{30, 31.5f, 33}));
+    stack.revertChildren();
+    EXPECT_EQ(stacktest::instanceNumbers(&stack), (std::vector<int>{1, 2, 3}));
 
-    EXPECT_FALSE(pixelSizesDiffer(0.5f, 0.50004f)) << "0.00004 < 0.00005 x 1.00004";
-    EXPECT_TRUE(pixelSizesDiffer(0.5f, 0.5001f)) << "0.0001 > 0.00005 x 1.0001";
+    stack.showLabel(true);
+    EXPECT_EQ(stack.text(0), "HEAD") << "Patient's Name of the CT phantom (pydicom)";
+    const QString info = stack.info();
+    EXPECT_TRUE(info.startsWith("<b>3 images</b><br>size: 512 x 512 x 3<br>"))
+        << info.toStdString();
+    EXPECT_TRUE(
+        info.endsWith("patient position: <b>HFS</b><br>gantry detector tilt: <b>-18.5</b><br>"))
+        << info.toStdString();
 }

@@ -12,9 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <memory>
 
 namespace stacktest {
 
@@ -59,23 +57,20 @@ inline std::string ctFile(const char *name)
     return vxtest::sharedPath(std::string("dcm_qa_ct/In/Philips/S21610/S2010/") + name);
 }
 
-/// Instance numbers, or with `locations` slice locations, of a stack's rows.
-template <class T = int> std::vector<T> rowsOf(const DicomStackItem *stack, bool locations = false)
-{
-    std::vector<T> out;
-    for (int i = 0; i < stack->childCount(); ++i) {
-        const VxDicomImage *image = static_cast<DicomListItem *>(stack->child(i))->image();
-        out.push_back(locations ? T(image->sliceLocation) : T(image->imageNumber));
-    }
-    return out;
-}
 inline std::vector<int> instanceNumbers(const DicomStackItem *stack)
 {
-    return rowsOf(stack);
+    std::vector<int> out;
+    for (int i = 0; i < stack->childCount(); ++i)
+        out.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->imageNumber);
+    return out;
 }
+
 inline std::vector<float> sliceLocations(const DicomStackItem *stack)
 {
-    return rowsOf<float>(stack, true);
+    std::vector<float> out;
+    for (int i = 0; i < stack->childCount(); ++i)
+        out.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->sliceLocation);
+    return out;
 }
 
 inline std::vector<int> stackSizes(const DicomListView &view)

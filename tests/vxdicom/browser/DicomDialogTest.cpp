@@ -1,0 +1,451 @@
+// The import dialog as a user drives it, shown offscreen on the program's
+// thread layout: vxReadDicom on a worker thread, the dialog on the GUI thread,
+// the test clicking. Every way out returns; sorting, the panes, the popup
+// menus, the preview and help act on what was clicked; the side-by-side
+// parameter view, "Add", the criteria dialog and a column drag steer the stacks.
+
+#include "vxdicom/browser/DicomDialog.h"
+#include "platform/core/VxMessage.h"
+#include "platform/core/VxObjectPool.h"
+#include "platform/core/VxPreferences.h"
+#include "platform/data/VxField3.h"
+#include "platform/gui/VxHelpBrowser.h"
+#include "platform/gui/VxWarningDialog.h"
+#include "tests/support/WidgetDriver.h"
+#include "tests/vxdicom/stacks/StacksTestSupport.h"
+#include "vxdicom/browser/DicomDialogView.h"
+#include "vxdicom/browser/DicomMenuBar.h"
+#include "vxdicom/browser/DicomParameterView.h"
+#include "vxdicom/browser/QxDicomImageView.h"
+#include "vxdicom/reader/VxDicom.h"
+#include "vxdicom/stacks/DicomOptionDialog.h"
+
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTest>
+#include <QTextBrowser>
+#include <QTextEdit>
+#include <QTimer>
+
+#include <numeric>
+
+using stacktest::instanceNumbers;
+using stacktest::stackSizes;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+using namespace uitest;
+
+/// What a load through the dialog gave; the fields are owned by the object pool.
+struct LoadOutcome
+{
+    bool returned = false;
+    int result = -1;
+    bool cancelled = false;
+    KcDArray<VxField3 *> fields;
+};
+
+/// Runs vxReadDicom on a worker thread with the dialog shown, as the program
+/// does, while this (the GUI) thread runs the event loop; `drive` gets the
+/// dialog once it is visible and ends it. A load that does not return within
+/// a minute fails the test instead of hanging it.
+inline LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
+                                     const std::function<void(DicomDialog &)> &drive)
+{
+    registerDicomImportDialog();
+    auto driven = std::make_shared<bool>(false);
+    const QPointer<QTimer> waiting =
+        when([driven] { return !*driven && visibleWindow<DicomDialog>(); },
+             [driven, drive] {
+                 *driven = true;
+                 drive(*visibleWindow<DicomDialog>());
+             });
+    // Owned by the worker too, which may outlive a test that gave up on it.
+    auto state = std::make_shared<LoadOutcome>();
+    auto names = std::make_shared<std::vector<std::string>>(files);
+    state->returned = runOnWorker([state, names] {
+        std::vector<const char *> argv;
+        for (const std::string &n : *names)
+            argv.push_back(n.c_str());
+        state->result = vxReadDicom(int(argv.size()), argv.data(), state->fields, 1, false);
+        state->cancelled = dicomImportCancelled;
+    });
+    delete waiting.data();
+    EXPECT_TRUE(*driven) << "the dialog was not shown";
+    return state->returned ? *state : LoadOutcome();
+}
+
+/// The Philips CT (54 axial slices, patient name "HEAD"; its DICOMDIR left
+/// out) and the Siemens sagittal T1 (35 slices, "HFS").
+inline std::vector<std::string> twoSeries()
+{
+    std::vector<std::string> files;
+    for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_ct/In"))
+        if (f.find("DIRFILE") == std::string::npos)
+            files.push_back(f);
+    for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_decubitus/In"))
+        files.push_back(f);
+    return files;
+}
+
+using stacktest::instanceNumbers;
+using stacktest::stackSizes;
+
+inline int sectionOf(const QTreeWidget *list, const QString &label)
+{
+    for (int s = 0; s < list->columnCount(); ++s)
+        if (list->headerItem()->text(s) == label)
+            return s;
+    return -1;
+}
+
+inline QTreeWidgetItem *rowOfText(QTreeWidget *tree, int column, const QString &text)
+{
+    const auto found = tree->findItems(text, Qt::MatchExactly, column);
+    return found.isEmpty() ? nullptr : found.first();
+}
+
+/// Empties the object pool before and after a test of real series.
+class RealSeries : public stacktest::RealSeries
+{
+protected:
+    void SetUp() override
+    {
+        VxObjectPool::instance()->clear();
+        stacktest::RealSeries::SetUp();
+    }
+    void TearDown() override
+    {
+        VxObjectPool::instance()->clear();
+        stacktest::RealSeries::TearDown();
+    }
+};
+
+// The first dimension of each field (512 for the CT, 35 for the sagittal T1)
+// or, with `extent`, the x extent of the one field.
+std::vector<float> sizes(const LoadOutcome &outcome, bool extent = false)
+{
+    EXPECT_TRUE(outcome.returned && outcome.result == 1 && !outcome.cancelled);
+    std::vector<float> out;
+    for (const VxField3 *f : outcome.fields) {
+        float box[6] = {};
+        f->lattice()->getBoundingBox(box);
+        out.push_back(extent ? box[1] - box[0] : float(f->lattice()->dim(0)));
+    }
+    VxObjectPool::instance()->clear();
+    return out;
+}
+
+using DialogFlow = RealSeries;
+using DialogView = RealSeries;
+using DialogSteering = RealSeries;
+
+TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllAndSaysHowMany)
+{
+    std::vector<QString> said;
+    const auto selected = loadThroughDialog(twoSeries(), [&](DicomDialog &d) {
+        DicomListView *list = d.view()->listView();
+        ASSERT_EQ(list->stackList().size(), 2);
+        said.push_back(d.loadSummaryLabel()->text());
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                          rowPoint(list, list->stackList()[1]));
+        said.push_back(d.loadSummaryLabel()->text());
+        QTest::mouseClick(d.okButton(), Qt::LeftButton);
+    });
+    EXPECT_EQ(said, (std::vector<QString>{"OK loads all 2 stacks",
+                                          "OK loads 1 of 2 stacks: the selected one"}));
+    EXPECT_EQ(sizes(selected), std::vector<float>{35});
+    const auto all =
+        loadThroughDialog(twoSeries(), [](DicomDialog &d) { QTest::keyClick(&d, Qt::Key_Return); });
+    EXPECT_EQ(sizes(all), (std::vector<float>{512, 35}));
+
+    // A single image beside a series: "Only uniform stacks" leaves it out.
+    std::vector<std::string> files = vxtest::sharedDicomFiles("dcm_qa_decubitus/In");
+    files.push_back(vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10"));
+    const auto uniform = loadThroughDialog(files, [](DicomDialog &d) {
+        QCheckBox *box = d.view()->onlyUniformBox();
+        QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
+        EXPECT_EQ(d.loadSummaryLabel()->text(), "OK loads 1 of 2 stacks");
+        QTest::mouseClick(d.okButton(), Qt::LeftButton);
+    });
+    EXPECT_EQ(sizes(uniform), std::vector<float>{35});
+}
+
+TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
+{
+    const std::vector<std::pair<const char *, std::function<void(DicomDialog &)>>> ways = {
+        {"Cancel", [](DicomDialog &d) { QTest::mouseClick(d.cancelButton(), Qt::LeftButton); }},
+        {"Esc", [](DicomDialog &d) { QTest::keyClick(&d, Qt::Key_Escape); }},
+        {"closing the window", [](DicomDialog &d) { d.close(); }},
+    };
+    for (const auto &[way, act] : ways) {
+        const auto outcome = loadThroughDialog(twoSeries(), act);
+        ASSERT_TRUE(outcome.returned) << way;
+        EXPECT_EQ(outcome.result, 1) << way;
+        EXPECT_TRUE(outcome.cancelled) << way;
+        EXPECT_EQ(VxObjectPool::instance()->size(), 0) << way;
+        EXPECT_EQ(visibleWindow<DicomDialog>(), nullptr) << way;
+    }
+}
+
+TEST_F(DialogFlow, UnitsOfTheMenuReachTheFieldAndAreStored)
+{
+    VxSettingsMgr *settings = VxSettingsMgr::getInstance();
+    const VxPreferences before = settings->getPreferences();
+    const auto series = vxtest::sharedDicomFiles("dcm_qa_decubitus/In"); // 35 x 4.8 mm
+    const auto mm = loadThroughDialog(series, [](DicomDialog &d) {
+        EXPECT_TRUE(d.menuBar()->unitsItem(1)->isChecked()) << "cm by default";
+        d.menuBar()->unitsItem(0)->trigger();
+        QTest::keyClick(&d, Qt::Key_Return);
+    });
+    EXPECT_NEAR(sizes(mm, true).at(0), 163.2f, 0.01f);
+    EXPECT_FLOAT_EQ(settings->getPreferences().lengthUnit, 0.001f) << "stored for the next load";
+    settings->setPreferences(before, false);
+}
+
+QPoint sectionCentre(const DicomListView *list, int section)
+{
+    const QHeaderView *h = list->header();
+    return {h->sectionViewportPosition(section) + h->sectionSize(section) / 2, h->height() / 2};
+}
+
+void expectFacts(const QString &text, const Strings &facts)
+{
+    for (const std::string &fact : facts)
+        EXPECT_TRUE(text.contains(QString::fromStdString(fact))) << fact << "\n"
+                                                                 << text.toStdString();
+}
+
+void steps(DicomDialog &d, DicomListView *list)
+{
+    // A click on a header reverses its column and rebuilds the stacks.
+    const int section = sectionOf(list, "instance number");
+    std::vector<int> ascending(54);
+    std::iota(ascending.begin(), ascending.end(), 1);
+    ASSERT_EQ(instanceNumbers(list->stackList()[0]), ascending);
+    QTest::mouseClick(list->header()->viewport(), Qt::LeftButton, {}, sectionCentre(list, section));
+    EXPECT_EQ(instanceNumbers(list->stackList()[0]),
+              std::vector<int>(ascending.rbegin(), ascending.rend()));
+    EXPECT_EQ(list->header()->sortIndicatorOrder(), Qt::DescendingOrder);
+    QTest::mouseClick(list->header()->viewport(), Qt::LeftButton, {}, sectionCentre(list, section));
+    EXPECT_EQ(instanceNumbers(list->stackList()[0]), ascending);
+
+    // The panes: the Philips CT as dcm2niix sees it, then an image of the T1.
+    QTextEdit *stackPane = d.view()->stackInfoArea();
+    QTextEdit *imagePane = d.view()->dicomInfoArea();
+    EXPECT_EQ(imagePane->toPlainText(), "2 stacks\n89 images");
+    DicomStackItem *ct = list->stackList()[0];
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, rowPoint(list, ct));
+    expectFacts(stackPane->toPlainText(),
+                {"54 images", "size: 512 x 512 x 54",
+                 "voxel size: 0.482422 x 0.482422 x 2.37081 mm",
+                 "slice spacing: 2.37081 mm, uniform", "modality: CT",
+                 "orientation: axial, tilted by 18.5 degrees", "patient name: HEAD",
+                 "next stack broke off: width is differing"});
+    auto *t1 = static_cast<DicomListItem *>(list->stackList()[1]->child(3));
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, rowPoint(list, t1));
+    expectFacts(stackPane->toPlainText(),
+                {"35 images", "orientation: sagittal", "next stack: none"});
+    expectFacts(imagePane->toPlainText(), {"file: " + t1->image()->file->fileName,
+                                           "patient name: HFS", "image size: 256 x 256"});
+
+    // An image row: "Image Preview" shows that very image; a double click too.
+    const Strings rowMenu = {"DICOM Parameters", "Image Preview", "Remove Image"};
+    auto *image = static_cast<DicomListItem *>(ct->child(10));
+    EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, image), "Image Preview"), rowMenu);
+    auto *preview = visibleWindow<QxDicomImageView>();
+    ASSERT_NE(preview, nullptr);
+    EXPECT_EQ(preview->windowTitle().toStdString(), image->image()->file->fileName);
+    EXPECT_EQ(preview->pictureLabel()->pixmap().size(), QSize(512, 512));
+    preview->close();
+    doubleClick(list->viewport(), rowPoint(list, ct->child(20)));
+    ASSERT_NE(visibleWindow<QxDicomImageView>(), nullptr);
+    visibleWindow<QxDicomImageView>()->close();
+
+    // Two image rows removed, then a whole stack; the header removes a column.
+    list->clearSelection();
+    ct->child(1)->setSelected(true);
+    ct->child(2)->setSelected(true);
+    EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, ct->child(2)), "Remove Image"),
+              (Strings{"DICOM Parameters", "Remove Image"}));
+    EXPECT_EQ(list->numImages(), 87);
+    EXPECT_EQ(list->stackList()[0]->childCount(), 52);
+    EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, list->stackList()[0]), "Remove Image"),
+              rowMenu);
+    ASSERT_EQ(list->stackList().size(), 1);
+    EXPECT_EQ(list->stackList()[0]->childCount(), 35);
+    EXPECT_EQ(imagePane->toPlainText(), "1 stack\n35 images");
+    EXPECT_EQ(popupChoose(list->header()->viewport(),
+                          sectionCentre(list, sectionOf(list, "file name")), "Remove Column"),
+              Strings{"Remove Column"});
+    EXPECT_EQ(sectionOf(list, "file name"), -1);
+
+    // Help, with a display: the page and its picture.
+    VxWarningDialog::setDisplayOverride(1);
+    QAction *help = d.menuBar()->actions().last()->menu()->actions().first();
+    ASSERT_EQ(help->text(), "&Help");
+    help->trigger();
+    VxWarningDialog::setDisplayOverride(-1);
+    QTextBrowser *window = VxHelpBrowser::window();
+    ASSERT_TRUE(window && window->isVisible());
+    EXPECT_TRUE(window->source().path().endsWith("/VxFileFormat_DICOM.html"));
+    EXPECT_TRUE(window->toPlainText().contains("strictly monot."));
+    const QVariant picture =
+        window->loadResource(QTextDocument::ImageResource, QUrl("images/dicom-loader.png"));
+    EXPECT_FALSE(QImage::fromData(picture.toByteArray()).isNull()) << "picture missing";
+}
+
+TEST_F(DialogView, SortPanesPreviewRemovalAndHelpAsAUserDrivesThem)
+{
+    const auto outcome = loadThroughDialog(twoSeries(), [](DicomDialog &d) {
+        steps(d, d.view()->listView());
+        for (QWidget *w : QApplication::topLevelWidgets())
+            if (w != &d && w->isVisible())
+                w->close();
+        QTest::mouseClick(d.cancelButton(), Qt::LeftButton);
+    });
+    EXPECT_TRUE(outcome.returned && outcome.cancelled);
+}
+
+// Drags a header section to the left edge of the section at `position`.
+void dragSection(QTreeWidget *list, int section, int position)
+{
+    QHeaderView *h = list->header();
+    QWidget *port = h->viewport();
+    const int y = h->height() / 2;
+    const QPoint from(h->sectionViewportPosition(section) + h->sectionSize(section) / 2, y);
+    const QPoint to(h->sectionViewportPosition(h->logicalIndex(position)) + 2, y);
+    QTest::mousePress(port, Qt::LeftButton, {}, from);
+    QTest::mouseMove(port, from + QPoint(QApplication::startDragDistance() + 2, 0));
+    QTest::mouseMove(port, to);
+    QTest::mouseRelease(port, Qt::LeftButton, {}, to);
+}
+
+void typeInto(QLineEdit *edit, const char *text)
+{
+    edit->selectAll();
+    QTest::keyClicks(edit, text);
+}
+
+// The side-by-side view of two images of different volumes: the temporal
+// position differs, pixel data is not listed; "Add" makes it a column.
+void addTheDifferingElement()
+{
+    auto *view = visibleWindow<DicomParameterView>();
+    QTreeWidget *rows = view->list();
+    EXPECT_EQ(rowOfText(rows, 0, "7FE0:0010"), nullptr) << "no pixel data";
+    QTreeWidgetItem *temporal = rowOfText(rows, 1, "temporal position identifier");
+    ASSERT_NE(temporal, nullptr);
+    EXPECT_EQ(temporal->text(0), "0020:0100");
+    EXPECT_TRUE(static_cast<QxParameterListItem *>(temporal)->difference);
+    EXPECT_FALSE(view->addButton()->isEnabled());
+    QTest::mouseClick(rows->viewport(), Qt::LeftButton, {}, rowPoint(rows, temporal));
+    EXPECT_TRUE(view->addButton()->isEnabled());
+    screenshot(view, "steering-2-parameter-view");
+    QTest::mouseClick(view->addButton(), Qt::LeftButton);
+}
+
+void steer(DicomDialog &d)
+{
+    DicomListView *list = d.view()->listView();
+    EXPECT_EQ(list->stackList().size(), 3) << "the loader splits such a series by itself";
+    d.menuBar()->optionsItem(8)->trigger(); // "Split Repeated Positions into Volumes" off
+    ASSERT_EQ(list->stackList().size(), 19) << "the criteria alone cut it into ones and twos";
+    screenshot(&d, "steering-1-before");
+    list->clearSelection();
+    list->stackList()[0]->child(0)->setSelected(true);
+    list->stackList()[1]->child(0)->setSelected(true);
+    when([] { return visibleWindow<DicomParameterView>() != nullptr; }, addTheDifferingElement);
+    popupChoose(list->viewport(), rowPoint(list, list->stackList()[1]->child(0)),
+                "DICOM Parameters");
+    const int section = sectionOf(list, "temporal position identifier");
+    ASSERT_GT(section, 0);
+    const DicomLoadOption *option = list->loadOptions()[section - 1];
+    EXPECT_EQ(option->value, DicomLoadOption::Ignore);
+    EXPECT_EQ(option->options, 31) << "a numeric value allows every policy";
+
+    // The criteria dialog; a second request raises the open one.
+    d.menuBar()->columnsItem(0)->trigger(); // "Stack Break Criteria..."
+    QTest::mouseClick(d.criteriaButton(), Qt::LeftButton);
+    const auto tops = QApplication::topLevelWidgets();
+    EXPECT_EQ(std::count_if(tops.begin(), tops.end(),
+                            [](QWidget *w) {
+                                return qobject_cast<DicomOptionDialog *>(w) && w->isVisible();
+                            }),
+              1);
+    auto *criteria = visibleWindow<DicomOptionDialog>();
+    ASSERT_NE(criteria, nullptr);
+    QLineEdit *edit = criteria->toleranceEdit();
+    QPushButton *apply = criteria->applyButton();
+    EXPECT_EQ(edit->text(), "2.0");
+    EXPECT_FALSE(apply->isEnabled());
+    QTreeWidgetItem *element =
+        rowOfText(criteria->elementList(), 0, "temporal position identifier");
+    QTest::mouseClick(criteria->elementList()->viewport(), Qt::LeftButton, {},
+                      rowPoint(criteria->elementList(), element));
+    const int page = criteria->elementList()->indexOfTopLevelItem(element);
+    EXPECT_EQ(criteria->pages()->currentIndex(), page);
+    QButtonGroup *policies = criteria->policyButtons(page);
+    policies->button(DicomLoadOption::Constant)->click();
+    EXPECT_TRUE(apply->isEnabled());
+
+    // Not a number, negative, above 100 %: a message, and nothing is applied.
+    for (const char *bad : {"abc", "-1", "150"}) {
+        typeInto(edit, bad);
+        VxMessageCapture console;
+        QTest::mouseClick(apply, Qt::LeftButton);
+        EXPECT_TRUE(console.contains("Tolerance for uniformity: ")) << bad;
+        EXPECT_TRUE(console.contains("Nothing was changed.")) << console.text();
+        EXPECT_FLOAT_EQ(list->getUniformTolerance(), 0.02f);
+        EXPECT_EQ(option->value, DicomLoadOption::Ignore);
+        EXPECT_EQ(list->stackList().size(), 19);
+    }
+    // The same tolerance and "constant": Apply rebuilds the stacks with the
+    // new criterion, which breaks between any two neighbours.
+    typeInto(edit, "2.0");
+    QTest::mouseClick(apply, Qt::LeftButton);
+    EXPECT_EQ(option->value, DicomLoadOption::Constant);
+    EXPECT_EQ(stackSizes(*list), std::vector<int>(27, 1));
+    EXPECT_FALSE(apply->isEnabled());
+    typeInto(edit, "2.5");
+    QTest::mouseClick(apply, Qt::LeftButton);
+    EXPECT_FLOAT_EQ(list->getUniformTolerance(), 0.025f);
+    screenshot(criteria, "steering-3-criteria");
+    criteria->close();
+
+    // Sorted by the temporal position first: the three volumes.
+    dragSection(list, section, 1);
+    EXPECT_EQ(list->header()->visualIndex(section), 1);
+    EXPECT_EQ(stackSizes(*list), (std::vector<int>{9, 9, 9}));
+    EXPECT_EQ(instanceNumbers(list->stackList()[0]),
+              (std::vector<int>{1, 4, 7, 10, 13, 16, 19, 22, 25}));
+    list->stackList()[0]->setExpanded(true);
+    screenshot(&d, "steering-4-after");
+    d.menuBar()->optionsItem(6)->trigger(); // "Save Load Options"
+    QTest::mouseClick(d.okButton(), Qt::LeftButton);
+}
+
+// Philips fMRI: 3 volumes of 9 slices whose instance numbers interleave the
+// volumes (1, 4, 7, ... is the first volume).
+TEST_F(DialogSteering, AnElementFoundSideBySideTurnsInterleavedSlicesIntoVolumes)
+{
+    const VxPreferences before = VxSettingsMgr::getInstance()->getPreferences();
+    const float tolerance = DicomStackItem::uniformTolerance;
+    const auto outcome = loadThroughDialog(vxtest::sharedDicomFiles("dcm_qa_philips/In"), steer);
+    DicomStackItem::uniformTolerance = tolerance;
+    ASSERT_EQ(outcome.fields.size(), 3);
+    for (const VxField3 *field : outcome.fields)
+        EXPECT_EQ(field->lattice()->dim(2), 9);
+    const std::string stored = VxSettingsMgr::getInstance()->getPreferences().dicomLoadOptions;
+    EXPECT_EQ(stored.rfind("<32|256|2|31|temporal position identifier>", 0), 0u) << stored;
+    VxSettingsMgr::getInstance()->setPreferences(before, false);
+}
+
+} // namespace
