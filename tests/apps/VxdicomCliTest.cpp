@@ -66,6 +66,7 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
         {"run 'set a 1'", "", 0, {}, {}},
         {"frobnicate", "", 2, {}, {"unknown command 'frobnicate'", "usage: vxdicom COMMAND"}},
         {"", "", 2, {}, {"usage: vxdicom COMMAND"}},
+        {"help frobnicate", "", 2, {}, {}},
         {"info", "", 2, {}, {"usage: vxdicom info"}},
         {"info --bogus x.dcm", "", 2, {}, {"unknown option '--bogus'"}},
         {"info --no-attributes --attributes-only x.dcm", "", 2, {}, {"exclude each other"}},
@@ -99,19 +100,12 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
     EXPECT_FALSE(fs::exists(dir.file("out.nrrd")));
 }
 
-// Two slices of the MR series, named "a b.dcm" and "c.dcm".
-void twoSlices(const vxtest::TempDir &dir)
-{
-    const std::vector<std::string> files = vxtest::sharedDicomFiles(kMrFolder);
-    fs::copy_file(files[0], dir.file("a b.dcm"));
-    fs::copy_file(files[1], dir.file("c.dcm"));
-}
-
-TEST(VxdicomRun, LoadCommandsAndScriptsReplayThroughTheInterpreter)
+TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
 {
     VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir;
-    twoSlices(dir);
+    vxtest::TempDir dir; // two slices of the MR series, named "a b.dcm" and "c.dcm"
+    fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[0], dir.file("a b.dcm"));
+    fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[1], dir.file("c.dcm"));
     const std::string cwd = dir.path().string();
     // A field's stored load command: slice order, only the name with a blank quoted.
     const Outcome load =
@@ -143,13 +137,8 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayThroughTheInterpreter)
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(fieldCount(r.out), 2) << r.out;
     EXPECT_EQ(filesIn(dir.file("out")), (std::vector<std::string>{"HFS.nii", "HFS_2_.nii"}));
-}
 
-TEST(VxdicomRun, ErrorsNameTheLineAndStopTheScript)
-{
-    VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir;
-    twoSlices(dir);
+    // An error names the line (and the file) and stops the script.
     const struct
     {
         const char *script, *error;
@@ -165,36 +154,14 @@ TEST(VxdicomRun, ErrorsNameTheLineAndStopTheScript)
     };
     for (const auto &row : rows) {
         writeText(dir.file("broken.vxs"), row.script);
-        const Outcome r = vxdicom("run broken.vxs", dir.path().string());
+        const Outcome r = vxdicom("run broken.vxs", cwd);
         EXPECT_EQ(r.status, 1) << row.script;
         EXPECT_EQ(r.err, row.error) << row.script;
         EXPECT_EQ(fieldCount(r.out), row.fields) << row.script << "\n" << r.out;
         EXPECT_FALSE(contains(r.out, "failed")) << r.out;
     }
-    const Outcome direct = vxdicom("run " + q("set a 1\nlod -dicom c.dcm"), dir.path().string());
+    const Outcome direct = vxdicom("run " + q("set a 1\nlod -dicom c.dcm"), cwd);
     EXPECT_EQ(direct.err, "vxdicom run: line 2: invalid command name \"lod\"\n");
-}
-
-// Every slice of the shared CT and MR series linked into root/IMAGES/CT and
-// root/IMAGES/MR, and a DICOMDIR over them made by DCMTK's dcmmkdir.
-void fileSet(const fs::path &root, bool ct, bool mr)
-{
-    int n = 0;
-    for (const auto &[use, folder, sub] :
-         {std::tuple(ct, "dcm_qa_ct/In/Philips/S21610/S2010", "CT"),
-          std::tuple(mr, kMrFolder, "MR")}) {
-        if (!use)
-            continue;
-        fs::create_directories(root / "IMAGES" / sub);
-        for (const std::string &f : vxtest::sharedDicomFiles(folder))
-            if (fs::path(f).filename() != "DIRFILE")
-                fs::create_symlink(f, root / "IMAGES" / sub / ("IM" + std::to_string(++n)));
-    }
-    std::string output;
-    ASSERT_EQ(vxtest::runCommand("cd " + q(root.string()) + " && dcmmkdir --recurse IMAGES",
-                                 &output, true),
-              0)
-        << output;
 }
 
 TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
@@ -202,9 +169,22 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
     VX_REQUIRE_SHARED_DATA();
     if (!vxtest::haveProgram("dcmmkdir"))
         GTEST_SKIP() << "dcmmkdir (Debian dcmtk) is not installed";
+    // Every slice of the shared CT and MR series linked into cd/IMAGES/CT and
+    // cd/IMAGES/MR, and a DICOMDIR over them made by DCMTK's dcmmkdir.
     vxtest::TempDir dir;
     const fs::path cd = dir.path() / "cd";
-    fileSet(cd, true, true);
+    int n = 0;
+    for (const auto &[folder, sub] :
+         {std::pair("dcm_qa_ct/In/Philips/S21610/S2010", "CT"), std::pair(kMrFolder, "MR")}) {
+        fs::create_directories(cd / "IMAGES" / sub);
+        for (const std::string &f : vxtest::sharedDicomFiles(folder))
+            if (fs::path(f).filename() != "DIRFILE")
+                fs::create_symlink(f, cd / "IMAGES" / sub / ("IM" + std::to_string(++n)));
+    }
+    std::string log;
+    ASSERT_EQ(
+        vxtest::runCommand("cd " + q(cd.string()) + " && dcmmkdir --recurse IMAGES", &log, true), 0)
+        << log;
     const Outcome folders =
         vxdicom("load -nodialog --format nii -o " + q(dir.file("folders")) + " " +
                 q((cd / "IMAGES/CT").string()) + " " + q((cd / "IMAGES/MR").string()));

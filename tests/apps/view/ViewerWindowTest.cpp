@@ -52,9 +52,8 @@ const vxtest::TempDir &synthetic(std::string *error)
               "--spacing 2 --thickness 3",
               "stacked --orientation axial --modality CT --rows 32 --columns 28 --slices 12 "
               "--spacing 1.5 --thickness 2 --gaps 3,7",
-              "long --orientation axial --modality CT --rows 48 --columns 48 --slices 60 --spacing "
-              "1 "
-              "--thickness 1"})
+              "long --orientation axial --modality CT --rows 48 --columns 48 --slices 60 "
+              "--spacing 1 --thickness 1"})
             if (vxtest::runCommand(std::string(VX_PYTHON) + " " + VX_MAKE_SERIES + " " +
                                        dir.path().string() + "/" + args,
                                    &out, true) != 0)
