@@ -14,34 +14,20 @@
 
 namespace {
 
-class ThreadRecorder : public ForkedObject
+// Records the thread of each step.
+struct ThreadRecorder : ForkedObject
 {
-public:
-    explicit ThreadRecorder(std::vector<std::thread::id> *seen) : seen(seen)
-    {
-        seen->push_back(std::this_thread::get_id());
-    }
-    ~ThreadRecorder() override { seen->push_back(std::this_thread::get_id()); }
+    explicit ThreadRecorder(std::vector<std::thread::id> *seen) : seen(seen) { putData(); }
+    ~ThreadRecorder() override { putData(); }
     void putData() override { seen->push_back(std::this_thread::get_id()); }
-    int exec() override
-    {
-        seen->push_back(std::this_thread::get_id());
-        return 3;
-    }
-
-private:
+    int exec() override { return putData(), 3; }
     std::vector<std::thread::id> *seen;
 };
 
-class RecorderNegotiator : public ThreadNegotiator
+struct RecorderNegotiator : ThreadNegotiator
 {
-public:
     explicit RecorderNegotiator(std::vector<std::thread::id> *seen) : seen(seen) {}
-
-protected:
     ForkedObject *create() override { return new ThreadRecorder(seen); }
-
-private:
     std::vector<std::thread::id> *seen;
 };
 

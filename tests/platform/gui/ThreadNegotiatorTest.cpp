@@ -43,36 +43,19 @@ struct StepLog
 
 // Each operation records itself; putData and exec take a while, so a caller
 // that did not wait would see the log unchanged.
-class RecordingObject : public ForkedObject
+struct RecordingObject : ForkedObject
 {
-public:
     explicit RecordingObject(StepLog *log) : log(log) { log->add("create"); }
     ~RecordingObject() override { log->add("delete"); }
-    void putData() override
-    {
-        QThread::msleep(50);
-        log->add("putData");
-    }
-    int exec() override
-    {
-        QThread::msleep(50);
-        log->add("exec");
-        return 7;
-    }
-
-private:
+    void putData() override { QThread::msleep(50), log->add("putData"); }
+    int exec() override { return QThread::msleep(50), log->add("exec"), 7; }
     StepLog *log;
 };
 
-class RecordingNegotiator : public ThreadNegotiator
+struct RecordingNegotiator : ThreadNegotiator
 {
-public:
     explicit RecordingNegotiator(StepLog *log) : log(log) {}
-
-protected:
     ForkedObject *create() override { return new RecordingObject(log); }
-
-private:
     StepLog *log;
 };
 
@@ -102,9 +85,8 @@ public:
     int exec() override { return QDialog::exec(); }
 };
 
-class ModalNegotiator : public ThreadNegotiator
+struct ModalNegotiator : ThreadNegotiator
 {
-protected:
     ForkedObject *create() override { return new ModalDialog; }
 };
 

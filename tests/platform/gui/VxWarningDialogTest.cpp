@@ -28,9 +28,8 @@ protected:
 };
 
 // While alive, answers every message box that comes up with `act`.
-class BoxAnswerer
+struct BoxAnswerer
 {
-public:
     explicit BoxAnswerer(std::function<void(QMessageBox *)> act)
     {
         QObject::connect(&timer, &QTimer::timeout, [this, act] {
@@ -46,18 +45,8 @@ public:
     QMessageBox *seen = nullptr;
     QString defaultText;
     int buttonCount = 0;
-
-private:
     QTimer timer;
 };
-
-QAbstractButton *buttonWithText(QMessageBox *box, const QString &text)
-{
-    for (QAbstractButton *b : box->buttons())
-        if (b->text() == text)
-            return b;
-    return nullptr;
-}
 
 } // namespace
 
@@ -89,7 +78,11 @@ TEST_F(VxWarningDialogTest, WithDisplayTheAnswerIsTheButtonTheUserChooses)
 {
     VxWarningDialog::setDisplayOverride(1);
     {
-        BoxAnswerer answerer([](QMessageBox *box) { buttonWithText(box, "Clamp data")->click(); });
+        BoxAnswerer answerer([](QMessageBox *box) {
+            for (QAbstractButton *b : box->buttons())
+                if (b->text() == "Clamp data")
+                    b->click();
+        });
         EXPECT_EQ(VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling",
                                            "Clamp data", "Adjust scaling", 2, 2),
                   1);
