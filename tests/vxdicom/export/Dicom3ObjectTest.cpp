@@ -26,19 +26,7 @@ using namespace std::string_literals;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 const dicom::enCoding LE = dicom::EXPLICIT_LITTLE_ENDIAN, BE = dicom::EXPLICIT_BIG_ENDIAN;
-
-Bytes text(const std::string &s)
-{
-    return Bytes(s.begin(), s.end());
-}
-
-Bytes cat(Bytes a, const Bytes &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 /// A text value as written: padded with one 0x00 to an even length.
 std::string padded(std::string s)
@@ -66,77 +54,62 @@ std::unique_ptr<VxUniformScalarField3> smallByteVolume()
 }
 
 /// Everything `write` puts into a fresh temporary file; `result` gets what it returns.
-Bytes writtenBytes(const std::function<int(FILE *)> &write, int *result = nullptr)
+std::string written(const std::function<int(FILE *)> &write, int *result = nullptr)
 {
     FILE *f = std::tmpfile();
     const int r = write(f);
     if (result)
         *result = r;
-    std::fflush(f);
-    Bytes bytes(static_cast<size_t>(std::max(0L, std::ftell(f))));
+    std::string bytes(static_cast<size_t>(std::max(0L, std::ftell(f))), '\0');
     std::rewind(f);
     EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), f), bytes.size());
     std::fclose(f);
     return bytes;
 }
 
-Bytes writeCurrentSlice(Dicom3Object &object)
+std::string slice(Dicom3Object &object)
 {
-    return writtenBytes([&](FILE *f) { return writeDicom3File(object, f); });
+    return written([&](FILE *f) { return writeDicom3File(object, f); });
 }
 
+/// One element of a written file: its tag as "GGGG,EEEE", VR, offset and value.
 struct Element
 {
-    uint16_t group = 0, element = 0;
-    std::string vr;
-    uint32_t length = 0;
-    size_t offset = 0; ///< of the tag
-    Bytes value;
-
-    std::string text() const { return std::string(value.begin(), value.end()); }
+    std::string tag, vr;
+    size_t offset = 0;
+    std::string value;
     uint32_t number() const
     {
         uint32_t n = 0;
         for (size_t i = value.size(); i-- > 0;)
-            n = n << 8 | value[i];
+            n = n << 8 | static_cast<unsigned char>(value[i]);
         return n;
     }
 };
 
 /// The elements of a file written in explicit VR little endian, in file
 /// order; fails the test when the framing is broken.
-std::vector<Element> walk(const Bytes &bytes)
+std::vector<Element> walk(const std::string &bytes)
 {
     std::vector<Element> out;
     auto le = [&](size_t p, int n) {
         uint32_t v = 0;
         for (int i = n; i-- > 0;)
-            v = v << 8 | bytes[p + static_cast<size_t>(i)];
+            v = v << 8 | static_cast<unsigned char>(bytes[p + static_cast<size_t>(i)]);
         return v;
     };
     for (size_t p = 132; p < bytes.size();) {
-        Element e;
-        e.offset = p;
-        e.vr = p + 8 <= bytes.size() ? std::string(bytes.begin() + static_cast<long>(p) + 4,
-                                                   bytes.begin() + static_cast<long>(p) + 6)
-                                     : "";
-        const bool longLength = e.vr == "OB" || e.vr == "OW" || e.vr == "UN" || e.vr == "UT";
-        if (e.vr.empty() || (longLength && p + 12 > bytes.size())) {
-            ADD_FAILURE() << "element header cut at " << p;
+        const std::string vr = bytes.substr(p + 4, 2);
+        const bool longLength = vr == "OB" || vr == "OW" || vr == "UN" || vr == "UT";
+        const size_t start = p + (longLength ? 12 : 8);
+        const uint32_t length = start > bytes.size() ? 0 : longLength ? le(p + 8, 4) : le(p + 6, 2);
+        if (start + length > bytes.size()) {
+            ADD_FAILURE() << "element at " << p << " runs past the end";
             return out;
         }
-        e.group = static_cast<uint16_t>(le(p, 2));
-        e.element = static_cast<uint16_t>(le(p + 2, 2));
-        e.length = longLength ? le(p + 8, 4) : le(p + 6, 2);
-        p += longLength ? 12 : 8;
-        if (p + e.length > bytes.size()) {
-            ADD_FAILURE() << "value at " << p << " runs past the end";
-            return out;
-        }
-        e.value.assign(bytes.begin() + static_cast<long>(p),
-                       bytes.begin() + static_cast<long>(p + e.length));
-        p += e.length;
-        out.push_back(e);
+        out.push_back({QString::asprintf("%04X,%04X", le(p, 2), le(p + 2, 2)).toStdString(), vr, p,
+                       bytes.substr(start, length)});
+        p = start + length;
     }
     return out;
 }
@@ -145,22 +118,33 @@ std::string tagList(const std::vector<Element> &elements)
 {
     std::string tags;
     for (const Element &e : elements)
-        tags += QString::asprintf("%04X,%04X ", e.group, e.element).toStdString();
+        tags += e.tag + " ";
     return tags;
 }
 
-/// The element of that tag; an empty one when absent.
-Element find(const std::vector<Element> &elements, uint16_t group, uint16_t element)
+/// The value of the element of that tag; "(absent)" when there is none.
+std::string value(const std::vector<Element> &elements, const std::string &tag)
 {
     for (const Element &e : elements)
-        if (e.group == group && e.element == element)
-            return e;
-    return Element();
+        if (e.tag == tag)
+            return e.value;
+    return "(absent)";
 }
 
-Bytes encode(Dicom3Element &e, dicom::enCoding enc, int *result = nullptr)
+/// Every group length must equal the bytes of the group that follow it.
+void expectGroupLengthsMatchTheLayout(const std::vector<Element> &elements, size_t fileSize)
 {
-    return writtenBytes([&](FILE *f) { return e.write(f, enc, 0); }, result);
+    for (size_t i = 0; i < elements.size(); ++i) {
+        const std::string group = elements[i].tag.substr(0, 4);
+        if (elements[i].tag != group + ",0000")
+            continue;
+        size_t end = i + 1;
+        while (end < elements.size() && elements[end].tag.substr(0, 4) == group)
+            ++end;
+        const size_t groupEnd = end < elements.size() ? elements[end].offset : fileSize;
+        EXPECT_EQ(elements[i].vr, "UL");
+        EXPECT_EQ(elements[i].number(), groupEnd - elements[i].offset - 12) << group;
+    }
 }
 
 /// The explicit VR header of (0009,1020), worked out from the standard's
@@ -174,31 +158,6 @@ std::string header(const char *vr, size_t n, dicom::enCoding enc)
         h += static_cast<char>(n >> (8 * (big ? bytes - 1 - i : i)));
     return h;
 }
-
-/// Every group length must equal the bytes of the group that follow it.
-void expectGroupLengthsMatchTheLayout(const std::vector<Element> &elements)
-{
-    for (size_t i = 0; i < elements.size(); ++i) {
-        if (elements[i].element != 0)
-            continue;
-        size_t end = i + 1;
-        while (end < elements.size() && elements[end].group == elements[i].group)
-            ++end;
-        const size_t groupEnd = end < elements.size()
-                                    ? elements[end].offset
-                                    : elements.back().offset + 12 + elements.back().length;
-        EXPECT_EQ(elements[i].vr, "UL");
-        EXPECT_EQ(elements[i].number(), groupEnd - elements[i].offset - 12)
-            << "group length of group " << std::hex << elements[i].group;
-    }
-}
-
-/// Clears the work area's observer on every path.
-struct ObserverScope
-{
-    explicit ObserverScope(VxWorkArea::Observer o) { VxWorkArea::instance()->setObserver(o); }
-    ~ObserverScope() { VxWorkArea::instance()->setObserver({}); }
-};
 
 } // namespace
 
@@ -230,22 +189,21 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
             {"OW: swapped words", dicom::OW, BE, "ABC", "BA\0C"s},
         };
     for (const auto &[why, vr, enc, cell, value] : rows) {
-        SCOPED_TRACE(why);
         Dicom3Element e(0x0009, 0x1020, vr);
         e.setTableDataString(cell);
         int result = 0;
-        const std::string vrName(&"AEASATCSDADSDTFLFDISLOLTPNSHSLSSSTTMUIULUSOBOWSQUNUT"[2 * vr],
-                                 2);
-        const Bytes expected = text(header(vrName.c_str(), value.size(), enc) + value);
-        EXPECT_EQ(encode(e, enc, &result), expected);
-        EXPECT_EQ(result, 2 * static_cast<int>(expected.size())) << "twice the bytes written";
-        EXPECT_EQ(e.write(nullptr, enc, 1), static_cast<int>(expected.size())) << "sizeOnly";
+        const std::string name(&"AEASATCSDADSDTFLFDISLOLTPNSHSLSSSTTMUIULUSOBOWSQUNUT"[2 * vr], 2);
+        const std::string expected = header(name.c_str(), value.size(), enc) + value;
+        EXPECT_EQ(written([&](FILE *f) { return e.write(f, enc, 0); }, &result), expected) << why;
+        EXPECT_EQ(result, 2 * static_cast<int>(expected.size())) << why << ": twice the bytes";
+        EXPECT_EQ(e.write(nullptr, enc, 1), static_cast<int>(expected.size())) << why;
     }
     // Single-valued VRs are clamped to their longest value.
     const std::string longText(2000, 'x');
     Dicom3Element description(0x0009, 0x1020, dicom::ST);
     description.setCharStringData(longText.c_str(), 2000);
-    EXPECT_EQ(encode(description, LE), text(header("ST", 1024, LE) + longText.substr(0, 1024)));
+    EXPECT_EQ(written([&](FILE *f) { return description.write(f, LE, 0); }),
+              header("ST", 1024, LE) + longText.substr(0, 1024));
 }
 
 TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHand)
@@ -253,10 +211,8 @@ TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHan
     auto field = smallByteVolume();
     Dicom3Object object(field.get());
     ASSERT_EQ(object.generate(), 1);
-    const Bytes bytes = writeCurrentSlice(object);
-    ASSERT_GT(bytes.size(), 132u);
-    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 132), cat(Bytes(128, 0), text("DICM")));
-
+    const std::string bytes = slice(object);
+    EXPECT_EQ(bytes.substr(0, 132), std::string(128, '\0') + "DICM");
     const std::vector<Element> first = walk(bytes);
     ASSERT_EQ(tagList(first),
               "0002,0000 0002,0001 0002,0002 0002,0003 0002,0010 0002,0012 0002,0013 "
@@ -266,79 +222,75 @@ TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHan
               "0020,0011 0020,0012 0020,0013 0020,0032 0020,0037 0020,1041 0028,0000 "
               "0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
               "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
-    expectGroupLengthsMatchTheLayout(first);
-    EXPECT_EQ(Bytes(bytes.begin() + 132, bytes.begin() + 140),
-              (Bytes{0x02, 0x00, 0x00, 0x00, 'U', 'L', 0x04, 0x00}));
-    EXPECT_EQ(Bytes(bytes.begin() + 144, bytes.begin() + 192),
-              cat({0x02, 0x00, 0x01, 0x00, 'O',  'B',  0,    0,   0x02, 0,    0,
-                   0,    0x00, 0x01, 0x02, 0x00, 0x02, 0x00, 'U', 'I',  0x1A, 0x00},
-                  text(padded("1.2.840.10008.5.1.4.1.1.4"))));
-    const Element instance = find(first, 0x0002, 0x0003);
-    EXPECT_EQ(instance.value, find(first, 0x0008, 0x0018).value) << "one UID for both";
-    EXPECT_EQ(instance.text().rfind(std::string(creatorUID) + ".", 0), 0u);
-    EXPECT_LE(instance.length, 64u);
+    expectGroupLengthsMatchTheLayout(first, bytes.size());
+    EXPECT_EQ(bytes.substr(132, 8), "\x02\x00\x00\x00UL\x04\x00"s);
+    EXPECT_EQ(bytes.substr(144, 48), "\x02\x00\x01\x00OB\0\0\x02\0\0\0\x00\x01"
+                                     "\x02\x00\x02\x00UI\x1A\x00"
+                                     "1.2.840.10008.5.1.4.1.1.4\0"s);
+    const std::string instance = value(first, "0002,0003");
+    EXPECT_EQ(instance, value(first, "0008,0018")) << "one UID for both";
+    EXPECT_EQ(instance.rfind(std::string(creatorUID) + ".", 0), 0u);
+    EXPECT_LE(instance.size(), 64u);
 
-    // Text values, padded with 0x00 to even lengths.
+    // Text values, padded with 0x00 to even lengths; group 0028 as the image
+    // module of 3 rows of 5 unsigned bytes asks.
     const std::string today = getDicomDate().toStdString();
-    const std::pair<std::pair<uint16_t, uint16_t>, std::string> values[] = {
-        {{0x0002, 0x0010}, padded("1.2.840.10008.1.2.1")},
-        {{0x0002, 0x0012}, padded(creatorUID)},
-        {{0x0002, 0x0013}, padded(VxSkin::instance()->versionText().toStdString())},
-        {{0x0008, 0x0016}, padded("1.2.840.10008.5.1.4.1.1.4")},
-        {{0x0008, 0x0020}, today},
-        {{0x0010, 0x0030}, today}, // birth date is today on purpose
-        {{0x0020, 0x0011}, padded(std::to_string(object.getSeed()))},
-        {{0x0018, 0x0050}, "2.500000"},
-        {{0x0020, 0x0012}, padded("0")},
-        {{0x0020, 0x0013}, padded("0")}, // instances count from 0
-        {{0x0020, 0x0032}, padded("0.000000\\0.000000\\10.000000")},
-        {{0x0020, 0x0037}, padded("1.000000\\0.000000\\0.000000\\0.000000\\1.000000\\0.000000")},
-        {{0x0020, 0x1041}, "10.000000 "},
-        {{0x0028, 0x0004}, padded("MONOCHROME2")},
-        {{0x0028, 0x0030}, padded("0.500000\\0.500000")},
-        {{0x0028, 0x1052}, "0.000000"},
-        {{0x0028, 0x1053}, "1.000000"},
+    const std::pair<const char *, std::string> values[] = {
+        {"0002,0010", padded("1.2.840.10008.1.2.1")},
+        {"0002,0012", padded(creatorUID)},
+        {"0002,0013", padded(VxSkin::instance()->versionText().toStdString())},
+        {"0008,0016", padded("1.2.840.10008.5.1.4.1.1.4")},
+        {"0008,0020", today},
+        {"0010,0030", today}, // birth date is today on purpose
+        {"0020,0011", padded(std::to_string(object.getSeed()))},
+        {"0018,0050", "2.500000"},
+        {"0020,0012", padded("0")},
+        {"0020,0013", padded("0")}, // instances count from 0
+        {"0020,0032", padded("0.000000\\0.000000\\10.000000")},
+        {"0020,0037", padded("1.000000\\0.000000\\0.000000\\0.000000\\1.000000\\0.000000")},
+        {"0020,1041", "10.000000 "},
+        {"0028,0002", "\x01\0"s},
+        {"0028,0004", padded("MONOCHROME2")},
+        {"0028,0010", "\x03\0"s},
+        {"0028,0011", "\x05\0"s},
+        {"0028,0030", padded("0.500000\\0.500000")},
+        {"0028,0100", "\x08\0"s},
+        {"0028,0101", "\x08\0"s},
+        {"0028,0102", "\x07\0"s},
+        {"0028,0103", "\0\0"s},
+        {"0028,1052", "0.000000"},
+        {"0028,1053", "1.000000"},
+        {"7FE0,0010", "\x00\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C\x0D\x0E\0"s},
     };
-    for (const auto &[tag, value] : values)
-        EXPECT_EQ(find(first, tag.first, tag.second).text(), value)
-            << std::hex << tag.first << "," << tag.second;
-    // Group 0028 as the image module of 3 rows of 5 unsigned bytes asks.
-    const std::pair<uint16_t, uint32_t> numbers[] = {{0x0000, 148}, {0x0002, 1}, {0x0010, 3},
-                                                     {0x0011, 5},   {0x0100, 8}, {0x0101, 8},
-                                                     {0x0102, 7},   {0x0103, 0}};
-    for (const auto &[element, value] : numbers)
-        EXPECT_EQ(find(first, 0x0028, element).number(), value) << std::hex << element;
-    const std::string studyId = find(first, 0x0020, 0x0010).text();
-    EXPECT_EQ(studyId.size(), 16u);
-    EXPECT_EQ(studyId.substr(0, 8), today);
-    Bytes pixels = {0xE0, 0x7F, 0x10, 0x00, 'O', 'B', 0, 0, 0x10, 0, 0, 0};
-    for (int i = 0; i < 16; ++i)
-        pixels.push_back(static_cast<unsigned char>(i < 15 ? i : 0));
-    EXPECT_EQ(Bytes(bytes.end() - static_cast<long>(pixels.size()), bytes.end()), pixels)
-        << "pixel data last, without group length, padded";
+    for (const auto &[tag, expected] : values)
+        EXPECT_EQ(value(first, tag), expected) << tag;
+    EXPECT_EQ(value(first, "0020,0010").substr(0, 8) + "|" +
+                  std::to_string(value(first, "0020,0010").size()),
+              today + "|16")
+        << "study ID";
 
     // The second slice changes only what belongs to the slice.
     EXPECT_EQ(object.setSlice(1), 15);
-    const std::vector<Element> second = walk(writeCurrentSlice(object));
-    expectGroupLengthsMatchTheLayout(second);
-    EXPECT_NE(find(first, 0x0008, 0x0018).value, find(second, 0x0008, 0x0018).value);
-    EXPECT_EQ(find(second, 0x0002, 0x0003).value, find(second, 0x0008, 0x0018).value);
-    EXPECT_EQ(find(first, 0x0020, 0x000E).value, find(second, 0x0020, 0x000E).value);
-    EXPECT_EQ(find(first, 0x0020, 0x000D).value, find(second, 0x0020, 0x000D).value);
-    EXPECT_EQ(find(second, 0x0020, 0x0012).text(), padded("1"));
-    EXPECT_EQ(find(second, 0x0020, 0x0013).text(), padded("1"));
-    EXPECT_EQ(find(second, 0x0020, 0x0032).text(), padded("0.000000\\0.000000\\12.500000"));
-    EXPECT_EQ(find(second, 0x0020, 0x1041).text(), "12.500000 ");
-    Bytes samples;
-    for (int i = 15; i < 31; ++i)
-        samples.push_back(static_cast<unsigned char>(i < 30 ? i : 0));
-    EXPECT_EQ(find(second, 0x7FE0, 0x0010).value, samples);
-    EXPECT_EQ(find(walk(writeCurrentSlice(object)), 0x0008, 0x0018).value,
-              find(second, 0x0008, 0x0018).value)
-        << "writing twice without setSlice writes the same file";
+    const std::string secondBytes = slice(object);
+    const std::vector<Element> second = walk(secondBytes);
+    expectGroupLengthsMatchTheLayout(second, secondBytes.size());
+    EXPECT_NE(value(first, "0008,0018"), value(second, "0008,0018"));
+    EXPECT_EQ(value(second, "0002,0003"), value(second, "0008,0018"));
+    for (const char *same : {"0020,000D", "0020,000E"})
+        EXPECT_EQ(value(first, same), value(second, same)) << same;
+    const std::pair<const char *, std::string> changed[] = {
+        {"0020,0012", padded("1")},
+        {"0020,0013", padded("1")},
+        {"0020,0032", padded("0.000000\\0.000000\\12.500000")},
+        {"0020,1041", "12.500000 "},
+        {"7FE0,0010", "\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1A\x1B\x1C\x1D\0"s},
+    };
+    for (const auto &[tag, expected] : changed)
+        EXPECT_EQ(value(second, tag), expected) << tag;
+    EXPECT_EQ(slice(object), secondBytes) << "writing twice without setSlice writes the same file";
 }
 
-TEST(Dicom3ObjectModules, StackedSlicesAndUnitFactorsGiveTheImagePlaneTexts)
+TEST(Dicom3ObjectModules, StackedSlicesUnitFactorsAndZiehmReconstructions)
 {
     // A stacked field whose second slice sits at z = 12.25.
     const int dims[3] = {5, 3, 2};
@@ -350,9 +302,8 @@ TEST(Dicom3ObjectModules, StackedSlicesAndUnitFactorsGiveTheImagePlaneTexts)
     Dicom3Object object(&stacked);
     ASSERT_EQ(object.generate(), 1);
     ASSERT_EQ(object.setSlice(1), 15);
-    const std::vector<Element> second = walk(writeCurrentSlice(object));
-    EXPECT_EQ(find(second, 0x0018, 0x0050).text(), "0.250000");
-    EXPECT_EQ(find(second, 0x0020, 0x1041).text(), "12.250000 ");
+    const std::vector<Element> second = walk(slice(object));
+    EXPECT_EQ(value(second, "0018,0050") + "|" + value(second, "0020,1041"), "0.250000|12.250000 ");
 
     // A unit factor of 10 (centimetres to millimetres) and a translated field.
     auto moved = byteField({2, 2, 2}, {0.f, 0.25f, 0.f, 0.25f, 0.f, 0.25f}, [](int) { return 1; });
@@ -363,15 +314,15 @@ TEST(Dicom3ObjectModules, StackedSlicesAndUnitFactorsGiveTheImagePlaneTexts)
     scaled.setLengthUnitFactor(10.f);
     ASSERT_EQ(scaled.generate(), 1);
     ASSERT_EQ(scaled.setSlice(1), 4);
-    const std::vector<Element> top = walk(writeCurrentSlice(scaled));
-    EXPECT_EQ(find(top, 0x0028, 0x0030).text(), padded("2.500000\\2.500000"));
-    EXPECT_EQ(find(top, 0x0020, 0x0032).text(), padded("10.000000\\20.000000\\32.500000"));
+    const std::vector<Element> top = walk(slice(scaled));
+    EXPECT_EQ(value(top, "0028,0030"), padded("2.500000\\2.500000"));
+    EXPECT_EQ(value(top, "0020,0032"), padded("10.000000\\20.000000\\32.500000"));
 
     // The Ziehm reconstruction leaves out identity, UIDs and group lengths.
     vxtest::ScopedEnv ziehm("ZENTA_ZIEHM_RECONSTRUCTION", "1");
     Dicom3Object reconstruction(moved.get());
     ASSERT_EQ(reconstruction.generate(), 1);
-    EXPECT_EQ(tagList(walk(writeCurrentSlice(reconstruction))),
+    EXPECT_EQ(tagList(walk(slice(reconstruction))),
               "0002,0001 0002,0002 0002,0010 0008,0016 0018,0050 0020,0013 0020,0032 0020,0037 "
               "0020,1041 0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
               "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
@@ -382,17 +333,16 @@ TEST(Dicom3ObjectLifecycle, RefusedCallsAreReportedAndChangeNothing)
     auto field = smallByteVolume();
     Dicom3Object object(field.get());
     ASSERT_EQ(object.generate(), 1);
-    const Bytes before = writeCurrentSlice(object);
+    const std::string before = slice(object);
     VxMessageCapture capture;
     EXPECT_EQ(object.generate(), -1);
     EXPECT_EQ(object.setSlice(2), -1);
-    EXPECT_EQ(writeCurrentSlice(object), before);
+    EXPECT_EQ(slice(object), before);
     Dicom3Object none(static_cast<VxUniformScalarField3 *>(nullptr));
     EXPECT_EQ(none.generate(), -1);
     Dicom3Object multiFrame(field.get());
     multiFrame.setSOPClassIndex(5); // 5..8 are the multi-frame Secondary Capture classes
     EXPECT_EQ(multiFrame.generate(), -1);
-    EXPECT_EQ(multiFrame.findElement(0x0008, 0x0016), nullptr);
     // A slice of more than 2 GiB cannot be given a 32-bit size; the view has
     // no samples, nothing is ever read from it.
     const int hugeDims[3] = {INT_MAX - 7, 1, 1};
@@ -405,46 +355,11 @@ TEST(Dicom3ObjectLifecycle, RefusedCallsAreReportedAndChangeNothing)
                               "Dicom3Object: Invalid input field.\n"
                               "Dicom3Object:: unsupported SOP Class.\n"
                               "Element not inserted 7FE0-10\n");
-
     Dicom3Group group(0x0008);
     auto *ct = new Dicom3Element(0x0008, 0x0060, dicom::CS);
     EXPECT_EQ(group.insertElement(ct), 1);
     EXPECT_EQ(group.insertElement(ct), 1) << "the same element again is not destroyed";
-    ASSERT_EQ(group.numElements(), 1);
-    EXPECT_EQ(group.element(0), ct);
-}
-TEST(Dicom3Writer, WritesOneFilePerSliceInSortedNamesWithProgress)
-{
-    EXPECT_EQ(dicom3SliceFileName("CT", 0, 100000), "CT000001.dcm") << "more digits when needed";
-    vxtest::TempDir dir;
-    auto field = byteField({4, 3, 3}, {0, 3, 0, 2, 0, 2}, [](int i) { return i / 12 + 1; });
-    Dicom3Object object(field.get());
-    ASSERT_EQ(object.generate(), 1);
-    std::vector<float> fractions;
-    std::string status;
-    ObserverScope observe([&](const std::string &s, float f) {
-        status = s;
-        fractions.push_back(f);
-    });
-    QStringList written;
-    const std::string out = dir.file("nested/out");
-    EXPECT_EQ(writeDicom3Slices(object, QString::fromStdString(out), "IM", &written), 3);
-    EXPECT_EQ(written.size(), 3);
-    EXPECT_EQ(status, "Writing DICOM files");
-    ASSERT_FALSE(fractions.empty());
-    EXPECT_FLOAT_EQ(fractions.back(), 1.0f);
-    EXPECT_FALSE(VxWorkArea::instance()->isShowingProgress()) << "progress ends with the write";
-    std::vector<std::string> names;
-    for (const auto &entry : fs::directory_iterator(out))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    ASSERT_EQ(names, (std::vector<std::string>{"IM00001.dcm", "IM00002.dcm", "IM00003.dcm"}));
-    for (int k = 0; k < 3; ++k) {
-        const std::vector<Element> elements = walk(vxtest::readFileBytes(out + "/" + names[k]));
-        EXPECT_EQ(find(elements, 0x0020, 0x0013).text(), padded(std::to_string(k)));
-        EXPECT_EQ(find(elements, 0x7FE0, 0x0010).value,
-                  Bytes(12, static_cast<unsigned char>(k + 1)));
-    }
+    EXPECT_EQ(group.numElements(), 1);
 }
 
 TEST(Dicom3Writer, EveryFailureNamesTheFileAndTheCountWrittenAndKeepsWhatWasWritten)
@@ -476,10 +391,13 @@ TEST(Dicom3Writer, EveryFailureNamesTheFileAndTheCountWrittenAndKeepsWhatWasWrit
     for (const auto &[why, prepare, file, message, absent] : rows) {
         SCOPED_TRACE(why);
         vxtest::TempDir dir;
-        ObserverScope reset({});
+        struct Reset
+        {
+            ~Reset() { VxWorkArea::instance()->setObserver({}); }
+        } reset;
         if (prepare)
             prepare(dir.path());
-        auto field = byteField({4, 3, 3}, {0, 3, 0, 2, 0, 2}, [](int i) { return i / 12 + 1; });
+        auto field = byteField({4, 3, 3}, {0, 3, 0, 2, 0, 2}, [](int i) { return i; });
         Dicom3Object object(field.get());
         EXPECT_EQ(prepare ? object.generate() : 1, 1);
         VxMessageCapture capture;

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """pydicom's and nibabel's view of files for the DICOM writer tests.
 
-check MANIFEST
+dicom3_check.py MANIFEST
     MANIFEST is a JSON list of {"dtype", "raw", "files"} and, optionally,
     {"nifti", "dtype", "raw", "dims": [columns, rows, slices]}. Each file is
     read with pydicom (strictly: no force) and its pixel array compared with
@@ -9,10 +9,6 @@ check MANIFEST
     tests look at. A NIfTI file (made by dcm2niix) gives one JSON line with
     its shape, voxel size, affine and whether its samples equal raw. Exits 1
     with a message on the first file that cannot be read or differs.
-
-extract OUT FILE...
-    Writes the stored 16-bit pixel values of every FILE to OUT, slice after
-    slice, and prints one JSON object with rows, columns and the type.
 """
 
 import json
@@ -63,20 +59,8 @@ def nifti(entry):
                       "samplesEqual": bool(same)}))
 
 
-def extract(out, paths):
-    slices = [pydicom.dcmread(path).pixel_array for path in paths]
-    if slices[0].dtype not in (np.uint16, np.int16):
-        sys.exit(f"{paths[0]}: {slices[0].dtype} samples, 16-bit expected")
-    np.concatenate([s.ravel() for s in slices]).tofile(out)
-    print(json.dumps({"rows": int(slices[0].shape[0]), "columns": int(slices[0].shape[1]),
-                      "dtype": str(slices[0].dtype)}))
-
-
 if __name__ == "__main__":
-    if len(sys.argv) == 3 and sys.argv[1] == "check":
-        for entry in json.load(open(sys.argv[2])):
-            nifti(entry) if "nifti" in entry else files(entry)
-    elif len(sys.argv) >= 4 and sys.argv[1] == "extract":
-        extract(sys.argv[2], sys.argv[3:])
-    else:
+    if len(sys.argv) != 2:
         sys.exit(__doc__)
+    for entry in json.load(open(sys.argv[1])):
+        nifti(entry) if "nifti" in entry else files(entry)
