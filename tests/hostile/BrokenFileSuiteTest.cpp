@@ -44,6 +44,79 @@ protected:
         return vxtest::readFileBytes(vxtest::sharedPath(name));
     }
 
+    // Every kind of broken file made from real ones: (path, what its refusal says).
+    std::vector<std::pair<std::string, std::string>> brokenFiles()
+    {
+        const Element pixels = findElement(source, 0x7FE0, 0x0010);
+        const Bytes withSequence =
+            insertedBefore(source, 0x0071, 0x0010, nestedSequences(3, false));
+        Bytes shortPixels = withLength(source, 0x7FE0, 0x0010, pixels.length / 2);
+        shortPixels.resize(pixels.value + pixels.length / 2);
+        Bytes rleDeepTail = shared("dcm_qa_ts/In/4.dcm");
+        append(rleDeepTail, nestedSequences(50000, true));
+        const std::string extract = "cannot extract DICOM information from: ";
+        const std::string tooDeep = "sequences nested too deep to be read safely";
+        struct Row
+        {
+            std::string name;
+            Bytes bytes;
+            std::string reason; // "@" stands for the file's path
+        };
+        std::vector<Row> rows = {
+            {"csa4g.dcm", withLength(source, 0x0029, 0x1010, 0xFFFFFFF0u), "premature end of file"},
+            {"pixels_past_end.dcm",
+             withLength(source, 0x7FE0, 0x0010, uint32_t(source.size() - pixels.value + 2)),
+             "(7FE0,0010) pixel data are truncated"},
+            {"name64k.dcm", withLength(source, 0x0010, 0x0010, 0xFFFE), extract},
+            {"sequence4g.dcm", withLength(withSequence, 0x0071, 0x1001, 0xFFFFFFF0u), extract},
+            {"open.dcm", insertedBefore(source, 0x0071, 0x0010, sequenceWithoutDelimiters()),
+             extract + "@"},
+            {"deep50000.dcm", insertedBefore(source, 0x0071, 0x0010, nestedSequences(50000, true)),
+             tooDeep},
+            {"rle_deep_tail.dcm", rleDeepTail, tooDeep},
+            {"rows0.dcm", withUS(source, 0x0028, 0x0010, 0), "(0028,0010) rows is 0"},
+            {"columns0.dcm", withUS(source, 0x0028, 0x0011, 0), "(0028,0011) columns is 0"},
+            {"rows65535.dcm", withUS(source, 0x0028, 0x0010, 65535), "(7FE0,0010) pixel data hold"},
+            {"columns65535.dcm", withUS(source, 0x0028, 0x0011, 65535),
+             "(7FE0,0010) pixel data hold"},
+            {"bits12.dcm", withUS(source, 0x0028, 0x0100, 12), "(0028,0100) bits allocated is 12"},
+            // Half the rows leave room for a two-sample image of the same size.
+            {"samples2.dcm", withUS(withUS(source, 0x0028, 0x0010, 128), 0x0028, 0x0002, 2),
+             "unsupported number of samples."},
+            {"shortpixels.dcm", shortPixels, "(7FE0,0010) pixel data hold"},
+            {"plain.dcm.gz", source, "cannot open: @"},
+            {"noise.dcm.gz", Bytes(5000, 0x5A), "cannot open: @"},
+            {"noise.dcm.Z", {0x1F, 0x9D, 0x90, 0xFF, 0xFF}, "cannot open: @"},
+            {"empty.dcm", {}, extract + "@ (not a DICOM file"},
+            {"notes.txt", {'h', 'i', '\n'}, extract + "@ (not a DICOM file"},
+        };
+        // Compressed frames that decode to fewer rows than the header claims, and a
+        // JPEG codestream broken (found with the header, or when the field is filled).
+        Bytes jpeg = shared("dcm_qa_ts/In/5.dcm");
+        const unsigned char soi[] = {0xFF, 0xD8, 0xFF};
+        std::fill_n(std::search(jpeg.begin() + 1000, jpeg.end(), soi, soi + 3), 3, 0);
+        rows.push_back({"badjpeg.dcm", jpeg, ""});
+        rows.push_back({"cut1000.dcm", Bytes(source.begin(), source.begin() + 1000), ""});
+        for (const char *name : {"4.dcm", "7.dcm", "9.dcm"})
+            rows.push_back(
+                {std::string("taller_") + name,
+                 withUS(shared(std::string("dcm_qa_ts/In/") + name), 0x0028, 0x0010, 400), ""});
+        std::vector<std::pair<std::string, std::string>> files;
+        for (const Row &row : rows)
+            files.push_back({write(row.name, row.bytes), row.reason});
+        fs::create_directory(dir.file("folder.dcm"));
+        fs::create_symlink(dir.file("nowhere.dcm"), dir.file("dangling.dcm"));
+        for (const auto &[name, reason] :
+             {std::pair<const char *, std::string>{"folder.dcm", extract + "@ (is a directory)"},
+              {"dangling.dcm", "cannot open: @ (No such file or directory)"},
+              {"missing.dcm", "cannot open: @ (No such file or directory)"}})
+            files.push_back({dir.file(name), reason});
+        for (auto &[name, reason] : files)
+            if (const size_t at = reason.find('@'); at != std::string::npos)
+                reason.replace(at, 1, name);
+        return files;
+    }
+
     vxtest::TempDir dir; // made before TMPDIR points at the watched folder
     WatchedTempDir temp;
     std::vector<std::string> series;
@@ -53,75 +126,14 @@ protected:
 
 TEST_F(BrokenFiles, EveryKindOfBrokenFileIsRefusedByNameAndTheSeriesStillLoads)
 {
-    const Element pixels = findElement(source, 0x7FE0, 0x0010);
-    const Bytes withSequence = insertedBefore(source, 0x0071, 0x0010, nestedSequences(3, false));
-    Bytes shortPixels = withLength(source, 0x7FE0, 0x0010, pixels.length / 2);
-    shortPixels.resize(pixels.value + pixels.length / 2);
-    Bytes rleDeepTail = shared("dcm_qa_ts/In/4.dcm");
-    append(rleDeepTail, nestedSequences(50000, true));
-    const std::string extract = "cannot extract DICOM information from: ";
-    const std::string tooDeep = "sequences nested too deep to be read safely";
-    struct Row
-    {
-        std::string name;
-        Bytes bytes;
-        std::string reason; // "@" stands for the file's path
-    };
-    std::vector<Row> rows = {
-        {"csa4g.dcm", withLength(source, 0x0029, 0x1010, 0xFFFFFFF0u), "premature end of file"},
-        {"pixels_past_end.dcm",
-         withLength(source, 0x7FE0, 0x0010, uint32_t(source.size() - pixels.value + 2)),
-         "(7FE0,0010) pixel data are truncated"},
-        {"name64k.dcm", withLength(source, 0x0010, 0x0010, 0xFFFE), extract},
-        {"sequence4g.dcm", withLength(withSequence, 0x0071, 0x1001, 0xFFFFFFF0u), extract},
-        {"open.dcm", insertedBefore(source, 0x0071, 0x0010, sequenceWithoutDelimiters()),
-         extract + "@"},
-        {"deep50000.dcm", insertedBefore(source, 0x0071, 0x0010, nestedSequences(50000, true)),
-         tooDeep},
-        {"rle_deep_tail.dcm", rleDeepTail, tooDeep},
-        {"rows0.dcm", withUS(source, 0x0028, 0x0010, 0), "(0028,0010) rows is 0"},
-        {"columns0.dcm", withUS(source, 0x0028, 0x0011, 0), "(0028,0011) columns is 0"},
-        {"rows65535.dcm", withUS(source, 0x0028, 0x0010, 65535), "(7FE0,0010) pixel data hold"},
-        {"columns65535.dcm", withUS(source, 0x0028, 0x0011, 65535), "(7FE0,0010) pixel data hold"},
-        {"bits12.dcm", withUS(source, 0x0028, 0x0100, 12), "(0028,0100) bits allocated is 12"},
-        // Half the rows leave room for a two-sample image of the same size.
-        {"samples2.dcm", withUS(withUS(source, 0x0028, 0x0010, 128), 0x0028, 0x0002, 2),
-         "unsupported number of samples."},
-        {"shortpixels.dcm", shortPixels, "(7FE0,0010) pixel data hold"},
-        {"plain.dcm.gz", source, "cannot open: @"},
-        {"noise.dcm.gz", Bytes(5000, 0x5A), "cannot open: @"},
-        {"noise.dcm.Z", {0x1F, 0x9D, 0x90, 0xFF, 0xFF}, "cannot open: @"},
-        {"empty.dcm", {}, extract + "@ (not a DICOM file"},
-        {"notes.txt", {'h', 'i', '\n'}, extract + "@ (not a DICOM file"},
-    };
-    // Compressed frames that decode to fewer rows than the header claims.
-    for (const char *name : {"4.dcm", "7.dcm", "9.dcm"})
-        rows.push_back({std::string("taller_") + name,
-                        withUS(shared(std::string("dcm_qa_ts/In/") + name), 0x0028, 0x0010, 400),
-                        ""});
+    const auto broken = brokenFiles();
     std::vector<std::string> names = series;
-    std::vector<std::string> reasons;
-    for (const Row &row : rows) {
-        names.push_back(write(row.name, row.bytes));
-        reasons.push_back(row.reason);
-    }
-    fs::create_directory(dir.file("folder.dcm"));
-    fs::create_symlink(dir.file("nowhere.dcm"), dir.file("dangling.dcm"));
-    for (const auto &[name, reason] :
-         {std::pair<const char *, std::string>{"folder.dcm", extract + "@ (is a directory)"},
-          {"dangling.dcm", "cannot open: @ (No such file or directory)"},
-          {"missing.dcm", "cannot open: @ (No such file or directory)"}}) {
-        names.push_back(dir.file(name));
-        reasons.push_back(reason);
-    }
+    for (const auto &b : broken)
+        names.push_back(b.first);
     for (bool delayed : {true, false}) {
         SCOPED_TRACE(delayed ? "header only" : "all pixels");
         const LoadOutcome mixed = loadFiles(names, delayed);
-        for (size_t i = 0; i < reasons.size(); ++i) {
-            const std::string &name = names[series.size() + i];
-            std::string reason = reasons[i];
-            if (const size_t at = reason.find('@'); at != std::string::npos)
-                reason.replace(at, 1, name);
+        for (const auto &[name, reason] : broken) {
             const std::string line = failureLine(mixed.console, name);
             EXPECT_TRUE(!line.empty() && line.find(reason) != std::string::npos)
                 << name << ": \"" << reason << "\" expected in \"" << line << "\"";
@@ -183,30 +195,16 @@ TEST_F(BrokenFiles, SequencesNestedAThousandDeepLoad)
 }
 
 // The command line as users run it: the series' field is made, every broken
-// file is named, the status is 1 in either reading mode (a broken JPEG
-// codestream is found when the pixels are decoded: with the header or when
-// the field is filled), and TMPDIR stays empty.
+// file is named, the status is 1 in either reading mode, also with the broken
+// JPEG alone (found when the field is filled), and TMPDIR stays empty.
 TEST_F(BrokenFiles, CommandLineFailsOnEveryKindOfBrokenFileAndStillLoadsTheSeries)
 {
-    Bytes jpeg = shared("dcm_qa_ts/In/5.dcm");
-    const unsigned char soi[] = {0xFF, 0xD8, 0xFF};
-    const auto at = std::search(jpeg.begin() + 1000, jpeg.end(), soi, soi + 3);
-    ASSERT_NE(at, jpeg.end());
-    std::fill(at, at + 3, 0);
-    const std::string badPixels = write("pixels.dcm", jpeg);
-    std::vector<std::string> broken = {
-        write("cut1000.dcm", Bytes(source.begin(), source.begin() + 1000)),
-        write("cut_pixels.dcm", Bytes(source.begin(), source.end() - 1000)),
-        write("csa4g.dcm", withLength(source, 0x0029, 0x1010, 0xFFFFFFF0u)),
-        write("open.dcm", insertedBefore(source, 0x0071, 0x0010, sequenceWithoutDelimiters())),
-        write("deep.dcm", insertedBefore(source, 0x0071, 0x0010, nestedSequences(50000, true))),
-        write("rows0.dcm", withUS(source, 0x0028, 0x0010, 0)),
-        write("bits12.dcm", withUS(source, 0x0028, 0x0100, 12)),
-        write("plain.dcm.gz", source),
-        write("empty.dcm", {}),
-        badPixels,
-    };
-    for (const auto &set : {broken, std::vector<std::string>{badPixels}})
+    std::vector<std::string> broken, badPixels;
+    for (const auto &b : brokenFiles()) // a folder is an input folder here
+        if (!b.first.ends_with("folder.dcm"))
+            (b.first.ends_with("badjpeg.dcm") ? badPixels : broken).push_back(b.first);
+    broken.push_back(badPixels[0]);
+    for (const auto &set : {broken, badPixels})
         for (const char *mode : {"", "DICOM_DELAYED_READ=0 "}) {
             SCOPED_TRACE(mode + std::to_string(set.size()));
             std::string command =
