@@ -20,28 +20,6 @@ std::string ts(int n)
     return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
 }
 
-std::vector<std::string> split(const std::string &text)
-{
-    std::vector<std::string> parts(1);
-    for (char c : text)
-        if (c == '\\')
-            parts.emplace_back();
-        else
-            parts.back().push_back(c);
-    return parts;
-}
-
-std::string rtrim(std::string s)
-{
-    return s.erase(s.find_last_not_of(' ') + 1);
-}
-
-std::string trimmed(const std::string &s)
-{
-    const std::string r = rtrim(s);
-    return r.substr(std::min(r.size(), r.find_first_not_of(' ')));
-}
-
 // dicomGetById against pydicom's values: strings without their padding,
 // multiple values split at '\', numbers that read back to the same value.
 void expectTextsMatch(const dicom::dicomStruct &d, const QJsonObject &values, int *compared)
@@ -56,24 +34,25 @@ void expectTextsMatch(const dicom::dicomStruct &d, const QJsonObject &values, in
             continue; // private attributes have no known VR in an implicit data set
         const char *text = dicom::dicomGetById(&d, g, e);
         ASSERT_NE(text, nullptr) << key;
-        const std::vector<std::string> parts = split(text);
-        ASSERT_EQ(parts.size(), size_t(expected.size())) << key << " " << text;
-        for (size_t k = 0; k < parts.size(); ++k, ++*compared) {
-            const QJsonValue x = expected[qsizetype(k)];
-            const double number = std::strtod(parts[k].c_str(), nullptr);
+        const QStringList parts = QString::fromUtf8(text).split('\\');
+        ASSERT_EQ(parts.size(), expected.size()) << key << " " << text;
+        for (qsizetype k = 0; k < parts.size(); ++k, ++*compared) {
+            const QJsonValue x = expected[k];
+            QString part = parts[k];
             unsigned tg = 0, te = 0;
             if (vr == "AT") {
-                ASSERT_EQ(std::sscanf(parts[k].c_str(), "(%x,%x)", &tg, &te), 2) << parts[k];
+                ASSERT_EQ(std::sscanf(part.toLatin1().constData(), "(%x,%x)", &tg, &te), 2) << key;
                 EXPECT_EQ(tg << 16 | te, unsigned(x[0].toInt() << 16 | x[1].toInt())) << key;
             } else if (x.isDouble()) {
-                EXPECT_EQ(vr == "FL" ? float(number) : number,
+                EXPECT_EQ(vr == "FL" ? float(part.toDouble()) : part.toDouble(),
                           vr == "FL" ? float(x.toDouble()) : x.toDouble())
                     << key;
             } else if (vr == "DS" || vr == "IS") { // numeric strings keep their blanks as stored
-                EXPECT_EQ(trimmed(parts[k]), trimmed(x.toString().toStdString())) << key;
+                EXPECT_EQ(part.trimmed(), x.toString().trimmed()) << key;
             } else { // blanks before a '\' are kept as stored, pydicom drops them
-                const std::string part = k + 1 < parts.size() ? rtrim(parts[k]) : parts[k];
-                EXPECT_EQ(part, x.toString().toStdString()) << key;
+                while (k + 1 < parts.size() && part.endsWith(' '))
+                    part.chop(1);
+                EXPECT_EQ(part, x.toString()) << key;
             }
         }
     }
