@@ -1,17 +1,12 @@
 """nibabel's and pydicom's view of files, for the field file tests.
 
-probe FILE N [i,j,k[,t] ...]
-    JSON: header facts, the values at the given indexes, and N voxels of the
-    first volume spread over the file as [x, y, z, value], x, y, z the LPS
-    position in mm (RAS affine with x and y negated). RGB is r * 65536 +
-    g * 256 + b. Values are scaled by scl_slope and scl_inter.
-dicom FILE...
-    The same samples for DICOM images read by pydicom: a 5 x 5 grid of each
-    image, placed by its position, orientation and pixel spacing.
-make FILE KIND
-    A file written by nibabel, values i + 10 j + 100 k (int16):
-    ras-diag 3x4x5 diag(2, 3, 4) offset (-90, -126, -72); oblique-qform
-    2x3x2 qform only, 30 degrees about z; scaled 2x2x2, slope 2, inter -1.
+probe FILE N [i,j,k[,t] ...]: header facts, the values at the indexes, and N
+    voxels of the first volume as [x, y, z, value], x, y, z in LPS mm (RGB as
+    r * 65536 + g * 256 + b; values scaled by scl_slope and scl_inter).
+dicom FILE...: the same samples of DICOM images (a 5 x 5 grid of each).
+make FILE KIND: nibabel writes i + 10 j + 100 k (int16) as ras-diag (3x4x5,
+    diag(2, 3, 4)), oblique-qform (2x3x2, qform only, 30 degrees about z) or
+    scaled (2x2x2, scl_slope 2, scl_inter -1).
 """
 import json
 import math
