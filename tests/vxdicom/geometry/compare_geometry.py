@@ -4,16 +4,13 @@
     compare_geometry.py --vxdicom BIN [--discover ROOT] [--exclude TEXT] [--synthetic] [DIR...]
     compare_geometry.py --vxdicom BIN --sheared DIR
 
-Every 3D volume dcm2niix (-p n) writes for a folder (a 4D file counts as its
-volumes) must be matched by one field of ours: the same dimensions up to axis
-order and flips, voxel size within 1e-4 mm, every voxel corner within 1e-3 mm,
-and the same rescaled values to single precision. Fields dcm2niix has no
-volume for are listed, not failures. --synthetic adds series written by
-tests/support/make_series.py in every orientation it offers (non-square
-pixels, both file-name orders). --sheared checks the gantry-tilted CT against
-pydicom instead: one rigid field with the rows, columns and normal as axes,
-the middle of the stack exact and the first slice half the shear away from its
-Image Position. Exit 1 on a mismatch, 77 when a tool or module is missing.
+Each 3D volume dcm2niix (-p n) writes for a folder (4D: each volume) must match
+one field of ours: dimensions up to axis order and flips, voxel size within
+1e-4 mm, every corner within 1e-3 mm, the rescaled values to single precision.
+--synthetic adds make_series.py series of every orientation (non-square
+pixels, both name orders). --sheared: the gantry-tilted CT against pydicom, a
+rigid field whose middle is exact and whose first slice lies half the shear
+from its Image Position. Exit 1 on a mismatch, 77 when a tool is missing.
 """
 import argparse
 import glob

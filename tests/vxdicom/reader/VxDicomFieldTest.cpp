@@ -296,32 +296,6 @@ TEST(DicomFieldCreation, ThirtyTwoBitDoseGridsAndColour)
     }
 }
 
-TEST(DicomFieldRegistration, LoadCommandNamesEachFileOnceAndQuotesBlanks)
-{
-    VX_REQUIRE_SHARED_DATA();
-    VxObjectPool::instance()->clear();
-    vxtest::TempDir dir;
-    makeSeries(dir.file("two words"), {"--rows", "4", "--columns", "4", "--slices", "2"});
-    std::vector<std::string> names = filesIn(dir.file("two words"));
-    fs::copy_file(names[1], dir.file("plain.dcm"));
-    names[1] = dir.file("plain.dcm");
-    const std::string multi = vxtest::sharedDicomFiles(kEnhanced6)[0];
-    // The frames of one file stand there once.
-    for (const auto &[files, command] :
-         {std::pair{names, "load -dicom \"" + names[0] + "\" " + names[1]},
-          std::pair{std::vector<std::string>{multi}, "load -dicom " + multi}}) {
-        OpenedFiles opened(files);
-        auto stack = stackOf(opened.images());
-        VxField3 *field = createField3(*stack);
-        ASSERT_TRUE(field);
-        registerField3(field, *stack);
-        EXPECT_EQ(field->loadCommand(), command);
-        registerField3(nullptr, *stack);
-    }
-    EXPECT_EQ(VxObjectPool::instance()->size(), 2);
-    VxObjectPool::instance()->clear();
-}
-
 // For every orientation make_series.py offers, uniform and with a gap, in mm
 // and cm, in both name orders and as one slice: every voxel lies on its own
 // source pixel (positions from pydicom; a step along a row crosses columns)

@@ -36,7 +36,7 @@ def unit(v):
 
 
 def pixel_ranges(ds):
-    if int(ds.BitsAllocated) != 16:
+    if int(ds.BitsAllocated) != 16 or ds.file_meta.TransferSyntaxUID.is_compressed:
         return None
     raw = np.frombuffer(ds.PixelData, dtype="<u2" if ds.file_meta.TransferSyntaxUID.is_little_endian
                         else ">u2")
