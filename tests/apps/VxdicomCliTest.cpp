@@ -44,57 +44,36 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
     const std::string missing = dir.file("missing.nrrd");
     const struct
     {
-        std::string args, environment;
+        std::string args;
         int status;
-        std::vector<std::string> out, err;
+        std::string text; // on standard output for status 0, else on standard error
     } rows[] = {
-        {"--help", "", 0, {"usage: vxdicom COMMAND", "info", "view"}, {}},
-        {"info --help",
-         "",
-         0,
-         {"usage: vxdicom info FILE...", "1.2.840.10008.1.2.4.90", "\n  --all-frames ",
-          "\n  --read-pixels ", "\n  --json "},
-         {}},
-        {"info FILE --help", "", 0, {"usage: vxdicom info FILE..."}, {}},
-        {"run --help", "", 0, {"usage: vxdicom run"}, {}},
-        {"view --help",
-         "",
-         0,
-         {"usage: vxdicom view", "Open DICOM", "R/L, A/P, S/I", "not a resampling", "sheared",
-          "--screenshot"},
-         {}},
-        {"run 'set a 1'", "", 0, {}, {}},
-        {"frobnicate", "", 2, {}, {"unknown command 'frobnicate'", "usage: vxdicom COMMAND"}},
-        {"", "", 2, {}, {"usage: vxdicom COMMAND"}},
-        {"help frobnicate", "", 2, {}, {}},
-        {"info", "", 2, {}, {"usage: vxdicom info"}},
-        {"info --bogus x.dcm", "", 2, {}, {"unknown option '--bogus'"}},
-        {"info --no-attributes --attributes-only x.dcm", "", 2, {}, {"exclude each other"}},
-        {"save-dicom in.nii -o out --edit",
-         "-u DISPLAY -u WAYLAND_DISPLAY",
-         2,
-         {},
-         {"--edit shows a dialog and needs a display"}},
-        {"run", "", 2, {}, {"no SCRIPT or FILE given"}},
-        {"run --bogus 'set a 1'", "", 2, {}, {"unknown option '--bogus'"}},
-        {"run /no/such/session.vxs",
-         "",
-         1,
-         {},
-         {"vxdicom run: /no/such/session.vxs: no such file\n"}},
-        {"anonymize", "", 2, {}, {"no IN given"}},
-        {"anonymize in.nrrd", "", 2, {}, {"no OUT given (-o OUT)"}},
-        {"anonymize in.nrrd -o out.dcm", "", 2, {}, {"out.dcm: unknown ending"}},
-        {"anonymize " + q(missing) + " -o " + q(dir.file("out.nrrd")), "", 1, {}, {missing}},
-        {"view", "", 2, {}, {"needs a display"}},
+        {"--help", 0, "usage: vxdicom COMMAND"},
+        {"info --help", 0, "1.2.840.10008.1.2.4.90"}, // lists the transfer syntaxes
+        {"info FILE --help", 0, "usage: vxdicom info FILE..."},
+        {"run --help", 0, "usage: vxdicom run"},
+        {"view --help", 0, "R/L, A/P, S/I"},
+        {"run 'set a 1'", 0, ""},
+        {"frobnicate", 2, "unknown command 'frobnicate'"},
+        {"", 2, "usage: vxdicom COMMAND"},
+        {"help frobnicate", 2, ""},
+        {"info", 2, "usage: vxdicom info"},
+        {"info --bogus x.dcm", 2, "unknown option '--bogus'"},
+        {"info --no-attributes --attributes-only x.dcm", 2, "exclude each other"},
+        {"save-dicom in.nii -o out --edit", 2, "--edit shows a dialog and needs a display"},
+        {"run", 2, "no SCRIPT or FILE given"},
+        {"run --bogus 'set a 1'", 2, "unknown option '--bogus'"},
+        {"run /no/such/session.vxs", 1, "vxdicom run: /no/such/session.vxs: no such file\n"},
+        {"anonymize", 2, "no IN given"},
+        {"anonymize in.nrrd", 2, "no OUT given (-o OUT)"},
+        {"anonymize in.nrrd -o out.dcm", 2, "out.dcm: unknown ending"},
+        {"anonymize " + q(missing) + " -o " + q(dir.file("out.nrrd")), 1, missing},
+        {"view", 2, "needs a display"},
     };
     for (const auto &row : rows) {
-        const Outcome r = vxdicom(row.args, {}, row.environment);
+        const Outcome r = vxdicom(row.args, {}, "-u DISPLAY -u WAYLAND_DISPLAY");
         EXPECT_EQ(r.status, row.status) << row.args << "\n" << r.err;
-        for (const std::string &part : row.out)
-            EXPECT_TRUE(contains(r.out, part)) << row.args << ": " << part;
-        for (const std::string &part : row.err)
-            EXPECT_TRUE(contains(r.err, part)) << row.args << ": " << part << "\n" << r.err;
+        EXPECT_TRUE(contains(row.status ? r.err : r.out, row.text)) << row.args << "\n" << r.err;
         EXPECT_TRUE(row.status != 0 || r.err.empty()) << row.args;
     }
     EXPECT_FALSE(fs::exists(dir.file("out.nrrd")));
