@@ -319,60 +319,47 @@ TEST(VxFieldFileNifti, NibabelFilesLoadWhereNibabelPutsTheirVoxels)
     }
 }
 
-struct ScannerSeries
-{
-    const char *name;
-    const char *folder;
-    bool dicomTruth; // pixels placed by pydicom; else nibabel's reading of dcm2niix's file
-    double maxValue; // stored values above this are masked by dcm2niix
-};
-
-class VxFieldFileScanner : public ::testing::TestWithParam<ScannerSeries>
-{
-};
-
-// dcm2niix converts a real series; in our loading of its NIfTI every checked
+// dcm2niix converts real series; in our loading of its NIfTI every checked
 // pixel sits where the DICOM header puts it (for a 4D series, where nibabel
 // puts dcm2niix's first volume). Saved again, nibabel finds the same voxels.
-TEST_P(VxFieldFileScanner, Dcm2niixOutputLoadsInPatientSpace)
+TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
 {
     VX_REQUIRE_SHARED_DATA();
     REQUIRE_NIBABEL();
     if (!vxtest::haveProgram("dcm2niix") || !vxtest::havePythonModules({"pydicom"}))
         GTEST_SKIP() << "dcm2niix and pydicom are needed for this test";
-    const ScannerSeries &series = GetParam();
-    vxtest::TempDir dir;
-    std::string log, files;
-    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -b n -f out -o " + vxtest::shellQuote(dir.path()) +
-                                     " " + vxtest::shellQuote(vxtest::sharedPath(series.folder)),
-                                 &log, true),
-              0)
-        << log;
-    VxMessageCapture console; // a 4D series warns that only its first volume is loaded
-    const Field f = loaded(dir.file("out.nii"));
-    ASSERT_TRUE(f);
-    for (const std::string &p : vxtest::sharedDicomFiles(series.folder))
-        files += " " + vxtest::shellQuote(p);
-    expectSamplesInField(
-        *f, (series.dicomTruth ? python("dicom" + files) : probe(dir.file("out.nii"))).samples,
-        series.maxValue);
-    KcString error;
-    ASSERT_TRUE(VxFieldFile::saveNifti(*f, dir.file("ours.nii.gz").c_str(), &error)) << error;
-    expectSamplesInField(*f, probe(dir.file("ours.nii.gz")).samples);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    RealSeries, VxFieldFileScanner,
-    ::testing::Values(
+    // Folder; pixels placed by pydicom, else nibabel's reading of dcm2niix's
+    // file; stored values above this are masked by dcm2niix.
+    const std::tuple<const char *, bool, double> rows[] = {
         // Sagittal, 42 x 64 x 5; stored 0xFFFF markers become 4095 in dcm2niix.
-        ScannerSeries{"SagittalFieldMap", "dcm_qa_sag/In/2_gre_field_mapping", true, 4095},
+        {"dcm_qa_sag/In/2_gre_field_mapping", true, 4095},
         // Sagittal, head first decubitus right, 256 x 256 x 35.
-        ScannerSeries{"SagittalDecubitus", "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", true, 1e30},
+        {"dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", true, 1e30},
         // Oblique axial diffusion, 256 x 256 x 2 x 7, scaled to float by dcm2niix.
-        ScannerSeries{"ObliqueDiffusion4D", "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}),
-    [](const ::testing::TestParamInfo<ScannerSeries> &info) {
-        return std::string(info.param.name);
-    });
+        {"dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}};
+    for (const auto &[folder, dicomTruth, maxValue] : rows) {
+        SCOPED_TRACE(folder);
+        vxtest::TempDir dir;
+        std::string log, files;
+        ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -b n -f out -o " +
+                                         vxtest::shellQuote(dir.path()) + " " +
+                                         vxtest::shellQuote(vxtest::sharedPath(folder)),
+                                     &log, true),
+                  0)
+            << log;
+        VxMessageCapture console; // a 4D series warns that only its first volume is loaded
+        const Field f = loaded(dir.file("out.nii"));
+        ASSERT_TRUE(f);
+        for (const std::string &p : vxtest::sharedDicomFiles(folder))
+            files += " " + vxtest::shellQuote(p);
+        expectSamplesInField(
+            *f, (dicomTruth ? python("dicom" + files) : probe(dir.file("out.nii"))).samples,
+            maxValue);
+        KcString error;
+        ASSERT_TRUE(VxFieldFile::saveNifti(*f, dir.file("ours.nii.gz").c_str(), &error)) << error;
+        expectSamplesInField(*f, probe(dir.file("ours.nii.gz")).samples);
+    }
+}
 
 TEST(VxFieldFileNifti, BrokenFilesAndImpossibleSavesFailWithAReason)
 {
