@@ -1,7 +1,8 @@
 // The walk over a Directory Record Sequence and extractDicomDir: DICOMDIRs
 // written by pydicom in every encoding, by DCMTK's dcmmkdir over real scanner
-// files and pydicom's own, cut and corrupted; malformed sequences built byte
-// by byte; and the reading loop around them. pydicom reads the expected IDs.
+// files and pydicom's own, whole and cut; malformed sequences built byte by
+// byte; and the reading loop around them. pydicom reads the expected IDs.
+// Corrupted bytes are fuzz/fuzz_dicomdir.cpp's work.
 
 #include "vxdicom/reader/DicomDir.h"
 #include "platform/core/VxMessage.h"
@@ -16,9 +17,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
 #include <memory>
-#include <random>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -119,7 +118,7 @@ void makeDicomDir(const std::string &out, const Ids &ids, const std::string &opt
 
 /// extractDicomDir on the DICOMDIR opened as the reader does, after `before`;
 /// the names it added.
-Ids extracted(const std::string &dicomDir, const Ids &before, int *count = nullptr)
+Ids extracted(const std::string &dicomDir, const Ids &before)
 {
     std::unique_ptr<VxDicomFile> file;
     try {
@@ -132,10 +131,8 @@ Ids extracted(const std::string &dicomDir, const Ids &before, int *count = nullp
     KcDArray<KcString> names;
     for (const std::string &n : before)
         names.append(n);
-    const int n = extractDicomDir(file.get(), names);
-    EXPECT_EQ(n, names.size());
-    if (count)
-        *count = n;
+    const int count = extractDicomDir(file.get(), names);
+    EXPECT_EQ(count, names.size());
     Ids out;
     for (int i = static_cast<int>(before.size()); i < names.size(); ++i)
         out.push_back(names[i]);
@@ -239,7 +236,7 @@ TEST(DicomDirWalk, SequencesBuiltByteByByteGiveTheIdsFoundUpToTheirFirstFault)
     }
 }
 
-TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeCutOrCorrupted)
+TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
 {
     const Ids folderLine = pydicom("--folder");
     const std::string folder = folderLine.empty() ? "" : folderLine[0];
@@ -270,21 +267,6 @@ TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeCutOrCorrupted)
             const Ids cut = walk(seq.substr(0, n), big, explicitVr).ids;
             ASSERT_LE(cut.size(), ids.size()) << "cut at " << n;
             ASSERT_TRUE(std::equal(cut.begin(), cut.end(), ids.begin())) << "cut at " << n;
-        }
-        // Every byte in turn set to 0xFF (each length field once huge or
-        // undefined, each tag once a delimiter), then random bytes at random
-        // places: the walk stays inside the value (AddressSanitizer).
-        std::mt19937 random(20240607);
-        for (size_t mutant = 0; mutant < seq.size() + 2000; ++mutant) {
-            std::string bytes = seq;
-            if (mutant < seq.size())
-                bytes[mutant] = '\xFF';
-            else
-                for (int k = 1 + static_cast<int>(random() % 8); k > 0; --k)
-                    bytes[random() % bytes.size()] = static_cast<char>(random());
-            ASSERT_LE(walk(bytes, big, explicitVr).ids.size(),
-                      mutant < seq.size() ? 31 : seq.size() / 8)
-                << mutant;
         }
     }
     const std::string empty = folder + "/DICOMDIR-empty.dcm";
@@ -343,9 +325,7 @@ TEST(DicomDirExtraction, DcmmkdirOverRealFilesInThreeEncodingsListsEveryFileUnle
     bytes[at + 8] = 1;
     const std::string flagged = (root / "FLAGGED").string();
     vxtest::writeFileBytes(flagged, bytes);
-    int count = -1;
-    EXPECT_TRUE(extracted(flagged, {flagged}, &count).empty());
-    EXPECT_EQ(count, 1);
+    EXPECT_TRUE(extracted(flagged, {flagged}).empty());
 }
 
 // File IDs join the folder of the last name; IDs that are empty or leave the
@@ -370,43 +350,32 @@ TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastName)
 TEST(DicomDirReadingLoop, ADicomDirThatListsItselfIsReadOnceAndASecondResolvesAgainstTheLastName)
 {
     vxtest::TempDir dir;
-    KcDArray<VxDicomFile *> files;
-    KcDArray<VxDicomImage *> images;
-    KcDArray<KcString> names;
-    if (!vxtest::sharedDataDir().empty()) {
-        fs::create_directories(dir.path() / "self" / "CT");
-        fs::create_symlink(vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10"),
-                           dir.path() / "self" / "CT" / "I10");
-        makeDicomDir(dir.file("self/DICOMDIR"), {"DICOMDIR", "CT\\I10"});
-        names.append(dir.file("self/DICOMDIR"));
-        VxMessageCapture capture;
-        readDicomFiles(names, 1, true, files, images);
-        EXPECT_EQ(names.size(), 3) << capture.text();
-        EXPECT_EQ(files.size(), 1);
-        EXPECT_EQ(images.size(), 1);
-        EXPECT_TRUE(capture.contains("DICOMDIR " + dir.file("self/DICOMDIR") +
-                                     " was read before; its files are not added again"))
-            << capture.text();
-        for (VxDicomFile *f : files)
-            delete f;
-    } else {
-        std::cout << "../shared/data is missing: the DICOMDIR listing itself is left out\n";
-    }
-    fs::create_directories(dir.path() / "a");
-    fs::create_directories(dir.path() / "b");
+    for (const char *folder : {"self", "a", "b"})
+        fs::create_directories(dir.path() / folder);
+    makeDicomDir(dir.file("self/DICOMDIR"), {"DICOMDIR"});
     makeDicomDir(dir.file("a/DICOMDIR"), {"IMAGES\\A1"});
     makeDicomDir(dir.file("b/DICOMDIR"), {"B1"});
-    KcDArray<KcString> two;
-    two.append(dir.file("a/DICOMDIR"));
-    two.append(dir.file("b/DICOMDIR"));
-    KcDArray<VxDicomFile *> none;
-    KcDArray<VxDicomImage *> noImages;
-    VxMessageCapture capture;
-    readDicomFiles(two, 1, false, none, noImages);
-    // a's file ID joins b's folder (the last name then); b's joins the folder
-    // of a's reference, which is where the list ended.
-    ASSERT_EQ(two.size(), 4);
-    EXPECT_EQ(two[2], dir.file("b/IMAGES/A1"));
-    EXPECT_EQ(two[3], dir.file("b/IMAGES/B1"));
-    EXPECT_TRUE(none.isEmpty());
+    for (const Ids &given :
+         {Ids{dir.file("self/DICOMDIR")}, Ids{dir.file("a/DICOMDIR"), dir.file("b/DICOMDIR")}}) {
+        KcDArray<KcString> names;
+        for (const std::string &n : given)
+            names.append(n);
+        KcDArray<VxDicomFile *> files;
+        KcDArray<VxDicomImage *> images;
+        VxMessageCapture capture;
+        readDicomFiles(names, 1, false, files, images);
+        EXPECT_TRUE(files.isEmpty());
+        if (given.size() == 1) {
+            EXPECT_EQ(names.size(), 2);
+            EXPECT_TRUE(capture.contains("DICOMDIR " + given[0] +
+                                         " was read before; its files are not added again"))
+                << capture.text();
+        } else {
+            // a's file ID joins b's folder (the last name then); b's joins
+            // the folder of a's reference, which is where the list ended.
+            ASSERT_EQ(names.size(), 4);
+            EXPECT_EQ(names[2], dir.file("b/IMAGES/A1"));
+            EXPECT_EQ(names[3], dir.file("b/IMAGES/B1"));
+        }
+    }
 }
