@@ -12,6 +12,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -62,8 +63,8 @@ struct Csa
 
 BundlePtr decode(const Bytes &b, bool csa1 = false, const char *name = "CSAImageHeaderInfo")
 {
-    std::unique_ptr<unsigned char[]> copy(new unsigned char[b.empty() ? 1 : b.size()]);
-    std::memcpy(copy.get(), b.data(), b.size());
+    const std::unique_ptr<unsigned char[]> copy(new unsigned char[b.empty() ? 1 : b.size()]);
+    std::copy(b.begin(), b.end(), copy.get());
     return BundlePtr(csa1 ? decode_csa1(copy.get(), int(b.size()), name)
                           : decode_csa2(b.empty() ? nullptr : copy.get(), int(b.size()), name));
 }
