@@ -1,11 +1,9 @@
-// Stacks and the fields made from them: spacing, box and the overflow
-// decision; samples, rescaling and the overflow dialog; every voxel's place
-// against pydicom's positions; compressed series loaded from the command line.
+// Fields made from stacks: samples, rescaling and the overflow question; every
+// voxel's place against pydicom's positions; the volume prefault helper;
+// compressed series loaded from the command line.
 
 #include "vxdicom/reader/VxDicomField.h"
 #include "platform/core/VxMessage.h"
-#include "platform/core/VxObjectPool.h"
-#include "platform/core/VxScriptVars.h"
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
 #include "platform/data/VxLattice3.h"
@@ -13,6 +11,7 @@
 #include "platform/gui/VxWarningDialog.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
+#include "vxdicom/reader/VolumePrefault.h"
 #include "vxdicom/reader/VxDicom.h"
 
 #include <QAbstractButton>
@@ -25,6 +24,7 @@
 #include <cmath>
 #include <set>
 #include <sstream>
+#include <thread>
 #include <tuple>
 
 using namespace readertest;
@@ -65,34 +65,6 @@ const char *const kQuestion =
     "or use adjusted scaling parameters, so that no data overflow occurs.";
 
 } // namespace
-
-TEST(DicomImageStack, SpacingStaysUniformWithinATenthOfTheDistanceError)
-{
-    VX_REQUIRE_SHARED_DATA();
-    // clang-format off
-    const struct { const char *error; std::vector<float> mm; int state; } cases[] = {
-        {"1", {0, 10, 20, 30.5f}, 1}, {"1", {0, 10, 20, 32}, 2}, {"1", {0, 10, 21, 31}, 2},
-        {"1", {0, 10}, 1}, {"1", {5}, 1},
-        // The default 0.05 cm: 0.05 mm.
-        {nullptr, {0, 3, 6, 9.04f}, 1}, {nullptr, {0, 3, 6.1f}, 2},
-    };
-    // clang-format on
-    for (const auto &c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.mm));
-        if (c.error)
-            VxScriptVars::instance()->set("DicomMaxDistError", c.error);
-        OpenedFiles copies(std::vector<std::string>(c.mm.size(), vxtest::sharedPath(kMrFile)));
-        VxDicomImageStack stack;
-        for (size_t k = 0; k < c.mm.size(); ++k) {
-            copies.images()[k]->sliceLocation = c.mm[k];
-            EXPECT_EQ(stack.append(copies.images()[k]), static_cast<int>(k) + 1);
-        }
-        VxScriptVars::instance()->unset("DicomMaxDistError");
-        EXPECT_EQ(stack.spacingState, c.state);
-        EXPECT_FLOAT_EQ(stack.bbox[4], c.mm.front() * 0.1f);
-        EXPECT_FLOAT_EQ(stack.bbox[5], c.mm.back() * 0.1f);
-    }
-}
 
 // Copies of the real MR file (256 x 256) with other attributes and samples
 // (repeated to fill the image), one or two of them made into a field, the
@@ -415,6 +387,51 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
         EXPECT_EQ(seen.size(), lat->numVoxels()) << "each voxel has its own source pixel";
         EXPECT_EQ(wrongValue, 0);
     }
+}
+
+// The prefault helper never changes a byte the reading loop wrote, wherever
+// the two meet; it ends when asked, or by itself once it reaches the reader.
+TEST(VolumePrefault, NeverChangesAByteAndEndsWhenStoppedOrDone)
+{
+    const auto pattern = [](size_t i) {
+        return static_cast<unsigned char>((i * 2654435761u) >> 13);
+    };
+    // 200 slices, not a whole number of pages, on a 2 MiB boundary as volumes are.
+    const size_t slice = 512 * 512 * 2 + 6, bytes = slice * 200;
+    void *p = nullptr;
+    ASSERT_EQ(posix_memalign(&p, size_t(2) << 20, bytes), 0);
+    const std::unique_ptr<unsigned char, decltype(&std::free)> volume(
+        static_cast<unsigned char *>(p), &std::free);
+    const auto changed = [&] {
+        size_t n = 0;
+        for (size_t i = 0; i < bytes; ++i)
+            n += volume.get()[i] != pattern(i);
+        return n;
+    };
+    {
+        VolumePrefault prefault(volume.get(), bytes, 0);
+        for (size_t i = 0; i < bytes; ++i) {
+            volume.get()[i] = pattern(i);
+            if ((i + 1) % slice == 0)
+                prefault.readerAt(i + 1);
+        }
+        prefault.stop();
+        prefault.stop(); // a second stop is harmless
+    }
+    EXPECT_EQ(changed(), 0u);
+    {
+        // The reader stays at the front: the helper comes down to it and ends.
+        VolumePrefault prefault(volume.get(), bytes, 0);
+        while (!prefault.finished())
+            std::this_thread::yield();
+        EXPECT_LT(prefault.populatedFrom(), bytes / 2);
+    }
+    EXPECT_EQ(changed(), 0u);
+    VolumePrefault below(volume.get(), bytes); // under the default minimum size
+    EXPECT_EQ(below.populatedFrom(), bytes);
+    EXPECT_FALSE(below.finished()) << "no thread was started";
+    VolumePrefault none(nullptr, bytes, 0);
+    EXPECT_FALSE(none.finished());
 }
 
 // ------------------------------------ compressed series, several threads
