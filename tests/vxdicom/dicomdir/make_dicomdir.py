@@ -1,15 +1,10 @@
 #!/usr/bin/python3
 """DICOMDIRs written and read by pydicom (a tool other than DCMTK and ours).
 
-    make_dicomdir.py OUT [--syntax explicit|implicit|big] [--undefined-lengths]
-                     [--id ID]...   one PATIENT record, then one IMAGE record per
-                                    ID, whose Referenced File ID holds ID byte for
-                                    byte (pydicom pads an odd length with a blank)
-                                    and which holds an icon image sequence with a
-                                    Referenced File ID "NOTME" of its own
-    make_dicomdir.py --list FILE... per record with a Referenced File ID, its
-                                    components joined with a backslash
-    make_dicomdir.py --folder       the folder of pydicom's test DICOMDIRs
+OUT [--syntax S] [--undefined-lengths] [--id ID]...: a PATIENT record, then an
+IMAGE record per ID (held byte for byte, with an icon image sequence holding a
+file ID "NOTME" of its own). --list FILE...: each record's file ID, components
+joined by a backslash. --folder: the folder of pydicom's test DICOMDIRs.
 """
 import argparse
 import os

@@ -168,21 +168,17 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
     const std::tuple<const char *, dicom::valRep, dicom::enCoding, const char *, std::string>
         rows[] = {
             {"US big", dicom::US, BE, "258", "\x01\x02"s},
-            {"US little", dicom::US, LE, "513", "\x01\x02"s},
             {"UL big", dicom::UL, BE, "16909060", "\x01\x02\x03\x04"s},
             {"AT: digit pairs read as decimal bytes, group first", dicom::AT, BE, "0024,1699",
              "\x00\x18\x10\x63"s},
             {"AT little: 1*256+2 and 3*256+4", dicom::AT, LE, "0102,0304", "\x02\x01\x04\x03"s},
-            {"even: no pad", dicom::CS, LE, "MR", "MR"},
             {"odd CS", dicom::CS, LE, "CT1", "CT1\0"s},
             {"odd PN", dicom::PN, BE, "Unknown", "Unknown\0"s},
-            {"odd UI", dicom::UI, LE, "1.2.3", "1.2.3\0"s},
             {"white space normalised", dicom::LO, LE, "  Head   First ", "Head First"},
             {"dots removed", dicom::DA, LE, "2024.06.07", "20240607"},
             {"colons removed", dicom::TM, LE, "12:34:56.50", "123456.50\0"s},
             {"blank at 6 dropped", dicom::DT, LE, "240607 12:34:56", "240607123456"},
             {"IEEE single 0x3FC00000", dicom::FL, LE, "1.5", "\x00\x00\xC0\x3F"s},
-            {"two's complement", dicom::SL, LE, "-1", "\xFF\xFF\xFF\xFF"s},
             {"two's complement", dicom::SS, BE, "-2", "\xFF\xFE"s},
             {"FD keeps the bytes of its text", dicom::FD, LE, "2.5", "2.5\0"s},
             {"OW: host words", dicom::OW, LE, "ABC", "ABC\0"s}, // on a little-endian host

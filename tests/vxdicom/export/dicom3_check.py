@@ -1,14 +1,9 @@
 #!/usr/bin/python3
-"""pydicom's and nibabel's view of files for the DICOM writer tests.
+"""dicom3_check.py MANIFEST: pydicom's and nibabel's view of written files.
 
-dicom3_check.py MANIFEST
-    MANIFEST is a JSON list of {"dtype", "raw", "files"} and, optionally,
-    {"nifti", "dtype", "raw", "dims": [columns, rows, slices]}. Each file is
-    read with pydicom (strictly: no force) and its pixel array compared with
-    the next samples of raw; one JSON line per file gives the attributes the
-    tests look at. A NIfTI file (made by dcm2niix) gives one JSON line with
-    its shape, voxel size, affine and whether its samples equal raw. Exits 1
-    with a message on the first file that cannot be read or differs.
+MANIFEST lists {"dtype", "raw", "files"}: each file, read by pydicom without
+force, must hold the next samples of raw; one JSON line per file. An entry
+{"nifti", "dtype", "raw", "dims"} (a dcm2niix volume) gives one JSON line.
 """
 
 import json
