@@ -109,6 +109,7 @@ inline QTreeWidgetItem *rowOfText(QTreeWidget *tree, int column, const QString &
 
 /// Watches a model through every change while it lives. QTreeWidget fails the
 /// tester's "childIndex != childIndex1" check for any tree; every other must hold.
+QStringList modelFailures;
 struct ModelWatch
 {
     explicit ModelWatch(QAbstractItemModel *model)
@@ -116,7 +117,7 @@ struct ModelWatch
               qInstallMessageHandler([](QtMsgType, const QMessageLogContext &c, const QString &m) {
                   if (c.category && QByteArray(c.category) == "qt.modeltest" &&
                       !m.contains("childIndex != childIndex1"))
-                      failures() << m;
+                      modelFailures << m;
               })),
           tester(model, QAbstractItemModelTester::FailureReportingMode::Warning)
     {
@@ -124,33 +125,14 @@ struct ModelWatch
     ~ModelWatch()
     {
         qInstallMessageHandler(previous);
-        EXPECT_TRUE(failures().isEmpty()) << failures().join("\n").toStdString();
-        failures().clear();
-    }
-    static QStringList &failures()
-    {
-        static QStringList seen;
-        return seen;
+        EXPECT_TRUE(modelFailures.isEmpty()) << modelFailures.join("\n").toStdString();
+        modelFailures.clear();
     }
     QtMessageHandler previous;
     QAbstractItemModelTester tester;
 };
 
-/// Empties the object pool before and after a test of real series.
-class RealSeries : public stacktest::RealSeries
-{
-protected:
-    void SetUp() override
-    {
-        VxObjectPool::instance()->clear();
-        stacktest::RealSeries::SetUp();
-    }
-    void TearDown() override
-    {
-        VxObjectPool::instance()->clear();
-        stacktest::RealSeries::TearDown();
-    }
-};
+using RealSeries = stacktest::RealSeries;
 
 // The first dimension of each field (512 for the CT, 35 for the sagittal T1)
 // or, with `extent`, its x extent.

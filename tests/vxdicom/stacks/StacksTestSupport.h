@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/core/VxObjectPool.h"
 #include "platform/core/VxPreferences.h"
 #include "tests/support/TestSupport.h"
 #include "vxdicom/reader/VxDicomFile.h"
@@ -96,8 +97,8 @@ inline void storeCriteria(const char *text)
     VxSettingsMgr::getInstance()->setPreferences(prefs, false);
 }
 
-/// Default criteria and uniformity tolerance before and after a test of
-/// real series, which is skipped when ../shared/data is missing.
+/// Default criteria and uniformity tolerance and an empty object pool before
+/// and after a test of real series, which is skipped without ../shared/data.
 class RealSeries : public ::testing::Test
 {
 protected:
@@ -111,6 +112,7 @@ protected:
         storeCriteria("");
         DicomStackItem::uniformTolerance = 0.02f;
         DicomStackDialog::setAnswerOverride(-1);
+        VxObjectPool::instance()->clear();
     }
 };
 
