@@ -47,20 +47,12 @@ inline size_t count(const std::string &text, const std::string &part)
     return n;
 }
 
-inline std::vector<std::string> lines(const std::string &text)
-{
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        out.push_back(line);
-    return out;
-}
-
 /// The "field ..." and "time series ..." lines of a load's output.
 inline std::vector<std::string> summaryLines(const std::string &out)
 {
     std::vector<std::string> kept;
-    for (const std::string &line : lines(out))
+    std::istringstream in(out);
+    for (std::string line; std::getline(in, line);)
         if (line.rfind("field ", 0) == 0 || line.rfind("time series ", 0) == 0)
             kept.push_back(line);
     return kept;
