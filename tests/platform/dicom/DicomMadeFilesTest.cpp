@@ -81,22 +81,6 @@ const Made kMade[] = {
      COMPRESSION_JPEG2000, "MONOCHROME2", 0, 0},
 };
 
-// Samples equal, or within the tolerance of a lossy codec with a small mean difference.
-void expectSamples(const std::vector<unsigned char> &actual,
-                   const std::vector<unsigned char> &expected, int tolerance, const char *what)
-{
-    ASSERT_EQ(actual.size(), expected.size()) << what;
-    int worst = 0;
-    long sum = 0;
-    for (size_t i = 0; i < actual.size(); ++i) {
-        const int diff = std::abs(int(actual[i]) - int(expected[i]));
-        worst = std::max(worst, diff);
-        sum += diff;
-    }
-    EXPECT_LE(worst, tolerance) << what;
-    EXPECT_LE(double(sum) / double(actual.size()), 2.0) << what << ": mean difference";
-}
-
 TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
 {
     REQUIRE_PYDICOM();
@@ -140,7 +124,14 @@ TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
         EXPECT_EQ(delayed->planarConfiguration, m.planar);
         const std::vector<unsigned char> frames = dicomtest::decodeFrames(*delayed, &why);
         ASSERT_FALSE(frames.empty()) << why;
-        expectSamples(frames, expected, m.tolerance, "delayed read");
+        ASSERT_EQ(frames.size(), expected.size());
+        int worst = 0, sum = 0; // lossy codecs: within the tolerance, a mean difference below 2
+        for (size_t i = 0; i < frames.size(); ++i) {
+            worst = std::max(worst, std::abs(frames[i] - expected[i]));
+            sum += std::abs(frames[i] - expected[i]);
+        }
+        EXPECT_LE(worst, m.tolerance);
+        EXPECT_LE(sum, 2 * int(frames.size()));
         std::vector<unsigned char> frame(size_t(delayed->frameSize) + 1);
         for (int k = delayed->frames - 1; k >= 0; --k) { // out of order, last first
             ASSERT_TRUE(dicom::dicomReadImageData(delayed.get(), nullptr, k, frame.data(),
