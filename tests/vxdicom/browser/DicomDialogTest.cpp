@@ -1,8 +1,6 @@
 // The import dialog as a user drives it, shown offscreen on the program's
 // thread layout: vxReadDicom on a worker thread, the dialog on the GUI thread,
-// the test clicking. Every way out returns; sorting, the panes, the popup
-// menus, the preview and help act on what was clicked; the side-by-side
-// parameter view, "Add", the criteria dialog and a column drag steer the stacks.
+// the test clicking and typing.
 
 #include "vxdicom/browser/DicomDialog.h"
 #include "platform/core/VxMessage.h"
@@ -44,8 +42,7 @@ namespace {
 
 using namespace uitest;
 
-/// What a load through the dialog gave; the fields are owned by the object pool.
-struct LoadOutcome
+struct LoadOutcome // the fields are owned by the object pool
 {
     bool returned = false;
     int result = -1;
@@ -132,8 +129,6 @@ struct ModelWatch
     QAbstractItemModelTester tester;
 };
 
-using RealSeries = stacktest::RealSeries;
-
 // The first dimension of each field (512 for the CT, 35 for the sagittal T1)
 // or, with `extent`, its x extent.
 std::vector<float> sizes(const LoadOutcome &outcome, bool extent = false)
@@ -148,9 +143,9 @@ std::vector<float> sizes(const LoadOutcome &outcome, bool extent = false)
     return out;
 }
 
-using DialogFlow = RealSeries;
-using DialogView = RealSeries;
-using DialogSteering = RealSeries;
+using DialogFlow = stacktest::RealSeries;
+using DialogView = stacktest::RealSeries;
+using DialogSteering = stacktest::RealSeries;
 
 TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
 {
@@ -263,7 +258,18 @@ void steps(DicomDialog &d, DicomListView *list)
     auto *preview = visibleWindow<QxDicomImageView>();
     ASSERT_NE(preview, nullptr);
     EXPECT_EQ(preview->windowTitle().toStdString(), image->image()->file->fileName);
-    EXPECT_EQ(preview->pictureLabel()->pixmap().size(), QSize(512, 512));
+    // The CT's window (centre 40, width 80 HU) maps its air (-1024 HU) to
+    // black and its plastic (up to 789 HU) to white.
+    const QImage picture = preview->pictureLabel()->pixmap().toImage();
+    ASSERT_EQ(picture.size(), QSize(512, 512));
+    int darkest = 255, brightest = 0;
+    for (int y = 0; y < 512; ++y)
+        for (int x = 0; x < 512; ++x) {
+            darkest = std::min(darkest, qGray(picture.pixel(x, y)));
+            brightest = std::max(brightest, qGray(picture.pixel(x, y)));
+        }
+    EXPECT_EQ(darkest, 0);
+    EXPECT_EQ(brightest, 255);
     preview->close();
     doubleClick(list->viewport(), rowPoint(list, ct->child(20)));
     ASSERT_NE(visibleWindow<QxDicomImageView>(), nullptr);
@@ -297,9 +303,9 @@ void steps(DicomDialog &d, DicomListView *list)
     ASSERT_TRUE(window && window->isVisible());
     EXPECT_TRUE(window->source().path().endsWith("/VxFileFormat_DICOM.html"));
     EXPECT_TRUE(window->toPlainText().contains("strictly monot."));
-    const QVariant picture =
+    const QVariant figure =
         window->loadResource(QTextDocument::ImageResource, QUrl("images/dicom-loader.png"));
-    EXPECT_FALSE(QImage::fromData(picture.toByteArray()).isNull()) << "picture missing";
+    EXPECT_FALSE(QImage::fromData(figure.toByteArray()).isNull()) << "picture missing";
 }
 
 TEST_F(DialogView, SortPanesPreviewRemovalAndHelpAsAUserDrivesThem)

@@ -15,11 +15,7 @@
 #include <QPushButton>
 #include <QTimer>
 
-using stacktest::ctFile;
-using stacktest::instanceNumbers;
-using stacktest::LoadedFiles;
-using stacktest::sliceLocations;
-using stacktest::stackSizes;
+using namespace stacktest;
 using StackBuilding = stacktest::RealSeries;
 using ListView = stacktest::RealSeries;
 
@@ -92,8 +88,7 @@ TEST_F(StackBuilding, SeriesAreOneUniformStackInSliceOrderAndDescendingOnesAreRe
 
 TEST_F(StackBuilding, VolumesAreSplitByWhatTellsThemApartAndOtherwiseByTheCriteria)
 {
-    // The Philips fMRI (9 slices x 3 volumes, instance numbers 1..27 with each
-    // location three times in a row) handed in shuffled.
+    // Philips fMRI, 9 slices x 3 volumes (instances 1, 4, 7, ...), shuffled.
     std::vector<std::string> paths =
         stacktest::folderFiles("dcm_qa_philips/In/Magdeburg_2014/fmri");
     std::reverse(paths.begin(), paths.end());
@@ -125,8 +120,7 @@ TEST_F(StackBuilding, VolumesAreSplitByWhatTellsThemApartAndOtherwiseByTheCriter
             << column;
     EXPECT_EQ(view.stackList()[0]->firstChild()->breakOption, -1) << "never refused";
 
-    // Two mosaic series of one patient, a volume of 36 tiles per file, the
-    // second loaded first: the UID ...2017102109011643... sorts first.
+    // Two mosaic series (36 tiles a file), UID ...2017102109011643... first.
     paths = stacktest::folderFiles("dcm_qa_mosaic/In/ep2d_Asc_HF_10");
     for (const std::string &p : stacktest::folderFiles("dcm_qa_mosaic/In/ep2d_Asc_2"))
         paths.push_back(p);
@@ -146,8 +140,7 @@ TEST_F(StackBuilding, VolumesAreSplitByWhatTellsThemApartAndOtherwiseByTheCriter
 
 TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
 {
-    // CT slices (instances 1, 2, 3) made 10, 30, 20 mm: with "slice location"
-    // ignored one stack out of order, which the stack dialog renumbers.
+    // CT slices made 10, 30, 20 mm, "slice location" ignored: one unordered stack.
     LoadedFiles files({ctFile("I10"), ctFile("I20"), ctFile("I30")});
     const float made[3] = {10, 30, 20};
     for (size_t i = 0; i < 3; ++i)
@@ -182,8 +175,7 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
     }
     VxWarningDialog::setDisplayOverride(-1);
 
-    // The reader's thread runs the export while this thread serves the
-    // dialog; offscreen there is no display, so the dialog answers itself.
+    // Exported from a worker thread; offscreen the dialog answers by itself.
     view.stackList()[0]->relocateChildItems(10, 10);
     view.stackList()[0]->lastChild()->image()->sliceLocation = 15;
     VxMessageCapture console;
@@ -198,8 +190,7 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
 
 TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOrder)
 {
-    // An examination written by pydicom (many_series.py); what each series
-    // gives follows from how it was written (see the script), in UID order.
+    // An examination written by pydicom (many_series.py), series in UID order.
     if (!vxtest::havePythonModules({"pydicom", "numpy"}))
         GTEST_SKIP() << "pydicom and numpy are needed to write the examination";
     stacktest::storeCriteria("");
@@ -213,8 +204,7 @@ TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOr
     LoadedFiles files(stacktest::folderFiles(dir.path().string()));
     ASSERT_EQ(files.size(), 2 * split + 6 + plain * perSeries);
 
-    // So many images are sorted with this (the GUI) thread's event loop
-    // running and the progress reported.
+    // So many images are sorted with the event loop running and progress shown.
     std::vector<float> fractions;
     VxWorkArea::instance()->setObserver([&](const std::string &status, float fraction) {
         if (status == "building stacks...")
@@ -243,8 +233,7 @@ TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOr
     for (int k = 1; k + 1 < split; k += 2)
         expected.push_back({{k / 2 + 1, 0.5f * float(k)}, {(k + 1) / 2 + 1, 0.5f * float(k + 1)}});
     expected.push_back({{split / 2, 0.5f * float(split - 1)}});
-    // Two volumes whose acquisition numbers all differ: six values are no
-    // split into two volumes, so the order of appearance splits them.
+    // Six acquisition numbers are no split into two volumes: order of appearance.
     expected.push_back({{1, 0.f}, {2, 3.f}, {3, 6.f}});
     expected.push_back({{4, 0.f}, {5, 3.f}, {6, 6.f}});
     for (int s = 0; s < plain; ++s) {
@@ -259,13 +248,12 @@ TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOr
             built.push_back({n, sliceLocations(view.stackList()[int(s)])[built.size()]});
         ASSERT_EQ(built, expected[s]) << "stack " << s;
     }
-    EXPECT_TRUE(view.stackList()[split + 2]->info().contains("volume 2 of 2"));
-    EXPECT_TRUE(view.stackList()[split + 2]->info().contains("order of appearance"));
+    EXPECT_TRUE(view.stackList()[split + 2]->info().contains(
+        "volume 2 of 2 of its series (told apart by order of appearance)"));
 }
 
 TEST_F(ListView, StoredCriteriaAreReadInTheirOrderAndWhatDoesNotParseIsDropped)
 {
-    // (Saving them in the visual column order is driven in the dialog tests.)
     LoadedFiles files({ctFile("I10"), ctFile("I20"), ctFile("I30")});
     stacktest::storeCriteria("<-1|-1|1|3|file name><junk><1|2|3|x|y><32|4161|16|31|z>");
     DicomListView view;

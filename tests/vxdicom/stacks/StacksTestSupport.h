@@ -17,8 +17,7 @@
 
 namespace stacktest {
 
-/// Real files read as the reader reads them (header only), each with its
-/// position in `paths` as load index; files without an image are left out.
+/// Files read as the reader reads them, the position in `paths` as load index.
 struct LoadedFiles
 {
     explicit LoadedFiles(const std::vector<std::string> &paths)
@@ -97,8 +96,7 @@ inline void storeCriteria(const char *text)
     VxSettingsMgr::getInstance()->setPreferences(prefs, false);
 }
 
-/// Default criteria and uniformity tolerance and an empty object pool before
-/// and after a test of real series, which is skipped without ../shared/data.
+/// Default criteria, tolerance and answers, an empty pool; needs ../shared/data.
 class RealSeries : public ::testing::Test
 {
 protected:

@@ -1,17 +1,11 @@
 #!/usr/bin/python3
-"""Writes one examination of many small series with pydicom, for the stack
-building tests on large folders:  many_series.py OUT SPLIT NORMAL PER_SERIES
-
-Series 1 ("zigzag", SPLIT images): Instance Number 1, 2, ... at positions
-alternating between two slabs (0, 1000, 1, 1001, ... mm). Series 2 ("pairs",
-SPLIT images): two images share each Instance Number (1, 1, 2, 2, ...) at
-0, 0.5, 1.0, ... mm. Series 3 ("repeat", 6 images): two volumes of three
-slices 3 mm apart, each image with an Acquisition Number of its own. Then
-NORMAL series of PER_SERIES images 3 mm apart. Series k has the UID
-1.2.826.0.1.3680043.9.7433.1.<100 + k>, so the series sort in their numbers'
-order. Files are named IM00001, ... with the series interleaved and
-each written back to front, so that the order of the stacks comes from
-sorting, not from the file names.
+"""many_series.py OUT SPLIT NORMAL PER_SERIES: one examination of many small
+series, written with pydicom. Series 1 (SPLIT images): instance numbers 1, 2, ...
+at positions alternating between two slabs (0, 1000, 1, 1001, ... mm); series 2
+(SPLIT images): instance numbers 1, 1, 2, 2, ... at 0, 0.5, 1.0, ... mm; series 3:
+two volumes of three slices 3 mm apart, each image with an acquisition number of
+its own; then NORMAL series of PER_SERIES slices 3 mm apart. Series k has the UID
+ROOT.1.<100 + k>. The files interleave the series, each written back to front.
 """
 import os
 import sys
