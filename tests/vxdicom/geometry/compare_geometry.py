@@ -33,8 +33,6 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 MAKE_SERIES = os.path.join(HERE, "..", "..", "support", "make_series.py")
 ORIENTATIONS = ["axial", "coronal", "sagittal", "axial-rev", "coronal-rev", "sagittal-rev",
                 "axial-rot", "axial-tilt", "sagittal-tilt", "oblique"]
-ENHANCED = {"1.2.840.10008.5.1.4.1.1.4.1", "1.2.840.10008.5.1.4.1.1.2.1",
-            "1.2.840.10008.5.1.4.1.1.4.3", "1.2.840.10008.5.1.4.1.1.4.4"}
 
 
 def volumes_of(folder):
@@ -104,8 +102,7 @@ def describe_folder(folder):
         files.append(path)
         if "MOSAIC" in [str(v).upper() for v in ds.get("ImageType", [])]:
             kind = "mosaic"
-        elif kind == "classic" and (int(ds.get("NumberOfFrames", 1) or 1) > 1 or
-                                    str(ds.SOPClassUID) in ENHANCED):
+        elif int(ds.get("NumberOfFrames", 1) or 1) > 1:
             kind = "multi-frame"
         bits = int(ds.get("BitsStored", 0))
         if int(ds.get("PixelRepresentation", 0)) == 1 and 0 < bits < int(ds.BitsAllocated):

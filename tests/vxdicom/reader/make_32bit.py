@@ -1,18 +1,14 @@
 #!/usr/bin/python3
 """Writes small 32-bit DICOM files with pydicom.
 
-    make_32bit.py dose OUT [--signed]
-    make_32bit.py rgb OUT STORED PLANAR
+    make_32bit.py dose OUT [--signed]  |  make_32bit.py rgb OUT STORED PLANAR
 
-dose: an RT Dose grid of 3 frames of 4 x 3 samples, frame k, row r, column c
-holding 3000000000 + 1000000 k + 1000 r + c (above the largest signed value),
-Grid Frame Offset Vector 0\\2.5\\5, Dose Grid Scaling 0.0001, axial at
--10\\-20\\30, Pixel Spacing 2\\3. --signed: 1000000 k + 1000 r + c - 2000000,
-signed, without a scaling.
-rgb: 3 x 2 RGB pixels whose component s of pixel p stores
-((p + 1) << 12 | s) << (STORED - 16), so that the top 16 stored bits hold
-(p + 1) * 4096 + s; the bits below them hold 7 and bit 31, when not stored,
-is set. Planar Configuration PLANAR.
+dose: RT Dose, 3 frames of 4 x 3 samples holding 3000000000 + 1000000 k +
+1000 r + c, Grid Frame Offset Vector 0\\2.5\\5, Dose Grid Scaling 0.0001, axial
+at -10\\-20\\30, Pixel Spacing 2\\3; --signed: 1000000 k + 1000 r + c - 2000000
+without a scaling. rgb: 3 x 2 pixels whose component s of pixel p holds
+(p + 1) * 4096 + s in its top 16 stored bits, 7 in the bits below, bit 31 set
+when not stored.
 """
 import sys
 

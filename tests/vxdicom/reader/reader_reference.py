@@ -1,16 +1,13 @@
 #!/usr/bin/python3
-"""Prints, as JSON, what pydicom finds in DICOM files for the image record.
+"""Prints, as JSON, what pydicom finds in DICOM image files (null: absent).
 
     reader_reference.py [--pixels] FILE...
 
-One object per file pydicom reads as an image, with the attributes as read
-(null when absent), unit row, column and normal directions, slicePosition
-(normal . position), the position of every frame of an enhanced object (its
-per-frame, else shared, Plane Position), and obliqueAt003 / obliqueAt020:
-whether row, column or normal is at least that distance from every axis.
-With --pixels: the minimum and maximum stored value of the first frame,
-masked to Bits Stored below High Bit ("masked") and, for signed data,
-sign-extended from its top stored bit ("signExtended").
+Besides the attributes: unit row, column and normal directions, slicePosition
+(normal . position), each frame's per-frame or shared Plane Position, and
+obliqueAt003/020 (row, column or normal at least that far from every axis).
+--pixels: the range of the first frame's uncompressed 16-bit samples masked
+below High Bit, and for signed data sign-extended from the top stored bit.
 """
 import json
 import sys
