@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -70,34 +69,27 @@ Bytes record(const std::string &id)
     return id.empty() ? r : r.fileId(id);
 }
 
-struct WalkResult
-{
-    bool complete = false;
-    Ids ids;
-};
-
 /// dicomDirFileIds over a heap block of exactly the value's size, so that
-/// AddressSanitizer sees any read past it.
-WalkResult walk(const std::string &bytes, bool big = false, bool explicitVr = true)
+/// AddressSanitizer sees any read past it: whether the walk was complete, the IDs.
+std::pair<bool, Ids> walk(const std::string &bytes, bool big = false, bool explicitVr = true)
 {
     std::unique_ptr<unsigned char[]> copy(new unsigned char[std::max<size_t>(bytes.size(), 1)]);
     std::copy(bytes.begin(), bytes.end(), copy.get());
     KcDArray<KcString> ids;
-    WalkResult r;
-    r.complete =
+    const bool complete =
         dicomDirFileIds(bytes.empty() ? nullptr : copy.get(), bytes.size(), big, explicitVr, ids);
-    for (const KcString &id : ids)
-        r.ids.push_back(id);
-    return r;
+    return {complete, Ids(ids.begin(), ids.end())};
 }
-
-const std::string script = std::string(VX_PYTHON) + " " VX_DICOMDIR_TEST_DIR "/make_dicomdir.py";
 
 /// Runs make_dicomdir.py; its output lines (stderr left out).
 Ids pydicom(const std::string &arguments)
 {
     std::string output;
-    EXPECT_EQ(vxtest::runCommand(script + " " + arguments + " 2>/dev/null", &output), 0)
+    EXPECT_EQ(vxtest::runCommand(std::string(VX_PYTHON) +
+                                     " " VX_DICOMDIR_TEST_DIR "/make_dicomdir.py " + arguments +
+                                     " 2>/dev/null",
+                                 &output),
+              0)
         << arguments;
     Ids lines;
     std::istringstream in(output);
@@ -116,9 +108,9 @@ void makeDicomDir(const std::string &out, const Ids &ids, const std::string &opt
     ASSERT_TRUE(fs::is_regular_file(out)) << arguments;
 }
 
-/// extractDicomDir on the DICOMDIR opened as the reader does, after `before`;
-/// the names it added.
-Ids extracted(const std::string &dicomDir, const Ids &before)
+/// extractDicomDir on the DICOMDIR opened as the reader does, after the names
+/// `before` (the DICOMDIR itself when none); the names it added.
+Ids extracted(const std::string &dicomDir, Ids before = {})
 {
     std::unique_ptr<VxDicomFile> file;
     try {
@@ -128,15 +120,14 @@ Ids extracted(const std::string &dicomDir, const Ids &before)
         return {};
     }
     EXPECT_TRUE(file->isDicomDir()) << dicomDir;
+    if (before.empty())
+        before.push_back(dicomDir);
     KcDArray<KcString> names;
     for (const std::string &n : before)
         names.append(n);
     const int count = extractDicomDir(file.get(), names);
     EXPECT_EQ(count, names.size());
-    Ids out;
-    for (int i = static_cast<int>(before.size()); i < names.size(); ++i)
-        out.push_back(names[i]);
-    return out;
+    return Ids(names.begin() + static_cast<int>(before.size()), names.end());
 }
 
 /// What the IDs pydicom reads in a DICOMDIR become: blanks around them
@@ -166,7 +157,7 @@ TEST(DicomDirExtraction, PydicomsDicomDirsInEveryEncodingGiveEveryRecordsFileInO
             const std::string path = dir.file(std::string("DIR_") + syntax + lengths);
             makeDicomDir(path, {"IMAGES\\CT\\IM0001", "  IMAGES\\IM2", "IM3"},
                          std::string("--syntax ") + syntax + " " + lengths);
-            const Ids names = extracted(path, {path});
+            const Ids names = extracted(path);
             EXPECT_EQ(names.size(), 3u);
             EXPECT_EQ(names, expectedNames(path));
         }
@@ -229,11 +220,8 @@ TEST(DicomDirWalk, SequencesBuiltByteByByteGiveTheIdsFoundUpToTheirFirstFault)
         {"nested sequence without its delimiters", false, kept().item(swallowed, true), {"KEPT"}},
     };
     // clang-format on
-    for (const auto &[why, complete, bytes, ids] : rows) {
-        const WalkResult r = walk(bytes.data);
-        EXPECT_EQ(r.complete, complete) << why;
-        EXPECT_EQ(r.ids, ids) << why;
-    }
+    for (const auto &[why, complete, bytes, ids] : rows)
+        EXPECT_EQ(walk(bytes.data), std::pair(complete, ids)) << why;
 }
 
 TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
@@ -246,7 +234,7 @@ TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
                                    "DICOMDIR-reordered", "DICOMDIR-nooffset"}) {
         SCOPED_TRACE(name);
         const std::string path = folder + "/" + name;
-        const Ids names = extracted(path, {path});
+        const Ids names = extracted(path);
         ASSERT_EQ(names.size(), 31u);
         EXPECT_EQ(names, expectedNames(path));
         for (const std::string &n : names)
@@ -261,16 +249,16 @@ TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
         const std::string seq(e->data, e->data + e->length);
         const bool big = d->bigEndian, explicitVr = d->explicitVR;
         dicom::dicomFree(d);
-        const Ids ids = walk(seq, big, explicitVr).ids;
+        const Ids ids = walk(seq, big, explicitVr).second;
         // Every truncation keeps a prefix of the IDs.
         for (size_t n = 0; n < seq.size(); ++n) {
-            const Ids cut = walk(seq.substr(0, n), big, explicitVr).ids;
+            const Ids cut = walk(seq.substr(0, n), big, explicitVr).second;
             ASSERT_LE(cut.size(), ids.size()) << "cut at " << n;
             ASSERT_TRUE(std::equal(cut.begin(), cut.end(), ids.begin())) << "cut at " << n;
         }
     }
     const std::string empty = folder + "/DICOMDIR-empty.dcm";
-    EXPECT_TRUE(extracted(empty, {empty}).empty()) << "no records";
+    EXPECT_TRUE(extracted(empty).empty()) << "no records";
 }
 
 TEST(DicomDirExtraction, DcmmkdirOverRealFilesInThreeEncodingsListsEveryFileUnlessFlagged)
@@ -283,17 +271,18 @@ TEST(DicomDirExtraction, DcmmkdirOverRealFilesInThreeEncodingsListsEveryFileUnle
     // IMAGES/MRI/IM<n> (file IDs allow upper-case letters, digits and '_').
     vxtest::TempDir dir;
     const fs::path root = dir.path() / "cd";
-    fs::create_directories(root / "IMAGES" / "CT");
-    fs::create_directories(root / "IMAGES" / "MRI");
+    fs::create_directories(root / "IMAGES/CT");
+    fs::create_directories(root / "IMAGES/MRI");
     Ids linked;
     const Ids ct = vxtest::sharedDicomFiles("dcm_qa_ct/In/Philips/S21610/S2010");
     const Ids mr = vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
-    for (size_t i = 0; i < 5; ++i) {
-        linked.push_back((root / "IMAGES" / "CT" / fs::path(ct[i + 1]).filename()).string());
-        fs::create_symlink(ct[i + 1], linked.back()); // ct[0] is DIRFILE
-        linked.push_back((root / "IMAGES" / "MRI" / ("IM" + std::to_string(i + 1))).string());
-        fs::create_symlink(mr[i], linked.back());
-    }
+    for (size_t i = 0; i < 5; ++i) // ct[0] is DIRFILE
+        for (const auto &[from, to] :
+             {std::pair{ct[i + 1], "CT/" + fs::path(ct[i + 1]).filename().string()},
+              std::pair{mr[i], "MRI/IM" + std::to_string(i + 1)}}) {
+            linked.push_back((root / "IMAGES" / to).string());
+            fs::create_symlink(from, linked.back());
+        }
     std::string out;
     ASSERT_EQ(
         vxtest::runCommand("cd " + vxtest::shellQuote(root.string()) +
@@ -312,51 +301,51 @@ TEST(DicomDirExtraction, DcmmkdirOverRealFilesInThreeEncodingsListsEveryFileUnle
     EXPECT_EQ(sorted, linked) << "every file of the set is referenced once";
     for (const char *name : {"DICOMDIR", "DIR_BE", "DIR_IMPL"}) {
         const std::string path = (root / name).string();
-        EXPECT_EQ(extracted(path, {path}), expected) << name;
+        EXPECT_EQ(extracted(path), expected) << name;
     }
 
     // A File-set Consistency Flag of 1 contributes nothing. dcmodify would
     // rewrite the meta header without the DICOMDIR's SOP class; the flag is
     // set in a copy's bytes instead: (0004,1212) US, 2 bytes.
     std::vector<unsigned char> bytes = vxtest::readFileBytes((root / "DICOMDIR").string());
-    const std::string text(bytes.begin(), bytes.end());
-    const size_t at = text.find(std::string("\x04\x00\x12\x12US\x02\x00\x00\x00", 10));
+    const size_t at = std::string(bytes.begin(), bytes.end())
+                          .find(std::string("\x04\x00\x12\x12US\x02\x00\x00\x00", 10));
     ASSERT_NE(at, std::string::npos) << "dcmmkdir writes the flag as 0";
     bytes[at + 8] = 1;
     const std::string flagged = (root / "FLAGGED").string();
     vxtest::writeFileBytes(flagged, bytes);
-    EXPECT_TRUE(extracted(flagged, {flagged}).empty());
+    EXPECT_TRUE(extracted(flagged).empty());
 }
 
 // File IDs join the folder of the last name; IDs that are empty or leave the
 // file set are left out; a CD mounted with lower-case names is matched
-// without case, and a name found in no case stays as the DICOMDIR says.
-TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastName)
+// without case, a name found in no case stays as the DICOMDIR says. In the
+// reading loop, a DICOMDIR that lists itself is read once.
+TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastNameAndEachDicomDirIsReadOnce)
 {
     vxtest::TempDir dir;
-    fs::create_directories(dir.path() / "images" / "series1");
+    for (const char *folder : {"images/series1", "self", "a", "b"})
+        fs::create_directories(dir.path() / folder);
     vxtest::writeFileBytes(dir.file("images/series1/img0001"), {1});
     vxtest::writeFileBytes(dir.file("Im2"), {1});
     const std::string dicomDir = dir.file("DICOMDIR");
     makeDicomDir(dicomDir, {"IMAGES\\SERIES1\\IMG0001", "IM2", "MISSING", "..\\..\\ETC\\PASSWD",
                             "  ", "IMAGES\\..\\X"});
-    EXPECT_EQ(extracted(dicomDir, {dicomDir}),
+    EXPECT_EQ(extracted(dicomDir),
               (Ids{dir.file("images/series1/img0001"), dir.file("Im2"), dir.file("MISSING")}));
     EXPECT_EQ(extracted(dicomDir, {dicomDir, "/elsewhere/x.dcm"}),
               (Ids{"/elsewhere/IMAGES/SERIES1/IMG0001", "/elsewhere/IM2", "/elsewhere/MISSING"}))
         << "the last name's folder, not the DICOMDIR's";
-}
 
-TEST(DicomDirReadingLoop, ADicomDirThatListsItselfIsReadOnceAndASecondResolvesAgainstTheLastName)
-{
-    vxtest::TempDir dir;
-    for (const char *folder : {"self", "a", "b"})
-        fs::create_directories(dir.path() / folder);
     makeDicomDir(dir.file("self/DICOMDIR"), {"DICOMDIR"});
     makeDicomDir(dir.file("a/DICOMDIR"), {"IMAGES\\A1"});
     makeDicomDir(dir.file("b/DICOMDIR"), {"B1"});
-    for (const Ids &given :
-         {Ids{dir.file("self/DICOMDIR")}, Ids{dir.file("a/DICOMDIR"), dir.file("b/DICOMDIR")}}) {
+    // a's file ID joins b's folder (the last name then); b's joins the folder
+    // of a's reference, which is where the list ended.
+    for (const auto &[given, expected] :
+         {std::pair{Ids{dir.file("self/DICOMDIR")}, Ids{dir.file("self/DICOMDIR")}},
+          std::pair{Ids{dir.file("a/DICOMDIR"), dir.file("b/DICOMDIR")},
+                    Ids{dir.file("b/IMAGES/A1"), dir.file("b/IMAGES/B1")}}}) {
         KcDArray<KcString> names;
         for (const std::string &n : given)
             names.append(n);
@@ -365,17 +354,10 @@ TEST(DicomDirReadingLoop, ADicomDirThatListsItselfIsReadOnceAndASecondResolvesAg
         VxMessageCapture capture;
         readDicomFiles(names, 1, false, files, images);
         EXPECT_TRUE(files.isEmpty());
-        if (given.size() == 1) {
-            EXPECT_EQ(names.size(), 2);
-            EXPECT_TRUE(capture.contains("DICOMDIR " + given[0] +
-                                         " was read before; its files are not added again"))
-                << capture.text();
-        } else {
-            // a's file ID joins b's folder (the last name then); b's joins
-            // the folder of a's reference, which is where the list ended.
-            ASSERT_EQ(names.size(), 4);
-            EXPECT_EQ(names[2], dir.file("b/IMAGES/A1"));
-            EXPECT_EQ(names[3], dir.file("b/IMAGES/B1"));
-        }
+        EXPECT_EQ(Ids(names.begin() + static_cast<int>(given.size()), names.end()), expected);
+        EXPECT_EQ(capture.contains("DICOMDIR " + given[0] +
+                                   " was read before; its files are not added again"),
+                  given.size() == 1)
+            << capture.text();
     }
 }

@@ -22,10 +22,8 @@ SYNTAX = {"explicit": (ExplicitVRLittleEndian, True, False),
 
 def record(kind, undefined, ident=None):
     r = Dataset()
-    r.OffsetOfTheNextDirectoryRecord = 0
-    r.RecordInUseFlag = 0xFFFF
-    r.OffsetOfReferencedLowerLevelDirectoryEntity = 0
-    r.DirectoryRecordType = kind
+    r.OffsetOfTheNextDirectoryRecord, r.RecordInUseFlag = 0, 0xFFFF
+    r.OffsetOfReferencedLowerLevelDirectoryEntity, r.DirectoryRecordType = 0, kind
     r.is_undefined_length_sequence_item = undefined
     if ident is not None:
         r.add_new(0x00041500, "CS", ident)  # one string keeps the bytes
@@ -44,8 +42,7 @@ def write(args):
     meta.MediaStorageSOPInstanceUID = generate_uid()
     meta.TransferSyntaxUID = uid
     ds = FileDataset(args.out, {}, file_meta=meta, preamble=b"\0" * 128)
-    ds.FileSetID = "VXTEST"
-    ds.FileSetConsistencyFlag = 0
+    ds.FileSetID, ds.FileSetConsistencyFlag = "VXTEST", 0
     records = [record("PATIENT", args.undefined_lengths)]
     records += [record("IMAGE", args.undefined_lengths, i) for i in args.id]
     ds.DirectoryRecordSequence = Sequence(records)
@@ -65,11 +62,10 @@ def main():
     args = ap.parse_args()
     if args.folder:
         print(os.path.join(os.path.dirname(pydicom.__file__), "data/test_files/dicomdirtests"))
-    for path in args.list:
-        for r in pydicom.dcmread(path).DirectoryRecordSequence:
-            if "ReferencedFileID" in r:
-                value = r.ReferencedFileID
-                print("\\".join([value] if isinstance(value, str) else list(value)))
+    for r in (r for path in args.list for r in pydicom.dcmread(path).DirectoryRecordSequence):
+        if "ReferencedFileID" in r:
+            value = r.ReferencedFileID
+            print("\\".join([value] if isinstance(value, str) else list(value)))
     if args.out:
         write(args)
 
