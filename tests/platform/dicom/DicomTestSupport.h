@@ -20,9 +20,14 @@ using DicomPtr = std::unique_ptr<dicom::dicomStruct, Free>;
 
 inline DicomPtr read(const std::string &path, bool delayed, std::string *why = nullptr)
 {
-    std::string reason;
-    DicomPtr d(dicom::dicomReadFile(path.c_str(), delayed ? 1 : 0, why ? why : &reason));
-    return d;
+    return DicomPtr(dicom::dicomReadFile(path.c_str(), delayed ? 1 : 0, why));
+}
+
+/// dcm_qa_ts: one image in nine transfer syntaxes (1 explicit LE, 2 implicit LE,
+/// 3 explicit BE, 4 RLE, 5+6 JPEG lossless, 7+8 JPEG-LS, 9 JPEG 2000).
+inline std::string ts(int n)
+{
+    return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
 }
 
 /// Every frame of a delayed read, decoded in order and concatenated; empty

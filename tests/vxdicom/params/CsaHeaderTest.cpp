@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <random>
 
 namespace {
@@ -87,22 +86,20 @@ std::string value(const VxParamBundle *tag, const char *item)
 // nibabel's parser over pydicom's bytes, for one file of each kind of header.
 const QJsonObject &reference()
 {
-    static QJsonObject ref;
-    static bool loaded = false;
-    if (loaded)
-        return ref;
-    loaded = true;
-    std::string command = VX_PYTHON " " VX_PARAMS_TEST_DIR "/csa_reference.py";
-    for (const char *dir :
-         {"dcm_qa_mosaic/In/ep2d_Asc_2", "dcm_qa_mosaic/In/ep2d_Asc_HF_10",
-          "dcm_qa/In/Orientation/sag/sagasc35", "dcm_qa/In/Orientation/axmb/AxInt36mb",
-          "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", "dcm_qa_sag/In/2_gre_field_mapping",
-          "dcm_qa_12bit/In", "dcm_qa_ts/In"})
-        if (const auto files = vxtest::sharedDicomFiles(dir); !files.empty())
-            command += " " + vxtest::shellQuote(files.front());
-    std::string out;
-    if (vxtest::runCommand(command, &out) == 0)
-        ref = QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
+    static const QJsonObject ref = [] {
+        std::string command = VX_PYTHON " " VX_PARAMS_TEST_DIR "/csa_reference.py";
+        for (const char *dir :
+             {"dcm_qa_mosaic/In/ep2d_Asc_2", "dcm_qa_mosaic/In/ep2d_Asc_HF_10",
+              "dcm_qa/In/Orientation/sag/sagasc35", "dcm_qa/In/Orientation/axmb/AxInt36mb",
+              "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", "dcm_qa_sag/In/2_gre_field_mapping",
+              "dcm_qa_12bit/In", "dcm_qa_ts/In"})
+            if (const auto files = vxtest::sharedDicomFiles(dir); !files.empty())
+                command += " " + vxtest::shellQuote(files.front());
+        std::string out;
+        return vxtest::runCommand(command, &out)
+                   ? QJsonObject()
+                   : QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
+    }();
     return ref;
 }
 
@@ -155,7 +152,9 @@ void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
 // Image headers match tag for tag. Series headers match up to the first item
 // longer than 255 bytes (MrPhoenixProtocol): only the low byte of its length
 // is read, so its value is the text's first (length mod 256) characters.
-TEST(CsaRealHeaders, ImageAndSeriesHeadersMatchNibabel)
+// Every cut of a real image header, and of the first 6000 bytes of a series
+// header, yields the leading tags, all but the last complete.
+TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
 {
     REQUIRE_REFERENCE();
     EXPECT_GE(reference().size(), 6);
@@ -186,14 +185,6 @@ TEST(CsaRealHeaders, ImageAndSeriesHeadersMatchNibabel)
         EXPECT_EQ(value(tag, "0000"), seriesTags[exact]["items"][0].toString().toStdString().substr(
                                           0, size_t(lowByte)));
     }
-}
-
-// Every cut of a real image header, and of the first 6000 bytes of a series
-// header (where tags, items and the long protocol item begin), yields the
-// leading tags, all but the last complete.
-TEST(CsaRealHeaders, EveryTruncationOfARealHeaderYieldsAPrefixAndStaysInside)
-{
-    REQUIRE_REFERENCE();
     for (const char *kind : {"image", "series"}) {
         const Bytes header = rawBytes(reference().begin().value().toObject()[kind].toObject());
         const BundlePtr full = decode(header);
@@ -204,9 +195,10 @@ TEST(CsaRealHeaders, EveryTruncationOfARealHeaderYieldsAPrefixAndStaysInside)
             ASSERT_TRUE(part && names.size() <= all.size() &&
                         std::equal(names.begin(), names.end(), all.begin()))
                 << kind << " cut at " << k;
-            if (const int t = part->size() - 2; t >= 0)
-                ASSERT_EQ(part->entry(t)->asBundle()->dump(), full->entry(t)->asBundle()->dump())
-                    << kind << " cut at " << k;
+            const int t = part->size() - 2;
+            ASSERT_TRUE(t < 0 ||
+                        part->entry(t)->asBundle()->dump() == full->entry(t)->asBundle()->dump())
+                << kind << " cut at " << k;
         }
     }
 }
@@ -214,15 +206,14 @@ TEST(CsaRealHeaders, EveryTruncationOfARealHeaderYieldsAPrefixAndStaysInside)
 TEST(CsaLayout, HandMadeHeadersAreWalkedAsTheVendorWritesThem)
 {
     BundlePtr csa = decode(Csa::csa2(0).bytes, false, "CSASeriesHeaderInfo");
-    EXPECT_EQ(csa->name(), "CSASeriesHeaderInfo");
-    EXPECT_EQ(csa->size(), 0);
+    EXPECT_TRUE(csa->name() == "CSASeriesHeaderInfo" && csa->size() == 0);
 
     csa = decode(Csa::csa2(1).tag("UsedChannelMask", 1, "UL", 9, 0, {}, 205).bytes);
     const VxParamBundle *tag = csa->bundle("UsedChannelMask");
     ASSERT_TRUE(tag);
     EXPECT_EQ(entryNames(tag), (Names{"vm", "vr", "syngodt", "nitems", "xx"})) << "no values";
-    EXPECT_EQ(tag->parameter("vm")->type(), VxParameter::Int);
-    EXPECT_EQ(tag->parameter("vr")->type(), VxParameter::String);
+    EXPECT_TRUE(tag->parameter("vm")->type() == VxParameter::Int &&
+                tag->parameter("vr")->type() == VxParameter::String);
     EXPECT_EQ(tag->getString("vm") + tag->getString("vr") + tag->getString("syngodt") +
                   tag->getString("nitems") + tag->getString("xx"),
               "1UL90205");
@@ -298,8 +289,9 @@ TEST(CsaHostile, CountsAndLengthsPastTheEndAndRandomBytesStayInside)
     const Bytes header = Csa::csa2(1).bytes;
     for (size_t k = 0; k < 16; ++k)
         EXPECT_EQ(decode(Bytes(header.begin(), header.begin() + long(k)))->size(), 0);
-    EXPECT_EQ(BundlePtr(decode_csa2(nullptr, 1000, "X"))->size(), 0);
-    EXPECT_EQ(BundlePtr(decode_csa2(header.data(), -5, "X"))->size(), 0);
+    EXPECT_EQ(BundlePtr(decode_csa2(nullptr, 1000, "X"))->size() +
+                  BundlePtr(decode_csa2(header.data(), -5, "X"))->size(),
+              0);
     EXPECT_TRUE(BundlePtr(decode_csa1(nullptr, 1000, "X")));
     const Bytes older = Csa::csa1(3)
                             .tag("A", 1, "IS", 6, 2, {"12", "hello"})

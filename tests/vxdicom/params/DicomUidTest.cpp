@@ -1,3 +1,6 @@
+// Generated UIDs: the root, the hashes they are built from, their layout, the
+// 64-character cut and uniqueness.
+
 #include "vxdicom/params/DicomUid.h"
 
 #include <gtest/gtest.h>
@@ -8,13 +11,12 @@
 #include <QTime>
 
 #include <climits>
-#include <cstring>
 #include <random>
 
 namespace {
 
 // UI syntax: digits and dots, at most 64 characters, no empty component;
-// strict: no leading zero except in the component "0" (PS3.5 9.1).
+// strict: no leading zero except in the component "0".
 bool isUid(const QString &uid, bool strict = false)
 {
     static const QRegularExpression loose(QRegularExpression::anchoredPattern("\\d+(\\.\\d+)*"));
@@ -23,30 +25,23 @@ bool isUid(const QString &uid, bool strict = false)
     return uid.size() <= 64 && (strict ? exact : loose).match(uid).hasMatch();
 }
 
-TEST(UidRootAndHashes, MatchTheirDefinitions)
-{
-    const QString root = QString::fromLatin1(creatorUID);
-    EXPECT_EQ(root.size(), 17);
-    EXPECT_TRUE(root.startsWith("2.25."));
-    EXPECT_TRUE(isUid(root, true));
-    // FNV-1a 32-bit test vectors (Fowler, Noll, Vo reference code), MurmurHash3 fmix32.
-    EXPECT_EQ(dicomStringHash(""), 0x811c9dc5u);
-    EXPECT_EQ(dicomStringHash(nullptr), 0x811c9dc5u);
-    EXPECT_EQ(dicomStringHash("a"), 0xe40c292cu);
-    EXPECT_EQ(dicomStringHash("foobar"), 0xbf9cf968u);
-    EXPECT_EQ(dicomIntHash(0), 0u);
-    EXPECT_EQ(dicomIntHash(1), 0x514e28b7u);
-    EXPECT_EQ(dicomIntHash(-1), 0x81f16f39u);
-}
-
 // Root, the numbers given (negative ones left out), date, time of day in two
-// fixed-width groups and two more numbers; cut at 64 characters, never ending
-// in a dot.
-TEST(UidGeneration, LayoutNumbersCutAndUniqueness)
+// fixed-width groups and two more numbers; cut at 64 characters, never ending in a dot.
+TEST(UidGeneration, RootHashesLayoutCutAndUniqueness)
 {
     const QString root = QString::fromLatin1(creatorUID);
-    const QString day = QDate::currentDate().toString("yyyyMMdd");
-    const QString uid = generateSOPInstanceUID(-1, -1);
+    EXPECT_TRUE(root.size() == 17 && root.startsWith("2.25.") && isUid(root, true));
+    // FNV-1a 32-bit reference vectors, MurmurHash3 fmix32.
+    for (auto [text, hash] : {std::pair<const char *, uint32_t>{"", 0x811c9dc5u},
+                              {nullptr, 0x811c9dc5u},
+                              {"a", 0xe40c292cu},
+                              {"foobar", 0xbf9cf968u}})
+        EXPECT_EQ(dicomStringHash(text), hash) << (text ? text : "null");
+    for (auto [v, hash] : {std::pair{0, 0u}, {1, 0x514e28b7u}, {-1, 0x81f16f39u}})
+        EXPECT_EQ(dicomIntHash(v), hash) << v;
+
+    const QString day = QDate::currentDate().toString("yyyyMMdd"),
+                  uid = generateSOPInstanceUID(-1, -1);
     ASSERT_TRUE(isUid(uid) && uid.startsWith(root + ".")) << uid.toStdString();
     const QStringList parts = uid.mid(root.size() + 1).split('.');
     ASSERT_EQ(parts.size(), 5) << uid.toStdString();
@@ -58,7 +53,6 @@ TEST(UidGeneration, LayoutNumbersCutAndUniqueness)
     bool ok3 = false, ok4 = false;
     parts[3].toUInt(&ok3), parts[4].toUInt(&ok4);
     EXPECT_TRUE(ok3 && ok4) << "two unsigned 32-bit numbers: " << uid.toStdString();
-
     EXPECT_TRUE(generateSOPInstanceUID(7, 12).startsWith(root + ".7.12."));
     EXPECT_TRUE(generateSOPInstanceUID(0, 0).startsWith(root + ".0.0."));
     for (const QString &one : {generateSOPInstanceUID(5, -1), generateSOPInstanceUID(-3, 5)}) {
