@@ -5,42 +5,21 @@
 
 #include <fstream>
 
-namespace {
-
-// Each test gets its own INI file; main() has already moved the store away
-// from the user's settings.
-class VxPreferencesTest : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        previous = VxSettingsMgr::getInstance()->storageFile();
-        VxSettingsMgr::getInstance()->setStorageFile(iniPath);
-    }
-    void TearDown() override { VxSettingsMgr::getInstance()->setStorageFile(previous); }
-
-    VxPreferences reread() const
-    {
-        VxSettingsMgr::getInstance()->setStorageFile(iniPath);
-        return VxSettingsMgr::getInstance()->getPreferences();
-    }
-
-    vxtest::TempDir dir;
-    std::string iniPath = dir.file("prefs.ini");
-    KcString previous;
-};
-
-} // namespace
-
 // What is stored comes back from the file, not from memory; the file is plain
 // INI that Python's configparser reads, and one written by hand is read.
-TEST_F(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
+TEST(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
 {
+    vxtest::TempDir dir;
+    const std::string iniPath = dir.file("prefs.ini");
+    VxSettingsMgr *settings = VxSettingsMgr::getInstance();
+    const KcString previous = settings->storageFile();
+    auto reread = [&] { return settings->setStorageFile(iniPath), settings->getPreferences(); };
+    settings->setStorageFile(iniPath);
     VxPreferences p;
     p.dicomLoadOptions = "<32|19|2|31|series instance uid><-1|-1|1|1|file name>";
     p.lengthUnit = 0.001f;
     p.anonymize = true;
-    VxSettingsMgr::getInstance()->setPreferences(p, false);
+    settings->setPreferences(p, false);
     const VxPreferences q = reread();
     EXPECT_EQ(q.dicomLoadOptions, p.dicomLoadOptions);
     EXPECT_EQ(q.lengthUnit, 0.001f);
@@ -58,9 +37,7 @@ TEST_F(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
         std::ofstream(iniPath) << "[DICOM]\nLengthUnit=" << bad << "\n";
         EXPECT_FLOAT_EQ(reread().lengthUnit, 0.01f) << bad;
     }
-    VxSettingsMgr::getInstance()->setPreferences(p, false);
-    if (!vxtest::haveProgram(VX_PYTHON))
-        GTEST_SKIP() << VX_PYTHON << " is not installed";
+    settings->setPreferences(p, false);
     std::string out;
     ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) +
                                      " -c \"import configparser,sys; "
@@ -72,4 +49,5 @@ TEST_F(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
               0)
         << out;
     EXPECT_EQ(out, "0.001\ntrue\n<32|19|2|31|series instance uid><-1|-1|1|1|file name>\n");
+    settings->setStorageFile(previous);
 }

@@ -19,22 +19,43 @@ extern "C" void countingHandler(int)
 
 } // namespace
 
-// On a terminal the reader's progress is drawn as one line with a bar.
-TEST(VxWorkArea, DrawsAProgressLineOnATerminal)
+// On a terminal the reader's progress is drawn as one line with a bar. Ctrl-C
+// while progress is shown only sets the interrupt that long work looks at;
+// afterwards the previous handler is back, and a new display starts without
+// the old interrupt.
+TEST(VxWorkArea, DrawsProgressOnATerminalAndTakesCtrlCWhileShowingIt)
 {
+    VxWorkArea *work = VxWorkArea::instance();
+    struct sigaction mine = {}, before = {};
+    mine.sa_handler = countingHandler;
+    sigemptyset(&mine.sa_mask);
+    ASSERT_EQ(sigaction(SIGINT, &mine, &before), 0);
+    gTestHandlerCalls = 0;
+    work->startProgress();
+    EXPECT_FALSE(work->wasInterrupted());
+    std::raise(SIGINT);
+    EXPECT_TRUE(work->wasInterrupted());
+    EXPECT_EQ(gTestHandlerCalls, 0) << "the work area takes Ctrl-C while progress is shown";
+    work->endProgress();
+    std::raise(SIGINT);
+    EXPECT_EQ(gTestHandlerCalls, 1);
+    sigaction(SIGINT, &before, nullptr);
+
     const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
     if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0)
         GTEST_SKIP() << "no pseudo terminal available";
     const int slave = ::open(::ptsname(master), O_RDWR | O_NOCTTY), saved = ::dup(STDERR_FILENO);
     ASSERT_GE(slave, 0);
     ::dup2(slave, STDERR_FILENO);
-    VxWorkArea *work = VxWorkArea::instance();
     work->startProgress();
+    EXPECT_FALSE(work->wasInterrupted());
     work->setStatus("loading files...");
     for (int i = 0; i < 10; ++i) {
         work->setProgress(i / 10.0f);
         work->setStatus(KcString::format("%3d. of %d.", i + 1, 10).c_str());
     }
+    work->interrupt();
+    EXPECT_TRUE(work->wasInterrupted());
     work->endProgress();
     ::dup2(saved, STDERR_FILENO);
     ::close(saved);
@@ -48,35 +69,4 @@ TEST(VxWorkArea, DrawsAProgressLineOnATerminal)
     for (const char *part :
          {"loading files...", " 10. of 10.", " 90%", "[###########################...]"})
         EXPECT_NE(drawn.find(part), std::string::npos) << drawn;
-}
-
-// Ctrl-C while progress is shown only sets the interrupt that long work
-// looks at; afterwards the previous handler is back.
-TEST(VxWorkArea, CtrlCWhileShowingProgressSetsTheInterruptOnly)
-{
-    struct sigaction mine = {}, before = {};
-    mine.sa_handler = countingHandler;
-    sigemptyset(&mine.sa_mask);
-    ASSERT_EQ(sigaction(SIGINT, &mine, &before), 0);
-    gTestHandlerCalls = 0;
-
-    VxWorkArea *work = VxWorkArea::instance();
-    work->startProgress();
-    EXPECT_FALSE(work->wasInterrupted());
-    std::raise(SIGINT);
-    EXPECT_TRUE(work->wasInterrupted());
-    EXPECT_EQ(gTestHandlerCalls, 0) << "the work area takes Ctrl-C while progress is shown";
-    work->endProgress();
-
-    // Afterwards the previous handler is back.
-    std::raise(SIGINT);
-    EXPECT_EQ(gTestHandlerCalls, 1);
-
-    // A new progress display starts without the old interrupt.
-    work->startProgress();
-    EXPECT_FALSE(work->wasInterrupted());
-    work->interrupt();
-    EXPECT_TRUE(work->wasInterrupted());
-    work->endProgress();
-    sigaction(SIGINT, &before, nullptr);
 }

@@ -21,9 +21,6 @@
 #include <string>
 #include <vector>
 
-#include <sys/fsuid.h>
-#include <unistd.h>
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -82,22 +79,19 @@ double valueAt(const VxField3 &f, int i, int j, int k)
 {
     const VxLattice3 *lat = f.lattice();
     const size_t n = ((size_t(k) * lat->dim(1) + j) * lat->dim(0) + i) * lat->nComponents();
-    const void *d = lat->data();
+    const auto *p = static_cast<const uint8_t *>(lat->data());
     switch (lat->primType().id()) {
-    case KcPrimType::UInt8: {
-        const uint8_t *p = static_cast<const uint8_t *>(d) + n;
-        return lat->nComponents() == 3 ? p[0] * 65536.0 + p[1] * 256.0 + p[2] : p[0];
-    }
+    case KcPrimType::UInt8:
+        return lat->nComponents() == 3 ? p[n] * 65536.0 + p[n + 1] * 256.0 + p[n + 2] : p[n];
     case KcPrimType::Int16:
-        return static_cast<const int16_t *>(d)[n];
+        return reinterpret_cast<const int16_t *>(p)[n];
     case KcPrimType::UInt16:
-        return static_cast<const uint16_t *>(d)[n];
+        return reinterpret_cast<const uint16_t *>(p)[n];
     case KcPrimType::Int32:
-        return static_cast<const int32_t *>(d)[n];
-    case KcPrimType::Float:
-        return static_cast<const float *>(d)[n];
+        return reinterpret_cast<const int32_t *>(p)[n];
+    default:
+        return reinterpret_cast<const float *>(p)[n];
     }
-    return NAN;
 }
 
 void expectWorld(const VxField3 &f, int i, int j, int k, double x, double y, double z, double tol)
@@ -167,13 +161,11 @@ void expectSamplesInField(const VxField3 &f, const std::vector<std::array<double
     EXPECT_GT(checked, 10);
 }
 
-Field loaded(const std::string &path)
-{
-    KcString error;
-    Field f = VxFieldFile::load(path.c_str(), &error);
-    EXPECT_TRUE(f) << error;
-    return f;
-}
+// Loads `path` into `var`, or fails the test with the reader's reason.
+#define LOAD(var, path)                                                                            \
+    KcString var##Error;                                                                           \
+    const Field var = VxFieldFile::load(std::string(path).c_str(), &var##Error);                   \
+    ASSERT_TRUE(var) << var##Error
 
 Bytes bytesOf(const std::string &text, const Bytes &tail = {})
 {
@@ -196,7 +188,8 @@ std::vector<std::string> namesIn(const std::string &folder)
 // Each field saved as NIfTI, read by nibabel: every sampled voxel is where our
 // field has it, with its value, and our reader gives the same back. Slices
 // that are not evenly spaced are saved with their mean spacing, and said so.
-TEST(VxFieldFileNifti, SavedFieldsAreWhereNibabelFindsThem)
+// Series are 4D files; nibabel's own files load where nibabel puts their voxels.
+TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
 {
     REQUIRE_NIBABEL();
     auto axial = indexField<int16_t>(4, 3, 2);
@@ -239,8 +232,7 @@ TEST(VxFieldFileNifti, SavedFieldsAreWhereNibabelFindsThem)
         EXPECT_EQ(nb.json["units"].toArray()[0].toString(), "mm");
         EXPECT_EQ(nb.json["descrip"].toString().toStdString(), field->label());
         expectSamplesInField(*field, nb.samples);
-        const Field back = loaded(dir.file(name));
-        ASSERT_TRUE(back);
+        LOAD(back, dir.file(name));
         expectSamplesInField(*back, nb.samples);
     }
     ASSERT_TRUE(stacked->lattice()->setSliceCoords(uneven, 3));
@@ -251,11 +243,8 @@ TEST(VxFieldFileNifti, SavedFieldsAreWhereNibabelFindsThem)
     EXPECT_HAS(console.text(), "1.5 mm");
     EXPECT_HAS(console.text(), path);
     EXPECT_NEAR(probe(path).json["zooms"].toArray()[2].toDouble(), 1.5, 1e-6);
-}
 
-TEST(VxFieldFileNifti, SeriesOfFieldsIsOne4DFileAndMismatchesAreRefused)
-{
-    REQUIRE_NIBABEL();
+    // A series of fields is one 4D file; fields that do not match are refused.
     std::vector<std::unique_ptr<VxUniformScalarField3>> steps;
     KcDArray<const VxField3 *> list;
     for (int t = 0; t < 3; ++t) {
@@ -264,29 +253,26 @@ TEST(VxFieldFileNifti, SeriesOfFieldsIsOne4DFileAndMismatchesAreRefused)
             static_cast<int32_t *>(steps.back()->lattice()->data())[n] += 1000 * t;
         list.append(steps.back().get());
     }
-    vxtest::TempDir dir;
-    const std::string path = dir.file("series.nii"), bad = dir.file("bad.nii");
-    KcString error;
-    ASSERT_TRUE(VxFieldFile::saveNiftiSeries(list, path.c_str(), &error, 2.5)) << error;
-    const QJsonObject j = probe(path, "1,2,0,2 0,0,0,0").json;
+    const std::string series = dir.file("series.nii"), bad = dir.file("bad.nii");
+    ASSERT_TRUE(VxFieldFile::saveNiftiSeries(list, series.c_str(), &error, 2.5)) << error;
+    const QJsonObject j = probe(series, "1,2,0,2 0,0,0,0").json;
     EXPECT_EQ(j["shape"].toArray(), QJsonArray({3, 3, 3, 3}));
     EXPECT_EQ(j["values"].toArray(), QJsonArray({2021, 0}));
     EXPECT_NEAR(j["zooms"].toArray()[3].toDouble(), 2.5, 1e-6);
     EXPECT_EQ(j["units"].toArray()[1].toString(), "sec");
-    VxMessageCapture console; // loading a 4D file gives its first volume, with a warning
-    const Field first = loaded(path);
-    ASSERT_TRUE(first);
-    EXPECT_HAS(console.text(), "first of 3 volumes");
+    VxMessageCapture console4d; // loading a 4D file gives its first volume, with a warning
+    LOAD(first, series);
+    EXPECT_HAS(console4d.text(), "first of 3 volumes");
     EXPECT_EQ(valueAt(*first, 2, 2, 2), 222);
 
     auto b = indexField<int16_t>(2, 2, 3);
-    auto c = indexField<uint16_t>(3, 3, 3);
+    auto u = indexField<uint16_t>(3, 3, 3);
     auto d = indexField<int32_t>(3, 3, 3);
     const float shifted[6] = {0, 2, 0, 2, 0.5f, 2.5f};
     d->setBoundingBox(shifted);
     const std::pair<KcDArray<const VxField3 *>, const char *> refused[] = {
         {{list[0], b.get()}, "step 1 has dimensions 2 x 2 x 3"},
-        {{list[0], list[1], c.get()}, "step 2 has 1 x uint16"},
+        {{list[0], list[1], u.get()}, "step 2 has 1 x uint16"},
         {{list[0], d.get()}, "step 1 lies elsewhere"},
         {{}, ""}};
     for (const auto &[fields, reason] : refused) {
@@ -295,27 +281,21 @@ TEST(VxFieldFileNifti, SeriesOfFieldsIsOne4DFileAndMismatchesAreRefused)
         EXPECT_HAS(error, reason);
     }
     EXPECT_FALSE(fs::exists(bad));
-}
 
-// Files written by nibabel load with every voxel where nibabel puts it.
-TEST(VxFieldFileNifti, NibabelFilesLoadWhereNibabelPutsTheirVoxels)
-{
-    REQUIRE_NIBABEL();
-    vxtest::TempDir dir;
-    const std::tuple<const char *, bool, KcPrimType::Id> rows[] = {
+    // Files written by nibabel load with every voxel where nibabel puts it.
+    const std::tuple<const char *, bool, KcPrimType::Id> made[] = {
         {"ras-diag", false, KcPrimType::Int16},
         {"oblique-qform", true, KcPrimType::Int16},
         {"scaled", false, KcPrimType::Float}};
-    for (const auto &[kind, transform, type] : rows) {
+    for (const auto &[kind, transform, type] : made) {
         SCOPED_TRACE(kind);
-        const std::string path = dir.file(std::string(kind) + ".nii");
-        python("make " + path + " " + kind);
-        const Field f = loaded(path);
-        ASSERT_TRUE(f);
+        const std::string file = dir.file(std::string(kind) + ".nii");
+        python("make " + file + " " + kind);
+        LOAD(f, file);
         EXPECT_EQ(f->label(), kind);
         EXPECT_EQ(f->hasTransform(), transform);
         EXPECT_EQ(f->primType(), type);
-        expectSamplesInField(*f, probe(path).samples);
+        expectSamplesInField(*f, probe(file).samples);
     }
 }
 
@@ -348,8 +328,7 @@ TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
                   0)
             << log;
         VxMessageCapture console; // a 4D series warns that only its first volume is loaded
-        const Field f = loaded(dir.file("out.nii"));
-        ASSERT_TRUE(f);
+        LOAD(f, dir.file("out.nii"));
         for (const std::string &p : vxtest::sharedDicomFiles(folder))
             files += " " + vxtest::shellQuote(p);
         expectSamplesInField(
@@ -361,7 +340,7 @@ TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
     }
 }
 
-TEST(VxFieldFileNifti, BrokenFilesAndImpossibleSavesFailWithAReason)
+TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
 {
     vxtest::TempDir dir;
     KcString error;
@@ -405,11 +384,48 @@ TEST(VxFieldFileNifti, BrokenFilesAndImpossibleSavesFailWithAReason)
     }
     EXPECT_HAS(error, dir.file("lost.nrrd"));
 
+    // NRRD headers and samples that teem or we refuse.
+    const std::string head = "NRRD0004\ntype: uchar\ndimension: 3\n",
+                      le = "encoding: raw\nendian: little\n\n";
+    const std::string lps =
+        head + "sizes: 1 1 1\nspace: left-posterior-superior\nspace directions: ";
+    const std::pair<std::string, const char *> cases[] = {
+        {"P5\n", "no NRRD magic"},
+        {"NRRD0004\ntype: int64\ndimension: 1\nsizes: 1\n" + le + "12345678",
+         "sample type \"long long int\" is not supported"},
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2\n" + le,
+         "parsed 2 values, but dimension is 3"},
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2 -1\n" + le, "sizes"},
+        {head + "sizes: 2 2 2\n\n12345678", "encoding"}, // teem refuses a header without one
+        {head + "sizes: 2 2 2\nencoding: raw\n\n1234", "holds 4 bytes of samples, 8 are needed"},
+        {head + "sizes: 2 2 2\nencoding: gzip\n\nnot gzip", "gzip magic"}, // teem would take it raw
+        {head + "sizes: 2 2 2\nencoding: gzip\n\n\x1f\x8b\x08", "gzip"},
+        {head + "sizes: 2 2 2\nencoding: bzip2\n\nxx", "DATA_ERROR_MAGIC"},
+        {head + "sizes: 1 1 1\nspace: right-anterior-superior-time\n"
+                "space directions: (1,0,0,0) (0,1,0,0) (0,0,1,0)\nencoding: raw\n\nx",
+         "not supported"},
+        {lps + "(1,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx",
+         "parsed 2 values, but space dimension is 3"},
+        {head + "sizes: 1 1 1\nencoding: raw\ndata file: nothere.raw\n", "nothere.raw"},
+        {lps + "(nan,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx", "space vector"},
+        {lps + "(inf,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx", "space vector"},
+        // Sizes far beyond the file fail before anything is allocated.
+        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 100000 100000 100000\n" + le + "x",
+         "4000000000000000 are needed"},
+    };
+    for (const auto &[text, reason] : cases) {
+        const std::string path = dir.file("broken.nrrd");
+        vxtest::writeFileBytes(path, bytesOf(text));
+        KcString error;
+        EXPECT_FALSE(VxFieldFile::load(path.c_str(), &error)) << text;
+        EXPECT_HAS(error, "loading " + path + " failed: ");
+        EXPECT_HAS(error, reason);
+    }
+
     // Upper-case endings are NIfTI too, and the file keeps its name.
     ASSERT_TRUE(VxFieldFile::save(*f, dir.file("UPPER.NII.GZ").c_str(), &error)) << error;
     EXPECT_EQ(vxtest::readFileBytes(dir.file("UPPER.NII.GZ"))[0], 0x1f) << "gzip magic";
-    const Field back = loaded(dir.file("UPPER.NII.GZ"));
-    ASSERT_TRUE(back);
+    LOAD(back, dir.file("UPPER.NII.GZ"));
     EXPECT_EQ(valueAt(*back, 7, 7, 7), 777);
 }
 
@@ -455,8 +471,7 @@ TEST(VxFieldFileNifti, LargeFilesReadTheSameInEveryReader)
     }
     for (const std::string &file : {plain, packed})
         EXPECT_EQ(probe(file, points).json["values"].toArray(), expected) << file;
-    const Field back = loaded(plain);
-    ASSERT_TRUE(back);
+    LOAD(back, plain);
     EXPECT_EQ(valueAt(*back, 522, 400, 40), 522 + 4000 + 4000);
 
     if (!vxtest::haveProgram("nifti_tool"))
@@ -478,10 +493,9 @@ TEST(VxFieldFileNifti, LargeFilesReadTheSameInEveryReader)
 
 // Saving again replaces the file whatever it had been, and a name that is a
 // link gets a file of its own: the file it pointed to, or shared with another
-// name, keeps its contents. A folder the user may not write into, and Ctrl-C
-// during a save, leave no file, whole or partial, and no compression thread; a
-// previous result of that name is gone (it was being rewritten). As root,
-// permissions are checked for "nobody" (setfsuid drops root's override).
+// name, keeps its contents. Ctrl-C during a save leaves no file, whole or
+// partial, and no compression thread; a previous result of that name is gone
+// (it was being rewritten).
 TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
 {
     auto big = indexField<int16_t>(512, 512, 24); // 12 MiB
@@ -496,8 +510,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
         const std::string path = dir.file(name);
         for (const VxField3 *f : {big.get(), small.get(), big.get(), small.get()}) {
             ASSERT_TRUE(VxFieldFile::saveNifti(*f, path.c_str(), &error)) << error;
-            const Field back = loaded(path);
-            ASSERT_TRUE(back);
+            LOAD(back, path);
             const VxLattice3 *lat = f->lattice();
             EXPECT_EQ(back->primType(), lat->primType());
             EXPECT_EQ(valueAt(*back, lat->dim(0) - 1, lat->dim(1) - 1, lat->dim(2) - 1),
@@ -505,20 +518,6 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
         }
         EXPECT_LT(fs::file_size(path), size_t(1000)) << "cut to the new length";
         EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{name});
-
-        fs::permissions(dir.path(), fs::perms(0755));
-        const std::string folder = dir.file("readonly"), locked = folder + "/" + name;
-        fs::create_directory(folder);
-        fs::permissions(folder, fs::perms(0555));
-        if (geteuid() == 0)
-            setfsuid(65534);
-        const bool saved = VxFieldFile::saveNifti(*big, locked.c_str(), &error);
-        if (geteuid() == 0)
-            setfsuid(0);
-        EXPECT_FALSE(saved);
-        EXPECT_HAS(error,
-                   "saving " + locked + " failed: cannot open for writing: Permission denied");
-        EXPECT_TRUE(namesIn(folder).empty());
 
         for (bool existing : {false, true}) {
             SCOPED_TRACE(existing ? "over a previous result" : "new file");
@@ -537,7 +536,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
             work->setObserver(nullptr);
             EXPECT_TRUE(stoppedAt > 0.2f && stoppedAt < 1.0f) << stoppedAt;
             EXPECT_HAS(error, "saving " + path + " failed: interrupted");
-            EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"readonly"});
+            EXPECT_TRUE(namesIn(dir.path()).empty());
             EXPECT_EQ(threads(), threadsBefore);
         }
     }
@@ -562,7 +561,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
 
 // teem 1.12 does not free its gzip and bzip2 decoder state when compressed
 // samples fail to decode (about 24 KB and 70 KB per failed load); the broken
-// files below take those paths. Only those allocations (teem's and libbz2's,
+// NRRD files take those paths. Only those allocations (teem's and libbz2's,
 // which only teem uses) are exempted.
 extern "C" const char *__lsan_default_suppressions()
 {
@@ -638,8 +637,7 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
         const Bytes raw = vxtest::readFileBytes(dir.file(name));
         const std::string header(raw.begin(), raw.end());
         EXPECT_HAS(header, "space: left-posterior-superior\n");
-        const Field back = loaded(dir.file(name));
-        ASSERT_TRUE(back);
+        LOAD(back, dir.file(name));
         expectSamePlaces(saved, *back);
         if (&saved == s.get()) {
             EXPECT_HAS(header, name == "s-earlier.nrrd" ? "(0,0,1.66666666667)"
@@ -660,8 +658,7 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
     // A volume of several gzip members (one per MiB of samples) reads whole.
     auto big = indexField<int16_t>(256, 256, 12);
     ASSERT_TRUE(VxFieldFile::saveNrrd(*big, dir.file("big.nrrd").c_str(), true, &error)) << error;
-    const Field back = loaded(dir.file("big.nrrd"));
-    ASSERT_TRUE(back);
+    LOAD(back, dir.file("big.nrrd"));
     ASSERT_EQ(back->lattice()->numBytes(), big->lattice()->numBytes());
     EXPECT_EQ(
         std::memcmp(back->lattice()->data(), big->lattice()->data(), big->lattice()->numBytes()),
@@ -681,104 +678,58 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
     ASSERT_EQ(vxtest::runCommand("gzip -n " + dir.file("samples.raw")), 0);
     // Big-endian int32 after 3 junk bytes in a separate file.
     vxtest::writeFileBytes(dir.file("data.raw"), {9, 9, 9, 0, 0, 0, 1, 0xff, 0xff, 0xff, 0xfe});
-    struct Row
-    {
-        const char *name;
-        Bytes bytes;
-        int dims[3];
-        KcPrimType::Id type;
-        std::vector<std::array<double, 4>> valueAndPlace;
-    };
-    const Row rows[] = {
-        // Comments, blanks around values, RAS space, the axes of a coronal
-        // acquisition, gzip: voxel (i, j, k) is at LPS (3 - 2i, -4 - 3k, 5 - j).
-        {"hand.nrrd",
-         bytesOf("NRRD0005\n# written by hand\ntype:   unsigned short\ndimension: 3\n"
-                 "space:  right-anterior-superior\nsizes: 2  3 2\n"
-                 "space directions: (2, 0,0) ( 0,0,-1) (0,3,0)\n# a comment between fields\n"
-                 "kinds: domain domain domain\nendian: little\nencoding: gzip\n"
-                 "space origin: (-3,4,5)\nModality:=MR\n\n",
-                 vxtest::readFileBytes(dir.file("samples.raw.gz"))),
-         {2, 2, 3},
-         KcPrimType::UInt16,
-         {{121, 1, -7, 3}, {0, 3, -4, 5}, {10, 3, -4, 4}, {101, 1, -7, 5}}},
-        {"detached.nhdr",
-         bytesOf("NRRD0004\ntype: int\ndimension: 3\nsizes: 2 1 1\nspacings: 0.5 1 1\naxis mins: 4 "
-                 "0 0\n"
-                 "endian: big\nencoding: raw\nbyte skip: 3\ndata file: data.raw\n"),
-         {2, 1, 1},
-         KcPrimType::Int32,
-         {{1, 4, 0, 0}, {-2, 4.5, 0, 0}}},
-        {"ascii.nrrd",
-         bytesOf("NRRD0004\ntype: float\ndimension: 2\nsizes: 3 2\nencoding: ascii\n\n1.5 2\n-3, "
-                 "4e2\n5 6\n"),
-         {3, 2, 1},
-         KcPrimType::Float,
-         {{400, 0, 1, 0}, {6, 2, 1, 0}, {1.5, 0, 0, 0}}},
-        // The earlier writer's colour field.
-        {"rgb.nrrd",
-         bytesOf(kEarlierHeader +
+    // Name, bytes, dimensions, sample type, values and where they lie.
+    const std::tuple<const char *, Bytes, std::array<int, 3>, KcPrimType::Id,
+                     std::vector<std::array<double, 4>>>
+        rows[] = {
+            // Comments, blanks around values, RAS space, the axes of a coronal
+            // acquisition, gzip: voxel (i, j, k) is at LPS (3 - 2i, -4 - 3k, 5 - j).
+            {"hand.nrrd",
+             bytesOf("NRRD0005\n# written by hand\ntype:   unsigned short\ndimension: 3\n"
+                     "space:  right-anterior-superior\nsizes: 2  3 2\n"
+                     "space directions: (2, 0,0) ( 0,0,-1) (0,3,0)\n# a comment between fields\n"
+                     "kinds: domain domain domain\nendian: little\nencoding: gzip\n"
+                     "space origin: (-3,4,5)\nModality:=MR\n\n",
+                     vxtest::readFileBytes(dir.file("samples.raw.gz"))),
+             {2, 2, 3},
+             KcPrimType::UInt16,
+             {{121, 1, -7, 3}, {0, 3, -4, 5}, {10, 3, -4, 4}, {101, 1, -7, 5}}},
+            {"detached.nhdr",
+             bytesOf("NRRD0004\ntype: int\ndimension: 3\nsizes: 2 1 1\nspacings: 0.5 1 1\n"
+                     "axis mins: 4 0 0\nendian: big\nencoding: raw\nbyte skip: 3\ndata file: "
+                     "data.raw\n"),
+             {2, 1, 1},
+             KcPrimType::Int32,
+             {{1, 4, 0, 0}, {-2, 4.5, 0, 0}}},
+            {"ascii.nrrd",
+             bytesOf("NRRD0004\ntype: float\ndimension: 2\nsizes: 3 2\nencoding: ascii\n\n"
+                     "1.5 2\n-3, 4e2\n5 6\n"),
+             {3, 2, 1},
+             KcPrimType::Float,
+             {{400, 0, 1, 0}, {6, 2, 1, 0}, {1.5, 0, 0, 0}}},
+            // The earlier writer's colour field.
+            {"rgb.nrrd",
+             bytesOf(
+                 kEarlierHeader +
                      "type: uint8\ndimension: 4\nspace: left-posterior-superior\nsizes: 3 2 1 1\n"
                      "space directions: none (1,0,0) (0,1,0) (0,0,1)\n"
                      "kinds: RGB-color domain domain domain\nendian: little\nencoding: raw\n"
                      "space origin: (0,0,0)\nspace units: \"mm\" \"mm\" \"mm\"\n\n",
                  {0, 40, 80, 120, 160, 200}),
-         {2, 1, 1},
-         KcPrimType::UInt8,
-         {{40 * 256 + 80, 0, 0, 0}, {120 * 65536 + 160 * 256 + 200, 1, 0, 0}}},
-    };
-    for (const Row &r : rows) {
-        SCOPED_TRACE(r.name);
-        vxtest::writeFileBytes(dir.file(r.name), r.bytes);
-        const Field f = loaded(dir.file(r.name));
-        ASSERT_TRUE(f);
+             {2, 1, 1},
+             KcPrimType::UInt8,
+             {{40 * 256 + 80, 0, 0, 0}, {120 * 65536 + 160 * 256 + 200, 1, 0, 0}}},
+        };
+    for (const auto &[name, bytes, dims, type, valueAndPlace] : rows) {
+        SCOPED_TRACE(name);
+        vxtest::writeFileBytes(dir.file(name), bytes);
+        LOAD(f, dir.file(name));
         EXPECT_FALSE(f->hasTransform());
-        EXPECT_EQ(f->primType(), r.type);
+        EXPECT_EQ(f->primType(), type);
         for (int a = 0; a < 3; ++a)
-            EXPECT_EQ(f->lattice()->dim(a), r.dims[a]) << "axis " << a;
-        for (const auto &[value, x, y, z] : r.valueAndPlace)
+            EXPECT_EQ(f->lattice()->dim(a), dims[a]) << "axis " << a;
+        for (const auto &[value, x, y, z] : valueAndPlace)
             expectValueAt(*f, value, x, y, z);
-    }
-}
-
-TEST(VxFieldFileNrrd, BrokenFilesFailWithAReason)
-{
-    vxtest::TempDir dir;
-    const std::string head = "NRRD0004\ntype: uchar\ndimension: 3\n",
-                      le = "encoding: raw\nendian: little\n\n";
-    const std::string lps =
-        head + "sizes: 1 1 1\nspace: left-posterior-superior\nspace directions: ";
-    const std::pair<std::string, const char *> cases[] = {
-        {"P5\n", "no NRRD magic"},
-        {"NRRD0004\ntype: int64\ndimension: 1\nsizes: 1\n" + le + "12345678",
-         "sample type \"long long int\" is not supported"},
-        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2\n" + le,
-         "parsed 2 values, but dimension is 3"},
-        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 2 2 -1\n" + le, "sizes"},
-        {head + "sizes: 2 2 2\n\n12345678", "encoding"}, // teem refuses a header without one
-        {head + "sizes: 2 2 2\nencoding: raw\n\n1234", "holds 4 bytes of samples, 8 are needed"},
-        {head + "sizes: 2 2 2\nencoding: gzip\n\nnot gzip", "gzip magic"}, // teem would take it raw
-        {head + "sizes: 2 2 2\nencoding: gzip\n\n\x1f\x8b\x08", "gzip"},
-        {head + "sizes: 2 2 2\nencoding: bzip2\n\nxx", "DATA_ERROR_MAGIC"},
-        {head + "sizes: 1 1 1\nspace: right-anterior-superior-time\n"
-                "space directions: (1,0,0,0) (0,1,0,0) (0,0,1,0)\nencoding: raw\n\nx",
-         "not supported"},
-        {lps + "(1,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx",
-         "parsed 2 values, but space dimension is 3"},
-        {head + "sizes: 1 1 1\nencoding: raw\ndata file: nothere.raw\n", "nothere.raw"},
-        {lps + "(nan,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx", "space vector"},
-        {lps + "(inf,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx", "space vector"},
-        // Sizes far beyond the file fail before anything is allocated.
-        {"NRRD0004\ntype: float\ndimension: 3\nsizes: 100000 100000 100000\n" + le + "x",
-         "4000000000000000 are needed"},
-    };
-    for (const auto &[text, reason] : cases) {
-        const std::string path = dir.file("broken.nrrd");
-        vxtest::writeFileBytes(path, bytesOf(text));
-        KcString error;
-        EXPECT_FALSE(VxFieldFile::load(path.c_str(), &error)) << text;
-        EXPECT_HAS(error, "loading " + path + " failed: ");
-        EXPECT_HAS(error, reason);
     }
 }
 
@@ -816,8 +767,7 @@ TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
     ASSERT_EQ(vxtest::runCommand("teem-unu save -i " + dir.file("in.nrrd") +
                                  " -f nrrd -e gzip -o " + dir.file("teem.nrrd")),
               0);
-    const Field f = loaded(dir.file("teem.nrrd"));
-    ASSERT_TRUE(f);
+    LOAD(f, dir.file("teem.nrrd"));
     EXPECT_FALSE(f->hasTransform());
     expectValueAt(*f, -111, 2, 3, 5);
     expectValueAt(*f, 10, 2, 2, 3);

@@ -28,41 +28,32 @@ TEST(VxParamBundle, CopiesAreDeepAndIndependent)
     EXPECT_EQ(outer.getString("k"), "v");
 }
 
+// A bundle big enough to index its names, changed in every way an entry can
+// change (replacing and duplicate inserts, removal, taking, renaming in place,
+// assignment over an entry, a copy of the whole), answers every lookup as a
+// search of its entries in order would.
 TEST(VxParamBundle, LargeBundlesFindWhatAPlainSearchFinds)
 {
-    // A bundle big enough to index its names, changed in every way an entry
-    // can change (replacing and duplicate inserts, removal, taking, renaming
-    // an entry in place, assignment over an entry, a copy of the whole),
-    // answers every lookup as a search of its entries in order would.
     VxParamBundle b("DICOM");
     std::mt19937 random(20260102);
     auto nameOf = [&random] { return "Slice" + std::to_string(random() % 300); };
-    auto plainIndex = [](const VxParamBundle &bundle, const std::string &name) {
-        for (int i = 0; i < bundle.size(); ++i)
-            if (bundle.entry(i)->name() == name)
-                return i;
-        return -1;
-    };
     auto check = [&](const VxParamBundle &bundle, int step) {
         for (int k = 0; k < 300; k += 7) {
             const std::string name = "Slice" + std::to_string(k);
-            const int i = plainIndex(bundle, name);
-            ASSERT_EQ(bundle.indexOf(name.c_str()), i) << name << " at step " << step;
-            const VxParameter *p = bundle.parameter(name.c_str());
-            const VxParamBundle *sub = bundle.bundle(name.c_str());
-            const VxParameter *plainP = nullptr;
-            const VxParamBundle *plainSub = nullptr;
-            for (int j = 0; j < bundle.size(); ++j) {
+            int i = -1;
+            const VxParameter *p = nullptr;
+            const VxParamBundle *sub = nullptr;
+            for (int j = bundle.size() - 1; j >= 0; --j) {
                 VxParamBase *e = bundle.entry(j);
                 if (e->name() != name)
                     continue;
-                if (!plainP && !e->isBundle())
-                    plainP = static_cast<const VxParameter *>(e);
-                if (!plainSub && e->isBundle())
-                    plainSub = e->asBundle();
+                i = j;
+                e->isBundle() ? void(sub = e->asBundle())
+                              : void(p = static_cast<const VxParameter *>(e));
             }
-            ASSERT_EQ(p, plainP) << name << " at step " << step;
-            ASSERT_EQ(sub, plainSub) << name << " at step " << step;
+            ASSERT_EQ(bundle.indexOf(name.c_str()), i) << name << " at step " << step;
+            ASSERT_EQ(bundle.parameter(name.c_str()), p) << name << " at step " << step;
+            ASSERT_EQ(bundle.bundle(name.c_str()), sub) << name << " at step " << step;
         }
     };
     for (int step = 0; step < 3000; ++step) {
@@ -92,8 +83,7 @@ TEST(VxParamBundle, LargeBundlesFindWhatAPlainSearchFinds)
     }
     ASSERT_GT(b.size(), 40) << "the bundle never grew large";
 
-    // A copy indexes its own entries; renaming one of them leaves the
-    // original alone.
+    // A copy indexes its own entries; renaming one of them leaves the original alone.
     VxParamBundle copy(b);
     check(copy, -1);
     const std::string first = copy.entry(0)->name();

@@ -26,13 +26,10 @@ def value(v):
 
 def probe(path, n, points):
     img = nib.load(path)
-    hdr = img.header
-    data = np.asanyarray(img.dataobj)
+    hdr, data = img.header, np.asanyarray(img.dataobj)
     qform, qcode = img.get_qform(coded=True)
     sform, scode = img.get_sform(coded=True)
-    first = data
-    while first.ndim > 3:
-        first = first[..., 0]
+    first = data[(...,) + (0,) * (data.ndim - 3)] if data.ndim > 3 else data
     rng = np.random.default_rng(20240607)
     samples = []
     for _ in range(n):
@@ -66,8 +63,8 @@ def dicom(paths):
 
 
 def make(path, kind):
-    i, j, k = np.meshgrid(*[np.arange(n) for n in {"ras-diag": (3, 4, 5), "oblique-qform": (
-        2, 3, 2), "scaled": (2, 2, 2)}[kind]], indexing="ij")
+    shape = {"ras-diag": (3, 4, 5), "oblique-qform": (2, 3, 2), "scaled": (2, 2, 2)}[kind]
+    i, j, k = np.meshgrid(*[np.arange(n) for n in shape], indexing="ij")
     data = (i + 10 * j + 100 * k).astype(np.int16)
     if kind == "ras-diag":
         aff = np.diag([2.0, 3.0, 4.0, 1.0])

@@ -11,10 +11,8 @@
 
 // This executable never creates an application object, as a host without
 // Qt (or a plain command-line tool) would run.
-
 namespace {
 
-// Records the thread of each step.
 struct ThreadRecorder : ForkedObject
 {
     explicit ThreadRecorder(std::vector<std::thread::id> *seen) : seen(seen) { putData(); }
@@ -38,20 +36,16 @@ TEST(NoApplication, EveryStepIsADirectCallOnTheCallingThread)
     ASSERT_EQ(QCoreApplication::instance(), nullptr);
     std::vector<std::thread::id> seen;
     std::thread::id workerId;
-    int result = 0;
-    bool onGui = false;
     std::thread worker([&] {
         workerId = std::this_thread::get_id();
-        onGui = ThreadNegotiator::onGuiThread();
+        EXPECT_TRUE(ThreadNegotiator::onGuiThread());
         RecorderNegotiator negotiator(&seen);
         negotiator.createForkedObject();
         negotiator.putData();
-        result = negotiator.exec();
+        EXPECT_EQ(negotiator.exec(), 3);
         negotiator.deleteForkedObject();
     });
     worker.join();
-    EXPECT_TRUE(onGui);
-    EXPECT_EQ(result, 3);
     ASSERT_EQ(seen.size(), 4u);
     for (const auto &id : seen)
         EXPECT_EQ(id, workerId);

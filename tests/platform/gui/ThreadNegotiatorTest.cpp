@@ -6,14 +6,12 @@
 #include <QApplication>
 #include <QBoxLayout>
 #include <QEventLoop>
-#include <QPushButton>
 #include <QTest>
 #include <QThread>
 #include <QTimer>
 
 #include <atomic>
 #include <functional>
-#include <initializer_list>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -35,14 +33,11 @@ struct StepLog
         std::lock_guard<std::mutex> lock(mutex);
         return steps;
     }
-    size_t size() const { return all().size(); }
-
     mutable std::mutex mutex;
     std::vector<std::pair<std::string, bool>> steps;
 };
 
-// Each operation records itself; putData and exec take a while, so a caller
-// that did not wait would see the log unchanged.
+// putData and exec take a while, so a caller that did not wait would see the log unchanged.
 struct RecordingObject : ForkedObject
 {
     explicit RecordingObject(StepLog *log) : log(log) { log->add("create"); }
@@ -93,31 +88,43 @@ struct ModalNegotiator : ThreadNegotiator
 } // namespace
 
 // Called from a worker, each step runs on the GUI thread and returns only
-// when it is done; the negotiator deletes a remaining object there too. On
-// the GUI thread itself every step is a direct call (no event loop runs).
+// when it is done (an exception there is rethrown in the worker); the
+// negotiator deletes a remaining object there too. On the GUI thread itself
+// every step is a direct call (no event loop runs).
 TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
 {
     StepLog log, left, direct;
     std::vector<size_t> seenAfter;
     int execResult = -1;
-    bool workerOnGui = true;
+    bool workerOnGui = true, thrownOnGui = false;
+    std::string caught;
     runWorkerWithEventLoop([&] {
         workerOnGui = ThreadNegotiator::onGuiThread();
         RecordingNegotiator negotiator(&log);
         ForkedObject *made = negotiator.createForkedObject();
-        seenAfter.push_back(log.size());
         EXPECT_EQ(made, negotiator.forkedObject());
+        seenAfter.push_back(log.all().size());
         negotiator.putData();
-        seenAfter.push_back(log.size());
+        seenAfter.push_back(log.all().size());
         execResult = negotiator.exec();
-        seenAfter.push_back(log.size());
+        seenAfter.push_back(log.all().size());
         negotiator.deleteForkedObject();
-        seenAfter.push_back(log.size());
+        seenAfter.push_back(log.all().size());
         RecordingNegotiator(&left).createForkedObject();
+        try {
+            ThreadNegotiator::runOnGuiThread([&] {
+                thrownOnGui = QThread::currentThread() == qApp->thread();
+                throw std::runtime_error("dialog could not be built");
+            });
+        } catch (const std::runtime_error &e) {
+            caught = e.what();
+        }
     });
     EXPECT_FALSE(workerOnGui);
     EXPECT_EQ(execResult, 7);
     EXPECT_EQ(seenAfter, (std::vector<size_t>{1, 2, 3, 4}));
+    EXPECT_TRUE(thrownOnGui);
+    EXPECT_EQ(caught, "dialog could not be built");
     ASSERT_TRUE(ThreadNegotiator::onGuiThread());
     RecordingNegotiator here(&direct);
     here.createForkedObject();
@@ -134,24 +141,6 @@ TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
             EXPECT_TRUE(steps[i].second) << steps[i].first;
         }
     }
-}
-
-TEST(ThreadNegotiator, ExceptionOnGuiThreadIsRethrownInTheCaller)
-{
-    std::string caught;
-    bool thrownOnGui = false;
-    runWorkerWithEventLoop([&] {
-        try {
-            ThreadNegotiator::runOnGuiThread([&] {
-                thrownOnGui = QThread::currentThread() == qApp->thread();
-                throw std::runtime_error("dialog could not be built");
-            });
-        } catch (const std::runtime_error &e) {
-            caught = e.what();
-        }
-    });
-    EXPECT_TRUE(thrownOnGui);
-    EXPECT_EQ(caught, "dialog could not be built");
 }
 
 // A modal dialog run from a worker is shown on the GUI thread, where Return

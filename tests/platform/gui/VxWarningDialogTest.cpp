@@ -16,17 +16,6 @@
 
 namespace {
 
-const char *const kOverflowText =
-    "According to the DICOM header the pixel values should be linearly scaled.\n"
-    "However, after applying the scaling an overflow would occur.";
-
-// Restores display detection after each test.
-class VxWarningDialogTest : public ::testing::Test
-{
-protected:
-    void TearDown() override { VxWarningDialog::setDisplayOverride(-1); }
-};
-
 // While alive, answers every message box that comes up with `act`.
 struct BoxAnswerer
 {
@@ -50,32 +39,34 @@ struct BoxAnswerer
 
 } // namespace
 
-// The offscreen platform counts as no display: the question is printed and
-// the default taken (a default that names no button gives the first there is).
-TEST_F(VxWarningDialogTest, WithoutDisplayTheQuestionIsPrintedAndTheDefaultTaken)
+// Without a display (the offscreen platform counts as none) the question is
+// printed and the default taken (one that names no button gives the first
+// there is); with one, the answer is the button the user clicks or the key
+// pressed, also when asked from a worker thread.
+TEST(VxWarningDialog, AnswersByDefaultWithoutDisplayAndByTheUserWithOne)
 {
+    const char *overflow = "According to the DICOM header the pixel values should be linearly "
+                           "scaled.\nHowever, after applying the scaling an overflow would occur.";
     if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
         EXPECT_FALSE(VxWarningDialog::haveDisplay());
     }
     VxWarningDialog::setDisplayOverride(0);
-    VxMessageCapture capture;
-    EXPECT_EQ(VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling", "Clamp data",
-                                       "Adjust scaling", 2, 2),
-              2);
-    EXPECT_EQ(VxWarningDialog::warning("t", "x", "Yes", "No", QString(), 2), 0);
-    EXPECT_EQ(VxWarningDialog::warning("t", "x", QString(), "Only", QString(), 0), 1);
-    EXPECT_EQ(VxWarningDialog::warning("t", "x", QString()), 0);
-    VxWarningDialog::information("DICOM Loader", "Stack might contain no images!");
-    EXPECT_EQ(capture.text(), std::string("Overflow: ") + kOverflowText +
-                                  "\n-> Adjust scaling (no display; default answer)\n"
-                                  "t: x\n-> Yes (no display; default answer)\n"
-                                  "t: x\n-> Only (no display; default answer)\n"
-                                  "t: x\n-> OK (no display; default answer)\n"
-                                  "DICOM Loader: Stack might contain no images!\n");
-}
-
-TEST_F(VxWarningDialogTest, WithDisplayTheAnswerIsTheButtonTheUserChooses)
-{
+    {
+        VxMessageCapture capture;
+        EXPECT_EQ(VxWarningDialog::warning("Overflow", overflow, "Ignore scaling", "Clamp data",
+                                           "Adjust scaling", 2, 2),
+                  2);
+        EXPECT_EQ(VxWarningDialog::warning("t", "x", "Yes", "No", QString(), 2), 0);
+        EXPECT_EQ(VxWarningDialog::warning("t", "x", QString(), "Only", QString(), 0), 1);
+        EXPECT_EQ(VxWarningDialog::warning("t", "x", QString()), 0);
+        VxWarningDialog::information("DICOM Loader", "Stack might contain no images!");
+        EXPECT_EQ(capture.text(), std::string("Overflow: ") + overflow +
+                                      "\n-> Adjust scaling (no display; default answer)\n"
+                                      "t: x\n-> Yes (no display; default answer)\n"
+                                      "t: x\n-> Only (no display; default answer)\n"
+                                      "t: x\n-> OK (no display; default answer)\n"
+                                      "DICOM Loader: Stack might contain no images!\n");
+    }
     VxWarningDialog::setDisplayOverride(1);
     {
         BoxAnswerer answerer([](QMessageBox *box) {
@@ -83,8 +74,8 @@ TEST_F(VxWarningDialogTest, WithDisplayTheAnswerIsTheButtonTheUserChooses)
                 if (b->text() == "Clamp data")
                     b->click();
         });
-        EXPECT_EQ(VxWarningDialog::warning("Overflow", kOverflowText, "Ignore scaling",
-                                           "Clamp data", "Adjust scaling", 2, 2),
+        EXPECT_EQ(VxWarningDialog::warning("Overflow", overflow, "Ignore scaling", "Clamp data",
+                                           "Adjust scaling", 2, 2),
                   1);
         ASSERT_NE(answerer.seen, nullptr);
         EXPECT_EQ(answerer.defaultText, "Adjust scaling");
@@ -95,7 +86,6 @@ TEST_F(VxWarningDialogTest, WithDisplayTheAnswerIsTheButtonTheUserChooses)
         EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", QString(), 0, 1), 1)
             << "Escape gives the escape button";
     }
-    // From a worker thread the box runs on the GUI thread.
     bool boxOnGui = false;
     BoxAnswerer answerer([&boxOnGui](QMessageBox *box) {
         boxOnGui = box->thread() == qApp->thread();
@@ -110,6 +100,7 @@ TEST_F(VxWarningDialogTest, WithDisplayTheAnswerIsTheButtonTheUserChooses)
     QTimer::singleShot(20000, &loop, &QEventLoop::quit);
     loop.exec();
     worker.join();
+    VxWarningDialog::setDisplayOverride(-1);
     EXPECT_EQ(answer, 2) << "Return gives the default button";
     EXPECT_TRUE(boxOnGui);
 }
