@@ -19,9 +19,8 @@ inline std::string q(const std::string &s)
     return vxtest::shellQuote(s);
 }
 
-/// vxdicom with the arguments (names quoted with q()), from folder `cwd` when
-/// given, with preferences of its own, offscreen, stopped after five minutes;
-/// `environment` holds env's arguments ("-u NAME", "NAME=VALUE").
+/// vxdicom with the arguments (quoted with q()), from `cwd`, with preferences of its own,
+/// offscreen, stopped after five minutes; `environment`: env's arguments ("-u NAME", "N=V").
 inline Outcome vxdicom(const std::string &arguments, const std::string &cwd = {},
                        const std::string &environment = {})
 {
@@ -38,7 +37,6 @@ inline bool contains(const std::string &text, const std::string &part)
 {
     return text.find(part) != std::string::npos;
 }
-
 inline size_t count(const std::string &text, const std::string &part)
 {
     size_t n = 0;
@@ -62,7 +60,6 @@ inline int fieldCount(const std::string &out)
 {
     return int(count("\n" + out, "\nfield "));
 }
-
 /// /usr/bin/python3 with a script of tests/apps; its status (77: a module is missing).
 inline int python(const char *script, const std::vector<std::string> &args, std::string *output)
 {

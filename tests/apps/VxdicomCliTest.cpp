@@ -1,5 +1,4 @@
-// The vxdicom command line as users run it: help and usage errors, replayed
-// script commands, DICOMDIRs, time series, anonymising and the viewer's picture.
+// The vxdicom command line as users run it.
 
 #include "tests/apps/CliRunner.h"
 
@@ -19,11 +18,9 @@ const char *const kEpiFolder = "dcm_qa_ge/In/SliceTimingRT/2_epiRT_IntAsc_GD0"; 
 
 std::string readText(const std::string &path)
 {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
+    const std::vector<unsigned char> b = vxtest::readFileBytes(path);
+    return std::string(b.begin(), b.end());
 }
-
 void writeText(const std::string &path, const std::string &text)
 {
     std::ofstream(path) << text;
@@ -84,11 +81,11 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
 TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
 {
     VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir; // two slices of the MR series, named "a b.dcm" and "c.dcm"
+    vxtest::TempDir dir;
     fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[0], dir.file("a b.dcm"));
     fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[1], dir.file("c.dcm"));
     const std::string cwd = dir.path().string();
-    // A field's stored load command: slice order, only the name with a blank quoted.
+    // The stored load command: slice order, only the name with a blank quoted.
     const Outcome load =
         vxdicom("load -nodialog " + q(dir.file("a b.dcm")) + " " + q(dir.file("c.dcm")));
     ASSERT_EQ(load.status, 0) << load.err;
@@ -110,7 +107,6 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
         EXPECT_EQ(r.err, "");
     }
 
-    // A script file: comments, blank lines, two loads saved without a clash.
     writeText(dir.file("session.vxs"), "# two loads\nload -dicom \"" + dir.file("a b.dcm") +
                                            "\"\n\nload -dicom " + dir.file("c.dcm") +
                                            " -nodialog\n");
@@ -119,7 +115,6 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     EXPECT_EQ(fieldCount(r.out), 2) << r.out;
     EXPECT_EQ(filesIn(dir.file("out")), (std::vector<std::string>{"HFS.nii", "HFS_2_.nii"}));
 
-    // An error names the line (and the file) and stops the script.
     const struct
     {
         const char *script, *error;
@@ -150,8 +145,7 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
     VX_REQUIRE_SHARED_DATA();
     if (!vxtest::haveProgram("dcmmkdir"))
         GTEST_SKIP() << "dcmmkdir (Debian dcmtk) is not installed";
-    // Every slice of the shared CT and MR series linked into cd/IMAGES/CT and
-    // cd/IMAGES/MR, and a DICOMDIR over them made by DCMTK's dcmmkdir.
+    // The shared CT and MR series in cd/IMAGES/CT and MR, a DICOMDIR made by dcmmkdir.
     vxtest::TempDir dir;
     const fs::path cd = dir.path() / "cd";
     int n = 0;
@@ -186,17 +180,14 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
         else
             fs::copy_file(e.path(), lower / rel);
     }
-    // The folder holding the DICOMDIR, the DICOMDIR itself, and the lower-case
-    // copy without -nodialog (no display: nobody could answer the dialog).
+    // The DICOMDIR's folder, the DICOMDIR, and the lower-case copy without -nodialog.
     for (const std::string &input : {cd.string(), (cd / "DICOMDIR").string(), lower.string()}) {
         const std::string out = dir.file("out" + std::to_string(input.size()));
         const Outcome r = vxdicom(std::string(input == lower.string() ? "load" : "load -nodialog") +
                                   " --format nii -o " + q(out) + " " + q(input));
         ASSERT_EQ(r.status, 0) << input << "\n" << r.err;
-        // (The load commands name the files, in lower case in the copy.)
         EXPECT_TRUE(input == lower.string() || summaryLines(r.out) == summaryLines(folders.out))
             << input;
-        // 54 CT and 35 MR slices; the DICOMDIR counts as a file.
         EXPECT_TRUE(contains(r.out, "89 headers loaded from 90 files")) << r.out;
         EXPECT_FALSE(contains(r.out, "failed")) << r.out;
         ASSERT_EQ(filesIn(out), filesIn(dir.file("folders")));
@@ -207,10 +198,8 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
     }
 }
 
-// The three stacks of a GE EPI become the steps of one control, saved as one
-// 4D NIfTI (compared with dcm2niix's) beside its creation command; the command,
-// run from elsewhere, makes the same series from a folder whose name means
-// something to the interpreter.
+// A GE EPI's three stacks become one series saved as one 4D NIfTI (against dcm2niix's) beside
+// its creation command, which replays it from elsewhere (a folder name with special characters).
 TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -227,13 +216,11 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
     EXPECT_TRUE(contains(r.out, "time series \"TimeSeriesCtrl\": 3 time steps\n")) << r.out;
     EXPECT_TRUE(contains(r.out, "saved " + first + "/TimeSeriesCtrl.nii.gz (3 time steps)\n"))
         << r.out;
-    // The steps are no data objects of their own: no label, nothing else saved.
     EXPECT_EQ(count(r.out, "field \"\" (VxUniformScalarField3): 64 x 64 x 32 int16"), 3u) << r.out;
     EXPECT_EQ(fieldCount(r.out), 3);
     EXPECT_EQ(filesIn(first),
               (std::vector<std::string>{"TimeSeriesCtrl.nii.gz", "TimeSeriesCtrl.vxs"}));
     const std::string script = readText(first + "/TimeSeriesCtrl.vxs");
-    // One line names every file, quoted, in load order.
     EXPECT_EQ(count(script, "load -dicom "), 1u) << script;
     EXPECT_EQ(count(script, ".dcm\""), copies.size()) << script;
     EXPECT_LT(script.find("0001.dcm\""), script.find("0096.dcm\"")) << script;
@@ -262,7 +249,6 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
     EXPECT_TRUE(contains(log, "(64, 64, 32, 3)")) << log;
 }
 
-// The "key:=value" and "field: value" lines of an NRRD header.
 std::map<std::string, std::string> nrrdHeader(const std::string &path)
 {
     std::map<std::string, std::string> header;
@@ -275,7 +261,6 @@ std::map<std::string, std::string> nrrdHeader(const std::string &path)
     return header;
 }
 
-// Neither the patient's name nor a source file's name is left in the header.
 void expectAnonymous(const std::string &path)
 {
     const std::map<std::string, std::string> header = nrrdHeader(path);
@@ -289,8 +274,7 @@ void expectAnonymous(const std::string &path)
     }
 }
 
-// Both ways: the anonymizer run on a saved field (twice), and the load's
-// "Anonymize Data" choice.
+// The anonymizer run on a saved field (twice), and the load's "Anonymize Data" choice.
 TEST(VxdicomAnonymize, SavedFieldsCarryNoPatientNameAndNoFileNames)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -328,8 +312,7 @@ TEST(VxdicomAnonymize, SavedFieldsCarryNoPatientNameAndNoFileNames)
     EXPECT_TRUE(loaded.count("DICOM/All/G0008-0060")) << "other groups stay";
 }
 
-// The viewer's picture taken without a display; a file that is no DICOM
-// beside the series fails the run and is named; an MR has no lung window.
+// The viewer's picture without a display; a non-DICOM file fails the run; an MR has no lung window.
 TEST(VxdicomView, ScreenshotShowsTheOpenedSeriesAndABrokenFileFailsTheRun)
 {
     VX_REQUIRE_SHARED_DATA();

@@ -1,14 +1,11 @@
-// vxdicom info: the layer's section and each file's failure, the image records,
-// attribute parameters and decoded CSA headers, the options and the JSON form.
-// Every shared file against pydicom and gdcmdump: info_vs_pydicom.py.
+// vxdicom info: the layer's section, each file's failure, image records, attributes, decoded CSA
+// headers, the options and the JSON form (every shared file: info_vs_pydicom.py).
 
 #include "tests/apps/CliRunner.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-
-#include <cstdio>
 
 using namespace clitest;
 
@@ -18,18 +15,11 @@ std::string ts(int n)
 {
     return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
 }
-
-// Siemens TrioTim EPI mosaic, explicit VR little endian, with both CSA headers.
-std::string mosaic()
-{
-    return vxtest::sharedPath(
-        "dcm_qa/In/Orientation/ax/axasc35/MR.1.3.12.2.1107.5.2.32.35131.2014031012493950715786673");
-}
-// Siemens XA10 enhanced MR: 6 frames 2.4 mm apart, geometry in the functional groups only.
-const std::string enhanced()
-{
-    return vxtest::sharedPath("dcm_qa_enh/In/Siemens/XA10/6_1.dcm");
-}
+// A Siemens EPI mosaic with both CSA headers; an enhanced MR of 6 frames 2.4 mm apart.
+const std::string mosaic = vxtest::sharedPath(
+    "dcm_qa/In/Orientation/ax/axasc35/MR.1.3.12.2.1107.5.2.32.35131.2014031012493950715786673");
+const std::string enhanced = vxtest::sharedPath("dcm_qa_enh/In/Siemens/XA10/6_1.dcm");
+const std::string ctI10 = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
 
 Outcome info(const std::string &options, const std::vector<std::string> &files,
              const std::string &env = {})
@@ -50,8 +40,7 @@ TEST(VxdicomInfo, LayerSectionAndFailuresOfEachFile)
     std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(1));
     bytes.resize(bytes.size() - 100); // the header parses, the pixels are short
     vxtest::writeFileBytes(cut, bytes);
-    // The image width in the JPEG 2000 codestream (SIZ right after SOC) no
-    // longer matches the header: the file parses, its frame does not decode.
+    // The JPEG 2000 codestream's width (SIZ after SOC) no longer matches the header.
     bytes = vxtest::readFileBytes(ts(9));
     const unsigned char soc[] = {0xFF, 0x4F, 0xFF, 0x51};
     auto at = std::search(bytes.begin(), bytes.end(), soc, soc + 4);
@@ -74,7 +63,6 @@ TEST(VxdicomInfo, LayerSectionAndFailuresOfEachFile)
              "Only))",
              "rows:              384\n", "photometric:       MONOCHROME2\n",
              "pixels:            not decoded",
-             // The image record's warning belongs to the RLE file with Planar Configuration 0.
              "\n  message:           WARNING: forcing planarConfig=1 for RLE compressed images\n",
              "\n    planar config:     1\n"})
         EXPECT_TRUE(contains(r.out, part)) << part;
@@ -85,11 +73,10 @@ TEST(VxdicomInfo, LayerSectionAndFailuresOfEachFile)
 TEST(VxdicomInfoRecord, MosaicTilesAttributesCsaHeadersMultiFrameAndValueRanges)
 {
     VX_REQUIRE_SHARED_DATA();
-    Outcome r = info("", {mosaic()});
+    Outcome r = info("", {mosaic});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
-    // As gdcmdump and nibabel read the file: 35 tiles of 64 x 64 in a 384 x 384
-    // frame, Pixel Spacing 3.25\3.25, the column direction 0.108 off an axis.
+    // As gdcmdump and nibabel read the file.
     for (const char *part :
          {"\n  pixels:            1 frame decoded\n",
           "\n  image 1 of 35:\n    size:              64 x 64\n",
@@ -109,9 +96,8 @@ TEST(VxdicomInfoRecord, MosaicTilesAttributesCsaHeadersMultiFrameAndValueRanges)
     EXPECT_FALSE(contains(r.out, "G0029-1010")) << "decoded, not shown in hexadecimal";
     EXPECT_FALSE(contains(r.out, "G0029-1020"));
 
-    // The first tile lies (384 - 64) / 2 x 3.25 = 520 mm along the row and the
-    // column from the mosaic's corner, the second 3.6 mm further along the normal.
-    r = info("--no-attributes --all-frames", {mosaic()});
+    // The first tile lies (384 - 64) / 2 x 3.25 mm along row and column from the corner.
+    r = info("--no-attributes --all-frames", {mosaic});
     EXPECT_EQ(count(r.out, "\n  image "), 35u);
     EXPECT_FALSE(contains(r.out, "attributes:"));
     const double expected[2][3] = {{-104, -144.868087, -62.685166},
@@ -126,24 +112,22 @@ TEST(VxdicomInfoRecord, MosaicTilesAttributesCsaHeadersMultiFrameAndValueRanges)
         for (int i = 0; i < 3; ++i)
             EXPECT_NEAR(p[i], tile[i], 1e-3);
     }
-    r = info("--attributes-only", {mosaic()});
+    r = info("--attributes-only", {mosaic});
     EXPECT_FALSE(contains(r.out, "transfer syntax:") || contains(r.out, "pixels:") ||
                  contains(r.out, "image 1"));
     EXPECT_TRUE(contains(r.out, "\n    G0010-0010 = patient name: stc_test\n"));
-    r = info("--no-decode --no-attributes", {mosaic()});
+    r = info("--no-decode --no-attributes", {mosaic});
     EXPECT_TRUE(contains(r.out, "\n  transfer syntax:") && !contains(r.out, "pixels:"));
-    // A multi-frame file shows its first image; pydicom: the pixels of the
-    // Philips CT slice I10 run from 0 to 1813, known when read with the header.
-    r = info("--no-attributes", {enhanced()});
+    // A multi-frame file shows its first image; the CT's pixels run 0 to 1813 (pydicom).
+    r = info("--no-attributes", {enhanced});
     EXPECT_TRUE(contains(r.out, "\n  image 1 of 6:\n") &&
                 contains(r.out, "\n  (5 more images, one per frame or mosaic tile; --all-frames "
                                 "lists them)\n") &&
                 contains(r.out, "\n    pixel spacing:     3.375 x 3.375 mm (row, column)\n"))
         << r.out;
-    const std::string ct = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
     for (const auto &[options, env] :
          {std::pair<std::string, std::string>{"--read-pixels", ""}, {"", "DICOM_DELAYED_READ=0"}})
-        EXPECT_TRUE(contains(info("--no-attributes " + options, {ct}, env).out,
+        EXPECT_TRUE(contains(info("--no-attributes " + options, {ctI10}, env).out,
                              "\n    value range:       0 .. 1813\n"))
             << options << env;
 }
@@ -156,8 +140,7 @@ QJsonObject pairs(const QJsonValue &bundle) // [name, value] pairs as an object
     return o;
 }
 
-// With the files pydicom writes (info_vs_pydicom.py --fixtures): texts in
-// Latin-1 with a CSA header, and a 32-bit YBR image the record refuses.
+// pydicom's files (info_vs_pydicom.py --fixtures): Latin-1 texts with a CSA header, 32-bit YBR.
 TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTextForm)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -176,13 +159,11 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTex
                              "\n    G0020-4000 = image comments: line one\\r\\nline two\\ttab\n",
                              "\n      Beta:\n", "\n          0000 = a\xC2\xB5\\x01\n"})
         EXPECT_TRUE(contains(r.out, part)) << part;
-    // A tag without items has no "values"; it is the last entry.
     const std::string gamma = "      Gamma:\n        vm = 1\n        vr = DS\n        syngodt = 6\n"
                               "        nitems = 0\n        xx = 77\n";
     EXPECT_TRUE(r.out.size() > gamma.size() && r.out.substr(r.out.size() - gamma.size()) == gamma)
         << r.out;
-    r = info("--no-attributes",
-             {wide, vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10")});
+    r = info("--no-attributes", {wide, ctI10});
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "reading " + wide + " failed: " + refusal + "\n");
     EXPECT_TRUE(contains(r.out, "\n  bits allocated:    32\n  ") &&
@@ -194,8 +175,7 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTex
     EXPECT_EQ(r.out, "");
 
     const std::string dicomDir = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/DIRFILE");
-    r = info("--json --all-frames",
-             {mosaic(), wide, texts, enhanced(), dicomDir, "/nonexistent.dcm"});
+    r = info("--json --all-frames", {mosaic, wide, texts, enhanced, dicomDir, "/nonexistent.dcm"});
     EXPECT_EQ(r.status, 1);
     QJsonParseError error;
     const QJsonArray files =
@@ -203,9 +183,8 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTex
     EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
     ASSERT_EQ(files.size(), 6);
 
-    // The same values as the text form (the rest against pydicom in info_vs_pydicom.py).
     const QJsonObject m = files[0].toObject(), image = m["images"][0].toObject();
-    EXPECT_TRUE(m["file"].toString().toStdString() == mosaic() && m["ok"].toBool());
+    EXPECT_TRUE(m["file"].toString().toStdString() == mosaic && m["ok"].toBool());
     EXPECT_EQ(m["layer"]["rows"].toInt() * 100 + m["imageCount"].toInt(), 384 * 100 + 35);
     EXPECT_NEAR(image["position"][1].toDouble(), -144.868087, 1e-4); // the first tile
     EXPECT_TRUE(image["oblique"].toBool() && image["valueRange"].isNull());

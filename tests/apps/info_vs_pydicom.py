@@ -1,16 +1,8 @@
 #!/usr/bin/python3
-"""`vxdicom info --json` on every shared DICOM file (and a few pydicom writes for
-what they lack) against readers that do not share our DCMTK base.
-
-    info_vs_pydicom.py --vxdicom BIN [--reference pydicom|gdcmdump] [FILE|DIR ...]
-    info_vs_pydicom.py --fixtures OUTDIR   (the files of the C++ info tests)
-
-Per image: sizes, bits, samples, spacing, position, directions, oblique, slice
-location (mosaic tiles and enhanced frames, placed by the module: sizes only).
-pydicom (gdcmdump where it has no value) also gives the attribute parameters,
-nibabel the CSA headers. Status 0 agree, 1 disagree, 77 skipped.
-"""
-import argparse, codecs, json, math, os, re, shutil, struct, subprocess, sys, tempfile, warnings
+"""`vxdicom info --json` on every shared file (and a few pydicom writes) against pydicom
+(gdcmdump where it has no value; nibabel for CSA headers) or gdcmdump alone; --fixtures OUTDIR
+writes the C++ info tests' files. Status 0 agree, 1 disagree, 77 skipped."""
+import argparse, codecs, json, math, os, re, shutil, struct, subprocess, sys, tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SHARED = os.path.normpath(os.path.join(HERE, "..", "..", "..", "shared", "data"))
@@ -31,13 +23,11 @@ def dataset(path, rows, columns, bits, pixels, **values):
     meta.TransferSyntaxUID = ExplicitVRLittleEndian
     ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
     ds.is_little_endian, ds.is_implicit_VR = True, False
-    ds.SOPClassUID, ds.SOPInstanceUID = meta.MediaStorageSOPClassUID, meta.MediaStorageSOPInstanceUID
-    ds.Modality, ds.SamplesPerPixel, ds.PhotometricInterpretation = "MR", 1, "MONOCHROME2"
-    ds.Rows, ds.Columns = rows, columns
-    ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = bits, bits, bits - 1, 0
-    for k, v in values.items():
+    for k, v in {**dict(SOPClassUID=meta.MediaStorageSOPClassUID, SOPInstanceUID=meta.MediaStorageSOPInstanceUID,
+                        Modality="MR", SamplesPerPixel=1, PhotometricInterpretation="MONOCHROME2", Rows=rows,
+                        Columns=columns, BitsAllocated=bits, BitsStored=bits, HighBit=bits - 1,
+                        PixelRepresentation=0), **values, "PixelData": pixels.tobytes()}.items():
         setattr(ds, k, v)
-    ds.PixelData = pixels.tobytes()
     return ds
 
 
@@ -63,13 +53,12 @@ def write_fixtures(out):
 def write_synthetic(folder):
     import numpy as np
     series = os.path.join(folder, "oblique")
-    subprocess.run(["/usr/bin/python3", os.path.join(HERE, "..", "support", "make_series.py"), series,
-                    "--rows", "12", "--columns", "16", "--slices", "2", "--modality", "MR", "--spacing", "0.8",
-                    "--row-spacing", "0.5", "--orientation", "oblique"], check=True, stderr=subprocess.DEVNULL)
+    subprocess.run(["/usr/bin/python3", os.path.join(HERE, "..", "support", "make_series.py"), series] +
+                   "--rows 12 --columns 16 --slices 2 --modality MR --spacing 0.8 --row-spacing 0.5 "
+                   "--orientation oblique".split(), check=True, stderr=subprocess.DEVNULL)
     name = os.path.join(folder, "frames3.dcm")
     ds = dataset(name, 5, 7, 16, np.arange(105, dtype=np.uint16), SpacingBetweenSlices="2.5",
-                 PixelSpacing=["0.6", "0.9"], NumberOfFrames=3)
-    ds.BitsStored, ds.HighBit = 12, 11
+                 PixelSpacing=["0.6", "0.9"], NumberOfFrames=3, BitsStored=12, HighBit=11)
     ds.add_new((0x0020, 0x0030), "DS", ["-10.5", "20", "7.25"])
     ds.add_new((0x0020, 0x0035), "DS", ["0", "1", "0", "0", "0", "-1"])
     ds.save_as(name, write_like_original=False)
@@ -77,11 +66,9 @@ def write_synthetic(folder):
 
 
 def collect(paths):
-    files = []
-    for p in paths:
-        for root, _, names in (os.walk(p) if os.path.isdir(p) else [("", None, [p])]):
-            files += [os.path.join(root, n) for n in names if n not in ("README.md", "LICENSE", "notes.txt")]
-    return sorted(files)
+    return sorted(os.path.join(root, n) for p in paths for root, _, names in
+                  (os.walk(p) if os.path.isdir(p) else [("", None, [p])])
+                  for n in names if n not in ("README.md", "LICENSE", "notes.txt"))
 
 
 def numbers(text):
@@ -97,14 +84,11 @@ class Reference:
 
     def __init__(self, path, mode):
         self.path, self.ds, self.gdcm, self.from_gdcm = path, None, None, 0
-        if mode == "pydicom":
-            import pydicom
-            try:
-                with warnings.catch_warnings():
-                    warnings.simplefilter("ignore")
-                    self.ds = pydicom.dcmread(path, force=True)
-            except Exception:
-                pass
+        import pydicom
+        try:
+            self.ds = pydicom.dcmread(path, force=True) if mode == "pydicom" else None
+        except Exception:
+            pass
 
     def _gdcm(self):
         if self.gdcm is None:
@@ -121,8 +105,7 @@ class Reference:
         return tag in self.ds if self.ds is not None else tag in self._gdcm()
 
     def text(self, tag):
-        """The value as text (values joined with '\\'); None when absent or empty."""
-        if self.ds is not None:
+        if self.ds is not None:  # values joined with '\\'; None when absent or empty
             if tag not in self.ds:
                 return None
             try:
@@ -177,8 +160,7 @@ def expected_image(ref):
     return e
 
 
-def mosaic_tiles(path, ref):
-    """Images in a Siemens mosaic (nibabel's CSA reader, else (0019,100A)); None otherwise."""
+def mosaic_tiles(path, ref):  # nibabel's CSA reader, else (0019,100A); None: no mosaic
     if "MOSAIC" not in (ref.text((0x0008, 0x0008)) or "").upper():
         return None
     try:
@@ -186,11 +168,9 @@ def mosaic_tiles(path, ref):
         from nibabel.nicom import csareader
         ds = pydicom.dcmread(path, stop_before_pixels=True)
         n = csareader.get_n_mosaic(csareader.read(ds[0x0029, 0x1010].value))
-        if n:
-            return int(n)
     except Exception:
-        pass
-    n = ref.number((0x0019, 0x100A))
+        n = None
+    n = n or ref.number((0x0019, 0x100A))
     return int(n) if n else None
 
 
@@ -199,20 +179,18 @@ def close(a, b, absolute, relative=1e-6):
 
 
 def compare_image(check, rec, exp, placed):
-    for key, theirs in (("width", exp["columns"]), ("height", exp["rows"]), ("bitsStored", exp["bitsStored"])):
+    same = [("width", exp["columns"]), ("height", exp["rows"]), ("bitsStored", exp["bitsStored"])]
+    if not placed:  # 1-bit data unpacked to bytes
+        same += [("bytesPerSample", max(1, (exp["bitsAllocated"] + 7) // 8)), ("samplesPerPixel",
+                 exp["samplesPerPixel"]), ("hasPosition", exp["hasPosition"]), ("oblique", exp["oblique"])]
+    for key, theirs in same:
         check(key, rec[key], theirs, rec[key] == theirs)
     if placed:
         return
-    check("bytesPerSample", rec["bytesPerSample"], exp["bitsAllocated"],  # 1-bit data unpacked to bytes
-          rec["bytesPerSample"] == max(1, (exp["bitsAllocated"] + 7) // 8))
-    check("samplesPerPixel", rec["samplesPerPixel"], exp["samplesPerPixel"],
-          rec["samplesPerPixel"] == exp["samplesPerPixel"])
     for key, tolerance in (("pixelSpacing", 0), ("position", 1e-4), ("rowDirection", 2e-6),
                            ("columnDirection", 2e-6), ("normal", 2e-6)):
         if key != "position" or (exp["hasPosition"] and rec["hasPosition"]):
             check(key, rec[key], exp[key], all(close(a, b, tolerance) for a, b in zip(rec[key], exp[key])))
-    for key in ("hasPosition", "oblique"):
-        check(key, rec[key], exp[key], rec[key] == exp[key])
     location = (rec["frame"] - 1) * exp["frameSpacing"] if exp["frames"] > 1 else exp["sliceLocation"]
     check("sliceLocation", rec["sliceLocation"], location, close(rec["sliceLocation"], location, 2e-4))
     check("valueRange", rec["valueRange"], None, rec["valueRange"] is None)
@@ -245,8 +223,7 @@ def compare_attributes(check, ds, attributes):
     check("attribute parameters not in the file", sorted(names - expected), [], not names - expected)
 
 
-def first_long_item(raw):
-    """The first tag with an item longer than 255 bytes (a full 32-bit walk), or None."""
+def first_long_item(raw):  # the first tag with an item longer than 255 bytes, or None
     pos = 16
     for t in range(struct.unpack_from("<I", raw, 8)[0]):
         n_items, pos = struct.unpack_from("<I", raw, pos + 76)[0], pos + 84
@@ -271,8 +248,8 @@ def compare_csa(check, raw, ours, name):
     for (our_name, our_tag), (their_name, tag) in zip(ours[:n], theirs[:n]):
         their_name, fields = item_text(their_name), dict(our_tag)
         check("%s tag %d name" % (name, tag["tag_no"]), our_name, their_name, our_name == their_name)
-        for key, their in (("vm", tag["vm"]), ("vr", item_text(tag["vr"])), ("syngodt", tag["syngodt"]),
-                           ("nitems", tag["n_items"])):
+        for key, their in zip(("vm", "vr", "syngodt", "nitems"),
+                              (tag["vm"], item_text(tag["vr"]), tag["syngodt"], tag["n_items"])):
             check("%s %s %s" % (name, their_name, key), fields.get(key), their, fields.get(key) == their)
         if tag["tag_no"] == long_at:
             continue  # its items derail the module's walk
@@ -302,8 +279,8 @@ def compare(args, files):
     def report(path, what, our, their, ok):
         if not ok:
             problems.append("%s: %s: vxdicom %r, reference %r" % (path, what, our, their))
-    report("vxdicom info", "exit status", proc.returncode, 0, proc.returncode == 0)
-    report("vxdicom info", "standard error", stderr, "", stderr == "")
+    report("vxdicom info", "exit status and standard error", (proc.returncode, stderr), (0, ""),
+           (proc.returncode, stderr) == (0, ""))
     for path in files:
         r = ours.get(path)
         check = lambda what, our, their, ok: report(path, what, our, their, ok)
@@ -362,18 +339,13 @@ def main():
     if args.fixtures:
         return write_fixtures(args.fixtures)
     try:
-        import pydicom, numpy  # noqa: F401
-        if args.reference == "pydicom":
-            import nibabel.nicom.csareader  # noqa: F401
+        import pydicom, numpy, nibabel.nicom.csareader  # noqa: F401
     except ImportError as e:
-        print("skipped: %s (python3-pydicom, python3-numpy, python3-nibabel)" % e)
-        return SKIP
+        return print("skipped: %s (python3-pydicom, python3-numpy, python3-nibabel)" % e) or SKIP
     if not shutil.which("gdcmdump"):
-        print("skipped: gdcmdump is not installed (Debian libgdcm-tools)")
-        return SKIP
+        return print("skipped: gdcmdump is not installed (Debian libgdcm-tools)") or SKIP
     if not args.paths and not os.path.isdir(SHARED):
-        print("skipped: %s is not there; real scanner files are needed" % SHARED)
-        return SKIP
+        return print("skipped: %s is not there; real scanner files are needed" % SHARED) or SKIP
     with tempfile.TemporaryDirectory(prefix="vxinfo-") as folder:
         return compare(args, collect(args.paths or [SHARED]) + write_synthetic(folder))
 

@@ -1,6 +1,5 @@
-// The faults the fuzz targets found, each with its input made here. Under the
-// sanitizers a return of the fault fails on its own (undefined behaviour, a
-// leak); the assertions check what the code must do instead.
+// The faults the fuzz targets found, each with its input made here (under the sanitizers a
+// return of the fault fails on its own; the assertions check what the code must do instead).
 
 #include "tests/hostile/Hostile.h"
 
@@ -15,8 +14,7 @@ using namespace hostile;
 
 namespace {
 
-// A DICOMDIR with one IMAGE record of the given type, or an empty Directory
-// Record Sequence when `recordType` is null.
+// A DICOMDIR with one IMAGE record of that type, or no records when `recordType` is null.
 Bytes dicomDir(const char *recordType)
 {
     Bytes record, dataSet;
@@ -38,8 +36,7 @@ Bytes dicomDir(const char *recordType)
     return part10File("1.2.840.10008.1.3.10", "1.2.840.10008.1.2.1", dataSet);
 }
 
-// A stored policy number outside the five bits was cast into an enumeration
-// without such a value.
+// A stored policy number outside the five bits was cast into an enumeration without it.
 TEST(FuzzRegression, StoredPolicyNumbersOutsideTheBitsReadBackUnchanged)
 {
     DicomLoadOption option;
@@ -52,10 +49,8 @@ TEST(FuzzRegression, StoredPolicyNumbersOutsideTheBitsReadBackUnchanged)
     EXPECT_EQ(option.getOption(3), DicomLoadOption::Linear);
 }
 
-// A record type longer than a code string made DCMTK throw while parsing and
-// leak the data set, also as one value of a record sequence nested in the
-// record; an empty record sequence handed memcpy a null buffer. The records
-// are read as plain items: the sequences keep their tag, the IDs are found.
+// A record type longer than a code string (also nested) made DCMTK throw and leak the data
+// set; an empty record sequence handed memcpy a null buffer.
 TEST(FuzzRegression, DicomDirsWithOverlongRecordTypesOrNoRecordsAreRead)
 {
     vxtest::TempDir dir;
@@ -68,31 +63,24 @@ TEST(FuzzRegression, DicomDirsWithOverlongRecordTypesOrNoRecordsAreRead)
                   inner.end());
     put(nested, records.value + 4, read(nested, records.value + 4, 4) + uint32_t(inner.size()), 4);
     put(nested, records.lengthField, records.length + uint32_t(inner.size()), 4);
-    const struct
-    {
-        const char *name;
-        Bytes bytes;
-        int names;
-    } rows[] = {{"DICOMDIR", dicomDir("PATIENTPATIENTPATIENT"), 2},
-                {"NESTED", nested, 2},
-                {"EMPTY", dicomDir(nullptr), 1}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        const std::string path = dir.file(row.name);
-        vxtest::writeFileBytes(path, row.bytes);
+    for (const auto &[name, bytes, n] :
+         {std::tuple("DICOMDIR", dicomDir("PATIENTPATIENTPATIENT"), 2),
+          std::tuple("NESTED", nested, 2), std::tuple("EMPTY", dicomDir(nullptr), 1)}) {
+        SCOPED_TRACE(name);
+        const std::string path = dir.file(name);
+        vxtest::writeFileBytes(path, bytes);
         VxDicomFile file(path.c_str(), 0, 1);
         ASSERT_TRUE(file.isDicomDir());
         EXPECT_NE(dicom::dicomFindElement(file.data, 0x0004, 0x1220), nullptr);
         EXPECT_EQ(dicom::dicomFindElement(file.data, 0x0004, 0x1221), nullptr);
         KcDArray<KcString> names;
         names.append(path);
-        EXPECT_EQ(extractDicomDir(&file, names), row.names);
-        EXPECT_EQ(names.last(), row.names == 2 ? dir.file("IMAGES/IM000001") : path);
+        EXPECT_EQ(extractDicomDir(&file, names), n);
+        EXPECT_EQ(names.last(), n == 2 ? dir.file("IMAGES/IM000001") : path);
     }
 }
 
-// A meta group length claiming the whole file made DCMTK read Pixel Data into
-// the meta header, and the file gave no image.
+// A meta group length claiming the whole file made DCMTK read the data set into the meta header.
 TEST(FuzzRegression, MetaGroupLengthClaimingTheWholeFileLeavesTheDataSetWhereItIs)
 {
     VX_REQUIRE_SHARED_DATA();

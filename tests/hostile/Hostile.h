@@ -1,8 +1,7 @@
 #pragma once
 
-// Byte surgery on real explicit VR little endian Part 10 files (the test's own
-// element walk, top level only, so the edits do not depend on the reader they
-// break), and loads through the reader's pipeline with the facts of the fields.
+// Byte surgery on real explicit VR little endian files with the test's own element walk (so the
+// edits do not depend on the reader they break), and loads through the reader's pipeline.
 
 #include "platform/core/KcDArray.h"
 #include "platform/core/VxMessage.h"
@@ -14,12 +13,9 @@
 
 #include <zlib.h>
 
-#include <cstdint>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace hostile {
 
@@ -35,8 +31,7 @@ inline const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
 inline uint32_t read(const Bytes &b, size_t at, size_t n)
 {
     uint32_t v = 0;
-    std::memcpy(&v, &b.at(at + n - 1) - (n - 1), n);
-    return v;
+    return std::memcpy(&v, &b.at(at + n - 1) - (n - 1), n), v;
 }
 inline void put(Bytes &b, size_t at, uint32_t v, size_t n)
 {
@@ -49,19 +44,13 @@ inline void append(Bytes &b, const Bytes &more)
 inline Bytes le(uint32_t v, size_t n)
 {
     Bytes b(n);
-    put(b, 0, v, n);
-    return b;
+    return put(b, 0, v, n), b;
 }
-inline Bytes text(const std::string &s)
+inline Bytes text(const std::string &s) // padded with a blank to an even length
 {
-    Bytes b(s.begin(), s.end());
-    if (b.size() % 2)
-        b.push_back(' ');
-    return b;
+    return s.size() % 2 ? text(s + " ") : Bytes(s.begin(), s.end());
 }
-
-// The VRs with two reserved bytes and a 32-bit length.
-inline bool longForm(const char *vr)
+inline bool longForm(const char *vr) // two reserved bytes and a 32-bit length
 {
     return std::string("OBODOFOLOVOWSQSVUCUNURUTUV").find(std::string(vr, 2)) % 2 == 0;
 }
@@ -74,20 +63,17 @@ struct Element
     char vr[3] = {};
 };
 
-/// The element with that tag (meta group on, up to Pixel Data); throws when absent unless
-/// `orNext`, which gives the first element after where it would be.
+/// The element with that tag, or with `orNext` the first after where it would be; else throws.
 inline Element findElement(const Bytes &file, uint16_t group, uint16_t element, bool orNext = false)
 {
     for (size_t pos = 132; pos + 8 <= file.size();) {
         Element e;
-        e.offset = pos;
-        e.group = uint16_t(read(file, pos, 2));
+        e.offset = pos, e.group = uint16_t(read(file, pos, 2));
         e.element = uint16_t(read(file, pos + 2, 2));
         std::memcpy(e.vr, &file[pos + 4], 2);
         e.lengthSize = longForm(e.vr) ? 4 : 2;
         e.lengthField = pos + (e.lengthSize == 4 ? 8 : 6);
-        e.length = read(file, e.lengthField, e.lengthSize);
-        e.value = e.lengthField + e.lengthSize;
+        e.length = read(file, e.lengthField, e.lengthSize), e.value = e.lengthField + e.lengthSize;
         if ((uint32_t(e.group) << 16 | e.element) >= (uint32_t(group) << 16 | element)) {
             if (orNext || (e.group == group && e.element == element))
                 return e;
@@ -111,35 +97,28 @@ inline Bytes withUS(Bytes file, uint16_t group, uint16_t element, uint16_t value
     return file;
 }
 
-/// One element: tag, VR, length (0xFFFFFFFF when undefined; no delimiter added), value.
+/// One element (length 0xFFFFFFFF when undefined; no delimiter added).
 inline Bytes encodeElement(uint16_t group, uint16_t element, const char *vr, const Bytes &value,
                            bool undefinedLength = false)
 {
-    Bytes b = le(group, 2);
-    append(b, le(element, 2));
+    Bytes b = le(uint32_t(element) << 16 | group, 4);
     b.insert(b.end(), vr, vr + 2);
-    const uint32_t n = undefinedLength ? 0xFFFFFFFFu : uint32_t(value.size());
+    append(b, le(undefinedLength ? 0xFFFFFFFFu : uint32_t(value.size()), longForm(vr) ? 4 : 2));
     if (longForm(vr))
-        append(b, le(0, 2));
-    append(b, le(n, longForm(vr) ? 4 : 2));
-    append(b, value);
-    return b;
+        b.insert(b.begin() + 6, 2, 0);
+    return append(b, value), b;
 }
-
 inline Bytes encodeItem(const Bytes &content, bool undefinedLength = false, uint16_t tag = 0xE000)
 {
-    Bytes b = le(0xFFFE, 2);
-    append(b, le(tag, 2));
+    Bytes b = le(uint32_t(tag) << 16 | 0xFFFE, 4);
     append(b, le(undefinedLength ? 0xFFFFFFFFu : uint32_t(content.size()), 4));
-    append(b, content);
-    return b;
+    return append(b, content), b;
 }
 inline Bytes sequenceDelimiter()
 {
     return encodeItem({}, false, 0xE0DD);
 }
 
-/// The encoded elements inserted where (group, element) is or would be.
 inline Bytes insertedBefore(Bytes file, uint16_t group, uint16_t element, const Bytes &encoded)
 {
     const size_t at = findElement(file, group, element, true).offset;
@@ -147,7 +126,7 @@ inline Bytes insertedBefore(Bytes file, uint16_t group, uint16_t element, const 
     return file;
 }
 
-/// A private creator and `depth` private sequences, each item holding the next.
+/// A private creator and `depth` nested private sequences.
 inline Bytes nestedSequences(int depth, bool undefinedLengths)
 {
     Bytes b = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE"));
@@ -179,7 +158,6 @@ inline Bytes sequenceWithoutDelimiters()
     return b;
 }
 
-/// Preamble, "DICM", a meta group with the SOP class and transfer syntax, then `dataSet`.
 inline Bytes part10File(const std::string &sopClass, const std::string &syntax,
                         const Bytes &dataSet)
 {
@@ -200,7 +178,6 @@ inline Bytes part10File(const std::string &sopClass, const std::string &syntax,
     return file;
 }
 
-/// Raw deflate, as a deflated data set is stored.
 inline Bytes deflate(const Bytes &data)
 {
     z_stream z{};
@@ -223,7 +200,7 @@ struct LoadOutcome
     std::vector<std::string> fields; ///< "5 x 42 x 64, 2 bytes, samples HASH"
 };
 
-/// vxReadDicom in silent mode, header only (delayed) or with every pixel at once.
+/// vxReadDicom silently, header only (delayed) or with every pixel at once.
 inline LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed)
 {
     vxtest::ScopedEnv env("DICOM_DELAYED_READ", delayed ? "1" : "0");
@@ -253,7 +230,6 @@ inline LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed
     return out;
 }
 
-/// The console line "reading NAME failed: ...", or "".
 inline std::string failureLine(const std::string &console, const std::string &name)
 {
     std::istringstream in(console);
@@ -269,7 +245,6 @@ inline bool readLine(const std::string &console, const std::string &name)
     return ("\n" + console).find("\n+ " + name + "\n") != std::string::npos;
 }
 
-/// TMPDIR points at a fresh folder while the object lives.
 struct WatchedTempDir
 {
     vxtest::TempDir dir;

@@ -1,6 +1,5 @@
-// Headers that claim more memory than any machine has are refused with a
-// message before anything of that size is allocated (the largest allocation
-// of the whole load is watched); the intact series of the load still loads.
+// Headers claiming more memory than any machine has are refused before anything of that size
+// is allocated (the largest allocation of the load is watched); the intact series still loads.
 
 #include "tests/hostile/AllocationWatch.h"
 #include "tests/hostile/Hostile.h"
@@ -9,13 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 using namespace hostile;
 
 namespace {
 
-// Far more than the real images need, far less than the broken headers claim.
 constexpr size_t kAllowedAllocation = size_t(256) << 20;
 
 class ResourceLimits : public ::testing::Test
@@ -31,13 +27,10 @@ protected:
 
     std::string write(const std::string &name, const Bytes &bytes)
     {
-        vxtest::writeFileBytes(dir.file(name), bytes);
-        return dir.file(name);
+        return vxtest::writeFileBytes(dir.file(name), bytes), dir.file(name);
     }
 
-    // Loads the series with the broken files (name -> refusal) in both reading
-    // modes: each refusal is named, the series gives its field, and no
-    // allocation reaches the limit.
+    // The series with the broken files (name, refusal) in both reading modes.
     void expectRefused(const std::vector<std::pair<std::string, std::string>> &broken)
     {
         std::vector<std::string> names = series;
@@ -69,9 +62,8 @@ Bytes withImage(Bytes file, uint16_t rows, uint16_t columns, uint16_t samples)
     return withUS(withUS(file, 0x0028, 0x0101, 8), 0x0028, 0x0102, 7);
 }
 
-// 65535 x 65535 pixels of four samples (17 GB a frame), native, RLE, JPEG-LS,
-// JPEG 2000; RLE frames of 1 GiB from 66-byte fragments (one replicate run
-// gives 128 bytes at most).
+// 65535 x 65535 pixels of four samples, native, RLE, JPEG-LS, JPEG 2000; RLE frames of 1 GiB
+// from 66-byte fragments; lengths claiming gigabytes, also deflated (found by fuzzing).
 TEST_F(ResourceLimits, HeadersClaimingGigabytesAreRefusedBeforeAllocation)
 {
     std::vector<std::string> huge = {write("huge_native.dcm", withImage(source, 65535, 65535, 4))};
@@ -92,22 +84,17 @@ TEST_F(ResourceLimits, HeadersClaimingGigabytesAreRefusedBeforeAllocation)
                                   encodeElement(0x0028, 0x0008, "IS", text("64")));
         file.resize(findElement(file, 0x7FE0, 0x0010).value);
         append(file, encodeItem({})); // empty offset table
-        for (int k = 0; k < frames; ++k) {
-            Bytes frame(64, 0);
-            put(frame, 0, 1, 4);  // one segment
-            put(frame, 4, 64, 4); // right after the header
-            frame.insert(frame.end(), {0x81, 0x00});
+        Bytes frame(66, 0);           // one segment, right after the header, one replicate run
+        put(frame, 0, 1, 4), put(frame, 4, 64, 4), frame[64] = 0x81;
+        for (int k = 0; k < frames; ++k)
             append(file, encodeItem(frame));
-        }
         append(file, sequenceDelimiter());
         const std::string path = write("rle" + std::to_string(frames) + ".dcm", file);
         reasons.push_back({path, "RLE data of " + std::to_string(66 * frames) +
                                      " bytes cannot hold " + std::to_string(frames) +
                                      " frame(s) of 1073741824 bytes"});
     }
-    // Found by fuzzing: a length claiming gigabytes made DCMTK allocate it
-    // before reading the value, in a deflated data set as well; the minimised
-    // input is a bare data set whose second tag claims 0xBDBDBDBD bytes.
+    // The fuzzer's minimised input: a bare data set whose second tag claims 0xBDBDBDBD bytes.
     Bytes dataSet = encodeElement(0x0008, 0x0060, "CS", text("MR"));
     append(dataSet, encodeElement(0x0009, 0x0010, "LO", text("VXTEST")));
     Bytes claim = encodeElement(0x0009, 0x1001, "OB", Bytes(8, 0xBD));
@@ -124,9 +111,8 @@ TEST_F(ResourceLimits, HeadersClaimingGigabytesAreRefusedBeforeAllocation)
     expectRefused(reasons);
 }
 
-// A limit of 1 MiB turns away a 35-slice series (4.6 MB) before its volume is
-// allocated, and a 520-frame enhanced file (6.6 MB) when its pixels are read;
-// the 27 KB series loads.
+// A limit of 1 MiB turns away a 35-slice series before its volume is allocated and a 520-frame
+// enhanced file when its pixels are read; the small series loads.
 TEST_F(ResourceLimits, MemoryLimitAppliesToRealVolumes)
 {
     dicom::dicomSetMemoryLimit(uint64_t(1) << 20);

@@ -1,7 +1,5 @@
-// The viewer window as a user drives it: real widgets offscreen, DICOM opened
-// on the worker thread, clicks, drags, sliders and dialogs. Positions are
-// checked against the field's transformation and, for series make_series.py
-// writes with pydicom, against the generator's value at a patient position.
+// The viewer window as a user drives it (offscreen, DICOM opened on the worker thread); positions
+// against the field's transformation and make_series.py's value at a patient position.
 
 #include "apps/vxdicom/view/ViewerWindow.h"
 #include "apps/vxdicom/view/ConsolePane.h"
@@ -27,8 +25,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -40,7 +36,6 @@ namespace {
 
 const View kViews[3] = {View::Axial, View::Coronal, View::Sagittal};
 
-// The series make_series.py writes once per run: their folder, or why not.
 const vxtest::TempDir &synthetic(std::string *error)
 {
     static vxtest::TempDir dir;
@@ -65,7 +60,6 @@ const vxtest::TempDir &synthetic(std::string *error)
     return dir;
 }
 
-// make_series.py's value at a patient position (mm, LPS), rescaled: CT in HU.
 double generatorValue(const Vec3 &p, bool ct)
 {
     const double s = 300.0 * std::sin(p[0] / 13.0) + 200.0 * std::cos(p[1] / 17.0) + 2.0 * p[2];
@@ -76,24 +70,19 @@ double generatorValue(const Vec3 &p, bool ct)
 double storedSample(const VxField3 &field, const std::array<int, 3> &v)
 {
     const VxLattice3 &lat = *field.lattice();
-    const size_t n = lat.voxelBytes();
-    const auto *p = static_cast<const unsigned char *>(lat.data()) +
-                    ((size_t(v[2]) * lat.dim(1) + v[1]) * lat.dim(0) + v[0]) * n;
-    int16_t s16;
-    uint16_t u16;
-    int32_t s32;
-    float f;
+    const void *p = static_cast<const unsigned char *>(lat.data()) +
+                    ((size_t(v[2]) * lat.dim(1) + v[1]) * lat.dim(0) + v[0]) * lat.voxelBytes();
     switch (lat.primType().id()) {
     case KcPrimType::Int16:
-        return std::memcpy(&s16, p, 2), s16;
+        return *static_cast<const int16_t *>(p);
     case KcPrimType::UInt16:
-        return std::memcpy(&u16, p, 2), u16;
+        return *static_cast<const uint16_t *>(p);
     case KcPrimType::Int32:
-        return std::memcpy(&s32, p, 4), s32;
+        return *static_cast<const int32_t *>(p);
     case KcPrimType::Float:
-        return std::memcpy(&f, p, 4), f;
+        return *static_cast<const float *>(p);
     default:
-        return *p;
+        return *static_cast<const unsigned char *>(p);
     }
 }
 
@@ -120,7 +109,6 @@ CursorText cursorText(QLabel *label)
     return t;
 }
 
-// A press, move and release with one button, as the window system delivers them.
 void drag(QWidget *w, Qt::MouseButton button, QPointF from, QPointF to)
 {
     for (const auto &[type, pos] :
@@ -159,7 +147,7 @@ protected:
         VxObjectPool::instance()->clear();
     }
 
-    // Opens as File > Open does, or as a drop of the files on the window.
+    // As File > Open does, or as a drop of the files on the window.
     OpenOutcome open(const std::string &path, bool dropped = false)
     {
         QSignalSpy ended(window.get(), &ViewerWindow::openFinished);
@@ -181,7 +169,6 @@ protected:
 
     OrthoViewer *viewer() const { return window->viewer(); }
 
-    // The axial slider to the voxel's slice, then a click on it in the axial view.
     void pickVoxel(const std::array<int, 3> &voxel)
     {
         SliceView *axial = viewer()->sliceView(View::Axial);
@@ -255,8 +242,7 @@ TEST_P(SeriesGeometry, EdgeLettersAndTheCrossHairAgreeWithTheFieldTransformation
         }
     }
 
-    // One voxel's reach right (or down) on the screen moves the patient
-    // position the way the letter on that edge says.
+    // One voxel's reach right (or down) moves the patient position as that edge's letter says.
     for (View view : kViews) {
         SliceView *sv = viewer()->sliceView(view);
         const std::array<int, 3> centre = {n0 / 2, n1 / 2, n2 / 2};
@@ -287,25 +273,19 @@ INSTANTIATE_TEST_SUITE_P(
     Series, SeriesGeometry,
     testing::Values(SeriesCase{"sagittal", "dcm_qa/In/Orientation/sag/sagasc35", 0,
                                "R L A P, R L S I, A P S I"},
-                    // Mosaic, image columns 6.2 degrees off posterior, toward inferior.
                     SeriesCase{"axial_tilted", "dcm_qa/In/Orientation/ax/axasc35", 0,
                                "R L AS PI, R L SP IA, AS PI SP IA"},
-                    // Image columns 8.8 degrees off inferior, toward anterior.
                     SeriesCase{"coronal_tilted", "dcm_qa/In/Orientation/cor/corasc35", 0,
                                "R L AS PI, R L SP IA, AS PI SP IA"},
-                    // Rows 13.3 degrees about y: the axial view's rows run a little up.
                     SeriesCase{"oblique_philips", "dcm_qa_philips/In/Magdeburg_2014/fmri", 0,
                                "RI LS A P, RI LS SR IL, A P SR IL"},
-                    // Rows (0.985, 0.174, 0), columns (-0.163, 0.925, -0.342).
                     SeriesCase{"oblique_synthetic", "oblique", 2,
                                "RA LP ASL PIR, RA LP SP IA, ASL PIR SP IA"},
-                    // Slices 2 mm apart with a double gap after slices 3 and 7.
                     SeriesCase{"stacked_synthetic", "stacked", 1, "R L A P, R L S I, A P S I"}),
     [](const testing::TestParamInfo<SeriesCase> &info) { return std::string(info.param.name); });
 
-// With a display the import dialog comes up (on this thread, asked for by the
-// worker) and OK loads the three stacks as one time series; a right drag sets
-// the window; the time slider steps the series.
+// The import dialog (asked for by the worker) loads three stacks as one time series; a right
+// drag sets the window; the time slider steps the series.
 TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -333,8 +313,7 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
     ASSERT_TRUE(time->isEnabled() && time->maximum() == 2);
     SliceView *axial = viewer()->sliceView(View::Axial);
     pickVoxel({32, 30, 4});
-    // The picture's grey follows the window, also after a right drag (60
-    // pixels right and 30 up: wider and darker).
+    // The grey follows the window, also after a right drag (60 right, 30 up: wider and darker).
     const QPoint at = axial->screenPointOf({32, 30, 4}).toPoint();
     const double value = viewer()->cursorValue();
     EXPECT_EQ(qRed(axial->picture().pixel(at)), greyByte(value, viewer()->window()));
@@ -394,8 +373,7 @@ TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
     if (!error.empty())
         GTEST_SKIP() << error;
     const CancelCase &c = GetParam();
-    // The worker waits at a known point of the open until Cancel is pressed,
-    // so the press lands in that phase on every run.
+    // The worker waits at a known point until Cancel is pressed: the press lands in that phase.
     std::atomic<bool> reached{false}, released{false};
     std::string console;
     std::mutex mutex;
@@ -439,20 +417,16 @@ TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
 
 INSTANTIATE_TEST_SUITE_P(
     Phases, CancelOpen,
-    testing::Values(
-        // Reading stops after the file it is at: one header of 60.
-        CancelCase{"WhileReadingTheFiles", "+ ", "1 header loaded from 60 files", "IM00002.dcm",
-                   false},
-        // The stack's pixels stop at the next slice; no field is made.
-        CancelCase{"WhileLoadingThePixels", "creating 1 stack", ": loading interrupted", nullptr,
-                   false},
-        // Closing the window cancels the open, which ends before it closes.
-        CancelCase{"ClosingTheWindow", "creating 1 stack", ": loading interrupted", nullptr, true}),
+    testing::Values(CancelCase{"WhileReadingTheFiles", "+ ", "1 header loaded from 60 files",
+                               "IM00002.dcm", false},
+                    CancelCase{"WhileLoadingThePixels", "creating 1 stack", ": loading interrupted",
+                               nullptr, false},
+                    CancelCase{"ClosingTheWindow", "creating 1 stack", ": loading interrupted",
+                               nullptr, true}),
     [](const testing::TestParamInfo<CancelCase> &info) { return std::string(info.param.name); });
 
-// A drop with a broken file beside the series; the parameter filter; Save as
-// DICOM through its dialog; NRRD saved and reopened in place; the anonymizer;
-// a file that is no volume.
+// A drop with a broken file beside the series; the parameter filter; Save as DICOM through its
+// dialog; NRRD saved and reopened in place; the anonymizer; a file that is no volume.
 TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -470,7 +444,6 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
     EXPECT_TRUE(window->console()->toPlainText().contains(
         QString::fromStdString("reading " + folder + "/broken.dcm failed")));
 
-    // The filter keeps the patient's name and the bundles above it.
     QTreeWidget *tree = window->parameters()->tree();
     window->parameters()->filterEdit()->setText(QStringLiteral("patient name"));
     QStringList shown;
@@ -485,7 +458,6 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
         << shown.join(' ').toStdString();
     EXPECT_LT(shown.size(), 20) << "the filter hides the other attributes";
 
-    // Save as DICOM: the dialog with the attributes in its table writes a file per slice.
     const std::string dicomOut = tmp.file("saved");
     fs::create_directories(dicomOut);
     const QPointer<QTimer> saving =
@@ -540,23 +512,18 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
     EXPECT_EQ(viewer()->field(), reopened);
 }
 
-// The logic the series above do not reach: uneven and sheared cells, refused
-// transformations, the grey of a window.
-TEST(AxisCells, UnevenSlicesReachHalfwayToTheirNeighbours)
+// The logic the series above do not reach: uneven and sheared cells, the grey of a window.
+TEST(ViewLogic, UnevenAndShearedCellsRefusedTransformationsAndGreyBytes)
 {
     AxisSampling a;
     ASSERT_TRUE(AxisSampling::listed({0, 2, 5}, 1, a));
-    // Cells: [-1, 1), [1, 3.5), [3.5, 6.5).
     const double mm[] = {-1.01, -1.0, 0.99, 1.0, 3.49, 3.5, 6.49, 6.5};
     const int sample[] = {-1, 0, 0, 1, 1, 2, 2, -1};
     for (int i = 0; i < 8; ++i)
         EXPECT_EQ(a.sampleAt(mm[i]), sample[i]) << mm[i] << " mm";
     EXPECT_DOUBLE_EQ(a.meanStep(), 2.5);
     EXPECT_FALSE(AxisSampling::listed({0, 2, 2}, 1, a)) << "positions must increase";
-}
 
-TEST(AxisCells, AShearedPlaneIsAParallelogramAndOddTransformationsAreRefused)
-{
     // Axis 1 runs 36.87 degrees off perpendicular: a step moves 0.6 mm right, 0.8 mm down.
     const int dims[3] = {10, 10, 1};
     VxUniformScalarField3 field(dims, KcPrimType::Int16, nullptr);
@@ -576,8 +543,7 @@ TEST(AxisCells, AShearedPlaneIsAParallelogramAndOddTransformationsAreRefused)
     voxelToPlane(frame, p, voxel, x, y);
     EXPECT_NEAR(x, 5.0, 1e-6); // 2 + 5 x 0.6
     EXPECT_NEAR(y, 4.0, 1e-6); // 5 x 0.8
-    // One row lower the row starts 0.6 mm further right: x = 5.45 is column 2
-    // in both rows (an upright grid would put it in column 5).
+    // x = 5.45 is column 2 in both rows (an upright grid would put it in column 5).
     for (const double rowY : {4.0, 4.8}) {
         int back[3] = {0, 0, 0};
         ASSERT_TRUE(planeToVoxel(frame, p, 5.45, rowY, back));
@@ -585,21 +551,15 @@ TEST(AxisCells, AShearedPlaneIsAParallelogramAndOddTransformationsAreRefused)
     }
     EXPECT_FALSE(planeToVoxel(frame, p, -0.6, 0, voxel)) << "left of the parallelogram";
 
-    m = SbMatrix::identity();
-    m[0][3] = 0.5f;
-    field.setTransform(m);
-    EXPECT_FALSE(frameOf(field, frame, &why));
-    EXPECT_EQ(why, "the field's transformation is projective");
-    m = SbMatrix::identity();
-    m[2][2] = 0;
-    field.setTransform(m);
-    EXPECT_FALSE(frameOf(field, frame, &why));
-    EXPECT_EQ(why, "the field's transformation is singular");
-}
+    for (const auto &[row, column, value, reason] :
+         {std::tuple(0, 3, 0.5f, "projective"), std::tuple(2, 2, 0.f, "singular")}) {
+        m = SbMatrix::identity();
+        m[row][column] = value;
+        field.setTransform(m);
+        EXPECT_FALSE(frameOf(field, frame, &why));
+        EXPECT_EQ(why, std::string("the field's transformation is ") + reason);
+    }
 
-TEST(WindowLevel, GreyBytesFollowTheLinearExactFunction)
-{
-    // Width 80, centre 40: 0 at and below 0, 255 from 80, 255/80 per unit.
     const double value[] = {-1000, 0, 0.1, 40, 60, 79.9, 80, 81};
     const int grey[] = {0, 0, 0, 128, 191, 255, 255, 255};
     for (int i = 0; i < 8; ++i)
