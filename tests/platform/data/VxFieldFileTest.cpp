@@ -52,6 +52,14 @@ Outside python(const std::string &args)
     return o;
 }
 
+// Runs a command that must succeed; its output, with what it printed to stderr.
+std::string sh(const std::string &command)
+{
+    std::string out;
+    EXPECT_EQ(vxtest::runCommand(command, &out, true), 0) << command << "\n" << out;
+    return out;
+}
+
 Outside probe(const std::string &path, const std::string &points = "")
 {
     return python("probe " + vxtest::shellQuote(path) + " 60 " + points);
@@ -320,13 +328,9 @@ TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
     for (const auto &[folder, dicomTruth, maxValue] : rows) {
         SCOPED_TRACE(folder);
         vxtest::TempDir dir;
-        std::string log, files;
-        ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -b n -f out -o " +
-                                         vxtest::shellQuote(dir.path()) + " " +
-                                         vxtest::shellQuote(vxtest::sharedPath(folder)),
-                                     &log, true),
-                  0)
-            << log;
+        std::string files;
+        sh("dcm2niix -z n -b n -f out -o " + vxtest::shellQuote(dir.path()) + " " +
+           vxtest::shellQuote(vxtest::sharedPath(folder)));
         VxMessageCapture console; // a 4D series warns that only its first volume is loaded
         LOAD(f, dir.file("out.nii"));
         for (const std::string &p : vxtest::sharedDicomFiles(folder))
@@ -452,10 +456,9 @@ TEST(VxFieldFileNifti, LargeFilesReadTheSameInEveryReader)
     std::memcpy(&voxOffset, bytes.data() + 108, sizeof voxOffset);
     EXPECT_EQ(voxOffset, 4096.0f);
 
-    std::string out;
-    EXPECT_EQ(vxtest::runCommand("gzip -t " + vxtest::shellQuote(packed), &out, true), 0) << out;
     const std::string unpacked = dir.file("unpacked.nii");
-    ASSERT_EQ(vxtest::runCommand("gzip -dc " + vxtest::shellQuote(packed) + " > " + unpacked), 0);
+    sh("gzip -t " + vxtest::shellQuote(packed));
+    sh("gzip -dc " + vxtest::shellQuote(packed) + " > " + unpacked);
     const Bytes reference = vxtest::readFileBytes(unpacked);
     ASSERT_EQ(reference.size(), 352u + sampleBytes);
     EXPECT_TRUE(std::equal(bytes.begin() + 4096, bytes.end(), reference.begin() + 352));
@@ -476,15 +479,10 @@ TEST(VxFieldFileNifti, LargeFilesReadTheSameInEveryReader)
 
     if (!vxtest::haveProgram("nifti_tool"))
         GTEST_SKIP() << "nifti_tool (Debian nifti-bin) is needed for the nifticlib check";
-    EXPECT_EQ(vxtest::runCommand("nifti_tool -check_hdr -check_nim -infiles " + plain, &out, true),
-              0)
-        << out;
+    const std::string out = sh("nifti_tool -check_hdr -check_nim -infiles " + plain);
     EXPECT_EQ(out.find("BAD"), std::string::npos) << out;
     const std::string copy = dir.file("copy.nii");
-    ASSERT_EQ(vxtest::runCommand("nifti_tool -copy_im -prefix " + copy + " -infiles " + packed,
-                                 &out, true),
-              0)
-        << out;
+    sh("nifti_tool -copy_im -prefix " + copy + " -infiles " + packed);
     const Bytes copied = vxtest::readFileBytes(copy);
     ASSERT_EQ(copied.size(), reference.size());
     EXPECT_TRUE(std::equal(copied.begin() + 352, copied.end(), reference.begin() + 352))
@@ -607,10 +605,9 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
                     "type: int16\ndimension: 3\nspace: left-posterior-superior\nsizes: 3 2 2\n"
                     "space directions: (0,5,0) (-5,0,0) (0,0,20)\n" +
                     kEarlierTail +
-                    "space origin: (30,45,140)\nspace units: \"mm\" \"mm\" \"mm\"\ncontent: old "
-                    "format\n"
-                    "vx:ParameterTypes:=UnitLength=f "
-                    "Count=i\nUnitLength:=0.01\nCount:=-7\nModality:=CT\n"
+                    "space origin: (30,45,140)\nspace units: \"mm\" \"mm\" \"mm\"\n"
+                    "content: old format\nvx:ParameterTypes:=UnitLength=f Count=i\n"
+                    "UnitLength:=0.01\nCount:=-7\nModality:=CT\n"
                     "DICOM/All/G0008-103E:=series description [LO]: a\\\\b\\nline two\n"
                     "DICOM/Empty/:=\nDICOM/odd%2Fname%3Ax%3Dy%20z%25:=kept\n\n",
                 {0,   0, 1,   0, 2,   0, 10,  0, 11,  0, 12,  0,
@@ -675,7 +672,7 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
         samples.insert(samples.end(),
                        {static_cast<unsigned char>(n % 2 + 10 * (n / 2 % 3) + 100 * (n / 6)), 0});
     vxtest::writeFileBytes(dir.file("samples.raw"), samples);
-    ASSERT_EQ(vxtest::runCommand("gzip -n " + dir.file("samples.raw")), 0);
+    sh("gzip -n " + dir.file("samples.raw"));
     // Big-endian int32 after 3 junk bytes in a separate file.
     vxtest::writeFileBytes(dir.file("data.raw"), {9, 9, 9, 0, 0, 0, 1, 0xff, 0xff, 0xff, 0xfe});
     // Name, bytes, dimensions, sample type, values and where they lie.
@@ -749,10 +746,7 @@ TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
     const std::string ours = dir.file("ours.nrrd");
     KcString error;
     ASSERT_TRUE(VxFieldFile::saveNrrd(colour, ours.c_str(), true, &error)) << error;
-    std::string out;
-    ASSERT_EQ(vxtest::runCommand("teem-unu save -i " + ours + " -f nrrd -e ascii -o -", &out, true),
-              0)
-        << out;
+    const std::string out = sh("teem-unu save -i " + ours + " -f nrrd -e ascii -o -");
     for (const char *line :
          {"sizes: 3 2 2 1", "kinds: RGB-color domain domain domain",
           "Note:=back\\\\slash\\nnewline", "0 20 40 60 80 100 120 140 160 180 200 220"})
@@ -764,9 +758,7 @@ TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
         bytesOf("NRRD0004\ntype: short\ndimension: 3\nsizes: 2 2 2\n"
                 "space: left-posterior-superior\nspace directions: (0,0,2) (1,0,0) (0,1,0)\n"
                 "space origin: (1,2,3)\nencoding: ascii\n\n0 1 10 11 100 101 110 -111\n"));
-    ASSERT_EQ(vxtest::runCommand("teem-unu save -i " + dir.file("in.nrrd") +
-                                 " -f nrrd -e gzip -o " + dir.file("teem.nrrd")),
-              0);
+    sh("teem-unu save -i " + dir.file("in.nrrd") + " -f nrrd -e gzip -o " + dir.file("teem.nrrd"));
     LOAD(f, dir.file("teem.nrrd"));
     EXPECT_FALSE(f->hasTransform());
     expectValueAt(*f, -111, 2, 3, 5);

@@ -31,7 +31,10 @@ struct RecorderNegotiator : ThreadNegotiator
 
 } // namespace
 
-TEST(NoApplication, EveryStepIsADirectCallOnTheCallingThread)
+// Every negotiator step is a direct call on the calling thread. Even a display
+// forced on cannot be used without an application object: the question goes
+// to the console with the default answer.
+TEST(NoApplication, StepsAreDirectCallsAndQuestionsGoToTheConsole)
 {
     ASSERT_EQ(QCoreApplication::instance(), nullptr);
     std::vector<std::thread::id> seen;
@@ -49,12 +52,7 @@ TEST(NoApplication, EveryStepIsADirectCallOnTheCallingThread)
     ASSERT_EQ(seen.size(), 4u);
     for (const auto &id : seen)
         EXPECT_EQ(id, workerId);
-}
 
-// Even a display forced on cannot be used without an application object:
-// the question goes to the console with the default answer.
-TEST(NoApplication, WarningDialogPrintsAndAnswersTheDefault)
-{
     EXPECT_FALSE(VxWarningDialog::haveDisplay());
     VxWarningDialog::setDisplayOverride(1);
     VxMessageCapture capture;

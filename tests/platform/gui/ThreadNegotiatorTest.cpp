@@ -1,12 +1,9 @@
 #include "platform/gui/ThreadNegotiator.h"
-#include "platform/gui/QxDialog.h"
 
 #include <gtest/gtest.h>
 
-#include <QApplication>
-#include <QBoxLayout>
+#include <QCoreApplication>
 #include <QEventLoop>
-#include <QTest>
 #include <QThread>
 #include <QTimer>
 
@@ -71,20 +68,6 @@ void runWorkerWithEventLoop(const std::function<void()> &work)
     ASSERT_TRUE(finished.load()) << "worker did not finish within 20 s";
 }
 
-// A small modal dialog driven through the negotiator, like the import dialog.
-class ModalDialog : public QxDialog, public ForkedObject
-{
-public:
-    ModalDialog() { setLayout(createButtons(ButtonsOkCancel)); }
-    void putData() override { setWindowTitle(QStringLiteral("DICOM Loader")); }
-    int exec() override { return QDialog::exec(); }
-};
-
-struct ModalNegotiator : ThreadNegotiator
-{
-    ForkedObject *create() override { return new ModalDialog; }
-};
-
 } // namespace
 
 // Called from a worker, each step runs on the GUI thread and returns only
@@ -141,29 +124,4 @@ TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
             EXPECT_TRUE(steps[i].second) << steps[i].first;
         }
     }
-}
-
-// A modal dialog run from a worker is shown on the GUI thread, where Return
-// presses its default button, OK.
-TEST(ThreadNegotiator, ModalDialogRunFromWorkerIsAnsweredOnGuiThread)
-{
-    QTimer presser;
-    QObject::connect(&presser, &QTimer::timeout, [] {
-        if (auto *dialog = dynamic_cast<ModalDialog *>(QApplication::activeModalWidget()))
-            QTest::keyClick(dialog, Qt::Key_Return);
-    });
-    presser.start(10);
-    int result = -1;
-    QString title;
-    runWorkerWithEventLoop([&] {
-        ModalNegotiator negotiator;
-        negotiator.createForkedObject();
-        negotiator.putData();
-        ThreadNegotiator::runOnGuiThread(
-            [&] { title = dynamic_cast<ModalDialog *>(negotiator.forkedObject())->windowTitle(); });
-        result = negotiator.exec();
-        negotiator.deleteForkedObject();
-    });
-    EXPECT_EQ(title, "DICOM Loader");
-    EXPECT_EQ(result, 1);
 }
