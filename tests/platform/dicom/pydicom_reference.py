@@ -1,15 +1,7 @@
 #!/usr/bin/python3
-"""Reference values from pydicom for the dicom:: layer tests; prints JSON.
-
-    files FILE...        per file: image description, native pixel hash, every
-                         top-level element's bytes as stored, and the values of
-                         the elements with a text form ("error" if unreadable)
-    pixels FILE OUT      pixel bytes (little endian) written to OUT
-    make DIR             small native images written by pydicom, NAME.dcm with
-                         NAME.expected, the bytes a decoder must produce
-    refragment IN OUT N BOT  IN's frames split into N fragments each, with
-                         (BOT=1) or without a basic offset table
-"""
+"""Reference values from pydicom for the dicom:: layer tests, as JSON: files FILE... (per file
+the description, pixel hash, top-level element bytes and texts), pixels FILE OUT (little endian
+pixel bytes), make DIR (small images with their expected bytes), refragment IN OUT N BOT."""
 
 import hashlib
 import json
@@ -116,17 +108,14 @@ def files(paths):
 
 
 def make(outdir):
-    """Native layouts the shared scanner files lack (colour by pixel and by
-    plane, 1, 8, 16 signed and 32 bits, odd frame sizes, YBR_FULL_422). The
-    expected bytes come from numpy, not from the writer."""
+    """Native layouts the shared files lack; the expected bytes come from numpy, not the writer."""
     from pydicom.dataset import Dataset, FileMetaDataset
     from pydicom.pixel_data_handlers.numpy_handler import pack_bits
     from pydicom.uid import ExplicitVRLittleEndian, generate_uid
 
     def write(name, rows, cols, frames, spp, bits, photometric, pixels, expected, planar=0,
               signed=0):
-        ds = Dataset()
-        ds.file_meta = FileMetaDataset()
+        ds, ds.file_meta = Dataset(), FileMetaDataset()
         ds.file_meta.MediaStorageSOPClassUID = ds.SOPClassUID = "1.2.840.10008.5.1.4.1.1.7"
         ds.file_meta.MediaStorageSOPInstanceUID = ds.SOPInstanceUID = generate_uid()
         ds.file_meta.TransferSyntaxUID = ExplicitVRLittleEndian
@@ -134,10 +123,8 @@ def make(outdir):
         ds.StudyInstanceUID, ds.SeriesInstanceUID = generate_uid(), generate_uid()
         ds.Modality, ds.ConversionType, ds.PatientName, ds.PatientID = "OT", "WSD", "Made^Py", "M1"
         ds.SamplesPerPixel, ds.PhotometricInterpretation = spp, photometric
-        if spp > 1:
-            ds.PlanarConfiguration = planar
-        if frames > 1:
-            ds.NumberOfFrames = frames
+        ds.update({"PlanarConfiguration": planar} if spp > 1 else {})
+        ds.update({"NumberOfFrames": frames} if frames > 1 else {})
         ds.Rows, ds.Columns, ds.BitsAllocated, ds.BitsStored = rows, cols, bits, bits
         ds.HighBit, ds.PixelRepresentation = bits - 1, signed
         ds.PixelData = pixels + (b"\0" if len(pixels) % 2 else b"")
