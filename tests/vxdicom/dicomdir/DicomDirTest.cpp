@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -146,23 +147,6 @@ Ids expectedNames(const std::string &dicomDir)
 
 } // namespace
 
-TEST(DicomDirExtraction, PydicomsDicomDirsInEveryEncodingGiveEveryRecordsFileInOrder)
-{
-    vxtest::TempDir dir;
-    for (const char *syntax : {"explicit", "implicit", "big"})
-        for (const char *lengths : {"", "--undefined-lengths"}) {
-            SCOPED_TRACE(std::string(syntax) + " " + lengths);
-            // Odd-length IDs padded with a blank; each record holds an icon
-            // image sequence whose own file ID is not a record's.
-            const std::string path = dir.file(std::string("DIR_") + syntax + lengths);
-            makeDicomDir(path, {"IMAGES\\CT\\IM0001", "  IMAGES\\IM2", "IM3"},
-                         std::string("--syntax ") + syntax + " " + lengths);
-            const Ids names = extracted(path);
-            EXPECT_EQ(names.size(), 3u);
-            EXPECT_EQ(names, expectedNames(path));
-        }
-}
-
 TEST(DicomDirWalk, SequencesBuiltByteByByteGiveTheIdsFoundUpToTheirFirstFault)
 {
     auto seq = [] { return Bytes().item(record("")); };
@@ -224,22 +208,37 @@ TEST(DicomDirWalk, SequencesBuiltByteByByteGiveTheIdsFoundUpToTheirFirstFault)
         EXPECT_EQ(walk(bytes.data), std::pair(complete, ids)) << why;
 }
 
-TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
+// DICOMDIRs written by pydicom in every encoding, with and without undefined
+// lengths (odd-length IDs padded with a blank, an icon image sequence in each
+// record whose own file ID is not a record's), and pydicom's own test set:
+// every record's file in order, and every cut of the sequence keeps a prefix.
+TEST(DicomDirExtraction, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
 {
+    vxtest::TempDir dir;
+    std::vector<std::pair<std::string, size_t>> sets; // path, number of records
+    for (const char *syntax : {"explicit", "implicit", "big"})
+        for (const char *lengths : {"", "--undefined-lengths"}) {
+            sets.emplace_back(dir.file(std::string("DIR_") + syntax + lengths), 3);
+            makeDicomDir(sets.back().first, {"IMAGES\\CT\\IM0001", "  IMAGES\\IM2", "IM3"},
+                         std::string("--syntax ") + syntax + " " + lengths);
+        }
     const Ids folderLine = pydicom("--folder");
     const std::string folder = folderLine.empty() ? "" : folderLine[0];
-    if (!fs::is_regular_file(folder + "/DICOMDIR"))
-        GTEST_SKIP() << "pydicom's test DICOMDIRs are not installed (python3-pydicom)";
-    for (const std::string name : {"DICOMDIR", "DICOMDIR-implicit", "DICOMDIR-bigEnd",
-                                   "DICOMDIR-reordered", "DICOMDIR-nooffset"}) {
-        SCOPED_TRACE(name);
-        const std::string path = folder + "/" + name;
+    if (fs::is_regular_file(folder + "/DICOMDIR"))
+        for (const char *name : {"DICOMDIR", "DICOMDIR-implicit", "DICOMDIR-bigEnd",
+                                 "DICOMDIR-reordered", "DICOMDIR-nooffset"})
+            sets.emplace_back(folder + "/" + name, 31);
+    else
+        std::cout << "pydicom's test DICOMDIRs are not installed (python3-pydicom)\n";
+    for (const auto &[path, records] : sets) {
+        SCOPED_TRACE(path);
         const Ids names = extracted(path);
-        ASSERT_EQ(names.size(), 31u);
+        ASSERT_EQ(names.size(), records);
         EXPECT_EQ(names, expectedNames(path));
         for (const std::string &n : names)
-            EXPECT_TRUE(fs::is_regular_file(n)) << n;
-        if (name != "DICOMDIR" && name != "DICOMDIR-implicit" && name != "DICOMDIR-bigEnd")
+            EXPECT_TRUE(records == 3u || fs::is_regular_file(n)) << n;
+        if (path.find("-reordered") != std::string::npos ||
+            path.find("-nooffset") != std::string::npos)
             continue;
         std::string why;
         dicom::dicomStruct *d = dicom::dicomReadFile(path.c_str(), 1, &why);
@@ -250,15 +249,14 @@ TEST(DicomDirWalk, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
         const bool big = d->bigEndian, explicitVr = d->explicitVR;
         dicom::dicomFree(d);
         const Ids ids = walk(seq, big, explicitVr).second;
-        // Every truncation keeps a prefix of the IDs.
         for (size_t n = 0; n < seq.size(); ++n) {
             const Ids cut = walk(seq.substr(0, n), big, explicitVr).second;
             ASSERT_LE(cut.size(), ids.size()) << "cut at " << n;
             ASSERT_TRUE(std::equal(cut.begin(), cut.end(), ids.begin())) << "cut at " << n;
         }
     }
-    const std::string empty = folder + "/DICOMDIR-empty.dcm";
-    EXPECT_TRUE(extracted(empty).empty()) << "no records";
+    if (!folder.empty() && fs::is_regular_file(folder + "/DICOMDIR-empty.dcm"))
+        EXPECT_TRUE(extracted(folder + "/DICOMDIR-empty.dcm").empty()) << "no records";
 }
 
 TEST(DicomDirExtraction, DcmmkdirOverRealFilesInThreeEncodingsListsEveryFileUnlessFlagged)

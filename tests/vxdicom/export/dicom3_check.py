@@ -1,61 +1,68 @@
 #!/usr/bin/python3
-"""dicom3_check.py MANIFEST: pydicom's and nibabel's view of written files.
-
-MANIFEST lists {"dtype", "raw", "files"}: each file, read by pydicom without
-force, must hold the next samples of raw; one JSON line per file. An entry
-{"nifti", "dtype", "raw", "dims"} (a dcm2niix volume) gives one JSON line.
-"""
+"""dicom3_check.py MANIFEST: pydicom's and nibabel's view of written files against what the
+manifest expects; one line per entry, exit 1 with the differences. Entries: {"files", "raw",
+"dtype", "shape", "sopClass", "modality"} (each file, read without force, holds the next samples
+of raw) or a dcm2niix volume {"nifti", "raw", "dtype", "shape", "zooms", "affine"}."""
 
 import json
+import os
 import sys
 
 import numpy as np
 import pydicom
 
+EXPLICIT_LE = "1.2.840.10008.1.2.1"
 
-def files(entry):
+
+def files(entry, fail):
     samples = np.fromfile(entry["raw"], dtype=np.dtype(entry["dtype"]))
-    offset = 0
-    for path in entry["files"]:
+    offset, instances, first = 0, set(), None
+    for k, path in enumerate(entry["files"]):
         try:
             ds = pydicom.dcmread(path)
             pixels = ds.pixel_array
-        except Exception as e:  # report which file and why
+        except Exception as e:
             sys.exit(f"{path}: pydicom cannot read it: {e}")
         expected = samples[offset:offset + pixels.size].reshape(pixels.shape)
         offset += pixels.size
-        if not np.array_equal(pixels.astype(np.int64), expected.astype(np.int64)):
-            sys.exit(f"{path}: pixels differ from the samples written")
-        text = lambda d, k: None if d.get(k) is None else str(d.get(k))
-        print(json.dumps({
-            "file": path, "transferSyntax": str(ds.file_meta.TransferSyntaxUID),
-            "mediaClass": text(ds.file_meta, "MediaStorageSOPClassUID"),
-            "mediaInstance": text(ds.file_meta, "MediaStorageSOPInstanceUID"),
-            "sopClass": text(ds, "SOPClassUID"), "sopInstance": text(ds, "SOPInstanceUID"),
-            "series": text(ds, "SeriesInstanceUID"), "study": text(ds, "StudyInstanceUID"),
-            "modality": text(ds, "Modality"), "instance": text(ds, "InstanceNumber"),
-            "shape": list(pixels.shape), "dtype": str(pixels.dtype)}))
-    if offset != samples.size:
-        sys.exit(f"{entry['raw']}: {samples.size - offset} samples left over")
+        fail(path, "pixels equal", bool(np.array_equal(pixels.astype(np.int64), expected.astype(np.int64))), True)
+        fail(path, "sorted name", os.path.basename(path), f"IM{k + 1:05d}.dcm")
+        meta = ds.file_meta
+        seen = [str(meta.TransferSyntaxUID), str(meta.MediaStorageSOPClassUID), str(ds.SOPClassUID),
+                str(ds.Modality), str(ds.InstanceNumber), list(pixels.shape), str(pixels.dtype)]
+        fail(path, "syntax, classes, modality, instance (from 0), shape, type", seen,
+             [EXPLICIT_LE, entry["sopClass"], entry["sopClass"], entry["modality"], str(k),
+              entry["shape"], entry["dtype"]])
+        fail(path, "media instance", str(meta.MediaStorageSOPInstanceUID), str(ds.SOPInstanceUID))
+        first = first or (ds.SeriesInstanceUID, ds.StudyInstanceUID)
+        fail(path, "series and study", (ds.SeriesInstanceUID, ds.StudyInstanceUID), first)
+        instances.add(ds.SOPInstanceUID)
+    fail(entry["raw"], "samples left over", samples.size - offset, 0)
+    fail(entry["raw"], "own SOP instance UIDs", len(instances), len(entry["files"]))
 
 
-def nifti(entry):
+def nifti(entry, fail):
     import nibabel
     image = nibabel.load(entry["nifti"])
     data = np.asanyarray(image.dataobj)
-    c, r, s = entry["dims"]
+    c, r, s = entry["shape"]
     expected = np.fromfile(entry["raw"], dtype=np.dtype(entry["dtype"])).reshape(s, r, c)
+    fail(entry["nifti"], "shape", list(data.shape), entry["shape"])
     # Rows run the other way in NIfTI's frame.
-    same = data.shape == (c, r, s) and np.array_equal(
-        data[:, ::-1, :].transpose(2, 1, 0).astype(np.int64), expected.astype(np.int64))
-    print(json.dumps({"file": entry["nifti"], "shape": list(data.shape),
-                      "zooms": [float(z) for z in image.header.get_zooms()],
-                      "affine": [[float(v) for v in row] for row in image.affine[:3]],
-                      "samplesEqual": bool(same)}))
+    fail(entry["nifti"], "samples equal", data.shape == (c, r, s) and bool(np.array_equal(
+        data[:, ::-1, :].transpose(2, 1, 0).astype(np.int64), expected.astype(np.int64))), True)
+    fail(entry["nifti"], "zooms", [float(z) for z in image.header.get_zooms()], entry["zooms"])
+    fail(entry["nifti"], "affine", np.round(image.affine[:3], 5).tolist(), entry["affine"])
 
 
 if __name__ == "__main__":
     if len(sys.argv) != 2:
         sys.exit(__doc__)
+    failures = []
     for entry in json.load(open(sys.argv[1])):
-        nifti(entry) if "nifti" in entry else files(entry)
+        def fail(name, what, seen, expected):
+            if seen != expected:
+                failures.append(f"{name}: {what}: {seen!r}, expected {expected!r}")
+        nifti(entry, fail) if "nifti" in entry else files(entry, fail)
+        print(entry.get("nifti") or entry["raw"])
+    sys.exit("\n".join(failures) if failures else 0)
