@@ -112,12 +112,19 @@ protected:
     std::string seriesField[2];
 };
 
-TEST_F(BrokenFiles, EveryKindOfBrokenFileIsRefusedByNameAndTheSeriesStillLoads)
+// Besides every kind, copies cut at every 97th byte: a cut inside an element is refused by
+// name, one between elements before the pixels is read with a warning.
+TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesStillLoads)
 {
     const auto broken = brokenFiles();
-    std::vector<std::string> names = series;
+    std::vector<std::string> names = series, cuts;
     for (const auto &b : broken)
         names.push_back(b.first);
+    for (size_t n = 0; n < source.size(); n += 97)
+        cuts.push_back(write("cut" + std::to_string(n) + ".dcm",
+                             Bytes(source.begin(), source.begin() + long(n))));
+    names.insert(names.end(), cuts.begin(), cuts.end());
+    const size_t pixelStart = findElement(source, 0x7FE0, 0x0010).offset;
     for (bool delayed : {true, false}) {
         SCOPED_TRACE(delayed ? "header only" : "all pixels");
         const LoadOutcome mixed = loadFiles(names, delayed);
@@ -126,35 +133,18 @@ TEST_F(BrokenFiles, EveryKindOfBrokenFileIsRefusedByNameAndTheSeriesStillLoads)
             EXPECT_TRUE(!line.empty() && line.find(reason) != std::string::npos)
                 << name << ": \"" << reason << "\" expected in \"" << line << "\"";
         }
-        ASSERT_EQ(mixed.fields.size(), 1u) << mixed.console;
-        EXPECT_EQ(mixed.fields[0], seriesField[delayed]);
-        EXPECT_TRUE(temp.empty());
-    }
-}
-
-// A cut inside an element is refused by name; one between elements before the pixels is read.
-TEST_F(BrokenFiles, CopiesCutAtEvery97thByteAreRefusedByNameAndTheSeriesStillLoads)
-{
-    const size_t pixelStart = findElement(source, 0x7FE0, 0x0010).offset;
-    std::vector<std::string> names = series;
-    for (size_t n = 0; n < source.size(); n += 97)
-        names.push_back(write("cut" + std::to_string(n) + ".dcm",
-                              Bytes(source.begin(), source.begin() + long(n))));
-    for (bool delayed : {true, false}) {
-        SCOPED_TRACE(delayed ? "header only" : "all pixels");
-        const LoadOutcome mixed = loadFiles(names, delayed);
         int readWithoutImage = 0;
-        for (size_t i = series.size(); i < names.size(); ++i) {
-            if (!failureLine(mixed.console, names[i]).empty())
+        for (size_t i = 0; i < cuts.size(); ++i) {
+            if (!failureLine(mixed.console, cuts[i]).empty())
                 continue;
-            EXPECT_TRUE(readLine(mixed.console, names[i])) << names[i] << " is not reported";
-            EXPECT_NE(mixed.console.find("Warning: " + names[i] + " holds no pixel data"),
+            EXPECT_TRUE(readLine(mixed.console, cuts[i])) << cuts[i] << " is not reported";
+            EXPECT_NE(mixed.console.find("Warning: " + cuts[i] + " holds no pixel data"),
                       std::string::npos);
-            EXPECT_LT((i - series.size()) * 97, pixelStart) << names[i] << " read";
+            EXPECT_LT(i * 97, pixelStart) << cuts[i] << " read";
             ++readWithoutImage;
         }
         EXPECT_LT(readWithoutImage, 5) << "cuts are refused, with few exceptions";
-        ASSERT_EQ(mixed.fields.size(), 1u);
+        ASSERT_EQ(mixed.fields.size(), 1u) << mixed.console;
         EXPECT_EQ(mixed.fields[0], seriesField[delayed]);
         EXPECT_TRUE(temp.empty());
     }
@@ -164,7 +154,6 @@ TEST_F(BrokenFiles, CopiesCutAtEvery97thByteAreRefusedByNameAndTheSeriesStillLoa
 TEST_F(BrokenFiles, SequencesNestedAThousandDeepLoad)
 {
     const LoadOutcome plain = loadFiles({vxtest::sharedPath(kSource)}, true);
-    ASSERT_EQ(plain.fields.size(), 1u);
     for (bool undefined : {true, false}) {
         SCOPED_TRACE(undefined ? "undefined lengths" : "defined lengths");
         const std::string path =
@@ -174,10 +163,10 @@ TEST_F(BrokenFiles, SequencesNestedAThousandDeepLoad)
         names.push_back(path);
         const LoadOutcome outcome = loadFiles(names, true);
         EXPECT_TRUE(readLine(outcome.console, path)) << outcome.console;
-        ASSERT_EQ(outcome.fields.size(), 2u) << outcome.console;
-        const bool seriesFirst = outcome.fields[0] == seriesField[true];
-        EXPECT_EQ(outcome.fields[seriesFirst ? 0 : 1], seriesField[true]);
-        EXPECT_EQ(outcome.fields[seriesFirst ? 1 : 0], plain.fields[0]);
+        std::vector<std::string> fields = outcome.fields,
+                                 expected = {seriesField[true], plain.fields.at(0)};
+        std::sort(fields.begin(), fields.end()), std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(fields, expected) << outcome.console;
     }
 }
 

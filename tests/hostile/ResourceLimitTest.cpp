@@ -63,8 +63,9 @@ Bytes withImage(Bytes file, uint16_t rows, uint16_t columns, uint16_t samples)
 }
 
 // 65535 x 65535 pixels of four samples, native, RLE, JPEG-LS, JPEG 2000; RLE frames of 1 GiB
-// from 66-byte fragments; lengths claiming gigabytes, also deflated (found by fuzzing).
-TEST_F(ResourceLimits, HeadersClaimingGigabytesAreRefusedBeforeAllocation)
+// from 66-byte fragments; lengths claiming gigabytes, also deflated (found by fuzzing); a
+// memory limit on real volumes.
+TEST_F(ResourceLimits, HeadersClaimingGigabytesAndVolumesOverTheMemoryLimitAreRefused)
 {
     std::vector<std::string> huge = {write("huge_native.dcm", withImage(source, 65535, 65535, 4))};
     for (const char *name : {"4.dcm", "7.dcm", "9.dcm"})
@@ -109,18 +110,15 @@ TEST_F(ResourceLimits, HeadersClaimingGigabytesAreRefusedBeforeAllocation)
     for (const std::string &f : files)
         reasons.push_back({f, "cannot extract DICOM information from: "});
     expectRefused(reasons);
-}
 
-// A limit of 1 MiB turns away a 35-slice series before its volume is allocated and a 520-frame
-// enhanced file when its pixels are read; the small series loads.
-TEST_F(ResourceLimits, MemoryLimitAppliesToRealVolumes)
-{
+    // A limit of 1 MiB turns away a 35-slice series before its volume is allocated and a
+    // 520-frame enhanced file when its pixels are read; the small series loads.
     dicom::dicomSetMemoryLimit(uint64_t(1) << 20);
-    std::vector<std::string> big =
-        vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
+    std::vector<std::string> names = series,
+                             big =
+                                 vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
     ASSERT_EQ(big.size(), 35u);
     const std::string enhanced = vxtest::sharedPath("dcm_qa_canon_61/In/enh/8000.dcm");
-    std::vector<std::string> names = series;
     names.insert(names.end(), big.begin(), big.end());
     names.push_back(enhanced);
     for (bool delayed : {true, false}) {

@@ -185,16 +185,11 @@ struct SeriesCase
     const char *folder;  ///< below ../shared/data, or a series of make_series.py
     int generator;       ///< 0: real, 1: CT values, 2: MR values of make_series.py
     const char *letters; ///< axial, coronal, sagittal: "left right top bottom, ..."
+    friend void PrintTo(const SeriesCase &c, std::ostream *out) { *out << c.name; }
 };
-void PrintTo(const SeriesCase &c, std::ostream *out)
-{
-    *out << c.name;
-}
 class SeriesGeometry : public ViewerWindowTest, public testing::WithParamInterface<SeriesCase>
 {
 };
-
-} // namespace
 
 TEST_P(SeriesGeometry, EdgeLettersAndTheCrossHairAgreeWithTheFieldTransformation)
 {
@@ -346,8 +341,6 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
     EXPECT_EQ(axial->picture(), step0);
 }
 
-namespace {
-
 struct CancelCase
 {
     const char *name;
@@ -355,16 +348,11 @@ struct CancelCase
     const char *proof;   ///< what the console says when the phase was interrupted
     const char *never;   ///< what it would say had the phase run to its end (or null)
     bool closing;        ///< the window is closed instead of Cancel pressed
+    friend void PrintTo(const CancelCase &c, std::ostream *out) { *out << c.name; }
 };
-void PrintTo(const CancelCase &c, std::ostream *out)
-{
-    *out << c.name;
-}
 class CancelOpen : public ViewerWindowTest, public testing::WithParamInterface<CancelCase>
 {
 };
-
-} // namespace
 
 TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
 {
@@ -568,3 +556,5 @@ TEST(ViewLogic, UnevenAndShearedCellsRefusedTransformationsAndGreyBytes)
     EXPECT_EQ(greyByte(std::nan(""), Window{40, 80}), 0);
     EXPECT_EQ(greyByte(0.25, Window{0.5, 1.0}), 64) << "a window narrower than 1 still spreads";
 }
+
+} // namespace
