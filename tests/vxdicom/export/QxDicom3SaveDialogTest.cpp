@@ -1,7 +1,6 @@
-// "Save as DICOM" as a user works it: the element table, its value editors
-// and the text dialog edited as real widgets offscreen; the dialog shown from
-// a worker thread as the program shows it, over a real series, and the files
-// it writes read back by dcmdump and pydicom.
+// "Save as DICOM" as a user works it, with real widgets offscreen: the element
+// table and its editors; the dialog shown from a worker thread over a real
+// series, and the files it writes read back by dcmdump.
 
 #include "vxdicom/export/QxDicom3SaveDialog.h"
 #include "platform/core/VxMessage.h"
@@ -35,11 +34,11 @@ std::string cell(const QxDicom3Table &table, int r, int c)
     return r < 0 ? "(no row)" : table.item(r, c)->text().toStdString();
 }
 
-/// The texts of a row's cells, joined by '|'.
-std::string rowText(const QxDicom3Table &table, int r)
+/// The texts of a row's cells from column `from` on, joined by '|'.
+std::string rowText(const QxDicom3Table &table, int r, int from = 0)
 {
-    std::string text = cell(table, r, 0);
-    for (int c = 1; c < table.columnCount(); ++c)
+    std::string text = cell(table, r, from);
+    for (int c = from + 1; c < table.columnCount(); ++c)
         text += "|" + cell(table, r, c);
     return text;
 }
@@ -85,9 +84,10 @@ TEST(ElementTable, RowsComeFromBundlesAreEditedAndGoBackAsTheWritersParameters)
 {
     VxParamBundle bundle("DICOM");
     auto *all = new VxParamBundle("All");
-    all->insert(new VxParameter("G0010-0010", "patient name [PN]: Doe^John"));
-    all->insert(new VxParameter("G0010-1010", "patient age [AS]: 045Y"));
-    all->insert(new VxParameter("G0008-103E", "series description [LO]: T1 axial"));
+    for (const auto &[name, text] : {std::pair{"G0010-0010", "patient name [PN]: Doe^John"},
+                                     std::pair{"G0010-1010", "patient age [AS]: 045Y"},
+                                     std::pair{"G0008-103E", "series description [LO]: T1 axial"}})
+        all->insert(new VxParameter(name, text));
     bundle.insert(all);
     QxDicom3Table table;
     table.replaceContentWithBundle(&bundle);
@@ -150,8 +150,8 @@ TEST(ElementTable, RowsComeFromBundlesAreEditedAndGoBackAsTheWritersParameters)
     table.setCurrentCell(0, QxDicom3Table::Description);
     table.delCurrentItem();
     ASSERT_EQ(table.rowCount(), 3);
-    EXPECT_EQ(cell(table, 0, 4) + "|" + cell(table, 1, 4) + "|" + cell(table, 2, 4),
-              "patient age|series description|new Private Element");
+    EXPECT_EQ(rowText(table, 0, 4) + "|" + rowText(table, 1, 4) + "|" + cell(table, 2, 4),
+              "patient age|234D|series description|typed over|new Private Element");
 }
 
 TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRefused)
@@ -244,14 +244,4 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
                              "(f000,f000) LO [vxdicom edit test", "(0028,0010) US 256"})
         EXPECT_NE(dump.find(line), std::string::npos) << line << " in " << dump;
     VxObjectPool::instance()->clear();
-    if (!vxtest::havePythonModules({"pydicom"}))
-        GTEST_SKIP() << "pydicom is missing";
-    std::string seen;
-    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) +
-                                     " -c 'import pydicom, sys; d = pydicom.dcmread(sys.argv[1]); "
-                                     "print(d.PatientName, d[0xF000F000].value, sep=\"|\")' " +
-                                     vxtest::shellQuote(first),
-                                 &seen),
-              0);
-    EXPECT_EQ(seen, "Doe^Jane|vxdicom edit test\n");
 }
