@@ -127,7 +127,7 @@ TEST(BrokenInput, RleSegmentOffsetsOutsideTheFrameAreRefused)
 {
     VX_REQUIRE_SHARED_DATA();
     Bytes bytes = vxtest::readFileBytes(ts(4));
-    // 16-bit monochrome RLE: two segments, the first at byte 64 (PS3.5 G.5).
+    // 16-bit monochrome RLE: two segments, the first at byte 64.
     const unsigned char header[] = {2, 0, 0, 0, 64, 0, 0, 0};
     auto at = std::search(bytes.begin(), bytes.end(), header, header + 8);
     ASSERT_NE(at, bytes.end());

@@ -60,9 +60,8 @@ struct Tally
     std::vector<std::string> needGdcm, sequenceDiffs;
 };
 
-// One file as pydicom reads it: the description, the element bytes as the
-// file holds them, the texts, and the pixels, delayed and full (files that
-// pydicom cannot decode are left in needGdcm).
+// One file as pydicom reads it: description, element bytes, texts, pixels delayed and full
+// (files that pydicom cannot decode are left in needGdcm).
 void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
 {
     SCOPED_TRACE(path);
@@ -85,9 +84,8 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     t.implicit += !d->explicitVR;
     expectTextsMatch(*d, r["texts"].toObject(), &t.texts);
 
-    // Element bytes as the file holds them; pydicom stops before Pixel
-    // Data, which the layer lists last. DCMTK rewrites the padding of
-    // private creators, so only their length is compared.
+    // pydicom stops before Pixel Data, which the layer lists last. DCMTK rewrites the padding
+    // of private creators, so only their length is compared.
     const QJsonArray raw = r["raw"].toArray();
     const dicom::dicomDataElement &last = d->elements[d->numElements - 1];
     const int n = d->numElements - (last.group == 0x7FE0 && last.element == 0x0010 ? 1 : 0);
@@ -193,9 +191,7 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
     }
 }
 
-// dcm_qa_ts: one image in nine transfer syntaxes (1 explicit LE, 2 implicit
-// LE, 3 explicit BE, 4 RLE, 5+6 JPEG lossless, 7+8 JPEG-LS, 9 JPEG 2000):
-// the same pixels and values, read on one thread or on four at once.
+// The nine encodings of one image: the same pixels and values, on one thread or four at once.
 TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
 {
     VX_REQUIRE_SHARED_DATA();

@@ -30,8 +30,7 @@ inline std::string ts(int n)
     return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
 }
 
-/// Every frame of a delayed read, decoded in order and concatenated; empty
-/// with *why set on failure.
+/// Every frame of a delayed read, concatenated; empty with *why set on failure.
 inline std::vector<unsigned char> decodeFrames(const dicom::dicomStruct &d, std::string *why)
 {
     std::vector<unsigned char> all(size_t(d.frameSize) * size_t(d.frames));
