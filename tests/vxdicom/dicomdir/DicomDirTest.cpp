@@ -1,8 +1,7 @@
-// The walk over a Directory Record Sequence and extractDicomDir: DICOMDIRs
-// written by pydicom in every encoding, by DCMTK's dcmmkdir over real scanner
-// files and pydicom's own, whole and cut; malformed sequences built byte by
-// byte; and the reading loop around them. pydicom reads the expected IDs.
-// Corrupted bytes are fuzz/fuzz_dicomdir.cpp's work.
+// The walk over a Directory Record Sequence and extractDicomDir over pydicom's
+// DICOMDIRs (pydicom reads the expected IDs) and sequences built byte by byte.
+// Corrupted bytes are fuzz/fuzz_dicomdir.cpp's work; dcmmkdir's file sets
+// are loaded in tests/apps and read in tests/platform/dicom.
 
 #include "vxdicom/reader/DicomDir.h"
 #include "platform/core/VxMessage.h"
@@ -257,66 +256,11 @@ TEST(DicomDirExtraction, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
     }
 }
 
-TEST(DicomDirExtraction, DcmmkdirOverRealFilesInThreeEncodingsListsEveryFileUnlessFlagged)
-{
-    VX_REQUIRE_SHARED_DATA();
-    for (const char *tool : {"dcmmkdir", "dcmconv"})
-        if (!vxtest::haveProgram(tool))
-            GTEST_SKIP() << tool << " (Debian dcmtk) is needed";
-    // Five CT and five MR slices linked under IMAGES/CT/<their names> and
-    // IMAGES/MRI/IM<n> (file IDs allow upper-case letters, digits and '_').
-    vxtest::TempDir dir;
-    const fs::path root = dir.path() / "cd";
-    fs::create_directories(root / "IMAGES/CT");
-    fs::create_directories(root / "IMAGES/MRI");
-    Ids linked;
-    const Ids ct = vxtest::sharedDicomFiles("dcm_qa_ct/In/Philips/S21610/S2010");
-    const Ids mr = vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
-    for (size_t i = 0; i < 5; ++i) // ct[0] is DIRFILE
-        for (const auto &[from, to] :
-             {std::pair{ct[i + 1], "CT/" + fs::path(ct[i + 1]).filename().string()},
-              std::pair{mr[i], "MRI/IM" + std::to_string(i + 1)}}) {
-            linked.push_back((root / "IMAGES" / to).string());
-            fs::create_symlink(from, linked.back());
-        }
-    std::string out;
-    ASSERT_EQ(
-        vxtest::runCommand("cd " + vxtest::shellQuote(root.string()) +
-                               " && dcmmkdir --recurse IMAGES && dcmconv +F +tb DICOMDIR DIR_BE"
-                               " && dcmconv +F +ti DICOMDIR DIR_IMPL",
-                           &out, true),
-        0)
-        << out;
-    const Ids expected = expectedNames((root / "DICOMDIR").string());
-    EXPECT_NE(std::find(expected.begin(), expected.end(), (root / "IMAGES/CT/I10").string()),
-              expected.end())
-        << "an odd length, stored with a trailing blank";
-    Ids sorted = expected;
-    std::sort(sorted.begin(), sorted.end());
-    std::sort(linked.begin(), linked.end());
-    EXPECT_EQ(sorted, linked) << "every file of the set is referenced once";
-    for (const char *name : {"DICOMDIR", "DIR_BE", "DIR_IMPL"}) {
-        const std::string path = (root / name).string();
-        EXPECT_EQ(extracted(path), expected) << name;
-    }
-
-    // A File-set Consistency Flag of 1 contributes nothing. dcmodify would
-    // rewrite the meta header without the DICOMDIR's SOP class; the flag is
-    // set in a copy's bytes instead: (0004,1212) US, 2 bytes.
-    std::vector<unsigned char> bytes = vxtest::readFileBytes((root / "DICOMDIR").string());
-    const size_t at = std::string(bytes.begin(), bytes.end())
-                          .find(std::string("\x04\x00\x12\x12US\x02\x00\x00\x00", 10));
-    ASSERT_NE(at, std::string::npos) << "dcmmkdir writes the flag as 0";
-    bytes[at + 8] = 1;
-    const std::string flagged = (root / "FLAGGED").string();
-    vxtest::writeFileBytes(flagged, bytes);
-    EXPECT_TRUE(extracted(flagged).empty());
-}
-
 // File IDs join the folder of the last name; IDs that are empty or leave the
 // file set are left out; a CD mounted with lower-case names is matched
-// without case, a name found in no case stays as the DICOMDIR says. In the
-// reading loop, a DICOMDIR that lists itself is read once.
+// without case, a name found in no case stays as the DICOMDIR says; a File-set
+// Consistency Flag of 1 contributes nothing. In the reading loop, a DICOMDIR
+// that lists itself is read once.
 TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastNameAndEachDicomDirIsReadOnce)
 {
     vxtest::TempDir dir;
@@ -332,6 +276,8 @@ TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastNameAndEachDicomD
     EXPECT_EQ(extracted(dicomDir, {dicomDir, "/elsewhere/x.dcm"}),
               (Ids{"/elsewhere/IMAGES/SERIES1/IMG0001", "/elsewhere/IM2", "/elsewhere/MISSING"}))
         << "the last name's folder, not the DICOMDIR's";
+    makeDicomDir(dir.file("FLAGGED"), {"IM2"}, "--inconsistent");
+    EXPECT_TRUE(extracted(dir.file("FLAGGED")).empty());
 
     makeDicomDir(dir.file("self/DICOMDIR"), {"DICOMDIR"});
     makeDicomDir(dir.file("a/DICOMDIR"), {"IMAGES\\A1"});

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """DICOMDIRs written and read by pydicom (a tool other than DCMTK and ours).
 
-OUT [--syntax S] [--undefined-lengths] [--id ID]...: a PATIENT record, then an
+OUT [--syntax S] [--undefined-lengths] [--inconsistent] [--id ID]...: a PATIENT record, then an
 IMAGE record per ID (held byte for byte, with an icon image sequence holding a
 file ID "NOTME" of its own). --list FILE...: each record's file ID, components
 joined by a backslash. --folder: the folder of pydicom's test DICOMDIRs.
@@ -42,7 +42,7 @@ def write(args):
     meta.MediaStorageSOPInstanceUID = generate_uid()
     meta.TransferSyntaxUID = uid
     ds = FileDataset(args.out, {}, file_meta=meta, preamble=b"\0" * 128)
-    ds.FileSetID, ds.FileSetConsistencyFlag = "VXTEST", 0
+    ds.FileSetID, ds.FileSetConsistencyFlag = "VXTEST", int(args.inconsistent)
     records = [record("PATIENT", args.undefined_lengths)]
     records += [record("IMAGE", args.undefined_lengths, i) for i in args.id]
     ds.DirectoryRecordSequence = Sequence(records)
@@ -56,6 +56,7 @@ def main():
     ap.add_argument("out", nargs="?")
     ap.add_argument("--syntax", choices=sorted(SYNTAX), default="explicit")
     ap.add_argument("--undefined-lengths", action="store_true")
+    ap.add_argument("--inconsistent", action="store_true")
     ap.add_argument("--id", action="append", default=[])
     ap.add_argument("--list", nargs="+", default=[])
     ap.add_argument("--folder", action="store_true")
