@@ -32,10 +32,7 @@ struct Bytes
 
     Bytes &raw(const std::string &s) { return data += s, *this; }
     Bytes &u16(uint16_t v) { return raw({static_cast<char>(v), static_cast<char>(v >> 8)}); }
-    Bytes &u32(uint32_t v)
-    {
-        return u16(static_cast<uint16_t>(v)).u16(static_cast<uint16_t>(v >> 16));
-    }
+    Bytes &u32(uint32_t v) { return u16(v & 0xFFFF).u16(static_cast<uint16_t>(v >> 16)); }
     Bytes &element(uint16_t g, uint16_t e, const char *vr, const std::string &value)
     {
         u16(g).u16(e).raw(vr);

@@ -1,11 +1,8 @@
 #!/usr/bin/python3
-"""DICOMDIRs written and read by pydicom (a tool other than DCMTK and ours).
-
-OUT [--syntax S] [--undefined-lengths] [--inconsistent] [--id ID]...: a PATIENT record, then an
-IMAGE record per ID (held byte for byte, with an icon image sequence holding a
-file ID "NOTME" of its own). --list FILE...: each record's file ID, components
-joined by a backslash. --folder: the folder of pydicom's test DICOMDIRs.
-"""
+"""DICOMDIRs written and read by pydicom. OUT [--syntax S] [--undefined-lengths] [--inconsistent]
+[--id ID]...: a PATIENT record, then an IMAGE record per ID (byte for byte, with an icon image
+sequence holding a file ID "NOTME" of its own). --list FILE...: each record's file ID,
+components joined by a backslash. --folder: the folder of pydicom's test DICOMDIRs."""
 import argparse
 import os
 

@@ -46,12 +46,6 @@ std::unique_ptr<VxUniformScalarField3> byteField(std::array<int, 3> dims, std::a
     return field;
 }
 
-/// 5 x 3 x 2 bytes 0..29 in a box of 0..2, 0..1, 10..12.5: voxel size 0.5 x 0.5 x 2.5.
-std::unique_ptr<VxUniformScalarField3> smallByteVolume()
-{
-    return byteField({5, 3, 2}, {0.f, 2.f, 0.f, 1.f, 10.f, 12.5f}, [](int i) { return i; });
-}
-
 /// Everything `write` puts into a fresh temporary file; `result` gets what it returns.
 std::string written(const std::function<int(FILE *)> &write, int *result = nullptr)
 {
@@ -201,7 +195,8 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
 
 TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHandAndMisuseIsRefused)
 {
-    auto field = smallByteVolume();
+    // 5 x 3 x 2 bytes 0..29 in a box of 0..2, 0..1, 10..12.5: voxel size 0.5 x 0.5 x 2.5.
+    auto field = byteField({5, 3, 2}, {0.f, 2.f, 0.f, 1.f, 10.f, 12.5f}, [](int i) { return i; });
     Dicom3Object object(field.get());
     ASSERT_EQ(object.generate(), 1);
     const std::string bytes = slice(object);
@@ -344,22 +339,19 @@ TEST(Dicom3Writer, EveryFailureNamesTheFileAndTheCountWrittenAndKeepsWhatWasWrit
         });
     };
     // What goes wrong, the file named (@), the message, the first file not written.
-    const std::tuple<const char *, std::function<void(const fs::path &)>, const char *,
-                     const char *, const char *>
-        rows[] = {
-            {"a folder in the way of slice 1",
-             [](const fs::path &d) { fs::create_directory(d / "IM00002.dcm"); }, "IM00002.dcm",
-             "cannot open @ for writing: Is a directory; 1 of 3 files written", "IM00003.dcm"},
-            {"a full disk",
-             [](const fs::path &d) { fs::create_symlink("/dev/full", d / "IM00001.dcm"); },
-             "IM00001.dcm",
-             "writing @ failed: No space left on device; 0 of 3 files written, the incomplete file "
-             "is left in place",
-             "IM00002.dcm"},
-            {"an interrupt", interrupt, "IM00002.dcm", "interrupted before @; 1 of 3 files written",
-             "IM00002.dcm"},
-            {"generate() not called", nullptr, "", "nothing to write", "IM00001.dcm"},
-        };
+    using Prepare = std::function<void(const fs::path &)>;
+    // clang-format off
+    const std::tuple<const char *, Prepare, const char *, const char *, const char *> rows[] = {
+        {"a folder in the way of slice 1",
+         [](const fs::path &d) { fs::create_directory(d / "IM00002.dcm"); }, "IM00002.dcm",
+         "cannot open @ for writing: Is a directory; 1 of 3 files written", "IM00003.dcm"},
+        {"a full disk", [](const fs::path &d) { fs::create_symlink("/dev/full", d / "IM00001.dcm"); },
+         "IM00001.dcm", "writing @ failed: No space left on device; 0 of 3 files written, the "
+         "incomplete file is left in place", "IM00002.dcm"},
+        {"an interrupt", interrupt, "IM00002.dcm", "interrupted before @; 1 of 3 files written",
+         "IM00002.dcm"},
+        {"generate() not called", nullptr, "", "nothing to write", "IM00001.dcm"}};
+    // clang-format on
     for (const auto &[why, prepare, file, message, absent] : rows) {
         SCOPED_TRACE(why);
         vxtest::TempDir dir;
