@@ -206,7 +206,7 @@ TEST(UidGeneration, RootHashesLayoutCutAndUniqueness)
 }
 
 // The parts of "name [VR]: value" texts, and cleaning and filtering of element bundles.
-TEST(DecodeDicomParam, TakesTheTextApart)
+TEST(ElementTexts, PartsAreTakenApartAndFixCleansThemInPlace)
 {
     // expected nullptr: a null text.
     const std::tuple<const char *, const char *, ReturnParamContent, int, const char *> rows[] = {
@@ -238,10 +238,8 @@ TEST(DecodeDicomParam, TakesTheTextApart)
     }
     for (int what = ContentName; what <= ContentElement; ++what)
         EXPECT_TRUE(decodeDicomParam(nullptr, ReturnParamContent(what), 0).isNull());
-}
 
-TEST(Fix, CleansTextsOfEveryBundleInPlace)
-{
+    // fix cleans the texts of every bundle in place.
     VxParamBundle top("DICOM");
     top.setString("G0008-103E", "series description: ep2d\\ \n");
     top.setString("G0008-1030", "study description: head\tneck");
