@@ -173,11 +173,9 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
         std::transform(rel.begin(), rel.end(), rel.begin(),
                        [](unsigned char c) { return char(std::tolower(c)); });
         fs::create_directories((lower / rel).parent_path());
-        if (e.is_directory())
-            fs::create_directories(lower / rel);
-        else if (e.is_symlink())
+        if (e.is_symlink())
             fs::create_symlink(fs::read_symlink(e.path()), lower / rel);
-        else
+        else if (!e.is_directory())
             fs::copy_file(e.path(), lower / rel);
     }
     // The DICOMDIR's folder, the DICOMDIR, and the lower-case copy without -nodialog.

@@ -183,15 +183,8 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTex
     EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
     ASSERT_EQ(files.size(), 6);
 
-    const QJsonObject m = files[0].toObject(), image = m["images"][0].toObject();
-    EXPECT_TRUE(m["file"].toString().toStdString() == mosaic && m["ok"].toBool());
-    EXPECT_EQ(m["layer"]["rows"].toInt() * 100 + m["imageCount"].toInt(), 384 * 100 + 35);
-    EXPECT_NEAR(image["position"][1].toDouble(), -144.868087, 1e-4); // the first tile
-    EXPECT_TRUE(image["oblique"].toBool() && image["valueRange"].isNull());
-    const QJsonObject echo =
-        pairs(pairs(pairs(m["attributes"])["CSAImageHeaderInfo"])["EchoLinePosition"]);
-    EXPECT_EQ(echo["vr"].toString().toStdString(), "IS");
-    EXPECT_EQ(pairs(echo["values"])["0000"].toString().toStdString(), "32      ");
+    // The mosaic's values and CSA bundles are compared with pydicom's by info_vs_pydicom.py.
+    EXPECT_TRUE(files[0]["file"].toString().toStdString() == mosaic && files[0]["ok"].toBool());
 
     const QJsonObject w = files[1].toObject();
     EXPECT_FALSE(w["ok"].toBool());

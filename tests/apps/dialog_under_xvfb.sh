@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# vxdicom's dialogs on a real X display (Xvfb), answered with xdotool as a user
-# answers them. load: OK saves and exits 0, Esc loads nothing and exits 1,
-# Ctrl-C ends the program; save-dicom --edit: Save writes, Esc writes nothing.
-# A hang fails.  dialog_under_xvfb.sh VXDICOM SHARED_DATA_DIR (77: skipped)
+# vxdicom's load and save dialogs on Xvfb, answered with xdotool; a hang fails.
+# dialog_under_xvfb.sh VXDICOM SHARED_DATA_DIR (77: skipped)
 set -uo pipefail
 vxdicom="$1"
 series="$2/dcm_qa_decubitus/In"

@@ -18,9 +18,8 @@ def dataset(path, rows, columns, bits, pixels, **values):
     from pydicom.dataset import FileDataset, FileMetaDataset
     from pydicom.uid import ExplicitVRLittleEndian, generate_uid
     meta = FileMetaDataset()
-    meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.4"
-    meta.MediaStorageSOPInstanceUID = generate_uid()
-    meta.TransferSyntaxUID = ExplicitVRLittleEndian
+    meta.MediaStorageSOPClassUID, meta.MediaStorageSOPInstanceUID, meta.TransferSyntaxUID = \
+        "1.2.840.10008.5.1.4.1.1.4", generate_uid(), ExplicitVRLittleEndian
     ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
     ds.is_little_endian, ds.is_implicit_VR = True, False
     for k, v in {**dict(SOPClassUID=meta.MediaStorageSOPClassUID, SOPInstanceUID=meta.MediaStorageSOPInstanceUID,

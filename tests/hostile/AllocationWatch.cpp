@@ -1,6 +1,5 @@
-// Records the largest allocation request of the process: the allocator's
-// entry points note the size and call glibc's, or under AddressSanitizer
-// (whose allocator must stay) its malloc hook notes it.
+// The largest allocation request of the process: noted by the allocator's entry points before
+// glibc's, or under AddressSanitizer (whose allocator must stay) by its malloc hook.
 
 #include "tests/hostile/AllocationWatch.h"
 

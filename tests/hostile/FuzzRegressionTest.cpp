@@ -17,23 +17,19 @@ namespace {
 // A DICOMDIR with one IMAGE record of that type, or no records when `recordType` is null.
 Bytes dicomDir(const char *recordType)
 {
-    Bytes record, dataSet;
-    if (recordType) {
-        for (const Bytes &e : {encodeElement(0x0004, 0x1400, "UL", le(0, 4)),
-                               encodeElement(0x0004, 0x1410, "US", le(0xFFFF, 2)),
-                               encodeElement(0x0004, 0x1420, "UL", le(0, 4)),
-                               encodeElement(0x0004, 0x1430, "CS", text(recordType)),
-                               encodeElement(0x0004, 0x1500, "CS", text("IMAGES\\IM000001"))})
-            append(record, e);
-        record = encodeItem(record);
-    }
-    for (const Bytes &e :
-         {encodeElement(0x0004, 0x1130, "CS", {}), encodeElement(0x0004, 0x1200, "UL", le(0, 4)),
-          encodeElement(0x0004, 0x1202, "UL", le(0, 4)),
-          encodeElement(0x0004, 0x1212, "US", le(0, 2)),
-          encodeElement(0x0004, 0x1220, "SQ", record)})
-        append(dataSet, e);
-    return part10File("1.2.840.10008.1.3.10", "1.2.840.10008.1.2.1", dataSet);
+    const Bytes record =
+        recordType ? encodeItem(encodeElement(0x0004, 0x1400, "UL", le(0, 4)) +
+                                encodeElement(0x0004, 0x1410, "US", le(0xFFFF, 2)) +
+                                encodeElement(0x0004, 0x1420, "UL", le(0, 4)) +
+                                encodeElement(0x0004, 0x1430, "CS", text(recordType)) +
+                                encodeElement(0x0004, 0x1500, "CS", text("IMAGES\\IM000001")))
+                   : Bytes();
+    return part10File("1.2.840.10008.1.3.10", "1.2.840.10008.1.2.1",
+                      encodeElement(0x0004, 0x1130, "CS", {}) +
+                          encodeElement(0x0004, 0x1200, "UL", le(0, 4)) +
+                          encodeElement(0x0004, 0x1202, "UL", le(0, 4)) +
+                          encodeElement(0x0004, 0x1212, "US", le(0, 2)) +
+                          encodeElement(0x0004, 0x1220, "SQ", record));
 }
 
 // A stored policy number outside the five bits was cast into an enumeration without it.

@@ -14,7 +14,6 @@
 #include <zlib.h>
 
 #include <cstring>
-#include <sstream>
 #include <stdexcept>
 
 namespace hostile {
@@ -40,6 +39,10 @@ inline void put(Bytes &b, size_t at, uint32_t v, size_t n)
 inline void append(Bytes &b, const Bytes &more)
 {
     b.insert(b.end(), more.begin(), more.end());
+}
+inline Bytes operator+(Bytes a, const Bytes &b)
+{
+    return append(a, b), a;
 }
 inline Bytes le(uint32_t v, size_t n)
 {
@@ -129,52 +132,44 @@ inline Bytes insertedBefore(Bytes file, uint16_t group, uint16_t element, const 
 /// A private creator and `depth` nested private sequences.
 inline Bytes nestedSequences(int depth, bool undefinedLengths)
 {
-    Bytes b = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE"));
-    Bytes body = encodeElement(0x0071, 0x1002, "LO", text("innermost"));
+    Bytes b = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE")),
+          body = encodeElement(0x0071, 0x1002, "LO", text("innermost"));
     if (!undefinedLengths) {
         for (int i = 0; i < depth; ++i)
             body = encodeElement(0x0071, 0x1001, "SQ", encodeItem(body));
-        append(b, body);
-        return b;
+        return append(b, body), b;
     }
-    const Bytes open = encodeElement(0x0071, 0x1001, "SQ", encodeItem({}, true), true);
-    Bytes close = encodeItem({}, false, 0xE00D);
-    append(close, sequenceDelimiter());
-    for (int i = 0; i < depth; ++i)
-        append(b, open);
-    append(b, body);
-    for (int i = 0; i < depth; ++i)
-        append(b, close);
+    const Bytes open = encodeElement(0x0071, 0x1001, "SQ", encodeItem({}, true), true),
+                close = encodeItem({}, false, 0xE00D) + sequenceDelimiter();
+    for (int i = 0; i < 2 * depth + 1; ++i)
+        append(b, i < depth ? open : i == depth ? body : close);
     return b;
 }
 
 /// A sequence and an item of undefined length without either delimiter.
 inline Bytes sequenceWithoutDelimiters()
 {
-    Bytes b = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE"));
-    append(b, encodeElement(
-                  0x0071, 0x1001, "SQ",
-                  encodeItem(encodeElement(0x0071, 0x1002, "LO", text("open item")), true), true));
-    return b;
+    return encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE")) +
+           encodeElement(0x0071, 0x1001, "SQ",
+                         encodeItem(encodeElement(0x0071, 0x1002, "LO", text("open item")), true),
+                         true);
 }
 
 inline Bytes part10File(const std::string &sopClass, const std::string &syntax,
                         const Bytes &dataSet)
 {
-    auto uid = [](const std::string &s) {
-        Bytes b(s.begin(), s.end());
+    Bytes meta = encodeElement(0x0002, 0x0001, "OB", {0, 1}), file(128, 0);
+    for (const auto &[element, uid] :
+         {std::pair(0x0002, sopClass), std::pair(0x0003, std::string("1.2.3")),
+          std::pair(0x0010, syntax)}) {
+        Bytes b(uid.begin(), uid.end());
         b.resize(b.size() + b.size() % 2, 0);
-        return b;
-    };
-    Bytes meta = encodeElement(0x0002, 0x0001, "OB", {0, 1});
-    append(meta, encodeElement(0x0002, 0x0002, "UI", uid(sopClass)));
-    append(meta, encodeElement(0x0002, 0x0003, "UI", uid("1.2.3")));
-    append(meta, encodeElement(0x0002, 0x0010, "UI", uid(syntax)));
-    Bytes file(132, 0);
-    std::memcpy(file.data() + 128, "DICM", 4);
-    append(file, encodeElement(0x0002, 0x0000, "UL", le(uint32_t(meta.size()), 4)));
-    append(file, meta);
-    append(file, dataSet);
+        append(meta, encodeElement(0x0002, uint16_t(element), "UI", b));
+    }
+    for (const Bytes &part :
+         {Bytes{'D', 'I', 'C', 'M'},
+          encodeElement(0x0002, 0x0000, "UL", le(uint32_t(meta.size()), 4)), meta, dataSet})
+        append(file, part);
     return file;
 }
 
@@ -183,10 +178,8 @@ inline Bytes deflate(const Bytes &data)
     z_stream z{};
     deflateInit2(&z, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
     Bytes out(deflateBound(&z, uLong(data.size())));
-    z.next_in = const_cast<Bytef *>(data.data());
-    z.avail_in = uInt(data.size());
-    z.next_out = out.data();
-    z.avail_out = uInt(out.size());
+    z.next_in = const_cast<Bytef *>(data.data()), z.avail_in = uInt(data.size());
+    z.next_out = out.data(), z.avail_out = uInt(out.size());
     if (::deflate(&z, Z_FINISH) != Z_STREAM_END)
         throw std::runtime_error("deflate");
     out.resize(z.total_out);
@@ -232,11 +225,8 @@ inline LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed
 
 inline std::string failureLine(const std::string &console, const std::string &name)
 {
-    std::istringstream in(console);
-    for (std::string line; std::getline(in, line);)
-        if (line.rfind("reading " + name + " failed: ", 0) == 0)
-            return line;
-    return {};
+    const size_t at = ("\n" + console).find("\nreading " + name + " failed: ");
+    return at == std::string::npos ? "" : console.substr(at, console.find('\n', at) - at);
 }
 
 /// Whether the console has the line "+ NAME" (the file was read).

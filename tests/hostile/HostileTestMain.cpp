@@ -9,9 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-// The loads run the real pipeline: the browser's import dialog builds the
-// stacks silently, offscreen, with the default criteria of a private
-// preferences file; the reader's environment switches are cleared.
+// The real pipeline: the import dialog builds the stacks silently with a private preferences
+// file; the reader's environment switches are cleared.
 int main(int argc, char **argv)
 {
     setenv("QT_QPA_PLATFORM", "offscreen", 0);

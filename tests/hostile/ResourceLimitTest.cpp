@@ -89,25 +89,23 @@ TEST_F(ResourceLimits, HeadersClaimingGigabytesAndVolumesOverTheMemoryLimitAreRe
         put(frame, 0, 1, 4), put(frame, 4, 64, 4), frame[64] = 0x81;
         for (int k = 0; k < frames; ++k)
             append(file, encodeItem(frame));
-        append(file, sequenceDelimiter());
-        const std::string path = write("rle" + std::to_string(frames) + ".dcm", file);
+        const std::string path =
+            write("rle" + std::to_string(frames) + ".dcm", file + sequenceDelimiter());
         reasons.push_back({path, "RLE data of " + std::to_string(66 * frames) +
                                      " bytes cannot hold " + std::to_string(frames) +
                                      " frame(s) of 1073741824 bytes"});
     }
-    // The fuzzer's minimised input: a bare data set whose second tag claims 0xBDBDBDBD bytes.
-    Bytes dataSet = encodeElement(0x0008, 0x0060, "CS", text("MR"));
-    append(dataSet, encodeElement(0x0009, 0x0010, "LO", text("VXTEST")));
+    // A length of 3 GB, plain and deflated; the fuzzer's input: a second tag claiming 0xBDBDBDBD.
     Bytes claim = encodeElement(0x0009, 0x1001, "OB", Bytes(8, 0xBD));
     put(claim, 8, 0xC0000000u, 4);
-    append(dataSet, claim);
+    const Bytes dataSet = encodeElement(0x0008, 0x0060, "CS", text("MR")) +
+                          encodeElement(0x0009, 0x0010, "LO", text("VXTEST")) + claim;
     const std::string mr = "1.2.840.10008.5.1.4.1.1.4";
-    const std::vector<std::string> files = {
-        write("claim.dcm", part10File(mr, "1.2.840.10008.1.2.1", dataSet)),
-        write("claim_deflated.dcm", part10File(mr, "1.2.840.10008.1.2.1.99", deflate(dataSet))),
-        write("fuzz_oom.dcm", {0x08, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xBD, 0x55, 0x53,
-                               0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD})};
-    for (const std::string &f : files)
+    for (const std::string &f :
+         {write("claim.dcm", part10File(mr, "1.2.840.10008.1.2.1", dataSet)),
+          write("claim_deflated.dcm", part10File(mr, "1.2.840.10008.1.2.1.99", deflate(dataSet))),
+          write("fuzz_oom.dcm", {0x08, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xBD, 0x55, 0x53,
+                                 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD})})
         reasons.push_back({f, "cannot extract DICOM information from: "});
     expectRefused(reasons);
 

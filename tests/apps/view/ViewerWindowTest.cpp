@@ -121,13 +121,6 @@ void drag(QWidget *w, Qt::MouseButton button, QPointF from, QPointF to)
     }
 }
 
-void wheel(QWidget *w, QPointF pos, int notches, Qt::KeyboardModifiers modifiers = {})
-{
-    QWheelEvent e(pos, w->mapToGlobal(pos), QPoint(), QPoint(0, 120 * notches), Qt::NoButton,
-                  modifiers, Qt::NoScrollPhase, false);
-    QApplication::sendEvent(w, &e);
-}
-
 class ViewerWindowTest : public testing::Test
 {
 protected:
@@ -168,6 +161,11 @@ protected:
     }
 
     OrthoViewer *viewer() const { return window->viewer(); }
+    bool consoleShows(const std::string &text)
+    {
+        const QString s = QString::fromStdString(text);
+        return QTest::qWaitFor([&] { return window->console()->toPlainText().contains(s); }, 5000);
+    }
 
     void pickVoxel(const std::array<int, 3> &voxel)
     {
@@ -320,7 +318,9 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
     EXPECT_EQ(qRed(axial->picture().pixel(at)), greyByte(value, viewer()->window()));
     ASSERT_TRUE(viewer()->applyPreset(QStringLiteral("Full range")));
     EXPECT_EQ(qRed(axial->picture().pixel(at)), greyByte(value, viewer()->window()));
-    wheel(axial, axial->screenPointOf({32, 30, 4}), 1, Qt::ControlModifier);
+    QWheelEvent zoomIn(at, axial->mapToGlobal(at), {}, {0, 120}, Qt::NoButton, Qt::ControlModifier,
+                       Qt::NoScrollPhase, false);
+    QApplication::sendEvent(axial, &zoomIn);
     const double zoom = axial->viewPort().pixelsPerMm;
     const QImage step0 = axial->picture();
     time->setFocus();
@@ -429,8 +429,7 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
     EXPECT_EQ(outcome.failures, 1);
     auto *field = dynamic_cast<VxField3 *>(outcome.added.front());
     ASSERT_TRUE(field);
-    EXPECT_TRUE(window->console()->toPlainText().contains(
-        QString::fromStdString("reading " + folder + "/broken.dcm failed")));
+    EXPECT_TRUE(consoleShows("reading " + folder + "/broken.dcm failed"));
 
     QTreeWidget *tree = window->parameters()->tree();
     window->parameters()->filterEdit()->setText(QStringLiteral("patient name"));
@@ -473,12 +472,7 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
         EXPECT_NEAR(viewer()->cursorPatientMm()[size_t(k)], original[size_t(k)], 1e-3);
 
     ASSERT_TRUE(window->anonymizeCurrent());
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] {
-            return window->console()->toPlainText().contains(
-                QStringLiteral("anonymized patient name"));
-        },
-        5000))
+    EXPECT_TRUE(consoleShows("anonymized patient name"))
         << window->console()->toPlainText().toStdString();
     EXPECT_EQ(reopened->label(), "Anonymized");
     EXPECT_EQ(window->dataList()->findItems(QStringLiteral("Anonymized"), Qt::MatchExactly).size(),
@@ -492,9 +486,7 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
     const std::string bad = tmp.file("bad.nii");
     std::ofstream(bad) << "not a NIfTI file";
     EXPECT_FALSE(window->openFieldFile(QString::fromStdString(bad)));
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] { return window->console()->toPlainText().contains(QString::fromStdString(bad)); },
-        5000));
+    EXPECT_TRUE(consoleShows(bad));
     EXPECT_TRUE(window->statusBar()->currentMessage().contains(QString::fromStdString(bad)));
     EXPECT_EQ(window->dataList()->topLevelItemCount(), 2);
     EXPECT_EQ(viewer()->field(), reopened);
