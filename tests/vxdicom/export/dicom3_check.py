@@ -13,7 +13,6 @@ import pydicom
 
 EXPLICIT_LE = "1.2.840.10008.1.2.1"
 
-
 def files(entry, fail):
     samples = np.fromfile(entry["raw"], dtype=np.dtype(entry["dtype"]))
     offset, instances, first = 0, set(), None
@@ -27,15 +26,14 @@ def files(entry, fail):
         offset += pixels.size
         fail(path, "pixels equal", bool(np.array_equal(pixels.astype(np.int64), expected.astype(np.int64))), True)
         fail(path, "sorted name", os.path.basename(path), f"IM{k + 1:05d}.dcm")
-        meta = ds.file_meta
+        meta, ids = ds.file_meta, (ds.SeriesInstanceUID, ds.StudyInstanceUID)
+        first = first or ids
         seen = [str(meta.TransferSyntaxUID), str(meta.MediaStorageSOPClassUID), str(ds.SOPClassUID),
-                str(ds.Modality), str(ds.InstanceNumber), list(pixels.shape), str(pixels.dtype)]
-        fail(path, "syntax, classes, modality, instance (from 0), shape, type", seen,
-             [EXPLICIT_LE, entry["sopClass"], entry["sopClass"], entry["modality"], str(k),
-              entry["shape"], entry["dtype"]])
-        fail(path, "media instance", str(meta.MediaStorageSOPInstanceUID), str(ds.SOPInstanceUID))
-        first = first or (ds.SeriesInstanceUID, ds.StudyInstanceUID)
-        fail(path, "series and study", (ds.SeriesInstanceUID, ds.StudyInstanceUID), first)
+                str(ds.Modality), str(ds.InstanceNumber), list(pixels.shape), str(pixels.dtype),
+                str(meta.MediaStorageSOPInstanceUID), ids]
+        fail(path, "syntax, classes, modality, instance (from 0), shape, type, instance UID, "
+             "series and study", seen, [EXPLICIT_LE, entry["sopClass"], entry["sopClass"],
+             entry["modality"], str(k), entry["shape"], entry["dtype"], str(ds.SOPInstanceUID), first])
         instances.add(ds.SOPInstanceUID)
     fail(entry["raw"], "samples left over", samples.size - offset, 0)
     fail(entry["raw"], "own SOP instance UIDs", len(instances), len(entry["files"]))
