@@ -26,15 +26,6 @@ void writeText(const std::string &path, const std::string &text)
     std::ofstream(path) << text;
 }
 
-std::vector<std::string> filesIn(const fs::path &dir)
-{
-    std::vector<std::string> names;
-    for (const auto &e : fs::directory_iterator(dir))
-        names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 TEST(VxdicomCommand, HelpAndUsageErrors)
 {
     vxtest::TempDir dir;
@@ -113,7 +104,8 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     const Outcome r = vxdicom("run -q --format nii -o out session.vxs", cwd);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(fieldCount(r.out), 2) << r.out;
-    EXPECT_EQ(filesIn(dir.file("out")), (std::vector<std::string>{"HFS.nii", "HFS_2_.nii"}));
+    EXPECT_EQ(vxtest::namesIn(dir.file("out")),
+              (std::vector<std::string>{"HFS.nii", "HFS_2_.nii"}));
 
     const struct
     {
@@ -188,8 +180,8 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
             << input;
         EXPECT_TRUE(contains(r.out, "89 headers loaded from 90 files")) << r.out;
         EXPECT_FALSE(contains(r.out, "failed")) << r.out;
-        ASSERT_EQ(filesIn(out), filesIn(dir.file("folders")));
-        for (const std::string &f : filesIn(out))
+        ASSERT_EQ(vxtest::namesIn(out), vxtest::namesIn(dir.file("folders")));
+        for (const std::string &f : vxtest::namesIn(out))
             EXPECT_EQ(vxtest::readFileBytes(out + "/" + f),
                       vxtest::readFileBytes(dir.file("folders/" + f)))
                 << f;
@@ -216,7 +208,7 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
         << r.out;
     EXPECT_EQ(count(r.out, "field \"\" (VxUniformScalarField3): 64 x 64 x 32 int16"), 3u) << r.out;
     EXPECT_EQ(fieldCount(r.out), 3);
-    EXPECT_EQ(filesIn(first),
+    EXPECT_EQ(vxtest::namesIn(first),
               (std::vector<std::string>{"TimeSeriesCtrl.nii.gz", "TimeSeriesCtrl.vxs"}));
     const std::string script = readText(first + "/TimeSeriesCtrl.vxs");
     EXPECT_EQ(count(script, "load -dicom "), 1u) << script;

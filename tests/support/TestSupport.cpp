@@ -164,4 +164,13 @@ IsolatedEnvironment::IsolatedEnvironment()
         unsetenv(name);
 }
 
+std::vector<std::string> namesIn(const std::string &folder)
+{
+    std::vector<std::string> names;
+    for (const auto &entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 } // namespace vxtest

@@ -96,6 +96,8 @@ bool havePythonModules(const std::vector<std::string> &modules);
 
 std::vector<unsigned char> readFileBytes(const std::string &path);
 void writeFileBytes(const std::string &path, const std::vector<unsigned char> &bytes);
+/// The names of the entries of a folder (not their paths), sorted.
+std::vector<std::string> namesIn(const std::string &folder);
 
 } // namespace vxtest
 

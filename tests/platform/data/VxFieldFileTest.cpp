@@ -182,15 +182,6 @@ Bytes bytesOf(const std::string &text, const Bytes &tail = {})
     return b;
 }
 
-std::vector<std::string> namesIn(const std::string &folder)
-{
-    std::vector<std::string> names;
-    for (const auto &entry : fs::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 } // namespace
 
 // Each field saved as NIfTI, read by nibabel: every sampled voxel is where our
@@ -515,7 +506,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
                       valueAt(*f, lat->dim(0) - 1, lat->dim(1) - 1, lat->dim(2) - 1));
         }
         EXPECT_LT(fs::file_size(path), size_t(1000)) << "cut to the new length";
-        EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{name});
+        EXPECT_EQ(vxtest::namesIn(dir.path()), std::vector<std::string>{name});
 
         for (bool existing : {false, true}) {
             SCOPED_TRACE(existing ? "over a previous result" : "new file");
@@ -534,7 +525,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
             work->setObserver(nullptr);
             EXPECT_TRUE(stoppedAt > 0.2f && stoppedAt < 1.0f) << stoppedAt;
             EXPECT_HAS(error, "saving " + path + " failed: interrupted");
-            EXPECT_TRUE(namesIn(dir.path()).empty());
+            EXPECT_TRUE(vxtest::namesIn(dir.path()).empty());
             EXPECT_EQ(threads(), threadsBefore);
         }
     }
@@ -553,7 +544,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
     EXPECT_TRUE(vxtest::readFileBytes(target) == before) << "the link's target changed";
     EXPECT_TRUE(vxtest::readFileBytes(other) == before) << "the other hard link changed";
     EXPECT_TRUE(vxtest::readFileBytes(link) == vxtest::readFileBytes(hard));
-    EXPECT_EQ(namesIn(dir.path()),
+    EXPECT_EQ(vxtest::namesIn(dir.path()),
               (std::vector<std::string>{"hard.nii", "link.nii", "other.nii", "target.nii"}));
 }
 
