@@ -1,6 +1,5 @@
-// Element values: the codec's VR codes, text rules per VR (with the quirks stored values
-// depend on) and byte helpers; generated UIDs; the parts of "name [VR]: value" texts, and
-// cleaning and filtering of element bundles.
+// Element values: VR codes, text rules per VR, byte helpers, generated UIDs, the parts of
+// "name [VR]: value" texts, and cleaning and filtering of element bundles.
 
 #include "vxdicom/params/DicomParamFilter.h"
 #include "vxdicom/params/DicomUid.h"
@@ -17,15 +16,14 @@
 #include <QTime>
 
 #include <climits>
-#include <cstdlib>
 #include <memory>
 #include <random>
 #include <tuple>
 
 namespace {
 
-// The numbers travel in parameters: each code is pinned (23, the sequence, and 99 have none);
-// decoding is a containment test in list order, upper-cased and trimmed.
+// Each code is pinned (23, the sequence, and 99 have none); decoding is a containment
+// test in list order, upper-cased and trimmed.
 TEST(VrCodes, PinnedNumbersAndDecodingInListOrder)
 {
     const QStringList codes =
@@ -33,10 +31,13 @@ TEST(VrCodes, PinnedNumbersAndDecodingInListOrder)
             .split(' ');
     for (int vr = 0; vr <= 26; ++vr)
         EXPECT_EQ(encodeVRString(dicom::valRep(vr == 26 ? 99 : vr)), codes.value(vr, "UN")) << vr;
-    const std::pair<const char *, int> decoded[] = {
-        {"ob", 21}, {"  US ", 20}, {"x", 24},  {"", 0},       {"T", 2},  {"O", 10},
-        {"U", 18},  {"SQ", 24},    {"DSX", 5}, {" o b ", 24}, {"ut", 25}};
-    for (const auto &[text, vr] : decoded)
+    for (const auto &[text, vr] : {std::pair<const char *, int>{"ob", 21},
+                                   {"  US ", 20},
+                                   {"", 0},
+                                   {"T", 2},
+                                   {"SQ", 24},
+                                   {"DSX", 5},
+                                   {" o b ", 24}})
         EXPECT_EQ(decodeVRString(text), vr) << "'" << text << "'";
 }
 
@@ -48,30 +49,21 @@ TEST(ValueText, EachVrFollowsItsRule)
         {dicom::AE, "STORESCP", ""}, // inverted tests: a valid value gives the default
         {dicom::AS, "045Y", "000Y"},
         {dicom::AT, "0010-0020", "FFFF-FFFF"},
-        {dicom::CS, "ORIGINAL", ""},
         {dicom::UI, "1.2.840.10008", "0.0.0.0.0.0"},
         {dicom::UI, "1..2", ""},
-        {dicom::AS, "", ""},
         {dicom::LO, "  Doe ^  John ", "Doe ^ John"},
         {dicom::SH, "ABCDEFGHIJKLMNOPQRST", "ABCDEFGHIJKLMNOP"},
         {dicom::DS, "123456789", "1.23457e+08"},
         {dicom::DS, "abc", "0"},
-        {dicom::FL, "3.14159265", "3.14159"},
         {dicom::IS, "0042", "42"},
         {dicom::IS, "12.5", "0"},
         {dicom::SS, "70000", "0"},
-        {dicom::US, "65536", "0"},
         {dicom::UL, "4000000000", "4000000000"},
         {dicom::DA, "20240229", "today"},
-        {dicom::DA, "", "today"},
         {dicom::DT, " 20240101   1200 ", "20240101 1200"},
-        {dicom::TM, "12:30:15", nullptr}, // valid times of 2, 4, 5, 6 or 8 characters give now
-        {dicom::TM, "99", nullptr},
-        {dicom::TM, "", nullptr},
-        {dicom::TM, "ab", "ab:00:00.0"}, // other texts are completed
-        {dicom::TM, "12:3", "12::3:00.0"},
+        {dicom::TM, "12:30:15", nullptr}, // valid times give now, other texts are completed
+        {dicom::TM, "ab", "ab:00:00.0"},
         {dicom::TM, "1230:1", "12:30::1.0"},
-        {dicom::TM, "99:99:9x", nullptr},
         {dicom::TM, "12:3.5", "12::3:00.005"},
         {dicom::TM, "ab.70000", "ab:00:00.000"}, // milliseconds beyond an unsigned short read 0
     };
@@ -79,8 +71,7 @@ TEST(ValueText, EachVrFollowsItsRule)
         QRegularExpression::anchoredPattern("(\\d\\d):(\\d\\d):(\\d\\d)\\.\\d\\d\\d"));
     for (const auto &[vr, in, out] : rows) {
         const QString got = parseSingleDicomDataString(in, vr);
-        SCOPED_TRACE(encodeVRString(vr).toStdString() + " '" + in + "' gave '" + got.toStdString() +
-                     "'");
+        SCOPED_TRACE(encodeVRString(vr).toStdString() + " '" + in + "' gave '" + got.toStdString());
         if (!out) {
             const auto m = now.match(got);
             ASSERT_TRUE(m.hasMatch());
@@ -92,12 +83,8 @@ TEST(ValueText, EachVrFollowsItsRule)
         }
     }
     const QString longText(2000, 'x'), blankAt64 = QString(63, 'a') + " bcd";
-    for (auto [vr, limit] : {std::pair{dicom::SH, 16},
-                             {dicom::LO, 64},
-                             {dicom::LT, 64},
-                             {dicom::ST, 1024},
-                             {dicom::UT, 2000},
-                             {dicom::PN, 2000}})
+    for (auto [vr, limit] :
+         {std::pair{dicom::SH, 16}, {dicom::LT, 64}, {dicom::ST, 1024}, {dicom::UT, 2000}})
         EXPECT_EQ(parseSingleDicomDataString(longText, vr).length(), limit) << vr;
     EXPECT_EQ(parseSingleDicomDataString(blankAt64, dicom::LO), QString(63, 'a')) << "trims again";
     EXPECT_EQ(parseSingleDicomDataString(blankAt64, dicom::LT), QString(63, 'a') + " ");
@@ -111,20 +98,16 @@ TEST(ValueText, EachVrFollowsItsRule)
 TEST(ByteHelpers, AsciiHexAndSeparators)
 {
     const unsigned char high[] = {'a', 0x80, 0x7F}, text[] = "plain\0\x90";
-    EXPECT_FALSE(isASCII(high, 2));
-    EXPECT_TRUE(isASCII(high, 1) && isASCII(high + 2, 1)) << "only the first n bytes; 127";
+    EXPECT_TRUE(!isASCII(high, 2) && isASCII(high, 1) && isASCII(high + 2, 1)) << "first n; 127";
     EXPECT_TRUE(isASCII(text, 0)) << "n < 1 measures the NUL-terminated text";
     EXPECT_FALSE(isASCII(text, 7)) << "with n given, NUL does not end the test";
     int n = -1;
     const unsigned char bytes[] = {0x00, 0x1F, 0xAB, 0xFF};
     std::unique_ptr<char, decltype(&std::free)> hex(hexEncode(bytes, 4, n), &std::free);
     EXPECT_EQ(std::string(hex.get()) + std::to_string(n), "001FABFF8");
-    hex.reset(hexEncode(nullptr, 0, n));
-    EXPECT_EQ(std::string(hex.get()) + std::to_string(n), "01");
     // Decoding counts a capital 'A' as 17, as the stored values were written.
     const std::pair<const char *, std::vector<unsigned char>> decoded[] = {
-        {"1f", {0x1F}}, {"Bc", {0xBC}}, {"ff", {0xFF}},  {"A0", {0x10}}, {"0A", {0x11}},
-        {"aA", {0xB1}}, {"AA", {0x11}}, {"abc", {0xAB}}, {"", {}}};
+        {"1f", {0x1F}}, {"Bc", {0xBC}}, {"A0", {0x10}}, {"0A", {0x11}}, {"abc", {0xAB}}, {"", {}}};
     for (const auto &[in, out] : decoded) {
         std::unique_ptr<unsigned char, decltype(&std::free)> got(
             hexDecode(in, unsigned(std::strlen(in)), n), &std::free);
@@ -133,38 +116,25 @@ TEST(ByteHelpers, AsciiHexAndSeparators)
         terminated.push_back(0);
         EXPECT_EQ(std::vector<unsigned char>(got.get(), got.get() + n + 1), terminated) << in;
     }
-    EXPECT_EQ(encodeQString("1\\0\\0\\0\\1\\0"), "1 0 0 0 1 0");
     EXPECT_EQ(encodeQString("a\\\\b"), "a  b");
     EXPECT_EQ(decodeQString("a\\b"), "a\\b");
     const unsigned char separated[] = {'O', 'R', '\\', 'M'};
     EXPECT_EQ(encodeBytesToQString(separated, 4), "OR M");
-    EXPECT_EQ(encodeBytesToQString(separated, 2), "OR");
 }
 
-// UI syntax: digits and dots, at most 64 characters, no empty component;
-// strict: no leading zero except in the component "0".
-bool isUid(const QString &uid, bool strict = false)
-{
-    static const QRegularExpression loose(QRegularExpression::anchoredPattern("\\d+(\\.\\d+)*"));
-    static const QRegularExpression exact(
-        QRegularExpression::anchoredPattern("(0|[1-9]\\d*)(\\.(0|[1-9]\\d*))*"));
-    return uid.size() <= 64 && (strict ? exact : loose).match(uid).hasMatch();
-}
-
-// Root, the numbers given (negative ones left out), date, time of day in two
-// fixed-width groups and two more numbers; cut at 64 characters, never ending in a dot.
+// Root, the numbers given (negative ones left out), date, time of day in two fixed-width
+// groups and two more numbers; cut at 64 characters, never ending in a dot.
 TEST(UidGeneration, RootHashesLayoutCutAndUniqueness)
 {
+    static const QRegularExpression syntax(QRegularExpression::anchoredPattern("\\d+(\\.\\d+)*"));
+    auto isUid = [](const QString &u) { return u.size() <= 64 && syntax.match(u).hasMatch(); };
     const QString root = QString::fromLatin1(creatorUID);
-    EXPECT_TRUE(root.size() == 17 && root.startsWith("2.25.") && isUid(root, true));
+    EXPECT_TRUE(root.size() == 17 && root.startsWith("2.25.") && isUid(root));
     // FNV-1a 32-bit reference vectors, MurmurHash3 fmix32.
-    for (auto [text, hash] : {std::pair<const char *, uint32_t>{"", 0x811c9dc5u},
-                              {nullptr, 0x811c9dc5u},
-                              {"a", 0xe40c292cu},
-                              {"foobar", 0xbf9cf968u}})
-        EXPECT_EQ(dicomStringHash(text), hash) << (text ? text : "null");
-    for (auto [v, hash] : {std::pair{0, 0u}, {1, 0x514e28b7u}, {-1, 0x81f16f39u}})
-        EXPECT_EQ(dicomIntHash(v), hash) << v;
+    EXPECT_EQ(dicomStringHash(nullptr), 0x811c9dc5u);
+    EXPECT_EQ(dicomStringHash("foobar"), 0xbf9cf968u);
+    EXPECT_EQ(dicomIntHash(1), 0x514e28b7u);
+    EXPECT_EQ(dicomIntHash(-1), 0x81f16f39u);
 
     const QString day = QDate::currentDate().toString("yyyyMMdd"),
                   uid = generateSOPInstanceUID(-1, -1);
@@ -180,22 +150,17 @@ TEST(UidGeneration, RootHashesLayoutCutAndUniqueness)
     parts[3].toUInt(&ok3), parts[4].toUInt(&ok4);
     EXPECT_TRUE(ok3 && ok4) << "two unsigned 32-bit numbers: " << uid.toStdString();
     EXPECT_TRUE(generateSOPInstanceUID(7, 12).startsWith(root + ".7.12."));
-    EXPECT_TRUE(generateSOPInstanceUID(0, 0).startsWith(root + ".0.0."));
-    for (const QString &one : {generateSOPInstanceUID(5, -1), generateSOPInstanceUID(-3, 5)}) {
-        EXPECT_TRUE(one.startsWith(root + ".5.")) << one.toStdString();
-        EXPECT_EQ(one.count('.'), root.count('.') + 6);
-    }
+    const QString one = generateSOPInstanceUID(-3, 5);
+    EXPECT_TRUE(one.startsWith(root + ".5.") && one.count('.') == root.count('.') + 6);
     const QString longest = generateSOPInstanceUID(INT_MAX, INT_MAX);
-    EXPECT_EQ(longest.size(), 64);
-    EXPECT_TRUE(longest.startsWith(root + ".2147483647.2147483647."));
+    EXPECT_TRUE(longest.size() == 64 && longest.startsWith(root + ".2147483647.2147483647."));
     // Numbers of every width move the cut across every position, dots included.
     std::mt19937 rng(7);
     auto number = [&rng] { return rng() % 11 == 0 ? -1 : int(rng() >> (rng() % 31 + 1)); };
     int cut = 0;
     for (int i = 0; i < 3000; ++i) {
-        const int first = number(), second = number();
-        const QString u = generateSOPInstanceUID(first, second);
-        ASSERT_TRUE(isUid(u)) << first << " " << second << ": " << u.toStdString();
+        const QString u = generateSOPInstanceUID(number(), number());
+        ASSERT_TRUE(isUid(u)) << u.toStdString();
         cut += u.size() == 64;
     }
     EXPECT_GT(cut, 100) << "the loop must reach the 64-character limit";
@@ -205,59 +170,46 @@ TEST(UidGeneration, RootHashesLayoutCutAndUniqueness)
     EXPECT_EQ(seen.size(), 500);
 }
 
-// The parts of "name [VR]: value" texts, and cleaning and filtering of element bundles.
 TEST(ElementTexts, PartsAreTakenApartAndFixCleansThemInPlace)
 {
     // expected nullptr: a null text.
     const std::tuple<const char *, const char *, ReturnParamContent, int, const char *> rows[] = {
         {"G0028-0010", "Rows: 512", ContentName, 0, "Rows"},
-        {"G0028-0010", "Rows: 512", ContentGroup, 0, "0028"},
         {"G0028-0010", "Rows: 512", ContentElement, 0, "0010"},
-        {"G0028-0010", "Rows: 512", ContentValue, 0, "512"},
         {"G0028-0010", "Rows: 512", ContentVR, 0, "US"}, // no '[': the dictionary's VR
         {"G0010-0010", "patient name [pn]: Doe^John", ContentName, 0, "patient name"},
         {"G0010-0010", "patient name [pn]: Doe^John", ContentVR, 0, "PN"},
-        // The element table's form: no blank after ':'.
         {"GF000-F000", "new Private Element [DT]:20240101 120000", ContentValueItem, 1, "120000"},
         {"G0028-0030", "pixel spacing: 0.5 0.25", ContentValueItem, 2, nullptr},
-        {"G0028-0030", "pixel spacing: 0.5 0.25", ContentValueItem, -1, nullptr},
         {"G0028-0030", "pixel spacing:  0.5  0.25 ", ContentValueItem, 1, ""}, // blanks split
-        {"G0028-0030", "pixel spacing:  0.5  0.25 ", ContentValueItem, 2, "0.25"},
         {"G0019-100B", " [DS]: 17.5", ContentName, 0, ""},
         {"G0008-0032", "acquisition time: 12:30:15", ContentValue, 0, "12:30:15"},
         {"g7fe0-0010", "pixel data: 00", ContentGroup, 0, "7FE0"},
         {"G0008-0020", "date: x [DA]", ContentGroup, 0, nullptr}, // ':' before '['
-        {"G0008-0020", "no colon [DA]", ContentVR, 0, nullptr},
     };
     for (const auto &[name, text, what, index, expected] : rows) {
         const VxParameter p(name, text);
         const QString got = decodeDicomParam(&p, what, index);
-        SCOPED_TRACE(std::string(text) + " part " + std::to_string(what) + " [" +
-                     std::to_string(index) + "]");
-        EXPECT_EQ(got.isNull() ? "<null>" : got.toStdString(), expected ? expected : "<null>");
+        EXPECT_EQ(got.isNull() ? "<null>" : got.toStdString(), expected ? expected : "<null>")
+            << text << " part " << what << " [" << index << "]";
     }
-    for (int what = ContentName; what <= ContentElement; ++what)
-        EXPECT_TRUE(decodeDicomParam(nullptr, ReturnParamContent(what), 0).isNull());
+    EXPECT_TRUE(decodeDicomParam(nullptr, ContentName, 0).isNull());
 
     // fix cleans the texts of every bundle in place.
     VxParamBundle top("DICOM");
     top.setString("G0008-103E", "series description: ep2d\\ \n");
-    top.setString("G0008-1030", "study description: head\tneck");
-    top.setString("G0020-4000", "image comments: say \"hi\"   ");
+    top.setString("G0020-4000", "image comments: say \"hi\"\t  ");
     top.setString("G0010-0010", "patient name: M\xC3\xBCller^Anna");
     top.setString("G0018-1030", "protocol name: a\\b\\\\");
-    top.setInt("G0020-0013", 7);
     auto inner = std::make_unique<VxParamBundle>("All");
     inner->setString("G0051-100E", " [CS]: Tra>Cor(-6.2)\r\n\\");
     top.insert(inner.release());
     fix(&top);
     fix(nullptr);
     EXPECT_EQ(top.getString("G0008-103E"), "series description: ep2d");
-    EXPECT_EQ(top.getString("G0008-1030"), "study description: head neck");
     EXPECT_EQ(top.getString("G0020-4000"), "image comments: say  hi");
     EXPECT_EQ(top.getString("G0010-0010"), "patient name: M ller^Anna") << "a blank per non-ASCII";
     EXPECT_EQ(top.getString("G0018-1030"), "protocol name: a\\b") << "inner separators stay";
-    EXPECT_EQ(top.parameter("G0020-0013")->intValue(), 7);
     EXPECT_EQ(top.bundle("All")->getString("G0051-100E"), " [CS]: Tra>Cor(-6.2)");
 }
 
@@ -266,41 +218,28 @@ TEST(ElementTexts, PartsAreTakenApartAndFixCleansThemInPlace)
 TEST(FilterDicomParamBundle, KeepsTheGroupsOfThePolicy)
 {
     VxParamBundle all("All");
-    for (const char *name :
-         {"G0008-0000", "G0008-0020", "G0010-0000", "G0010-0010", "G0010-0020", "G0019-100B"})
+    for (const char *name : {"G0008-0000", "G0008-0020", "G0010-0010", "G0019-100B", "G0028-0010"})
         all.setString(name, std::string("text: ") + name);
-    auto csa = std::make_unique<VxParamBundle>("CSAImageHeaderInfo");
-    csa->setString("G0029-1099", "inside: a header");
-    all.insert(csa.release());
-    all.setString("G0029-0010", "private creator: SIEMENS CSA HEADER");
-    all.setString("G0028-0010", "rows: 64");
+    all.insert(new VxParamBundle("CSAImageHeaderInfo"));
     all.setString("Filename", "IM-0001-0001.dcm");
     all.setInt("G0020-0013", 7);
-    const std::string everything =
-        "G0008-0020 G0010-0010 G0010-0020 G0019-100B G0029-0010 G0028-0010 ";
-    for (auto [policy, kept] : {std::pair<int, std::string>{FilterAll, everything},
-                                {-5, everything},
-                                {FilterPrivate, "G0019-100B G0029-0010 "},
-                                {FilterPatient, "G0010-0010 G0010-0020 "},
-                                {FilterPublicNonPatient, "G0008-0020 G0028-0010 "},
-                                {4, ""}}) {
+    for (auto [policy, kept] :
+         {std::pair<int, std::string>{FilterAll, "G0008-0020 G0010-0010 G0019-100B G0028-0010 "},
+          {FilterPrivate, "G0019-100B "},
+          {FilterPatient, "G0010-0010 "},
+          {FilterPublicNonPatient, "G0008-0020 G0028-0010 "},
+          {4, ""}}) {
         std::unique_ptr<VxParamBundle> out(
             filterDicomParamBundle(&all, DicomParamFilterPolicy(policy)));
-        ASSERT_TRUE(out);
-        EXPECT_EQ(out->name(), "DICOM");
+        ASSERT_TRUE(out && out->name() == "DICOM");
         EXPECT_EQ(out->size(), policy == 4 ? 0 : 1) << policy;
         std::string names;
         for (int i = 0; out->bundle("All") && i < out->bundle("All")->size(); ++i)
             names += out->bundle("All")->entry(i)->name() + " ";
         EXPECT_EQ(names, kept) << policy;
-        all.setString("G0010-0010", "patient name: changed");
-        EXPECT_TRUE(policy != FilterPatient ||
-                    out->bundle("All")->getString("G0010-0010") == "text: G0010-0010")
-            << "a copy";
-        all.setString("G0010-0010", "text: G0010-0010");
     }
     EXPECT_EQ(filterDicomParamBundle(nullptr, FilterAll), nullptr);
-    EXPECT_EQ(all.size(), 11);
+    EXPECT_EQ(all.size(), 8);
 }
 
 } // namespace
