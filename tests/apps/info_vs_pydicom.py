@@ -1,67 +1,60 @@
 #!/usr/bin/python3
-"""`vxdicom info --json` on every shared file (and a few pydicom writes) against pydicom
-(gdcmdump where it has no value; nibabel for CSA headers) or gdcmdump alone; --fixtures OUTDIR
-writes the C++ info tests' files. Status 0 agree, 1 disagree, 77 skipped."""
+"""`vxdicom info --json` on every shared file (and a pydicom write) against pydicom (gdcmdump
+where it has no value; nibabel for CSA headers) or gdcmdump alone; --fixtures OUTDIR writes the
+C++ info tests' files. Status 0 agree, 1 disagree, 77 skipped."""
 import argparse, codecs, json, math, os, re, shutil, struct, subprocess, sys, tempfile
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-SHARED = os.path.normpath(os.path.join(HERE, "..", "..", "..", "shared", "data"))
-SKIP = 77
+SHARED = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../shared/data"))
 # UTF-8 where the bytes are UTF-8, other bytes as Latin-1 (vxdicom's rule for CSA texts).
 codecs.register_error("vx_latin1", lambda e: (e.object[e.start:e.end].decode("latin-1"), e.end))
 TEXT_VRS = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "SH", "TM", "UI"}
-GROUPS = (0x5200, 0x9229), (0x5200, 0x9230)
 AXES = [(1, 0, 0), (-1, 0, 0), (0, 1, 0), (0, -1, 0), (0, 0, 1), (0, 0, -1)]
+GDCM_LINE = re.compile(r"^\(([0-9a-f]{4}),([0-9a-f]{4})\) (\S\S)(?: \((\S\S)\))? (.*?)\s+# (\d+|u/l),")
 
 
-def dataset(path, rows, columns, bits, pixels, **values):
+def dataset(path, pixels, **values):  # an explicit VR little endian MR image written by pydicom
     from pydicom.dataset import FileDataset, FileMetaDataset
     from pydicom.uid import ExplicitVRLittleEndian, generate_uid
-    meta = FileMetaDataset()
+    meta, bits = FileMetaDataset(), pixels.itemsize * 8
     meta.MediaStorageSOPClassUID, meta.MediaStorageSOPInstanceUID, meta.TransferSyntaxUID = \
         "1.2.840.10008.5.1.4.1.1.4", generate_uid(), ExplicitVRLittleEndian
     ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
     ds.is_little_endian, ds.is_implicit_VR = True, False
     for k, v in {**dict(SOPClassUID=meta.MediaStorageSOPClassUID, SOPInstanceUID=meta.MediaStorageSOPInstanceUID,
-                        Modality="MR", SamplesPerPixel=1, PhotometricInterpretation="MONOCHROME2", Rows=rows,
-                        Columns=columns, BitsAllocated=bits, BitsStored=bits, HighBit=bits - 1,
-                        PixelRepresentation=0), **values, "PixelData": pixels.tobytes()}.items():
+                        Modality="MR", SamplesPerPixel=1, PhotometricInterpretation="MONOCHROME2", BitsAllocated=bits,
+                        BitsStored=bits, HighBit=bits - 1, PixelRepresentation=0), **values,
+                 "PixelData": pixels.tobytes()}.items():
         setattr(ds, k, v)
     return ds
 
 
-def write_fixtures(out):
+def write_fixtures(out):  # 32-bit YBR; Latin-1 texts with a CSA header of three tags
     import numpy as np
     os.makedirs(out, exist_ok=True)
-    path = os.path.join(out, "wide.dcm")
-    dataset(path, 3, 4, 32, np.arange(36, dtype=np.uint32), SamplesPerPixel=3,
-            PhotometricInterpretation="YBR_FULL", PlanarConfiguration=0).save_as(path, write_like_original=False)
+    wide, texts = os.path.join(out, "wide.dcm"), os.path.join(out, "texts.dcm")
+    dataset(wide, np.arange(36, dtype=np.uint32), Rows=3, Columns=4, SamplesPerPixel=3,
+            PhotometricInterpretation="YBR_FULL", PlanarConfiguration=0).save_as(wide, write_like_original=False)
     csa = b"SV10\4\3\2\1" + struct.pack("<II", 3, 77)
     for name, vr, items in (("Alpha", "IS", [b"42"]), ("Beta", "LO", [b"a\xb5\x01"]), ("Gamma", "DS", [])):
         csa += struct.pack("<64si4s3i", name.encode(), 1, vr.encode(), 6, len(items), 77)
         for item in items:
             csa += struct.pack("<4i", len(item), len(item), 77, len(item)) + item + b"\0" * (-len(item) % 4)
-    path = os.path.join(out, "texts.dcm")
-    ds = dataset(path, 2, 2, 16, np.array([1, 2, 3, 4], dtype=np.uint16), SpecificCharacterSet="ISO_IR 100",
+    ds = dataset(texts, np.array([1, 2, 3, 4], dtype=np.uint16), Rows=2, Columns=2, SpecificCharacterSet="ISO_IR 100",
                  PatientName="Müller", ImageComments="line one\r\nline two\ttab")
     ds.add_new((0x0029, 0x0010), "LO", "SIEMENS CSA HEADER")
     ds.add_new((0x0029, 0x1010), "OB", csa)
-    ds.save_as(path, write_like_original=False)
+    ds.save_as(texts, write_like_original=False)
 
 
-def write_synthetic(folder):
+def write_frames(folder):  # three frames placed by the retired Image Position and Orientation
     import numpy as np
-    series = os.path.join(folder, "oblique")
-    subprocess.run(["/usr/bin/python3", os.path.join(HERE, "..", "support", "make_series.py"), series] +
-                   "--rows 12 --columns 16 --slices 2 --modality MR --spacing 0.8 --row-spacing 0.5 "
-                   "--orientation oblique".split(), check=True, stderr=subprocess.DEVNULL)
     name = os.path.join(folder, "frames3.dcm")
-    ds = dataset(name, 5, 7, 16, np.arange(105, dtype=np.uint16), SpacingBetweenSlices="2.5",
+    ds = dataset(name, np.arange(105, dtype=np.uint16), Rows=5, Columns=7, SpacingBetweenSlices="2.5",
                  PixelSpacing=["0.6", "0.9"], NumberOfFrames=3, BitsStored=12, HighBit=11)
     ds.add_new((0x0020, 0x0030), "DS", ["-10.5", "20", "7.25"])
     ds.add_new((0x0020, 0x0035), "DS", ["0", "1", "0", "0", "0", "-1"])
     ds.save_as(name, write_like_original=False)
-    return collect([series]) + [name]
+    return [name]
 
 
 def collect(paths):
@@ -70,16 +63,8 @@ def collect(paths):
                   for n in names if n not in ("README.md", "LICENSE", "notes.txt"))
 
 
-def numbers(text):
-    try:
-        return None if text is None else [float(v) for v in str(text).split("\\") if v.strip()]
-    except ValueError:
-        return None
-
-
 class Reference:
     """One file's values: pydicom, and gdcmdump's top-level lines where pydicom has none."""
-    LINE = re.compile(r"^\(([0-9a-f]{4}),([0-9a-f]{4})\) (\S\S)(?: \((\S\S)\))? (.*?)\s+# (\d+|u/l),")
 
     def __init__(self, path, mode):
         import pydicom
@@ -91,10 +76,9 @@ class Reference:
 
     def _gdcm(self):
         if self.gdcm is None:  # nested lines are indented; "[value]" or "(no value ...)"
-            out = subprocess.run(["gdcmdump", self.path], stdout=subprocess.PIPE,
-                                 stderr=subprocess.DEVNULL).stdout.decode("latin-1")
+            out = subprocess.run(["gdcmdump", self.path], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
             self.gdcm = {(int(m[1], 16), int(m[2], 16)): re.sub(r"^\[(.*)\]$|^\(no value.*", r"\1", m[5].strip())
-                         for m in filter(None, map(self.LINE.match, out.splitlines()))}
+                         for m in filter(None, map(GDCM_LINE.match, out.decode("latin-1").splitlines()))}
         return self.gdcm
 
     def has(self, tag):
@@ -114,13 +98,12 @@ class Reference:
         self.from_gdcm += 1
         return self._gdcm().get(tag) or None
 
-    def number(self, tag, default=None):
-        v = numbers(self.text(tag))
-        return v[0] if v else default
-
-    def vector(self, tag, n):
-        v = numbers(self.text(tag))
-        return v[:n] if v is not None and len(v) >= n else None
+    def numbers(self, tag, n=1):  # the first n numbers, or None
+        try:
+            v = [float(x) for x in str(self.text(tag) or "").split("\\") if x.strip()]
+        except ValueError:
+            return None
+        return v[:n] if len(v) >= n else None
 
 
 def unit(v):
@@ -129,30 +112,25 @@ def unit(v):
 
 
 def expected_image(ref):
-    num = lambda g, e, d=0: int(ref.number((g, e), d) or d)
+    num = lambda g, e, d=0: int((ref.numbers((g, e)) or [d])[0] or d)
     e = {"rows": num(0x28, 0x10), "columns": num(0x28, 0x11), "bitsAllocated": num(0x28, 0x100),
          "bitsStored": num(0x28, 0x101), "samplesPerPixel": num(0x28, 0x2, 1), "frames": num(0x28, 0x8, 1),
-         "frameSpacing": ref.number((0x18, 0x88), 1.0)}
-    r, c = ref.vector((0x28, 0x30), 2) or (0.0, 0.0)
+         "frameSpacing": (ref.numbers((0x18, 0x88)) or [1.0])[0]}
+    r, c = ref.numbers((0x28, 0x30), 2) or (0.0, 0.0)
     e["pixelSpacing"] = [r or c, c or r]  # one value 0: square pixels of the other
-    position = ref.vector((0x20, 0x32), 3) or ref.vector((0x20, 0x30), 3)
-    e["hasPosition"], e["position"] = position is not None, position
-    o = ref.vector((0x20, 0x37), 6) or ref.vector((0x20, 0x35), 6)
-    if o:
-        row, col = unit(o[:3]), unit(o[3:])
-        normal = unit([row[1] * col[2] - col[1] * row[2], col[0] * row[2] - row[0] * col[2],
-                       row[0] * col[1] - row[1] * col[0]])
-        e["rowDirection"], e["columnDirection"], e["normal"] = row, col, normal
-        e["oblique"] = not all(any(math.dist(v, a) < 0.03 for a in AXES) for v in (row, col, normal))
-    else:
-        e["rowDirection"] = e["columnDirection"] = e["normal"] = [0.0, 0.0, 0.0]
-        e["oblique"] = False
+    position = ref.numbers((0x20, 0x32), 3) or ref.numbers((0x20, 0x30), 3)
+    o = ref.numbers((0x20, 0x37), 6) or ref.numbers((0x20, 0x35), 6)
+    row, col = (unit(o[:3]), unit(o[3:])) if o else ([0.0] * 3, [0.0] * 3)
+    normal = unit([row[1] * col[2] - col[1] * row[2], col[0] * row[2] - row[0] * col[2],
+                   row[0] * col[1] - row[1] * col[0]])
+    e.update(hasPosition=position is not None, position=position, rowDirection=row, columnDirection=col,
+             normal=normal, oblique=bool(o) and not all(any(math.dist(v, a) < 0.03 for a in AXES)
+                                                        for v in (row, col, normal)))
     if o and position:
-        e["sliceLocation"] = sum(n * p for n, p in zip(e["normal"], position))
+        e["sliceLocation"] = sum(n * p for n, p in zip(normal, position))
     else:
-        z = [v[2] for v in (ref.vector(t, 3) for t in ((0x20, 0x32), (0x20, 0x30))) if v]
-        e["sliceLocation"] = next((v for v in (ref.number((0x20, 0x1041)), ref.number((0x20, 0x50)))
-                                   if v is not None), z[0] if z else 0.0)
+        e["sliceLocation"] = next((v[0] for v in (ref.numbers((0x20, 0x1041)), ref.numbers((0x20, 0x50))) if v),
+                                  (position or [0.0] * 3)[2])
     return e
 
 
@@ -162,11 +140,10 @@ def mosaic_tiles(path, ref):  # nibabel's CSA reader, else (0019,100A); None: no
     try:
         import pydicom
         from nibabel.nicom import csareader
-        ds = pydicom.dcmread(path, stop_before_pixels=True)
-        n = csareader.get_n_mosaic(csareader.read(ds[0x0029, 0x1010].value))
+        n = csareader.get_n_mosaic(csareader.read(pydicom.dcmread(path, stop_before_pixels=True)[0x0029, 0x1010].value))
     except Exception:
         n = None
-    n = n or ref.number((0x0019, 0x100A))
+    n = n or (ref.numbers((0x0019, 0x100A)) or [None])[0]
     return int(n) if n else None
 
 
@@ -174,13 +151,11 @@ def close(a, b, absolute, relative=1e-6):
     return abs(a - b) <= absolute + relative * abs(b)
 
 
-def compare_image(check, rec, exp, placed):
-    same = [("width", exp["columns"]), ("height", exp["rows"]), ("bitsStored", exp["bitsStored"])]
-    if not placed:  # 1-bit data unpacked to bytes
-        same += [("bytesPerSample", max(1, (exp["bitsAllocated"] + 7) // 8)), ("samplesPerPixel",
-                 exp["samplesPerPixel"]), ("hasPosition", exp["hasPosition"]), ("oblique", exp["oblique"])]
-    for key, theirs in same:
-        check(key, rec[key], theirs)
+def compare_image(check, rec, exp, placed):  # placed: a mosaic tile or an enhanced frame
+    exp = dict(exp, width=exp["columns"], height=exp["rows"], bytesPerSample=max(1, (exp["bitsAllocated"] + 7) // 8))
+    for key in ["width", "height", "bitsStored"] + (not placed) * ["bytesPerSample", "samplesPerPixel",
+                                                                    "hasPosition", "oblique"]:
+        check(key, rec[key], exp[key])
     if placed:
         return
     for key, tolerance in (("pixelSpacing", 0), ("position", 1e-4), ("rowDirection", 2e-6),
@@ -192,12 +167,12 @@ def compare_image(check, rec, exp, placed):
     check("valueRange", rec["valueRange"], None)
 
 
-def compare_attributes(check, ds, attributes):
+def compare_attributes(check, ds, attributes):  # every element up to Pixel Data, by name and text
     ours, expected = dict(attributes), set()
     for d in (getattr(ds, "file_meta", None), ds):
         for tag in sorted(d._dict) if d is not None else []:
             if tag == 0x7FE00010:
-                break  # the module lists the elements up to Pixel Data
+                break
             raw = d._dict[tag]
             if getattr(raw, "is_raw", False) and hasattr(raw, "length"):
                 vr, value = raw.VR, raw.value
@@ -211,9 +186,8 @@ def compare_attributes(check, ds, attributes):
             expected.add(name)
             text = ours.get(name)
             if text is not None and vr in TEXT_VRS and value is not None and all(32 <= b < 127 or b == 0 for b in value):
-                stored = value.decode("ascii").rstrip(" \0").replace("\\", " ")
-                shown = text.split(": ", 1)[1] if ": " in text else None
-                check(name + " value", shown, stored)
+                check(name + " value", text.split(": ", 1)[1] if ": " in text else None,
+                      value.decode("ascii").rstrip(" \0").replace("\\", " "))
     names = {n for n, v in attributes if not isinstance(v, list)}
     check("attribute parameters missing", sorted(expected - names), [])
     check("attribute parameters not in the file", sorted(names - expected), [])
@@ -235,7 +209,7 @@ def item_text(v):
     return (v if isinstance(v, bytes) else v.encode("latin-1")).decode("utf-8", errors="vx_latin1")
 
 
-def compare_csa(check, raw, ours, name):
+def compare_csa(check, raw, ours, name):  # every tag's fields and values against nibabel's
     from nibabel.nicom import csareader
     theirs = sorted(csareader.read(raw)["tags"].items(), key=lambda kv: kv[1]["tag_no"])
     long_at = first_long_item(raw)
@@ -301,9 +275,9 @@ def compare(args, files):
         if tiles is not None and tiles > 1:
             per_row = math.ceil(math.sqrt(tiles))
             exp["frames"], exp["rows"], exp["columns"] = tiles, exp["rows"] // per_row, exp["columns"] // per_row
-        for what, our in (("imageCount", r.get("imageCount")), ("image records", len(images))):
-            check(what, our, exp["frames"])
-        placed = (tiles is not None and tiles > 1) or any(ref.has(t) for t in GROUPS)  # mosaic or enhanced
+        check("imageCount", r.get("imageCount"), exp["frames"])
+        check("image records", len(images), exp["frames"])
+        placed = (tiles is not None and tiles > 1) or any(ref.has(t) for t in ((0x5200, 0x9229), (0x5200, 0x9230)))
         for rec in images:
             counts["frames"] += 1
             compare_image(lambda w, a, b, ok=None: check("frame %d %s" % (rec["frame"], w), a, b, ok), rec, exp, placed)
@@ -328,13 +302,13 @@ def main():
     try:
         import pydicom, numpy, nibabel.nicom.csareader  # noqa: F401
     except ImportError as e:
-        return print("skipped: %s (python3-pydicom, python3-numpy, python3-nibabel)" % e) or SKIP
+        return print("skipped: %s (python3-pydicom, python3-numpy, python3-nibabel)" % e) or 77
     if not shutil.which("gdcmdump"):
-        return print("skipped: gdcmdump is not installed (Debian libgdcm-tools)") or SKIP
+        return print("skipped: gdcmdump is not installed (Debian libgdcm-tools)") or 77
     if not args.paths and not os.path.isdir(SHARED):
-        return print("skipped: %s is not there; real scanner files are needed" % SHARED) or SKIP
+        return print("skipped: %s is not there; real scanner files are needed" % SHARED) or 77
     with tempfile.TemporaryDirectory(prefix="vxinfo-") as folder:
-        return compare(args, collect(args.paths or [SHARED]) + write_synthetic(folder))
+        return compare(args, collect(args.paths or [SHARED]) + write_frames(folder))
 
 
 if __name__ == "__main__":
