@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
-// Every test of this executable keeps its preferences in a private temporary
-// file, so no test can read or change the user's settings.
+// Preferences live in a private temporary file: no test reads or changes the user's settings.
 int main(int argc, char **argv)
 {
     testing::InitGoogleTest(&argc, argv);
