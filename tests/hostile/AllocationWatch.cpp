@@ -1,19 +1,11 @@
 // The largest allocation request of the process: noted by the allocator's entry points before
-// glibc's, or under AddressSanitizer (whose allocator must stay) by its malloc hook.
-
-#include "tests/hostile/AllocationWatch.h"
+// glibc's (operator new goes through malloc), or under AddressSanitizer, whose allocator must
+// stay, by its malloc hook (of the requests that succeeded).
 
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define VX_UNDER_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VX_UNDER_ASAN 1
-#endif
-#endif
 
 namespace {
 std::atomic<size_t> largest{0};
@@ -25,48 +17,48 @@ void note(size_t n)
 }
 } // namespace
 
-size_t hostile::largestAllocation()
+size_t largestAllocation()
 {
     return largest.load();
 }
-void hostile::resetLargestAllocation()
+void resetLargestAllocation()
 {
     largest.store(0);
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+#define VX_UNDER_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VX_UNDER_ASAN 1
+#endif
+#endif
 #ifdef VX_UNDER_ASAN
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void *, size_t),
                                                          void (*)(const volatile void *));
-namespace {
-[[maybe_unused]] const int installed = __sanitizer_install_malloc_and_free_hooks(
+[[maybe_unused]] static const int installed = __sanitizer_install_malloc_and_free_hooks(
     [](const volatile void *, size_t n) { note(n); }, [](const volatile void *) {});
-} // namespace
 #else
 extern "C" {
 void *__libc_malloc(size_t);
 void *__libc_calloc(size_t, size_t);
 void *__libc_realloc(void *, size_t);
 void *__libc_memalign(size_t, size_t);
-
 void *malloc(size_t n)
 {
-    note(n);
-    return __libc_malloc(n);
+    return note(n), __libc_malloc(n);
 }
 void *calloc(size_t count, size_t n)
 {
-    note(count && n > SIZE_MAX / count ? SIZE_MAX : count * n);
-    return __libc_calloc(count, n);
+    return note(count && n > SIZE_MAX / count ? SIZE_MAX : count * n), __libc_calloc(count, n);
 }
 void *realloc(void *p, size_t n)
 {
-    note(n);
-    return __libc_realloc(p, n);
+    return note(n), __libc_realloc(p, n);
 }
 void *memalign(size_t alignment, size_t n)
 {
-    note(n);
-    return __libc_memalign(alignment, n);
+    return note(n), __libc_memalign(alignment, n);
 }
 void *aligned_alloc(size_t alignment, size_t n)
 {
@@ -74,10 +66,7 @@ void *aligned_alloc(size_t alignment, size_t n)
 }
 int posix_memalign(void **out, size_t alignment, size_t n)
 {
-    if (alignment % sizeof(void *) != 0 || (alignment & (alignment - 1)) != 0)
-        return EINVAL;
-    *out = memalign(alignment, n);
-    return *out || !n ? 0 : ENOMEM;
+    return (*out = memalign(alignment, n)) || !n ? 0 : ENOMEM;
 }
 }
 #endif

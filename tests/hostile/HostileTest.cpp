@@ -1,0 +1,552 @@
+// Hostile input through the reader's pipeline: real files broken as met in the wild, headers
+// claiming more memory than any machine has and the fuzz findings' inputs, loaded beside an
+// intact series in both reading modes. The edits use the test's own element walk, so they do
+// not depend on the reader they break; every allocation is watched (AllocationWatch.cpp).
+
+#include "platform/core/VxMessage.h"
+#include "platform/core/VxObjectPool.h"
+#include "platform/data/VxField3.h"
+#include "platform/data/VxLattice3.h"
+#include "platform/dicom/dicom.h"
+#include "tests/support/TestSupport.h"
+#include "vxdicom/browser/DicomDialog.h"
+#include "vxdicom/reader/DicomDir.h"
+#include "vxdicom/reader/VxDicom.h"
+#include "vxdicom/reader/VxDicomFile.h"
+#include "vxdicom/stacks/DicomLoadOption.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+
+size_t largestAllocation(); // since the last reset
+void resetLargestAllocation();
+
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<unsigned char>;
+
+constexpr size_t kAllowedAllocation = size_t(256) << 20;
+/// Five sagittal Siemens slices, 64 x 42 (one stack), loaded beside every broken file.
+const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";
+/// The file the broken copies are made from: a Siemens slice with CSA headers, 256 x 256 x 16 bits.
+const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
+                            "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm";
+
+// Little-endian values of n bytes (this host is little endian, as the files).
+uint32_t read(const Bytes &b, size_t at, size_t n)
+{
+    uint32_t v = 0;
+    return std::memcpy(&v, &b.at(at + n - 1) - (n - 1), n), v;
+}
+void put(Bytes &b, size_t at, uint32_t v, size_t n)
+{
+    std::memcpy(&b.at(at + n - 1) - (n - 1), &v, n);
+}
+Bytes operator+(Bytes a, const Bytes &b)
+{
+    return a.insert(a.end(), b.begin(), b.end()), a;
+}
+Bytes le(uint32_t v, size_t n)
+{
+    Bytes b(n);
+    return put(b, 0, v, n), b;
+}
+Bytes text(const std::string &s) // padded with a blank to an even length
+{
+    return s.size() % 2 ? text(s + " ") : Bytes(s.begin(), s.end());
+}
+bool longForm(const char *vr) // two reserved bytes and a 32-bit length
+{
+    return std::string("OBODOFOLOVOWSQSVUCUNURUTUV").find(std::string(vr, 2)) % 2 == 0;
+}
+
+struct Element
+{
+    size_t offset = 0, lengthField = 0, lengthSize = 0, value = 0;
+    uint32_t length = 0;
+};
+
+/// The element with that tag, or with `orNext` the first after where it would be; else throws.
+Element findElement(const Bytes &file, uint16_t group, uint16_t element, bool orNext = false)
+{
+    for (size_t pos = 132; pos + 8 <= file.size();) {
+        Element e;
+        const uint32_t tag = read(file, pos, 2) << 16 | read(file, pos + 2, 2);
+        e.offset = pos,
+        e.lengthSize = longForm(reinterpret_cast<const char *>(&file[pos + 4])) ? 4 : 2;
+        e.lengthField = pos + (e.lengthSize == 4 ? 8 : 6);
+        e.length = read(file, e.lengthField, e.lengthSize), e.value = e.lengthField + e.lengthSize;
+        if (tag >= (uint32_t(group) << 16 | element)) {
+            if (orNext || tag == (uint32_t(group) << 16 | element))
+                return e;
+            break;
+        }
+        pos = e.value + e.length;
+    }
+    throw std::runtime_error("element not in the file");
+}
+Bytes withLength(Bytes file, uint16_t group, uint16_t element, uint32_t length)
+{
+    const Element e = findElement(file, group, element);
+    return put(file, e.lengthField, length, e.lengthSize), file;
+}
+Bytes withUS(Bytes file, uint16_t group, uint16_t element, uint16_t value)
+{
+    return put(file, findElement(file, group, element).value, value, 2), file;
+}
+Bytes withImage(Bytes file, uint16_t rows, uint16_t columns, uint16_t samples)
+{
+    file = withUS(withUS(file, 0x0028, 0x0010, rows), 0x0028, 0x0011, columns);
+    file = withUS(withUS(file, 0x0028, 0x0002, samples), 0x0028, 0x0100, 8);
+    return withUS(withUS(file, 0x0028, 0x0101, 8), 0x0028, 0x0102, 7);
+}
+
+/// One element (length 0xFFFFFFFF when undefined; no delimiter added).
+Bytes encodeElement(uint16_t group, uint16_t element, const char *vr, const Bytes &value,
+                    bool undefinedLength = false)
+{
+    const uint32_t length = undefinedLength ? 0xFFFFFFFFu : uint32_t(value.size());
+    return le(uint32_t(element) << 16 | group, 4) + Bytes(vr, vr + 2) +
+           (longForm(vr) ? le(0, 2) + le(length, 4) : le(length, 2)) + value;
+}
+Bytes encodeItem(const Bytes &content, bool undefinedLength = false, uint16_t tag = 0xE000)
+{
+    return le(uint32_t(tag) << 16 | 0xFFFE, 4) +
+           le(undefinedLength ? 0xFFFFFFFFu : uint32_t(content.size()), 4) + content;
+}
+Bytes insertedBefore(Bytes file, uint16_t group, uint16_t element, const Bytes &encoded)
+{
+    file.insert(file.begin() + long(findElement(file, group, element, true).offset),
+                encoded.begin(), encoded.end());
+    return file;
+}
+
+/// A private creator and `depth` nested private sequences; with `depth` < 0 one sequence and
+/// item of undefined length without either delimiter.
+Bytes nestedSequences(int depth, bool undefinedLengths)
+{
+    const Bytes creator = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE"));
+    Bytes body = encodeElement(0x0071, 0x1002, "LO", text("innermost"));
+    if (depth < 0)
+        return creator + encodeElement(0x0071, 0x1001, "SQ", encodeItem(body, true), true);
+    if (!undefinedLengths) {
+        for (int i = 0; i < depth; ++i)
+            body = encodeElement(0x0071, 0x1001, "SQ", encodeItem(body));
+        return creator + body;
+    }
+    Bytes b = creator;
+    const Bytes open = encodeElement(0x0071, 0x1001, "SQ", encodeItem({}, true), true),
+                close = encodeItem({}, false, 0xE00D) + encodeItem({}, false, 0xE0DD);
+    for (int i = 0; i < 2 * depth + 1; ++i)
+        b = b + (i < depth ? open : i == depth ? body : close);
+    return b;
+}
+
+Bytes part10File(const std::string &sopClass, const std::string &syntax, const Bytes &dataSet)
+{
+    Bytes meta = encodeElement(0x0002, 0x0001, "OB", {0, 1});
+    for (const auto &[element, uid] :
+         {std::pair(0x0002, sopClass), std::pair(0x0003, std::string("1.2.3")),
+          std::pair(0x0010, syntax)})
+        meta = meta + encodeElement(0x0002, uint16_t(element), "UI",
+                                    Bytes(uid.begin(), uid.end()) + Bytes(uid.size() % 2, 0));
+    return Bytes(128, 0) + Bytes{'D', 'I', 'C', 'M'} +
+           encodeElement(0x0002, 0x0000, "UL", le(uint32_t(meta.size()), 4)) + meta + dataSet;
+}
+
+Bytes deflate(const Bytes &data)
+{
+    z_stream z{};
+    deflateInit2(&z, 6, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
+    Bytes out(deflateBound(&z, uLong(data.size())));
+    z.next_in = const_cast<Bytef *>(data.data()), z.avail_in = uInt(data.size());
+    z.next_out = out.data(), z.avail_out = uInt(out.size());
+    if (::deflate(&z, Z_FINISH) != Z_STREAM_END)
+        throw std::runtime_error("deflate");
+    out.resize(z.total_out);
+    deflateEnd(&z);
+    return out;
+}
+
+struct LoadOutcome
+{
+    std::string console;
+    std::vector<std::string> fields; ///< "5 x 42 x 64, 2 bytes, samples HASH"
+};
+
+/// vxReadDicom silently, header only (delayed) or with every pixel at once.
+LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed)
+{
+    registerDicomImportDialog();
+    vxtest::ScopedEnv env("DICOM_DELAYED_READ", delayed ? "1" : "0");
+    VxObjectPool::instance()->clear();
+    std::vector<const char *> argv;
+    for (const std::string &n : names)
+        argv.push_back(n.c_str());
+    LoadOutcome out;
+    KcDArray<VxField3 *> fields;
+    {
+        VxMessageCapture capture;
+        vxReadDicom(int(argv.size()), argv.data(), fields, 0, true);
+        out.console = capture.text();
+    }
+    for (const VxField3 *field : fields) {
+        const VxLattice3 *lat = field->lattice();
+        uint64_t hash = 1469598103934665603ull; // FNV-1a
+        const auto *p = static_cast<const unsigned char *>(lat->data());
+        for (size_t i = 0; i < size_t(lat->numBytes()); ++i)
+            hash = (hash ^ p[i]) * 1099511628211ull;
+        out.fields.push_back(std::to_string(lat->dim(0)) + " x " + std::to_string(lat->dim(1)) +
+                             " x " + std::to_string(lat->dim(2)) + ", " +
+                             std::to_string(lat->voxelBytes()) + " bytes, samples " +
+                             std::to_string(hash));
+    }
+    VxObjectPool::instance()->clear();
+    return out;
+}
+
+std::string failureLine(const std::string &console, const std::string &name)
+{
+    const size_t at = ("\n" + console).find("\nreading " + name + " failed: ");
+    return at == std::string::npos ? "" : console.substr(at, console.find('\n', at) - at);
+}
+
+/// Whether the console has the line "+ NAME" (the file was read).
+bool readLine(const std::string &console, const std::string &name)
+{
+    return ("\n" + console).find("\n+ " + name + "\n") != std::string::npos;
+}
+
+class BrokenFiles : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        VX_REQUIRE_SHARED_DATA();
+        series = vxtest::sharedDicomFiles(kSeriesDir);
+        ASSERT_EQ(series.size(), 5u);
+        source = shared(kSource);
+        for (bool delayed : {true, false}) {
+            const LoadOutcome alone = loadFiles(series, delayed);
+            ASSERT_EQ(alone.fields.size(), 1u) << alone.console;
+            seriesField[delayed] = alone.fields[0];
+        }
+        EXPECT_EQ(seriesField[true].rfind("5 x 42 x 64, 2 bytes", 0), 0u) << seriesField[true];
+        ASSERT_EQ(seriesField[true], seriesField[false]) << "samples differ by reading mode";
+    }
+
+    std::string write(const std::string &name, const Bytes &bytes)
+    {
+        return vxtest::writeFileBytes(dir.file(name), bytes), dir.file(name);
+    }
+    static Bytes shared(const std::string &name)
+    {
+        return vxtest::readFileBytes(vxtest::sharedPath(name));
+    }
+
+    // Every kind of broken file made from real ones: (path, what its refusal says).
+    std::vector<std::pair<std::string, std::string>> brokenFiles()
+    {
+        const Element pixels = findElement(source, 0x7FE0, 0x0010);
+        const Bytes withSequence =
+            insertedBefore(source, 0x0071, 0x0010, nestedSequences(3, false));
+        Bytes shortPixels = withLength(source, 0x7FE0, 0x0010, pixels.length / 2);
+        shortPixels.resize(pixels.value + pixels.length / 2);
+        const std::string extract = "cannot extract DICOM information from: ",
+                          tooDeep = "sequences nested too deep to be read safely",
+                          huge = "a frame of 65535x65535 pixels is too large";
+        // A length of 3 GB, plain and deflated (found by fuzzing).
+        Bytes claim = encodeElement(0x0009, 0x1001, "OB", Bytes(8, 0xBD));
+        put(claim, 8, 0xC0000000u, 4);
+        const Bytes dataSet = encodeElement(0x0008, 0x0060, "CS", text("MR")) +
+                              encodeElement(0x0009, 0x0010, "LO", text("VXTEST")) + claim;
+        const std::string mr = "1.2.840.10008.5.1.4.1.1.4";
+        std::vector<std::tuple<std::string, Bytes, std::string>> rows = {
+            // "@": the file's path
+            {"csa4g.dcm", withLength(source, 0x0029, 0x1010, 0xFFFFFFF0u), "premature end of file"},
+            {"pixels_past_end.dcm",
+             withLength(source, 0x7FE0, 0x0010, uint32_t(source.size() - pixels.value + 2)),
+             "(7FE0,0010) pixel data are truncated"},
+            {"name64k.dcm", withLength(source, 0x0010, 0x0010, 0xFFFE), extract},
+            {"sequence4g.dcm", withLength(withSequence, 0x0071, 0x1001, 0xFFFFFFF0u), extract},
+            {"open.dcm", insertedBefore(source, 0x0071, 0x0010, nestedSequences(-1, true)),
+             extract + "@"},
+            {"deep50000.dcm", insertedBefore(source, 0x0071, 0x0010, nestedSequences(50000, true)),
+             tooDeep},
+            {"rle_deep_tail.dcm", shared("dcm_qa_ts/In/4.dcm") + nestedSequences(50000, true),
+             tooDeep},
+            {"rows0.dcm", withUS(source, 0x0028, 0x0010, 0), "(0028,0010) rows is 0"},
+            {"columns0.dcm", withUS(source, 0x0028, 0x0011, 0), "(0028,0011) columns is 0"},
+            {"rows65535.dcm", withUS(source, 0x0028, 0x0010, 65535), "(7FE0,0010) pixel data hold"},
+            {"columns65535.dcm", withUS(source, 0x0028, 0x0011, 65535),
+             "(7FE0,0010) pixel data hold"},
+            {"bits12.dcm", withUS(source, 0x0028, 0x0100, 12), "(0028,0100) bits allocated is 12"},
+            {"samples2.dcm", withUS(withUS(source, 0x0028, 0x0010, 128), 0x0028, 0x0002, 2),
+             "unsupported number of samples."},
+            {"shortpixels.dcm", shortPixels, "(7FE0,0010) pixel data hold"},
+            {"plain.dcm.gz", source, "cannot open: @"},
+            {"noise.dcm.gz", Bytes(5000, 0x5A), "cannot open: @"},
+            {"noise.dcm.Z", {0x1F, 0x9D, 0x90, 0xFF, 0xFF}, "cannot open: @"},
+            {"empty.dcm", {}, extract + "@ (not a DICOM file"},
+            {"notes.txt", {'h', 'i', '\n'}, extract + "@ (not a DICOM file"},
+            // 65535 x 65535 pixels of four samples, native, RLE, JPEG-LS, JPEG 2000.
+            {"huge_native.dcm", withImage(source, 65535, 65535, 4), huge},
+            {"claim.dcm", part10File(mr, "1.2.840.10008.1.2.1", dataSet), extract},
+            {"claim_deflated.dcm", part10File(mr, "1.2.840.10008.1.2.1.99", deflate(dataSet)),
+             extract},
+            {"fuzz_oom.dcm",
+             {8,    0,    0,    0,    0,    0,    0,    0,    0xBD, 0x55, 0x53,
+              0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD, 0xBD},
+             extract},
+        };
+        // RLE frames of 1 GiB from 66-byte fragments: one segment, one replicate run.
+        for (int frames : {1, 64}) {
+            Bytes file = withImage(shared("dcm_qa_ts/In/4.dcm"), 32768, 32768, 1);
+            if (frames > 1)
+                file = insertedBefore(file, 0x0028, 0x0010,
+                                      encodeElement(0x0028, 0x0008, "IS", text("64")));
+            file.resize(findElement(file, 0x7FE0, 0x0010).value);
+            file = file + encodeItem({}); // empty offset table
+            Bytes frame(66, 0);
+            put(frame, 0, 1, 4), put(frame, 4, 64, 4), frame[64] = 0x81;
+            for (int k = 0; k < frames; ++k)
+                file = file + encodeItem(frame);
+            rows.push_back({"rle" + std::to_string(frames) + ".dcm",
+                            file + encodeItem({}, false, 0xE0DD),
+                            "RLE data of " + std::to_string(66 * frames) + " bytes cannot hold " +
+                                std::to_string(frames) + " frame(s) of 1073741824 bytes"});
+        }
+        // Frames that decode to fewer rows than claimed, a broken JPEG codestream.
+        Bytes jpeg = shared("dcm_qa_ts/In/5.dcm");
+        const unsigned char soi[] = {0xFF, 0xD8, 0xFF};
+        std::fill_n(std::search(jpeg.begin() + 1000, jpeg.end(), soi, soi + 3), 3, 0);
+        rows.push_back({"badjpeg.dcm", jpeg, ""});
+        rows.push_back({"cut1000.dcm", Bytes(source.begin(), source.begin() + 1000), ""});
+        for (const std::string name : {"4.dcm", "7.dcm", "9.dcm"}) {
+            rows.push_back({"taller_" + name,
+                            withUS(shared("dcm_qa_ts/In/" + name), 0x0028, 0x0010, 400), ""});
+            rows.push_back(
+                {"huge_" + name, withImage(shared("dcm_qa_ts/In/" + name), 65535, 65535, 4), huge});
+        }
+        std::vector<std::pair<std::string, std::string>> files;
+        for (const auto &[name, bytes, reason] : rows)
+            files.push_back({write(name, bytes), reason});
+        fs::create_directory(dir.file("folder.dcm"));
+        fs::create_symlink(dir.file("nowhere.dcm"), dir.file("dangling.dcm"));
+        for (const auto &[name, reason] :
+             {std::pair<const char *, std::string>{"folder.dcm", extract + "@ (is a directory)"},
+              {"dangling.dcm", "cannot open: @ (No such file or directory)"},
+              {"missing.dcm", "cannot open: @ (No such file or directory)"}})
+            files.push_back({dir.file(name), reason});
+        for (auto &[name, reason] : files)
+            if (const size_t at = reason.find('@'); at != std::string::npos)
+                reason.replace(at, 1, name);
+        return files;
+    }
+
+    vxtest::TempDir dir; // made before TMPDIR points at the watched folder
+    vxtest::TempDir temp;
+    vxtest::ScopedEnv tmpdir{"TMPDIR", temp.path().c_str()};
+    std::vector<std::string> series;
+    Bytes source;
+    std::string seriesField[2];
+};
+
+// Besides every kind, copies cut at every 97th byte: a cut inside an element is refused by
+// name, one between elements before the pixels is read with a warning. Nothing claimed is
+// allocated before it is refused, no temporary file is left.
+TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesStillLoads)
+{
+    const auto broken = brokenFiles();
+    std::vector<std::string> names = series, cuts;
+    for (const auto &b : broken)
+        names.push_back(b.first);
+    for (size_t n = 0; n < source.size(); n += 97)
+        cuts.push_back(write("cut" + std::to_string(n) + ".dcm",
+                             Bytes(source.begin(), source.begin() + long(n))));
+    names.insert(names.end(), cuts.begin(), cuts.end());
+    const size_t pixelStart = findElement(source, 0x7FE0, 0x0010).offset;
+    for (bool delayed : {true, false}) {
+        SCOPED_TRACE(delayed ? "header only" : "all pixels");
+        resetLargestAllocation();
+        const LoadOutcome mixed = loadFiles(names, delayed);
+        EXPECT_LT(largestAllocation(), kAllowedAllocation);
+        for (const auto &[name, reason] : broken) {
+            const std::string line = failureLine(mixed.console, name);
+            EXPECT_TRUE(!line.empty() && line.find(reason) != std::string::npos)
+                << name << ": \"" << reason << "\" expected in \"" << line << "\"";
+        }
+        int readWithoutImage = 0;
+        for (size_t i = 0; i < cuts.size(); ++i) {
+            if (!failureLine(mixed.console, cuts[i]).empty())
+                continue;
+            EXPECT_TRUE(readLine(mixed.console, cuts[i])) << cuts[i] << " is not reported";
+            EXPECT_NE(mixed.console.find("Warning: " + cuts[i] + " holds no pixel data"),
+                      std::string::npos);
+            EXPECT_LT(i * 97, pixelStart) << cuts[i] << " read";
+            ++readWithoutImage;
+        }
+        EXPECT_LT(readWithoutImage, 5) << "cuts are refused, with few exceptions";
+        ASSERT_EQ(mixed.fields.size(), 1u) << mixed.console;
+        EXPECT_EQ(mixed.fields[0], seriesField[delayed]);
+        EXPECT_TRUE(fs::is_empty(temp.path()));
+    }
+}
+
+// Deep but valid: 1,000 levels of sequences load as the file's own, unchanged image. A memory
+// limit of 1 MiB turns away a 35-slice series before its volume is allocated and a 520-frame
+// enhanced file when its pixels are read; the small series loads.
+TEST_F(BrokenFiles, SequencesNestedAThousandDeepLoadAndVolumesOverTheMemoryLimitDoNot)
+{
+    const LoadOutcome plain = loadFiles({vxtest::sharedPath(kSource)}, true);
+    for (bool undefined : {true, false}) {
+        const std::string path =
+            write(undefined ? "deep1000u.dcm" : "deep1000d.dcm",
+                  insertedBefore(source, 0x0071, 0x0010, nestedSequences(1000, undefined)));
+        std::vector<std::string> names = series;
+        names.push_back(path);
+        const LoadOutcome outcome = loadFiles(names, true);
+        EXPECT_TRUE(readLine(outcome.console, path)) << outcome.console;
+        std::vector<std::string> fields = outcome.fields,
+                                 expected = {seriesField[true], plain.fields.at(0)};
+        std::sort(fields.begin(), fields.end()), std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(fields, expected) << outcome.console;
+    }
+
+    resetLargestAllocation(); // the watch sees a request it cannot miss
+    void *volatile p = std::malloc(kAllowedAllocation + 1);
+    std::free(p);
+    EXPECT_GE(largestAllocation(), kAllowedAllocation + 1);
+    const std::shared_ptr<void> unlimited(nullptr, [](void *) { dicom::dicomSetMemoryLimit(0); });
+    dicom::dicomSetMemoryLimit(uint64_t(1) << 20);
+    std::vector<std::string> names = series,
+                             big =
+                                 vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
+    ASSERT_EQ(big.size(), 35u);
+    const std::string enhanced = vxtest::sharedPath("dcm_qa_canon_61/In/enh/8000.dcm");
+    names.insert(names.end(), big.begin(), big.end());
+    names.push_back(enhanced);
+    for (bool delayed : {true, false}) {
+        resetLargestAllocation();
+        const LoadOutcome outcome = loadFiles(names, delayed);
+        EXPECT_LT(largestAllocation(), 4587520u) << "the refused volume was allocated";
+        EXPECT_NE(outcome.console.find("its samples need 4587520 bytes, more than the memory "
+                                       "limit of 1048576 bytes"),
+                  std::string::npos)
+            << outcome.console;
+        EXPECT_TRUE(delayed || failureLine(outcome.console, enhanced)
+                                       .find("520 frame(s) of 12800 bytes exceed the memory "
+                                             "limit of 1048576") != std::string::npos)
+            << outcome.console;
+        ASSERT_GE(outcome.fields.size(), 1u) << outcome.console;
+        EXPECT_EQ(outcome.fields[0], seriesField[delayed]);
+    }
+}
+
+// The command line: the series' field is made, every broken file named, status 1 in either
+// mode, also with the broken JPEG alone (found when the field is filled); TMPDIR stays empty.
+TEST_F(BrokenFiles, CommandLineFailsOnEveryKindOfBrokenFileAndStillLoadsTheSeries)
+{
+    std::vector<std::string> broken, badPixels;
+    for (const auto &b : brokenFiles()) // a folder is an input folder here
+        if (!b.first.ends_with("folder.dcm"))
+            (b.first.ends_with("badjpeg.dcm") ? badPixels : broken).push_back(b.first);
+    broken.push_back(badPixels[0]);
+    for (const auto &set : {broken, badPixels})
+        for (const char *mode : {"", "DICOM_DELAYED_READ=0 "}) {
+            SCOPED_TRACE(mode + std::to_string(set.size()));
+            std::string command =
+                "env TMPDIR=" + temp.path().string() +
+                " QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=" + dir.path().string() +
+                " VXDICOM_SETTINGS_FILE=" + dir.file("cli.ini") + " " + mode + "timeout 300 " +
+                VXDICOM_BINARY + " load -nodialog";
+            std::vector<std::string> names = series;
+            names.insert(names.end(), set.begin(), set.end());
+            for (const std::string &name : names)
+                command += " " + vxtest::shellQuote(name);
+            const vxtest::CommandOutcome r = vxtest::runCapturing(command);
+            EXPECT_EQ(r.status, 1) << r.err;
+            for (const std::string &name : set)
+                EXPECT_FALSE(failureLine(r.err, name).empty()) << name << ":\n" << r.err;
+            EXPECT_EQ(r.out.find("failed"), std::string::npos) << r.out;
+            EXPECT_EQ(r.out.find("field \""), r.out.rfind("field \"")) << "one field:\n" << r.out;
+            EXPECT_NE(r.out.find(": 5 x 42 x 64 int16"), std::string::npos) << r.out;
+            EXPECT_EQ((r.out + r.err).find("Sanitizer"), std::string::npos);
+            EXPECT_EQ((r.out + r.err).find("runtime error"), std::string::npos);
+            EXPECT_TRUE(fs::is_empty(temp.path()));
+        }
+}
+
+// What the fuzz targets found (under the sanitizers a return of the fault fails on its own).
+// A stored policy number outside the five bits was cast into an enumeration without it. A
+// DICOMDIR record type longer than a code string (also nested) made DCMTK throw and leak the
+// data set; an empty record sequence handed memcpy a null buffer. A meta group length claiming
+// the whole file made DCMTK read the data set into the meta header.
+TEST(FuzzRegression, PolicyNumbersDicomDirRecordTypesAndMetaGroupLength)
+{
+    DicomLoadOption option;
+    ASSERT_TRUE(option.fromString("1|2|1444444|4|x"));
+    EXPECT_EQ(DicomLoadOption::description(option.value), "unused");
+    EXPECT_EQ(option.toString(), "<1|2|1444444|4|x>");
+    ASSERT_TRUE(option.fromString("-1|-1|-7|23|load index"));
+    EXPECT_EQ(static_cast<int>(option.value), -7);
+    EXPECT_EQ(option.getOption(3), DicomLoadOption::Linear);
+
+    auto dicomDir = [](const Bytes &records) {
+        return part10File("1.2.840.10008.1.3.10", "1.2.840.10008.1.2.1",
+                          encodeElement(0x0004, 0x1130, "CS", {}) +
+                              encodeElement(0x0004, 0x1200, "UL", le(0, 4)) +
+                              encodeElement(0x0004, 0x1202, "UL", le(0, 4)) +
+                              encodeElement(0x0004, 0x1212, "US", le(0, 2)) +
+                              encodeElement(0x0004, 0x1220, "SQ", records));
+    };
+    auto record = [](const char *type, const Bytes &more) {
+        return encodeItem(encodeElement(0x0004, 0x1400, "UL", le(0, 4)) +
+                          encodeElement(0x0004, 0x1410, "US", le(0xFFFF, 2)) +
+                          encodeElement(0x0004, 0x1420, "UL", le(0, 4)) +
+                          encodeElement(0x0004, 0x1430, "CS", text(type)) +
+                          encodeElement(0x0004, 0x1500, "CS", text("IMAGES\\IM000001")) + more);
+    };
+    const Bytes inner = encodeElement(
+        0x0004, 0x1220, "SQ",
+        encodeItem(encodeElement(0x0004, 0x1430, "CS", text("IMAGE\\SERIESSERIESSERIES"))));
+    vxtest::TempDir dir;
+    for (const auto &[name, bytes, n] :
+         {std::tuple("DICOMDIR", dicomDir(record("PATIENTPATIENTPATIENT", {})), 2),
+          std::tuple("NESTED", dicomDir(record("IMAGE", inner)), 2),
+          std::tuple("EMPTY", dicomDir({}), 1)}) {
+        SCOPED_TRACE(name);
+        const std::string path = dir.file(name);
+        vxtest::writeFileBytes(path, bytes);
+        VxDicomFile file(path.c_str(), 0, 1);
+        ASSERT_TRUE(file.isDicomDir());
+        EXPECT_NE(dicom::dicomFindElement(file.data, 0x0004, 0x1220), nullptr);
+        EXPECT_EQ(dicom::dicomFindElement(file.data, 0x0004, 0x1221), nullptr);
+        KcDArray<KcString> names;
+        names.append(path);
+        EXPECT_EQ(extractDicomDir(&file, names), n);
+        EXPECT_EQ(names.last(), n == 2 ? dir.file("IMAGES/IM000001") : path);
+    }
+
+    VX_REQUIRE_SHARED_DATA();
+    Bytes file = vxtest::readFileBytes(vxtest::sharedPath(kSource));
+    const Element groupLength = findElement(file, 0x0002, 0x0000);
+    put(file, groupLength.value, uint32_t(file.size() - groupLength.value - 4), 4);
+    vxtest::writeFileBytes(dir.file("meta.dcm"), file);
+    VxDicomFile parsed(dir.file("meta.dcm").c_str(), 0, 0);
+    ASSERT_EQ(parsed.images.size(), 1);
+    EXPECT_EQ(parsed.data->rows, 256);
+    const dicom::dicomDataElement *pixels = dicom::dicomFindElement(parsed.data, 0x7FE0, 0x0010);
+    ASSERT_NE(pixels, nullptr);
+    EXPECT_EQ(pixels->data, nullptr);
+    EXPECT_EQ(pixels->length, 256 * 256 * 2);
+}
+
+} // namespace
