@@ -18,7 +18,6 @@
 #include "vxdicom/reader/VxDicom.h"
 #include "vxdicom/stacks/DicomOptionDialog.h"
 
-#include <QAbstractItemModelTester>
 #include <QButtonGroup>
 #include <QCheckBox>
 #include <QHeaderView>
@@ -54,8 +53,8 @@ struct LoadOutcome // the fields are owned by the object pool
 /// does, while this (the GUI) thread runs the event loop; `drive` gets the
 /// dialog once it is visible and ends it. A load that does not return within
 /// a minute fails the test instead of hanging it.
-inline LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
-                                     const std::function<void(DicomDialog &)> &drive)
+LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
+                              const std::function<void(DicomDialog &)> &drive)
 {
     registerDicomImportDialog();
     auto driven = std::make_shared<bool>(false);
@@ -82,7 +81,7 @@ inline LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
 
 /// The Philips CT (54 axial slices, patient name "HEAD"; its DICOMDIR left
 /// out) and the Siemens sagittal T1 (35 slices, "HFS").
-inline std::vector<std::string> twoSeries()
+std::vector<std::string> twoSeries()
 {
     std::vector<std::string> files;
     for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_ct/In"))
@@ -98,36 +97,11 @@ int sectionOf(const DicomListView *list, const char *label)
     return stacktest::optionIndex(*list, label) + 1;
 }
 
-inline QTreeWidgetItem *rowOfText(QTreeWidget *tree, int column, const QString &text)
+QPoint sectionCentre(const DicomListView *list, int section)
 {
-    const auto found = tree->findItems(text, Qt::MatchExactly, column);
-    return found.isEmpty() ? nullptr : found.first();
+    const QHeaderView *h = list->header();
+    return {h->sectionViewportPosition(section) + h->sectionSize(section) / 2, h->height() / 2};
 }
-
-/// Watches a model through every change while it lives. QTreeWidget fails the
-/// tester's "childIndex != childIndex1" check for any tree; every other must hold.
-QStringList modelFailures;
-struct ModelWatch
-{
-    explicit ModelWatch(QAbstractItemModel *model)
-        : previous(
-              qInstallMessageHandler([](QtMsgType, const QMessageLogContext &c, const QString &m) {
-                  if (c.category && QByteArray(c.category) == "qt.modeltest" &&
-                      !m.contains("childIndex != childIndex1"))
-                      modelFailures << m;
-              })),
-          tester(model, QAbstractItemModelTester::FailureReportingMode::Warning)
-    {
-    }
-    ~ModelWatch()
-    {
-        qInstallMessageHandler(previous);
-        EXPECT_TRUE(modelFailures.isEmpty()) << modelFailures.join("\n").toStdString();
-        modelFailures.clear();
-    }
-    QtMessageHandler previous;
-    QAbstractItemModelTester tester;
-};
 
 // The first dimension of each field (512 for the CT, 35 for the sagittal T1)
 // or, with `extent`, its x extent.
@@ -177,7 +151,7 @@ TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
 
     // A single image beside a series: "Only uniform stacks" leaves it out.
     std::vector<std::string> files = vxtest::sharedDicomFiles("dcm_qa_decubitus/In");
-    files.push_back(vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10"));
+    files.push_back(stacktest::ctFile("I10"));
     const auto uniform = loadThroughDialog(files, [](DicomDialog &d) {
         QCheckBox *box = d.view()->onlyUniformBox();
         QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
@@ -197,79 +171,57 @@ TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
     for (const auto &[way, act] : ways) {
         const auto outcome = loadThroughDialog(twoSeries(), act);
         ASSERT_TRUE(outcome.returned) << way;
-        EXPECT_EQ(outcome.result, 1) << way;
-        EXPECT_TRUE(outcome.cancelled) << way;
+        EXPECT_TRUE(outcome.result == 1 && outcome.cancelled) << way;
         EXPECT_EQ(VxObjectPool::instance()->size(), 0) << way;
         EXPECT_EQ(visibleWindow<DicomDialog>(), nullptr) << way;
     }
 }
 
-QPoint sectionCentre(const DicomListView *list, int section)
-{
-    const QHeaderView *h = list->header();
-    return {h->sectionViewportPosition(section) + h->sectionSize(section) / 2, h->height() / 2};
-}
-
-void expectFacts(const QString &text, const Strings &facts)
-{
-    for (const std::string &fact : facts)
-        EXPECT_TRUE(text.contains(QString::fromStdString(fact))) << fact << "\n"
-                                                                 << text.toStdString();
-}
-
 void steps(DicomDialog &d, DicomListView *list)
 {
-    const ModelWatch watch(list->model());
     // A click on a header reverses its column and rebuilds the stacks.
-    const int section = sectionOf(list, "instance number");
     std::vector<int> ascending(54);
     std::iota(ascending.begin(), ascending.end(), 1);
     ASSERT_EQ(instanceNumbers(list->stackList()[0]), ascending);
-    QTest::mouseClick(list->header()->viewport(), Qt::LeftButton, {}, sectionCentre(list, section));
+    QTest::mouseClick(list->header()->viewport(), Qt::LeftButton, {},
+                      sectionCentre(list, sectionOf(list, "instance number")));
     EXPECT_EQ(instanceNumbers(list->stackList()[0]),
               std::vector<int>(ascending.rbegin(), ascending.rend()));
-    EXPECT_EQ(list->header()->sortIndicatorOrder(), Qt::DescendingOrder);
-    QTest::mouseClick(list->header()->viewport(), Qt::LeftButton, {}, sectionCentre(list, section));
-    EXPECT_EQ(instanceNumbers(list->stackList()[0]), ascending);
 
     // The panes: the Philips CT as dcm2niix sees it, then an image of the T1.
-    QTextEdit *stackPane = d.view()->stackInfoArea();
-    QTextEdit *imagePane = d.view()->dicomInfoArea();
+    auto expectFacts = [](QTextEdit *pane, const Strings &facts) {
+        for (const std::string &fact : facts)
+            EXPECT_TRUE(pane->toPlainText().contains(QString::fromStdString(fact)))
+                << fact << "\n"
+                << pane->toPlainText().toStdString();
+    };
+    QTextEdit *stackPane = d.view()->stackInfoArea(), *imagePane = d.view()->dicomInfoArea();
     EXPECT_EQ(imagePane->toPlainText(), "2 stacks\n89 images");
     DicomStackItem *ct = list->stackList()[0];
     QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, rowPoint(list, ct));
-    expectFacts(stackPane->toPlainText(),
-                {"54 images", "size: 512 x 512 x 54",
-                 "voxel size: 0.482422 x 0.482422 x 2.37081 mm",
-                 "slice spacing: 2.37081 mm, uniform", "modality: CT",
-                 "orientation: axial, tilted by 18.5 degrees", "patient name: HEAD",
-                 "next stack broke off: width is differing"});
+    expectFacts(stackPane,
+                {"size: 512 x 512 x 54", "voxel size: 0.482422 x 0.482422 x 2.37081 mm",
+                 "slice spacing: 2.37081 mm, uniform", "orientation: axial, tilted by 18.5 degrees",
+                 "patient name: HEAD", "next stack broke off: width is differing"});
     auto *t1 = static_cast<DicomListItem *>(list->stackList()[1]->child(3));
     QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, rowPoint(list, t1));
-    expectFacts(stackPane->toPlainText(),
-                {"35 images", "orientation: sagittal", "next stack: none"});
-    expectFacts(imagePane->toPlainText(), {"file: " + t1->image()->file->fileName,
-                                           "patient name: HFS", "image size: 256 x 256"});
+    expectFacts(stackPane, {"35 images", "orientation: sagittal", "next stack: none"});
+    expectFacts(imagePane, {"file: " + t1->image()->file->fileName, "patient name: HFS"});
 
     // An image row: "Image Preview" shows that very image; a double click too.
+    // The CT's window (centre 40, width 80 HU) maps air to black and plastic to white.
     const Strings rowMenu = {"DICOM Parameters", "Image Preview", "Remove Image"};
     auto *image = static_cast<DicomListItem *>(ct->child(10));
     EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, image), "Image Preview"), rowMenu);
     auto *preview = visibleWindow<QxDicomImageView>();
     ASSERT_NE(preview, nullptr);
     EXPECT_EQ(preview->windowTitle().toStdString(), image->image()->file->fileName);
-    // The CT's window (centre 40, width 80 HU) maps its air (-1024 HU) to
-    // black and its plastic (up to 789 HU) to white.
-    const QImage picture = preview->pictureLabel()->pixmap().toImage();
+    const QImage picture =
+        preview->pictureLabel()->pixmap().toImage().convertToFormat(QImage::Format_Grayscale8);
     ASSERT_EQ(picture.size(), QSize(512, 512));
-    int darkest = 255, brightest = 0;
-    for (int y = 0; y < 512; ++y)
-        for (int x = 0; x < 512; ++x) {
-            darkest = std::min(darkest, qGray(picture.pixel(x, y)));
-            brightest = std::max(brightest, qGray(picture.pixel(x, y)));
-        }
-    EXPECT_EQ(darkest, 0);
-    EXPECT_EQ(brightest, 255);
+    const uchar *grey = picture.constBits();
+    const auto [darkest, brightest] = std::minmax_element(grey, grey + picture.sizeInBytes());
+    EXPECT_EQ(std::make_pair(int(*darkest), int(*brightest)), std::make_pair(0, 255));
     preview->close();
     doubleClick(list->viewport(), rowPoint(list, ct->child(20)));
     ASSERT_NE(visibleWindow<QxDicomImageView>(), nullptr);
@@ -282,11 +234,8 @@ void steps(DicomDialog &d, DicomListView *list)
     EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, ct->child(2)), "Remove Image"),
               (Strings{"DICOM Parameters", "Remove Image"}));
     EXPECT_EQ(list->numImages(), 87);
-    EXPECT_EQ(list->stackList()[0]->childCount(), 52);
-    EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, list->stackList()[0]), "Remove Image"),
-              rowMenu);
-    ASSERT_EQ(list->stackList().size(), 1);
-    EXPECT_EQ(list->stackList()[0]->childCount(), 35);
+    popupChoose(list->viewport(), rowPoint(list, list->stackList()[0]), "Remove Image");
+    ASSERT_EQ(stackSizes(*list), std::vector<int>{35});
     EXPECT_EQ(imagePane->toPlainText(), "1 stack\n35 images");
     EXPECT_EQ(popupChoose(list->header()->viewport(),
                           sectionCentre(list, sectionOf(list, "file name")), "Remove Column"),
@@ -295,14 +244,11 @@ void steps(DicomDialog &d, DicomListView *list)
 
     // Help, with a display: the page and its picture.
     VxWarningDialog::setDisplayOverride(1);
-    QAction *help = d.menuBar()->actions().last()->menu()->actions().first();
-    ASSERT_EQ(help->text(), "&Help");
-    help->trigger();
+    d.menuBar()->actions().last()->menu()->actions().first()->trigger();
     VxWarningDialog::setDisplayOverride(-1);
     QTextBrowser *window = VxHelpBrowser::window();
     ASSERT_TRUE(window && window->isVisible());
     EXPECT_TRUE(window->source().path().endsWith("/VxFileFormat_DICOM.html"));
-    EXPECT_TRUE(window->toPlainText().contains("strictly monot."));
     const QVariant figure =
         window->loadResource(QTextDocument::ImageResource, QUrl("images/dicom-loader.png"));
     EXPECT_FALSE(QImage::fromData(figure.toByteArray()).isNull()) << "picture missing";
@@ -320,24 +266,9 @@ TEST_F(DialogView, SortPanesPreviewRemovalAndHelpAsAUserDrivesThem)
     EXPECT_TRUE(outcome.returned && outcome.cancelled);
 }
 
-// Drags a header section to the left edge of the section at `position`.
-void dragSection(QTreeWidget *list, int section, int position)
+QTreeWidgetItem *rowOfText(QTreeWidget *tree, int column, const QString &text)
 {
-    QHeaderView *h = list->header();
-    QWidget *port = h->viewport();
-    const int y = h->height() / 2;
-    const QPoint from(h->sectionViewportPosition(section) + h->sectionSize(section) / 2, y);
-    const QPoint to(h->sectionViewportPosition(h->logicalIndex(position)) + 2, y);
-    QTest::mousePress(port, Qt::LeftButton, {}, from);
-    QTest::mouseMove(port, from + QPoint(QApplication::startDragDistance() + 2, 0));
-    QTest::mouseMove(port, to);
-    QTest::mouseRelease(port, Qt::LeftButton, {}, to);
-}
-
-void typeInto(QLineEdit *edit, const char *text)
-{
-    edit->selectAll();
-    QTest::keyClicks(edit, text);
+    return tree->findItems(text, Qt::MatchExactly, column).value(0);
 }
 
 // The side-by-side view of two images of different volumes: the temporal
@@ -349,23 +280,19 @@ void addTheDifferingElement()
     EXPECT_EQ(rowOfText(rows, 0, "7FE0:0010"), nullptr) << "no pixel data";
     QTreeWidgetItem *temporal = rowOfText(rows, 1, "temporal position identifier");
     ASSERT_NE(temporal, nullptr);
-    EXPECT_EQ(temporal->text(0), "0020:0100");
     EXPECT_TRUE(static_cast<QxParameterListItem *>(temporal)->difference);
     EXPECT_FALSE(view->addButton()->isEnabled());
     QTest::mouseClick(rows->viewport(), Qt::LeftButton, {}, rowPoint(rows, temporal));
-    EXPECT_TRUE(view->addButton()->isEnabled());
-    screenshot(view, "steering-2-parameter-view");
+    screenshot(view, "steering-1-parameter-view");
     QTest::mouseClick(view->addButton(), Qt::LeftButton);
 }
 
 void steer(DicomDialog &d)
 {
     DicomListView *list = d.view()->listView();
-    const ModelWatch watch(list->model());
     EXPECT_EQ(list->stackList().size(), 3) << "the loader splits such a series by itself";
     d.menuBar()->optionsItem(8)->trigger(); // "Split Repeated Positions into Volumes" off
     ASSERT_EQ(list->stackList().size(), 19) << "the criteria alone cut it into ones and twos";
-    screenshot(&d, "steering-1-before");
     list->clearSelection();
     list->stackList()[0]->child(0)->setSelected(true);
     list->stackList()[1]->child(0)->setSelected(true);
@@ -376,7 +303,6 @@ void steer(DicomDialog &d)
     ASSERT_GT(section, 0);
     const DicomLoadOption *option = list->loadOptions()[section - 1];
     EXPECT_EQ(option->value, DicomLoadOption::Ignore);
-    EXPECT_EQ(option->options, 31) << "a numeric value allows every policy";
 
     // The criteria dialog; a second request raises the open one.
     d.menuBar()->columnsItem(0)->trigger(); // "Stack Break Criteria..."
@@ -386,23 +312,25 @@ void steer(DicomDialog &d)
     ASSERT_NE(criteria, nullptr);
     QLineEdit *edit = criteria->toleranceEdit();
     QPushButton *apply = criteria->applyButton();
+    auto typeAndApply = [&](const char *text) {
+        edit->selectAll();
+        QTest::keyClicks(edit, text);
+        QTest::mouseClick(apply, Qt::LeftButton);
+    };
     EXPECT_EQ(edit->text(), "2.0");
-    EXPECT_FALSE(apply->isEnabled());
-    QTreeWidgetItem *element =
-        rowOfText(criteria->elementList(), 0, "temporal position identifier");
-    QTest::mouseClick(criteria->elementList()->viewport(), Qt::LeftButton, {},
-                      rowPoint(criteria->elementList(), element));
-    const int page = criteria->elementList()->indexOfTopLevelItem(element);
+    QTreeWidget *elements = criteria->elementList();
+    QTreeWidgetItem *element = rowOfText(elements, 0, "temporal position identifier");
+    QTest::mouseClick(elements->viewport(), Qt::LeftButton, {}, rowPoint(elements, element));
+    const int page = elements->indexOfTopLevelItem(element);
     EXPECT_EQ(criteria->pages()->currentIndex(), page);
-    QButtonGroup *policies = criteria->policyButtons(page);
-    policies->button(DicomLoadOption::Constant)->click();
+    EXPECT_FALSE(apply->isEnabled());
+    criteria->policyButtons(page)->button(DicomLoadOption::Constant)->click();
     EXPECT_TRUE(apply->isEnabled());
 
     // Not a number, negative, above 100 %: a message, and nothing is applied.
     for (const char *bad : {"abc", "-1", "150"}) {
-        typeInto(edit, bad);
         VxMessageCapture console;
-        QTest::mouseClick(apply, Qt::LeftButton);
+        typeAndApply(bad);
         EXPECT_TRUE(console.contains("Tolerance for uniformity: ") &&
                     console.contains("Nothing was changed."))
             << bad << ": " << console.text();
@@ -410,27 +338,29 @@ void steer(DicomDialog &d)
         EXPECT_EQ(option->value, DicomLoadOption::Ignore);
         EXPECT_EQ(list->stackList().size(), 19);
     }
-    // The same tolerance and "constant": Apply rebuilds the stacks with the
-    // new criterion, which breaks between any two neighbours.
-    typeInto(edit, "2.0");
-    QTest::mouseClick(apply, Qt::LeftButton);
+    // Apply rebuilds the stacks with "constant", which breaks between any two neighbours.
+    typeAndApply("2.0");
     EXPECT_EQ(option->value, DicomLoadOption::Constant);
     EXPECT_EQ(stackSizes(*list), std::vector<int>(27, 1));
     EXPECT_FALSE(apply->isEnabled());
-    typeInto(edit, "2.5");
-    QTest::mouseClick(apply, Qt::LeftButton);
+    typeAndApply("2.5");
     EXPECT_FLOAT_EQ(list->getUniformTolerance(), 0.025f);
-    screenshot(criteria, "steering-3-criteria");
     criteria->close();
 
-    // Sorted by the temporal position first: the three volumes.
-    dragSection(list, section, 1);
-    EXPECT_EQ(list->header()->visualIndex(section), 1);
+    // Sorted by the temporal position first (its header dragged to the front): the three volumes.
+    QHeaderView *h = list->header();
+    const QPoint from = sectionCentre(list, section),
+                 to(h->sectionViewportPosition(h->logicalIndex(1)) + 2, from.y());
+    QTest::mousePress(h->viewport(), Qt::LeftButton, {}, from);
+    QTest::mouseMove(h->viewport(), from + QPoint(QApplication::startDragDistance() + 2, 0));
+    QTest::mouseMove(h->viewport(), to);
+    QTest::mouseRelease(h->viewport(), Qt::LeftButton, {}, to);
+    EXPECT_EQ(h->visualIndex(section), 1);
     EXPECT_EQ(stackSizes(*list), (std::vector<int>{9, 9, 9}));
     EXPECT_EQ(instanceNumbers(list->stackList()[0]),
               (std::vector<int>{1, 4, 7, 10, 13, 16, 19, 22, 25}));
     list->stackList()[0]->setExpanded(true);
-    screenshot(&d, "steering-4-after");
+    screenshot(&d, "steering-2-after");
     d.menuBar()->optionsItem(6)->trigger(); // "Save Load Options"
     QTest::mouseClick(d.okButton(), Qt::LeftButton);
 }
@@ -440,9 +370,7 @@ void steer(DicomDialog &d)
 TEST_F(DialogSteering, AnElementFoundSideBySideTurnsInterleavedSlicesIntoVolumes)
 {
     const VxPreferences before = VxSettingsMgr::getInstance()->getPreferences();
-    const float tolerance = DicomStackItem::uniformTolerance;
     const auto outcome = loadThroughDialog(vxtest::sharedDicomFiles("dcm_qa_philips/In"), steer);
-    DicomStackItem::uniformTolerance = tolerance;
     ASSERT_EQ(outcome.fields.size(), 3);
     for (const VxField3 *field : outcome.fields)
         EXPECT_EQ(field->lattice()->dim(2), 9);
