@@ -7,10 +7,9 @@
 #include <QCoreApplication>
 
 #include <thread>
-#include <vector>
 
-// This executable never creates an application object, as a host without
-// Qt (or a plain command-line tool) would run.
+// This executable never creates an application object, as a host without Qt (or a plain
+// command-line tool) would run.
 namespace {
 
 struct ThreadRecorder : ForkedObject
@@ -31,9 +30,8 @@ struct RecorderNegotiator : ThreadNegotiator
 
 } // namespace
 
-// Every negotiator step is a direct call on the calling thread. Even a display
-// forced on cannot be used without an application object: the question goes
-// to the console with the default answer.
+// Every negotiator step is a direct call on the calling thread. Even a display forced on cannot
+// be used without an application object: the question goes to the console with the default.
 TEST(NoApplication, StepsAreDirectCallsAndQuestionsGoToTheConsole)
 {
     ASSERT_EQ(QCoreApplication::instance(), nullptr);
@@ -49,9 +47,7 @@ TEST(NoApplication, StepsAreDirectCallsAndQuestionsGoToTheConsole)
         negotiator.deleteForkedObject();
     });
     worker.join();
-    ASSERT_EQ(seen.size(), 4u);
-    for (const auto &id : seen)
-        EXPECT_EQ(id, workerId);
+    EXPECT_EQ(seen, std::vector<std::thread::id>(4, workerId));
 
     EXPECT_FALSE(VxWarningDialog::haveDisplay());
     VxWarningDialog::setDisplayOverride(1);
@@ -59,8 +55,7 @@ TEST(NoApplication, StepsAreDirectCallsAndQuestionsGoToTheConsole)
     EXPECT_EQ(VxWarningDialog::warning("Overflow", "values overflow", "Ignore scaling",
                                        "Clamp data", "Adjust scaling", 2, 2),
               2);
-    EXPECT_EQ(VxWarningDialog::warning("Stack", "Revert?", "Yes", "No", QString(), 1), 1);
     VxWarningDialog::setDisplayOverride(-1);
-    EXPECT_EQ(capture.text(), "Overflow: values overflow\n-> Adjust scaling (no display; default "
-                              "answer)\nStack: Revert?\n-> No (no display; default answer)\n");
+    EXPECT_EQ(capture.text(),
+              "Overflow: values overflow\n-> Adjust scaling (no display; default answer)\n");
 }

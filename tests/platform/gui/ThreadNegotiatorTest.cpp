@@ -1,37 +1,31 @@
 #include "platform/gui/ThreadNegotiator.h"
+#include "tests/support/WidgetDriver.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QEventLoop>
 #include <QThread>
-#include <QTimer>
 
-#include <atomic>
-#include <functional>
 #include <mutex>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 
-// The steps as the forked object saw them, and whether each ran on the GUI thread.
+// The steps as the forked object saw them, each marked with the thread it ran on.
 struct StepLog
 {
-    void add(const std::string &name)
+    void add(const char *step)
     {
         std::lock_guard<std::mutex> lock(mutex);
-        steps.push_back({name, QThread::currentThread() == qApp->thread()});
+        steps.push_back(std::string(step) +
+                        (QThread::currentThread() == qApp->thread() ? "" : " (worker)"));
     }
-    std::vector<std::pair<std::string, bool>> all() const
+    size_t size()
     {
         std::lock_guard<std::mutex> lock(mutex);
-        return steps;
+        return steps.size();
     }
-    mutable std::mutex mutex;
-    std::vector<std::pair<std::string, bool>> steps;
+    std::mutex mutex;
+    std::vector<std::string> steps;
 };
 
 // putData and exec take a while, so a caller that did not wait would see the log unchanged.
@@ -51,29 +45,11 @@ struct RecordingNegotiator : ThreadNegotiator
     StepLog *log;
 };
 
-// Runs `work` on a second thread while this (the GUI) thread runs the event
-// loop, as the command line does with the reader; returns when work is done.
-void runWorkerWithEventLoop(const std::function<void()> &work)
-{
-    QEventLoop loop;
-    std::atomic<bool> finished{false};
-    std::thread worker([&] {
-        work();
-        finished = true;
-        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
-    });
-    QTimer::singleShot(20000, &loop, &QEventLoop::quit);
-    loop.exec();
-    worker.join();
-    ASSERT_TRUE(finished.load()) << "worker did not finish within 20 s";
-}
-
 } // namespace
 
-// Called from a worker, each step runs on the GUI thread and returns only
-// when it is done (an exception there is rethrown in the worker); the
-// negotiator deletes a remaining object there too. On the GUI thread itself
-// every step is a direct call (no event loop runs).
+// Called from a worker, each step runs on the GUI thread and returns only when it is done (an
+// exception there is rethrown in the worker); the negotiator deletes a remaining object there
+// too. On the GUI thread itself every step is a direct call (no event loop runs).
 TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
 {
     StepLog log, left, direct;
@@ -81,28 +57,30 @@ TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
     int execResult = -1;
     bool workerOnGui = true, thrownOnGui = false;
     std::string caught;
-    runWorkerWithEventLoop([&] {
-        workerOnGui = ThreadNegotiator::onGuiThread();
-        RecordingNegotiator negotiator(&log);
-        ForkedObject *made = negotiator.createForkedObject();
-        EXPECT_EQ(made, negotiator.forkedObject());
-        seenAfter.push_back(log.all().size());
-        negotiator.putData();
-        seenAfter.push_back(log.all().size());
-        execResult = negotiator.exec();
-        seenAfter.push_back(log.all().size());
-        negotiator.deleteForkedObject();
-        seenAfter.push_back(log.all().size());
-        RecordingNegotiator(&left).createForkedObject();
-        try {
-            ThreadNegotiator::runOnGuiThread([&] {
-                thrownOnGui = QThread::currentThread() == qApp->thread();
-                throw std::runtime_error("dialog could not be built");
-            });
-        } catch (const std::runtime_error &e) {
-            caught = e.what();
-        }
-    });
+    ASSERT_TRUE(uitest::runOnWorker(
+        [&] {
+            workerOnGui = ThreadNegotiator::onGuiThread();
+            RecordingNegotiator negotiator(&log);
+            ForkedObject *made = negotiator.createForkedObject();
+            EXPECT_EQ(made, negotiator.forkedObject());
+            seenAfter.push_back(log.size());
+            negotiator.putData();
+            seenAfter.push_back(log.size());
+            execResult = negotiator.exec();
+            seenAfter.push_back(log.size());
+            negotiator.deleteForkedObject();
+            seenAfter.push_back(log.size());
+            RecordingNegotiator(&left).createForkedObject();
+            try {
+                ThreadNegotiator::runOnGuiThread([&] {
+                    thrownOnGui = QThread::currentThread() == qApp->thread();
+                    throw std::runtime_error("dialog could not be built");
+                });
+            } catch (const std::runtime_error &e) {
+                caught = e.what();
+            }
+        },
+        20000));
     EXPECT_FALSE(workerOnGui);
     EXPECT_EQ(execResult, 7);
     EXPECT_EQ(seenAfter, (std::vector<size_t>{1, 2, 3, 4}));
@@ -115,13 +93,7 @@ TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
     EXPECT_EQ(here.exec(), 7);
     here.deleteForkedObject();
     EXPECT_EQ(here.forkedObject(), nullptr);
-    for (const StepLog *l : {&log, &left, &direct}) {
-        const auto steps = l->all();
-        ASSERT_EQ(steps.size(), l == &left ? 2u : 4u);
-        const char *expected[] = {"create", l == &left ? "delete" : "putData", "exec", "delete"};
-        for (size_t i = 0; i < steps.size(); ++i) {
-            EXPECT_EQ(steps[i].first, expected[i]);
-            EXPECT_TRUE(steps[i].second) << steps[i].first;
-        }
-    }
+    EXPECT_EQ(log.steps, (std::vector<std::string>{"create", "putData", "exec", "delete"}));
+    EXPECT_EQ(direct.steps, log.steps);
+    EXPECT_EQ(left.steps, (std::vector<std::string>{"create", "delete"}));
 }
