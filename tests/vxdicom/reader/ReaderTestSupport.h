@@ -1,5 +1,5 @@
 #pragma once
-// Helpers of the reader tests: the folder's scripts and files read as the
+// Helpers of the reader tests: the folder's scripts, and files read as the
 // reader reads them.
 
 #include "platform/core/KcDArray.h"
@@ -29,10 +29,19 @@ using vxtest::ScopedEnv;
 
 inline const char *const kMrFile = "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2/i22.MRDC.1";
 inline const char *const kCtSeries = "dcm_qa_ct/In/Philips/S21610/S2010";
-inline const char *const kEnhanced6 = "dcm_qa_enh/In/Siemens/XA10";
 
-/// Runs a script of this folder (or a path relative to it) with python3;
-/// returns its exit status, fills output (with standard error when merged).
+/// The words of a text (split at blanks).
+inline std::vector<std::string> words(const std::string &text)
+{
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string w; in >> w;)
+        out.push_back(w);
+    return out;
+}
+
+/// Runs a script of this folder (or a path relative to it) with python3 and
+/// the words of args; returns its exit status, fills output.
 inline int runScript(const std::string &script, const std::vector<std::string> &args,
                      std::string *output = nullptr, bool mergeStderr = true)
 {
@@ -44,77 +53,57 @@ inline int runScript(const std::string &script, const std::vector<std::string> &
 }
 
 /// pydicom's view of the files (reader_reference.py).
-inline QJsonArray pydicomReference(const std::vector<std::string> &files, bool withPixels = false)
+inline QJsonArray pydicomReference(std::vector<std::string> args)
 {
-    std::vector<std::string> args = files;
-    if (withPixels)
-        args.insert(args.begin(), "--pixels");
     std::string out;
     EXPECT_EQ(runScript("reader_reference.py", args, &out, false), 0);
     return QJsonDocument::fromJson(QByteArray::fromStdString(out)).array();
 }
 
-/// Copies src to dst with dicom_edit.py and its editing arguments.
-inline void editCopy(const std::string &src, const std::string &dst, std::vector<std::string> args)
+/// Copies src to dst with dicom_edit.py and its editing arguments (words).
+inline void editCopy(const std::string &src, const std::string &dst, const std::string &args)
 {
-    args.insert(args.begin(), {src, dst});
+    std::vector<std::string> all = words(args);
+    all.insert(all.begin(), {src, dst});
     std::string out;
-    ASSERT_EQ(runScript("dicom_edit.py", args, &out), 0) << out;
+    ASSERT_EQ(runScript("dicom_edit.py", all, &out), 0) << out;
 }
 
-/// A small synthetic series written by tests/support/make_series.py.
-inline void makeSeries(const std::string &dir, std::vector<std::string> args)
+/// A small synthetic series written by tests/support/make_series.py; its files
+/// sorted by name.
+inline std::vector<std::string> makeSeries(const std::string &dir, const std::string &args)
 {
-    args.insert(args.begin(), dir);
+    std::vector<std::string> all = words(args), files;
+    all.insert(all.begin(), dir);
     std::string out;
-    ASSERT_EQ(runScript("../../support/make_series.py", args, &out), 0) << out;
-}
-
-/// The regular files of a folder, sorted by name.
-inline std::vector<std::string> filesIn(const std::string &dir)
-{
-    std::vector<std::string> out;
+    EXPECT_EQ(runScript("../../support/make_series.py", all, &out), 0) << out;
     for (const auto &e : fs::directory_iterator(dir))
-        if (e.is_regular_file())
-            out.push_back(e.path().string());
-    std::sort(out.begin(), out.end());
-    return out;
+        files.push_back(e.path().string());
+    std::sort(files.begin(), files.end());
+    return files;
 }
 
 /// Files read as the reader reads them, owned here.
 struct OpenedFiles
 {
-    OpenedFiles() = default;
-    explicit OpenedFiles(const std::vector<std::string> &paths, int delayed = 1)
+    explicit OpenedFiles(const std::vector<std::string> &paths = {}, int delayed = 1)
     {
         for (const std::string &p : paths)
-            add(p, delayed);
-    }
-    ~OpenedFiles()
-    {
-        for (VxDicomFile *f : files)
-            delete f;
-    }
-    OpenedFiles(const OpenedFiles &) = delete;
-    VxDicomFile *add(const std::string &path, int delayed = 1)
-    {
-        try {
-            files.push_back(new VxDicomFile(path.c_str(), static_cast<int>(files.size()), delayed));
-        } catch (const char *text) {
-            ADD_FAILURE() << "reading " << path << " failed: " << text;
-            return nullptr;
-        }
-        return files.back();
+            try {
+                files.emplace_back(new VxDicomFile(p.c_str(), int(files.size()), delayed));
+            } catch (const char *text) {
+                ADD_FAILURE() << "reading " << p << " failed: " << text;
+            }
     }
     KcDArray<VxDicomImage *> images() const
     {
         KcDArray<VxDicomImage *> out;
-        for (VxDicomFile *f : files)
+        for (const auto &f : files)
             for (VxDicomImage *image : f->images)
                 out.append(image);
         return out;
     }
-    std::vector<VxDicomFile *> files;
+    std::vector<std::unique_ptr<VxDicomFile>> files;
 };
 
 /// A stack made as the browser makes one: ascending slice location, with the
@@ -129,16 +118,6 @@ inline std::unique_ptr<VxDicomImageStack> stackOf(const KcDArray<VxDicomImage *>
         stack->append(image);
     stack->setDicomParameters(false);
     return stack;
-}
-
-/// Lines of a captured console text.
-inline std::vector<std::string> lines(const std::string &text)
-{
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        out.push_back(line);
-    return out;
 }
 
 } // namespace readertest

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Copies a DICOM file with pydicom, changing a few attributes on the way.
 
-    dicom_edit.py IN OUT [--set KEY=VALUE]... [--delete KEY]... [--pixels V,V,...]
+    dicom_edit.py IN OUT [--set KEY=VALUE...]... [--delete KEY]... [--pixels V,V,...]
                          [--transfer-syntax UID]
 
 KEY is a keyword or a tag "(0028,0011)"; VALUE takes the attribute's VR
@@ -29,7 +29,7 @@ def tag_of(key):
 ap = argparse.ArgumentParser()
 ap.add_argument("src")
 ap.add_argument("dst")
-ap.add_argument("--set", action="append", default=[])
+ap.add_argument("--set", action="extend", nargs="+", default=[])
 ap.add_argument("--delete", action="append", default=[])
 ap.add_argument("--pixels")
 ap.add_argument("--transfer-syntax")
