@@ -231,9 +231,6 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
         {"axial --slices 1", 0.1f},
         {"oblique --slices 1", 0.1f}};
     using Vec = std::array<double, 3>;
-    const auto vec = [](const QJsonValue &v) {
-        return Vec{v[0].toDouble(), v[1].toDouble(), v[2].toDouble()};
-    };
     for (const auto &[orientation, unit] : cases) {
         SCOPED_TRACE(orientation + ", unit " + std::to_string(unit));
         vxtest::TempDir dir;
@@ -264,12 +261,13 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
             std::array<int, 3> pixel{};
             Vec at{};
             for (int s = 0; s < slices.size(); ++s) {
-                const QJsonObject r = slices[s].toObject();
-                const Vec o = vec(r["position"]), row = vec(r["rowDirection"]),
-                          col = vec(r["columnDirection"]);
-                // A step along a row crosses columns: the second Pixel Spacing value.
-                const double dc = r["pixelSpacing"][1].toDouble(),
-                             dr = r["pixelSpacing"][0].toDouble();
+                const QJsonObject r = slices[s]["record"].toObject();
+                const auto vec = [&](const char *name) {
+                    return Vec{r[name + QString("0")].toDouble(), r[name + QString("1")].toDouble(),
+                               r[name + QString("2")].toDouble()};
+                };
+                const Vec o = vec("position"), row = vec("row"), col = vec("column");
+                const double dc = r["columnSpacing"].toDouble(), dr = r["rowSpacing"].toDouble();
                 double along = 0, down = 0;
                 for (int a = 0; a < 3; ++a)
                     along += (w[a] / unit - o[a]) * row[a], down += (w[a] / unit - o[a]) * col[a];

@@ -1,11 +1,13 @@
 #!/usr/bin/python3
-"""Prints, as JSON, what pydicom finds in DICOM image files (null: absent).
+"""Prints, as JSON, what pydicom finds in DICOM image files.
 
     reader_reference.py [--pixels] FILE...
 
-Besides the attributes: unit row, column and normal directions, slicePosition
-(normal . position), each frame's per-frame or shared Plane Position, and
-obliqueAt003/020 (row, column or normal at least that far from every axis).
+"record": a single frame's values under the names of our image record (a
+step along a row crosses columns: the second Pixel Spacing value; unit
+directions; sliceLocation = normal . position; oblique: row, column or normal
+0.03 or more from every axis, obliqueWide at 0.2; unsigned 12-bit CT without a
+rescale stores HU + 1000). "framePositions": each frame's Plane Position.
 --pixels: the range of the first frame's uncompressed 16-bit samples masked
 below High Bit, and for signed data sign-extended from the top stored bit.
 """
@@ -15,21 +17,7 @@ import sys
 import numpy as np
 import pydicom
 
-AXES = [np.array(v, dtype=float) for v in
-        ((1, 0, 0), (-1, 0, 0), (0, 1, 0), (0, -1, 0), (0, 0, 1), (0, 0, -1))]
-
-
-def floats(value):
-    if value is None:
-        return None
-    if isinstance(value, (list, tuple, pydicom.multival.MultiValue)):
-        return [float(v) for v in value]
-    return float(value)
-
-
-def unit(v):
-    v = np.array(v, dtype=float)
-    return v / np.linalg.norm(v) if np.linalg.norm(v) > 0 else v
+AXES = np.vstack([np.eye(3), -np.eye(3)])
 
 
 def pixel_ranges(ds):
@@ -47,18 +35,35 @@ def pixel_ranges(ds):
     return out
 
 
-def frame_positions(ds):
-    out = []
-    shared = list(ds.get("SharedFunctionalGroupsSequence", []))
-    for item in ds.get("PerFrameFunctionalGroupsSequence", []):
-        found = None
-        for source in [item] + shared:
-            planes = source.get("PlanePositionSequence")
-            if planes and "ImagePositionPatient" in planes[0]:
-                found = floats(planes[0].ImagePositionPatient)
-                break
-        out.append(found)
-    return out
+def record(ds):
+    g = lambda key, default=0: float(ds.get(key, default) or default)
+    signed, bits = g("PixelRepresentation") != 0, int(g("BitsAllocated"))
+    slope, intercept = g("RescaleSlope", 1), g("RescaleIntercept")
+    ct_rule = str(ds.get("Modality", "")).upper() == "CT" and not signed and g("BitsStored") == 12 \
+        and slope == 1 and intercept == 0
+    r = {"width": g("Columns"), "height": g("Rows"), "bitsStored": g("BitsStored"),
+         "samplesPerPixel": g("SamplesPerPixel", 1), "bytesPerSample": (bits + 7) // 8,
+         "isSigned": signed, "imageNumber": g("InstanceNumber"), "sliceThickness": g("SliceThickness", 10),
+         "dataSize": g("Rows") * g("Columns") * g("SamplesPerPixel", 1) * ((bits + 7) // 8),
+         "rescaleSlope": slope, "rescaleIntercept": -1000 if ct_rule else intercept}
+    if "PixelSpacing" in ds:
+        r["rowSpacing"], r["columnSpacing"] = (float(v) for v in ds.PixelSpacing)
+    position = ds.get("ImagePositionPatient")
+    r["hasPosition"] = position is not None and len(position) == 3
+    iop = [float(v) for v in ds.get("ImageOrientationPatient", [])]
+    axes = {}
+    if len(iop) == 6:
+        row, col = np.array(iop[:3]) / np.linalg.norm(iop[:3]), np.array(iop[3:]) / np.linalg.norm(iop[3:])
+        axes = {"row": row, "column": col, "normal": np.cross(row, col) / np.linalg.norm(np.cross(row, col))}
+        for key, tol in (("oblique", 0.03), ("obliqueWide", 0.2)):
+            r[key] = not all(min(np.linalg.norm(v - AXES, axis=1)) < tol for v in axes.values())
+        if r["hasPosition"]:
+            r["sliceLocation"] = float(np.dot(axes["normal"], [float(v) for v in position]))
+    if r["hasPosition"]:
+        axes["position"] = [float(v) for v in position]
+    for name, v in axes.items():
+        r.update({name + str(k): v[k] for k in range(3)})
+    return {k: float(v) for k, v in r.items()}
 
 
 def describe(path, with_pixels):
@@ -68,39 +73,15 @@ def describe(path, with_pixels):
         return None
     if "PixelData" not in ds or "Rows" not in ds:
         return None
-    r = {
-        "file": path,
-        "frames": int(ds.get("NumberOfFrames", 1) or 1),
-        "mosaic": "MOSAIC" in [str(v).upper() for v in ds.get("ImageType", [])],
-        "framePositions": frame_positions(ds),
-        "rows": int(ds.Rows),
-        "columns": int(ds.Columns),
-        "bitsAllocated": int(ds.BitsAllocated),
-        "bitsStored": int(ds.get("BitsStored", 0) or 0),
-        "signed": int(ds.get("PixelRepresentation", 0) or 0) != 0,
-        "samplesPerPixel": int(ds.get("SamplesPerPixel", 1) or 1),
-        "instanceNumber": int(ds.get("InstanceNumber", 0) or 0),
-        "modality": str(ds.get("Modality", "")),
-        "pixelSpacing": floats(ds.get("PixelSpacing")),
-        "sliceThickness": floats(ds.get("SliceThickness")),
-        "position": floats(ds.get("ImagePositionPatient")),
-        "sliceLocationElement": floats(ds.get("SliceLocation")),
-        "slope": floats(ds.get("RescaleSlope")),
-        "intercept": floats(ds.get("RescaleIntercept")),
-        "slicePosition": None, "obliqueAt003": False, "obliqueAt020": False,
-    }
-    iop = ds.get("ImageOrientationPatient")
-    if iop is not None and len(iop) == 6:
-        row, col = unit(floats(iop[:3])), unit(floats(iop[3:]))
-        normal = unit(np.cross(row, col))
-        r["rowDirection"], r["columnDirection"], r["normal"] = row.tolist(), col.tolist(), normal.tolist()
-        for tol, key in ((0.03, "obliqueAt003"), (0.2, "obliqueAt020")):
-            r[key] = not all(any(np.linalg.norm(v - a) < tol for a in AXES) for v in (row, col, normal))
-        if r["position"] is not None and len(r["position"]) == 3:
-            r["slicePosition"] = float(np.dot(normal, r["position"]))
-    if with_pixels:
-        r["pixels"] = pixel_ranges(ds)
-    return r
+    shared = list(ds.get("SharedFunctionalGroupsSequence", []))
+    positions = []
+    for item in ds.get("PerFrameFunctionalGroupsSequence", []):
+        planes = [s.PlanePositionSequence[0] for s in [item] + shared if s.get("PlanePositionSequence")
+                  and "ImagePositionPatient" in s.PlanePositionSequence[0]]
+        positions.append([float(v) for v in planes[0].ImagePositionPatient] if planes else None)
+    return {"file": path, "frames": int(ds.get("NumberOfFrames", 1) or 1), "framePositions": positions,
+            "mosaic": "MOSAIC" in [str(v).upper() for v in ds.get("ImageType", [])],
+            "record": record(ds), "pixels": pixel_ranges(ds) if with_pixels else None}
 
 
 if __name__ == "__main__":
