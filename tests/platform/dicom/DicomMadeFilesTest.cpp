@@ -35,11 +35,8 @@ const struct Made
     // RLE colour comes back by plane, also when the header says Planar Configuration 0.
     {"rgb8_rle", "gdcmconv --rle %D/rgb8.dcm %O", "rgb8_planar", RLE, "RGB", 1, 0},
     {"rgb8_rle_dcmtk", "dcmcrle %D/rgb8.dcm %O", "rgb8_planar", RLE, "RGB", 1, 0},
-    {"mono8_rle", "gdcmconv --rle %D/mono8.dcm %O", "mono8", RLE, M2, 0, 0},
     {"rgb8_jpegls", "dcmcjpls %D/rgb8.dcm %O", "rgb8", JLS, "RGB", 0, 0},
-    {"rgb8_jpegls_gdcm", "gdcmconv --jpegls %D/rgb8.dcm %O", "rgb8", JLS, "RGB", 0, 0},
     {"rgb8_jpeg_lossless", "dcmcjpeg +e1 %D/rgb8.dcm %O", "rgb8", JPG, "RGB", 0, 0},
-    {"mono8_jpeg_gdcm", "gdcmconv --jpeg %D/mono8.dcm %O", "mono8", JPG, M2, 0, 0},
     // Baseline JPEG is stored as YBR_FULL_422 and comes back as RGB.
     {"smooth_jpeg_baseline", "dcmcjpeg +eb %D/rgb8_smooth.dcm %O", "rgb8_smooth", JPG, "RGB", 0, 8},
     {"smooth_j2k", "gdcmconv --j2k %D/rgb8_smooth.dcm %O", "rgb8_smooth", J2K, "RGB", 0, 0},
@@ -51,8 +48,6 @@ const struct Made
     {"enh_j2k_2fragments_bot", "%P refragment %D/enh_j2k.dcm %O 2 1", "enh", J2K, M2, 0, 0},
     {"enh_jpeg_fragments", "dcmcjpeg +e1 +fs 1 -ot %S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm %O", "enh",
      JPG, M2, 0, 0},
-    {"enh_jpegls_fragments", "dcmcjpls +fs 1 -ot %S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm %O", "enh",
-     JLS, M2, 0, 0},
     {"enh_rle", "gdcmconv --rle %S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm %O", "enh", RLE, M2, 0, 0},
     {"ts_j2k_fragments", "gdcmconv --split 20000 %S/dcm_qa_ts/In/9.dcm %O", "ts", J2K, M2, 0, 0},
 };
@@ -64,44 +59,44 @@ TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
     REQUIRE_PYDICOM();
     vxtest::TempDir dir;
     const std::string d = dir.path().string();
-    std::string error;
+    std::string error, missing;
     ASSERT_FALSE(dicomtest::runReference("make", {d}, &error).isEmpty()) << error;
     // References for the real files: pydicom's little-endian pixel bytes.
-    for (auto [file, out] : {std::pair{"dcm_qa_enh/In/Siemens/XA10/6_1.dcm", "/enh.expected"},
-                             {"dcm_qa_ts/In/1.dcm", "/ts.expected"}})
-        dicomtest::runReference("pixels", {vxtest::sharedPath(file), d + out}, &error);
-    std::vector<std::string> missing;
+    dicomtest::runReference(
+        "pixels", {vxtest::sharedPath("dcm_qa_enh/In/Siemens/XA10/6_1.dcm"), d + "/enh.expected"},
+        &error);
+    dicomtest::runReference("pixels", {dicomtest::ts(1), d + "/ts.expected"}, &error);
     for (const Made &m : kMade) {
         SCOPED_TRACE(m.name);
         const std::string path = d + "/" + m.name + ".dcm";
         std::string command = m.command, tool = command.substr(0, command.find(' '));
         if (*m.command && !(tool == "%P" ? std::filesystem::exists(d + "/enh_j2k.dcm")
                                          : vxtest::haveProgram(tool))) {
-            missing.push_back(tool);
+            missing += " " + tool;
             continue;
         }
         for (auto [key, value] :
              {std::pair<std::string, std::string>{"%S", vxtest::sharedDataDir()},
               {"%D", d},
               {"%O", path},
-              {"%P", std::string(VX_PYTHON " " VX_DICOM_TEST_DIR "/pydicom_reference.py")}})
+              {"%P", VX_PYTHON " " VX_DICOM_TEST_DIR "/pydicom_reference.py"}})
             for (size_t at; (at = command.find(key)) != std::string::npos;)
                 command.replace(at, key.size(), value);
         if (*m.command)
             vxtest::runCommand(command + " 2>&1");
         ASSERT_TRUE(std::filesystem::exists(path)) << command;
         const auto expected = vxtest::readFileBytes(d + "/" + m.expected + ".expected");
-        ASSERT_FALSE(expected.empty()) << m.expected;
-
         std::string why;
-        DicomPtr delayed = dicomtest::read(path, true, &why);
-        ASSERT_TRUE(delayed) << why;
+        const std::vector<unsigned char> bytes = vxtest::readFileBytes(path);
+        DicomPtr delayed = dicomtest::read(path, true, &why),
+                 full = dicomtest::read(path, false, &why),
+                 fromMemory(dicom::dicomReadBuffer(bytes.data(), bytes.size(), m.name, &why));
+        ASSERT_TRUE(delayed && full && fromMemory) << why;
         EXPECT_EQ(delayed->compression, m.compression);
         EXPECT_EQ(delayed->photometric + std::to_string(delayed->planarConfiguration),
                   m.photometric + std::to_string(m.planar));
         const std::vector<unsigned char> frames = dicomtest::decodeFrames(*delayed, &why);
-        ASSERT_FALSE(frames.empty()) << why;
-        ASSERT_EQ(frames.size(), expected.size());
+        ASSERT_EQ(frames.size(), expected.size()) << why;
         int worst = 0, sum = 0; // lossy codecs: within the tolerance, a mean difference below 2
         for (size_t i = 0; i < frames.size(); ++i) {
             worst = std::max(worst, std::abs(frames[i] - expected[i]));
@@ -109,24 +104,18 @@ TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
         }
         EXPECT_LE(worst, m.tolerance);
         EXPECT_LE(sum, 2 * int(frames.size()));
-        std::vector<unsigned char> frame(size_t(delayed->frameSize) + 1);
-        for (int k = delayed->frames - 1; k >= 0; --k) { // out of order, last first
-            ASSERT_TRUE(dicom::dicomReadImageData(delayed.get(), nullptr, k, frame.data(),
-                                                  frame.size(), &why))
-                << why;
-            EXPECT_TRUE(std::equal(frame.begin(), frame.end() - 1,
+        std::vector<unsigned char> frame(size_t(delayed->frameSize));
+        for (int k = delayed->frames - 1; k >= 0; --k) // out of order, last first
+            EXPECT_TRUE(dicom::dicomReadImageData(delayed.get(), nullptr, k, frame.data(),
+                                                  frame.size(), &why) &&
+                        std::equal(frame.begin(), frame.end(),
                                    frames.begin() + long(k) * delayed->frameSize))
-                << k;
-        }
-        const std::vector<unsigned char> bytes = vxtest::readFileBytes(path);
-        DicomPtr full = dicomtest::read(path, false, &why),
-                 fromMemory(dicom::dicomReadBuffer(bytes.data(), bytes.size(), m.name, &why));
-        ASSERT_TRUE(full && fromMemory) << why;
+                << k << why;
         EXPECT_TRUE(dicomtest::fullPixels(*full) == frames) << "full read";
         EXPECT_TRUE(dicomtest::fullPixels(*fromMemory) == frames) << "buffer read";
     }
     if (!missing.empty())
-        GTEST_SKIP() << missing.size() << " rows left out, not installed: " << missing.front();
+        GTEST_SKIP() << "rows left out, not installed:" << missing;
 }
 
 } // namespace

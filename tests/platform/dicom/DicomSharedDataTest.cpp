@@ -6,8 +6,6 @@
 
 #include <QJsonArray>
 
-#include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -15,53 +13,15 @@ namespace {
 
 using dicomtest::DicomPtr, dicomtest::ts;
 
-// dicomGetById against pydicom's values: strings without their padding,
-// multiple values split at '\', numbers that read back to the same value.
-void expectTextsMatch(const dicom::dicomStruct &d, const QJsonObject &values, int *compared)
-{
-    for (auto it = values.begin(); it != values.end(); ++it) {
-        const uint32_t tag = it.key().toUInt(nullptr, 16);
-        const uint16_t g = uint16_t(tag >> 16), e = uint16_t(tag & 0xFFFF);
-        const std::string vr = it.value().toObject()["vr"].toString().toStdString(),
-                          key = it.key().toStdString();
-        const QJsonArray expected = it.value().toObject()["values"].toArray();
-        if ((g & 1) && !d.explicitVR)
-            continue; // private attributes have no known VR in an implicit data set
-        const char *text = dicom::dicomGetById(&d, g, e);
-        ASSERT_NE(text, nullptr) << key;
-        const QStringList parts = QString::fromUtf8(text).split('\\');
-        ASSERT_EQ(parts.size(), expected.size()) << key << " " << text;
-        for (qsizetype k = 0; k < parts.size(); ++k, ++*compared) {
-            const QJsonValue x = expected[k];
-            QString part = parts[k];
-            unsigned tg = 0, te = 0;
-            if (vr == "AT") {
-                ASSERT_EQ(std::sscanf(part.toLatin1().constData(), "(%x,%x)", &tg, &te), 2) << key;
-                EXPECT_EQ(tg << 16 | te, unsigned(x[0].toInt() << 16 | x[1].toInt())) << key;
-            } else if (x.isDouble()) {
-                EXPECT_EQ(vr == "FL" ? float(part.toDouble()) : part.toDouble(),
-                          vr == "FL" ? float(x.toDouble()) : x.toDouble())
-                    << key;
-            } else if (vr == "DS" || vr == "IS") { // numeric strings keep their blanks as stored
-                EXPECT_EQ(part.trimmed(), x.toString().trimmed()) << key;
-            } else { // blanks before a '\' are kept as stored, pydicom drops them
-                while (k + 1 < parts.size() && part.endsWith(' '))
-                    part.chop(1);
-                EXPECT_EQ(part, x.toString()) << key;
-            }
-        }
-    }
-}
-
 struct Tally
 {
-    int elements = 0, sequences = 0, bigEndian = 0, implicit = 0, hashed = 0, texts = 0,
-        dicomDirs = 0;
-    std::vector<std::string> needGdcm, sequenceDiffs;
+    int elements = 0, sequences = 0, bigEndian = 0, implicit = 0, hashed = 0, dicomDirs = 0;
+    std::vector<std::string> needGdcm;
 };
 
-// One file as pydicom reads it: description, element bytes, texts, pixels delayed and full
-// (files that pydicom cannot decode are left in needGdcm).
+// One file as pydicom reads it: description, the bytes of every element (only the length of
+// private creators, whose padding DCMTK rewrites), pixels delayed and full; files that pydicom
+// cannot decode are left in needGdcm.
 void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
 {
     SCOPED_TRACE(path);
@@ -70,7 +30,6 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     DicomPtr d = dicomtest::read(path, true, &why);
     ASSERT_TRUE(d) << why;
     EXPECT_EQ(d->transferSyntaxUID, r["transferSyntax"].toString().toStdString());
-    EXPECT_FALSE(d->transferSyntaxName.empty());
     EXPECT_EQ((std::vector<int>{d->rows, d->columns, d->bitsAllocated, d->samplesPerPixel,
                                 d->frames, d->pixelsInFile, d->isDicomDir, d->numElements}),
               (std::vector<int>{r["rows"].toInt(), r["columns"].toInt(), r["bitsAllocated"].toInt(),
@@ -82,10 +41,7 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     t.bigEndian += d->bigEndian;
     t.dicomDirs += d->isDicomDir;
     t.implicit += !d->explicitVR;
-    expectTextsMatch(*d, r["texts"].toObject(), &t.texts);
-
-    // pydicom stops before Pixel Data, which the layer lists last. DCMTK rewrites the padding
-    // of private creators, so only their length is compared.
+    // pydicom stops before Pixel Data, which the layer lists last.
     const QJsonArray raw = r["raw"].toArray();
     const dicom::dicomDataElement &last = d->elements[d->numElements - 1];
     const int n = d->numElements - (last.group == 0x7FE0 && last.element == 0x0010 ? 1 : 0);
@@ -98,45 +54,35 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
         ASSERT_EQ(tag, x["tag"].toString().toStdString());
         const std::string vr = x["vr"].toString().toStdString();
         EXPECT_EQ(std::string(e.vr, 2), vr.empty() ? "  " : vr) << tag;
-        const std::string sha = dicomtest::sha256(e.data, e.data ? size_t(e.length) : 0);
-        const bool same =
-            e.length == x["length"].toInt() && sha == x["sha256"].toString().toStdString();
-        if (vr == "SQ" ||
-            (vr.empty() && dicom::dicomDictionaryType(e.group, e.element) == dicom::SQ)) {
-            ++t.sequences;
-            if (!same)
-                t.sequenceDiffs.push_back(path + " " + tag);
-        } else if ((e.group & 1) && e.element >= 0x10 && e.element <= 0xFF) {
-            EXPECT_EQ(e.length, x["length"].toInt()) << tag;
-        } else {
-            ++t.elements;
-            EXPECT_TRUE(same) << tag;
-        }
+        EXPECT_EQ(e.length, x["length"].toInt()) << tag;
+        if ((e.group & 1) && e.element >= 0x10 && e.element <= 0xFF)
+            continue;
+        EXPECT_EQ(dicomtest::sha256(e.data, e.data ? size_t(e.length) : 0),
+                  x["sha256"].toString().toStdString())
+            << tag;
+        const bool sequence = dicom::dicomDictionaryType(e.group, e.element) == dicom::SQ;
+        t.sequences += sequence;
+        t.elements += !sequence;
     }
-    if (!d->pixelsInFile) {
-        const DicomPtr full = dicomtest::read(path, false);
-        EXPECT_TRUE(full && !full->pixelData);
+    const DicomPtr full = dicomtest::read(path, false, &why);
+    ASSERT_TRUE(full) << why;
+    EXPECT_EQ(full->pixelData == nullptr, !d->pixelsInFile);
+    if (!d->pixelsInFile)
         return;
-    }
     EXPECT_EQ(d->frameSize, d->rows * d->columns * d->samplesPerPixel * d->bytesPerSample);
-    EXPECT_NE(d->compression, dicom::COMPRESSION_UNSUPPORTED);
     const std::vector<unsigned char> frames = dicomtest::decodeFrames(*d, &why);
     ASSERT_FALSE(frames.empty()) << why;
-    DicomPtr full = dicomtest::read(path, false, &why);
-    ASSERT_TRUE(full && full->pixelData) << why;
     EXPECT_FALSE(full->pixelsInFile);
     EXPECT_TRUE(dicomtest::fullPixels(*full) == frames) << "delayed and full reads differ";
-    if (r["pixelSha256"].isString()) {
-        EXPECT_EQ(dicomtest::sha256(frames), r["pixelSha256"].toString().toStdString());
-        ++t.hashed;
-    } else {
-        t.needGdcm.push_back(path);
-    }
+    if (!r["pixelSha256"].isString())
+        return t.needGdcm.push_back(path);
+    EXPECT_EQ(dicomtest::sha256(frames), r["pixelSha256"].toString().toStdString());
+    ++t.hashed;
 }
 
-// Every shared file, and DICOMDIRs made by dcmmkdir with explicit item lengths, undefined
-// lengths and undefined lengths with icon images (whose nested Pixel Data must not end the
-// header parse), against pydicom; the JPEG, JPEG-LS and JPEG 2000 ones against GDCM's decode.
+// Every shared file, and DICOMDIRs made by dcmmkdir with explicit item lengths, undefined lengths
+// and undefined lengths with icon images (whose nested Pixel Data must not end the header parse),
+// against pydicom; the JPEG, JPEG-LS and JPEG 2000 ones against GDCM's decode.
 TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
 {
     REQUIRE_PYDICOM();
@@ -162,14 +108,10 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
         expectLikePydicom(path, reference[QString::fromStdString(path)].toObject(), t);
     EXPECT_GT(t.elements, 30000);
     EXPECT_GT(t.sequences, 100);
-    EXPECT_GT(t.texts, 30000);
     EXPECT_GT(t.hashed, 300);
-    EXPECT_GE(t.bigEndian, 1);
-    EXPECT_GE(t.implicit, 1);
+    EXPECT_TRUE(t.bigEndian && t.implicit);
     EXPECT_EQ(files.size() - shared, vxtest::haveProgram("dcmmkdir") ? 3u : 0u);
     EXPECT_GE(t.dicomDirs, int(files.size() - shared));
-    EXPECT_TRUE(t.sequenceDiffs.empty())
-        << t.sequenceDiffs.size() << " sequences differ, first " << t.sequenceDiffs[0];
     if (!vxtest::haveProgram("gdcmconv"))
         GTEST_SKIP() << t.needGdcm.size() << " compressed files not compared: gdcmconv is missing";
     std::vector<std::string> raws;
@@ -183,24 +125,23 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
     const QJsonObject gdcm = dicomtest::runReference("files", raws, &error);
     ASSERT_FALSE(gdcm.isEmpty()) << error;
     for (size_t i = 0; i < t.needGdcm.size(); ++i) {
-        SCOPED_TRACE(t.needGdcm[i]);
         DicomPtr full = dicomtest::read(t.needGdcm[i], false);
-        ASSERT_TRUE(full);
+        ASSERT_TRUE(full) << t.needGdcm[i];
         EXPECT_EQ(dicomtest::sha256(dicomtest::fullPixels(*full)),
-                  gdcm[QString::fromStdString(raws[i])]["pixelSha256"].toString().toStdString());
+                  gdcm[QString::fromStdString(raws[i])]["pixelSha256"].toString().toStdString())
+            << t.needGdcm[i];
     }
 }
 
-// The nine encodings of one image: the same pixels and values, on one thread or four at once.
+// The nine encodings of one image: the same pixels, on one thread or four at once.
 TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
 {
     VX_REQUIRE_SHARED_DATA();
+    using enum dicom::Compression;
     const dicom::Compression expected[] = {
-        dicom::COMPRESSION_NONE,   dicom::COMPRESSION_NONE,   dicom::COMPRESSION_NONE,
-        dicom::COMPRESSION_RLE,    dicom::COMPRESSION_JPEG,   dicom::COMPRESSION_JPEG,
-        dicom::COMPRESSION_JPEGLS, dicom::COMPRESSION_JPEGLS, dicom::COMPRESSION_JPEG2000};
-    DicomPtr le = dicomtest::read(ts(1), true);
-    ASSERT_TRUE(le);
+        COMPRESSION_NONE,   COMPRESSION_NONE,   COMPRESSION_NONE,
+        COMPRESSION_RLE,    COMPRESSION_JPEG,   COMPRESSION_JPEG,
+        COMPRESSION_JPEGLS, COMPRESSION_JPEGLS, COMPRESSION_JPEG2000};
     std::vector<unsigned char> reference;
     for (int n = 1; n <= 9; ++n) {
         SCOPED_TRACE(ts(n));
@@ -208,8 +149,7 @@ TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
         DicomPtr d = dicomtest::read(ts(n), true, &why), full = dicomtest::read(ts(n), false, &why);
         ASSERT_TRUE(d && full) << why;
         EXPECT_EQ(d->compression, expected[n - 1]);
-        EXPECT_EQ(d->photometric, "MONOCHROME2");
-        EXPECT_EQ(d->planarConfiguration, 0);
+        EXPECT_EQ(d->photometric + std::to_string(d->planarConfiguration), "MONOCHROME20");
         if (n == 1)
             reference = dicomtest::fullPixels(*full);
         ASSERT_EQ(reference.size(), 384u * 384u * 2u);
@@ -218,63 +158,50 @@ TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
         EXPECT_EQ(d->bigEndian, n == 3);
         EXPECT_EQ(d->explicitVR, n != 2);
     }
-    const dicom::dicomDataElement *px = dicom::dicomFindElement(le.get(), 0x7FE0, 0x0010);
-    EXPECT_EQ(px->data, nullptr) << "a delayed read";
-    EXPECT_EQ(px->length, 384 * 384 * 2);
-    EXPECT_EQ(dicom::dicomGetById(le.get(), 0x7FE0, 0x0010), nullptr);
-    EXPECT_STREQ(dicom::dicomGetById(le.get(), 0x0002, 0x0001), "00\\01"); // OB 00 01
-
     std::vector<std::string> parallel(9 * 4);
     std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
+    for (size_t t = 0; t < 4; ++t)
         threads.emplace_back([t, &parallel] {
-            for (int n = 1; n <= 9; ++n)
-                if (DicomPtr d = dicomtest::read(ts(1 + (n + t) % 9), false)) {
-                    parallel[size_t(t * 9 + (n + t) % 9)] =
-                        dicomtest::sha256(dicomtest::fullPixels(*d));
-                    dicom::dicomGetById(d.get(), 0x0010, 0x0010);
-                    dicom::dicomDictionaryName(0x0020, uint16_t(0x1041 + n));
-                }
+            for (size_t n = 0; n < 9; ++n)
+                if (DicomPtr d = dicomtest::read(ts(int(1 + (n + t) % 9)), false))
+                    parallel[t * 9 + (n + t) % 9] = dicomtest::sha256(dicomtest::fullPixels(*d));
         });
     for (std::thread &t : threads)
         t.join();
-    for (size_t i = 0; i < parallel.size(); ++i)
-        EXPECT_EQ(parallel[i], dicomtest::sha256(reference))
-            << "thread " << i / 9 << " file " << i % 9 + 1;
+    EXPECT_EQ(parallel, std::vector<std::string>(36, dicomtest::sha256(reference)));
 }
 
-// Some writers put an implicit VR data set behind a meta header that names
-// Explicit VR Little Endian: 2.dcm with only its transfer syntax UID changed.
+// Some writers put an implicit VR data set behind a meta header that names Explicit VR Little
+// Endian: 2.dcm with only its transfer syntax UID (and the group length) changed.
 TEST(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
 {
     VX_REQUIRE_SHARED_DATA();
     const std::vector<unsigned char> file = vxtest::readFileBytes(ts(2));
     std::string bytes(file.begin(), file.end());
     const std::string implicitUid =
-                          std::string("\x02\0\x10\0UI\x12\0", 8) + "1.2.840.10008.1.2" + '\0',
-                      explicitUid =
-                          std::string("\x02\0\x10\0UI\x14\0", 8) + "1.2.840.10008.1.2.1" + '\0';
+        std::string("\x02\0\x10\0UI\x12\0", 8) + "1.2.840.10008.1.2" + '\0';
     const size_t at = bytes.find(implicitUid),
-                 groupLength = bytes.find(std::string("\x02\0\0\0UL\x04\0", 8));
-    ASSERT_TRUE(at != std::string::npos && groupLength != std::string::npos);
-    bytes.replace(at, implicitUid.size(), explicitUid);
-    bytes[groupLength + 8] = char(bytes[groupLength + 8] + 2);
+                 length = bytes.find(std::string("\x02\0\0\0UL\x04\0", 8));
+    ASSERT_TRUE(at != std::string::npos && length != std::string::npos);
+    bytes.replace(at, implicitUid.size(),
+                  std::string("\x02\0\x10\0UI\x14\0", 8) + "1.2.840.10008.1.2.1" + '\0');
+    bytes[length + 8] = char(bytes[length + 8] + 2);
     std::string why;
     VxMessageCapture capture;
     DicomPtr d(dicom::dicomReadBuffer(reinterpret_cast<const unsigned char *>(bytes.data()),
-                                      bytes.size(), "patched", &why));
-    ASSERT_TRUE(d) << why;
+                                      bytes.size(), "patched", &why)),
+        original = dicomtest::read(ts(2), false);
+    ASSERT_TRUE(d && original) << why;
     EXPECT_EQ(capture.text(), "") << "no warning for every element";
     EXPECT_EQ(d->transferSyntaxUID, "1.2.840.10008.1.2.1");
     EXPECT_FALSE(d->explicitVR) << "the data set is what it is";
-    EXPECT_EQ(std::string(dicom::dicomFindElement(d.get(), 0x0008, 0x0060)->vr, 2), "  ");
     EXPECT_STREQ(dicom::dicomGetById(d.get(), 0x0008, 0x0060), "MR");
-    DicomPtr original = dicomtest::read(ts(2), false);
-    ASSERT_TRUE(original);
-    const dicom::dicomDataElement *a = dicom::dicomFindElement(d.get(), 0x0008, 0x1140);
-    const dicom::dicomDataElement *b = dicom::dicomFindElement(original.get(), 0x0008, 0x1140);
-    ASSERT_TRUE(a && b && a->data && b->data && a->length == b->length);
-    EXPECT_EQ(std::memcmp(a->data, b->data, size_t(a->length)), 0) << "sequences stay implicit";
+    const dicom::dicomDataElement *a = dicom::dicomFindElement(d.get(), 0x0008, 0x1140),
+                                  *b = dicom::dicomFindElement(original.get(), 0x0008, 0x1140);
+    ASSERT_TRUE(a && b && a->data && b->data);
+    EXPECT_EQ(std::string_view((const char *)a->data, size_t(a->length)),
+              std::string_view((const char *)b->data, size_t(b->length)))
+        << "sequences stay implicit";
     EXPECT_TRUE(dicomtest::fullPixels(*d) == dicomtest::fullPixels(*original));
 }
 

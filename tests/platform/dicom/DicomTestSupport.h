@@ -5,7 +5,6 @@
 #include "platform/dicom/dicom.h"
 #include "tests/support/TestSupport.h"
 
-#include <QByteArray>
 #include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -33,15 +32,15 @@ inline std::string ts(int n)
 /// Every frame of a delayed read, concatenated; empty with *why set on failure.
 inline std::vector<unsigned char> decodeFrames(const dicom::dicomStruct &d, std::string *why)
 {
-    std::vector<unsigned char> all(size_t(d.frameSize) * size_t(d.frames));
-    std::vector<unsigned char> frame(size_t(d.frameSize) + 1);
+    std::vector<unsigned char> all(size_t(d.frameSize) * size_t(d.frames) + 1);
     for (int k = 0; k < d.frames; ++k) {
-        if (!dicom::dicomReadImageData(&d, nullptr, k, frame.data(), frame.size(), why)) {
+        if (!dicom::dicomReadImageData(&d, nullptr, k, &all[size_t(k) * size_t(d.frameSize)],
+                                       all.size() - size_t(k) * size_t(d.frameSize), why)) {
             *why = "frame " + std::to_string(k) + ": " + *why;
             return {};
         }
-        std::copy(frame.begin(), frame.begin() + d.frameSize, all.begin() + long(k) * d.frameSize);
     }
+    all.pop_back();
     return all;
 }
 
@@ -56,12 +55,12 @@ inline std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
 inline QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
                                 std::string *error)
 {
-    std::string command = std::string(VX_PYTHON) + " " +
+    std::string command = VX_PYTHON " " +
                           vxtest::shellQuote(VX_DICOM_TEST_DIR "/pydicom_reference.py") + " " +
-                          mode;
+                          mode,
+                out;
     for (const std::string &a : args)
         command += " " + vxtest::shellQuote(a);
-    std::string out;
     if (const int status = vxtest::runCommand(command, &out)) {
         *error = "pydicom_reference.py " + mode + " exited with " + std::to_string(status);
         return {};
@@ -74,8 +73,7 @@ inline QJsonObject runReference(const std::string &mode, const std::vector<std::
 
 inline std::string sha256(const unsigned char *p, size_t n)
 {
-    return QCryptographicHash::hash(QByteArrayView(reinterpret_cast<const char *>(p), qsizetype(n)),
-                                    QCryptographicHash::Sha256)
+    return QCryptographicHash::hash(QByteArrayView(p, qsizetype(n)), QCryptographicHash::Sha256)
         .toHex()
         .toStdString();
 }
@@ -84,16 +82,9 @@ inline std::string sha256(const std::vector<unsigned char> &v)
     return sha256(v.data(), v.size());
 }
 
-/// True when pydicom and numpy can be used from VX_PYTHON.
-inline bool havePydicom()
-{
-    static const bool have = vxtest::havePythonModules({"pydicom", "numpy"});
-    return have;
-}
-
 } // namespace dicomtest
 
 #define REQUIRE_PYDICOM()                                                                          \
     VX_REQUIRE_SHARED_DATA();                                                                      \
-    if (!dicomtest::havePydicom())                                                                 \
+    if (!vxtest::havePythonModules({"pydicom", "numpy"}))                                          \
     GTEST_SKIP() << "pydicom and numpy are needed for " VX_PYTHON

@@ -1,36 +1,27 @@
 #!/usr/bin/python3
-"""Reference values from pydicom for the dicom:: layer tests, as JSON: files FILE... (per file
-the description, pixel hash, top-level element bytes and texts), pixels FILE OUT (little endian
-pixel bytes), make DIR (small images with their expected bytes), refragment IN OUT N BOT."""
+"""pydicom's view for the dicom:: layer tests, as JSON: files FILE... (description, pixel hash,
+top-level element bytes), pixels FILE OUT, make DIR (small images and their bytes), refragment."""
 
-import hashlib
-import json
-import os
-import sys
-import warnings
+import hashlib, json, os, sys, warnings
 
 import numpy as np
 import pydicom
 from pydicom.filereader import data_element_generator
 
 warnings.simplefilter("ignore")
-
-NATIVE = {"1.2.840.10008.1.2", "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.2",
-          "1.2.840.10008.1.2.1.99"}
-TEXT_VRS = {"AE", "AS", "CS", "DA", "DS", "DT", "IS", "LO", "LT", "PN", "SH", "ST", "TM",
-            "UI", "UT", "US", "SS", "UL", "SL", "FL", "FD", "AT"}
+IMPLICIT, BIG = "1.2.840.10008.1.2", "1.2.840.10008.1.2.2"
+NATIVE = {IMPLICIT, BIG, "1.2.840.10008.1.2.1", "1.2.840.10008.1.2.1.99"}
 
 
 def pixel_bytes(ds):
-    """Native samples as stored, little endian, cut to what the frames need;
-    otherwise pydicom's own decoders (RLE) in pixel order."""
-    ts = str(ds.file_meta.get("TransferSyntaxUID", "1.2.840.10008.1.2"))
+    """Native samples as stored, little endian, cut to what the frames need; else pydicom's decode."""
+    ts = str(ds.file_meta.get("TransferSyntaxUID", IMPLICIT))
     bits = int(ds.BitsAllocated)
     if ts in NATIVE and bits in (8, 16, 32):
         need = (int(ds.Rows) * int(ds.Columns) * int(ds.get("SamplesPerPixel", 1)) * (bits // 8)
                 * int(ds.get("NumberOfFrames", 1) or 1))
         data = np.frombuffer(ds.PixelData[:need], dtype=np.uint8)
-        if ts == "1.2.840.10008.1.2.2" and bits > 8:
+        if ts == BIG and bits > 8:
             data = data.view(">u%d" % (bits // 8)).astype("<u%d" % (bits // 8)).view(np.uint8)
         return data.tobytes()
     arr = ds.pixel_array
@@ -38,8 +29,7 @@ def pixel_bytes(ds):
 
 
 def raw_elements(fp, implicit, little, meta):
-    """(tag, vr, bytes) of the top-level elements as the file holds them: the
-    meta group, or the data set up to Pixel Data."""
+    """Top-level elements as the file holds them: the meta group, or the data set to Pixel Data."""
     stop = (lambda t, vr, n: t.group != 2) if meta else (lambda t, vr, n: t == 0x7FE00010)
     result = []
     for elem in data_element_generator(fp, implicit, little, stop_when=stop):
@@ -48,8 +38,7 @@ def raw_elements(fp, implicit, little, meta):
         else:  # an undefined-length sequence, parsed: take its bytes from the file
             end = fp.tell()
             fp.seek(elem.file_tell)
-            value = fp.read(end - elem.file_tell)
-            fp.seek(end)
+            value, _ = fp.read(end - elem.file_tell), fp.seek(end)
         result.append({"tag": "%08X" % int(elem.tag), "vr": "" if implicit else (elem.VR or ""),
                        "length": len(value), "sha256": hashlib.sha256(value).hexdigest()})
     return result
@@ -60,25 +49,7 @@ def elements(path, ts):
         if fp.read(132)[128:] != b"DICM":
             fp.seek(0)
         meta = raw_elements(fp, False, True, True)
-        return meta + raw_elements(fp, ts == "1.2.840.10008.1.2", ts != "1.2.840.10008.1.2.2",
-                                   False)
-
-
-def texts(ds):
-    """Strings as pydicom decodes them, numbers as numbers, tags as [group, element]."""
-    values = {}
-    for elem in list(ds.file_meta) + list(ds):
-        if elem.VR not in TEXT_VRS or elem.value is None or elem.value == "" or elem.tag == 0x7FE00010:
-            continue
-        items = list(elem.value) if elem.VM > 1 else [elem.value]
-        if elem.VR == "AT":
-            items = [[int(t) >> 16, int(t) & 0xFFFF] for t in items]
-        elif elem.VR in ("US", "SS", "UL", "SL", "FL", "FD"):
-            items = [float(v) for v in items]
-        else:
-            items = [str(v) for v in items]
-        values["%08X" % int(elem.tag)] = {"vr": elem.VR, "values": items}
-    return values
+        return meta + raw_elements(fp, ts == IMPLICIT, ts != BIG, False)
 
 
 def files(paths):
@@ -87,20 +58,16 @@ def files(paths):
         try:
             ds = pydicom.dcmread(path, force=True)
             e = {"transferSyntax": str(ds.file_meta.get("TransferSyntaxUID", "")),
-                 "rows": int(ds.get("Rows", 0) or 0), "columns": int(ds.get("Columns", 0) or 0),
-                 "bitsAllocated": int(ds.get("BitsAllocated", 0) or 0),
-                 "samplesPerPixel": int(ds.get("SamplesPerPixel", 1) or 1),
                  "hasPixels": "PixelData" in ds, "elements": len(ds.file_meta) + len(ds),
-                 "isDicomDir": str(ds.file_meta.get("MediaStorageSOPClassUID", ""))
-                 == "1.2.840.10008.1.3.10", "pixelSha256": None}
+                 "isDicomDir": ds.file_meta.get("MediaStorageSOPClassUID", "") == "1.2.840.10008.1.3.10"}
+            for key, default in ("Rows", 0), ("Columns", 0), ("BitsAllocated", 0), ("SamplesPerPixel", 1):
+                e[key[0].lower() + key[1:]] = int(ds.get(key, default) or default)
             e["frames"] = int(ds.get("NumberOfFrames", 1) or 1) if e["hasPixels"] else 0
-            if e["hasPixels"]:
-                try:
-                    e["pixelSha256"] = hashlib.sha256(pixel_bytes(ds)).hexdigest()
-                except Exception:  # no pydicom decoder for this syntax
-                    pass
+            try:
+                e["pixelSha256"] = hashlib.sha256(pixel_bytes(ds)).hexdigest()
+            except Exception:  # no pixels, or no pydicom decoder for this syntax
+                e["pixelSha256"] = None
             e["raw"] = elements(path, e["transferSyntax"])
-            e["texts"] = texts(ds)
             out[path] = e
         except Exception as ex:
             out[path] = {"error": str(ex)}
