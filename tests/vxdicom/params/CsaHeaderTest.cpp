@@ -47,10 +47,10 @@ struct Csa
             item(data);
         return *this;
     }
-    Csa &item(const std::string &data, unsigned char marker = 'M', int64_t length = -1)
+    Csa &item(const std::string &data, int64_t length = -1)
     {
         const uint32_t n = length < 0 ? uint32_t(data.size()) : uint32_t(length);
-        word(n).word(n).word(marker).word(n).text(data, data.size());
+        word(n).word(n).word('M').word(n).text(data, data.size());
         return text("", (4 - bytes.size() % 4) % 4);
     }
 };
@@ -110,7 +110,7 @@ Bytes rawBytes(const QJsonObject &header)
 }
 
 /// One decoded tag against nibabel's: the five fields, then every item
-/// nibabel reports (numbers compared as numbers, since nibabel converts them).
+/// (numbers compared as numbers, since nibabel converts them).
 void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
 {
     ASSERT_TRUE(tag);
@@ -118,9 +118,10 @@ void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
     EXPECT_EQ(tag->name(), ref["name"].toString().toStdString());
     Names fields = {"vm", "vr", "syngodt", "nitems", "xx", "values"};
     EXPECT_EQ(entryNames(tag), Names(fields.begin(), fields.end() - !tag->bundle("values")));
-    for (const char *field : {"vm", "syngodt", "nitems", "xx"})
-        EXPECT_EQ(tag->parameter(field)->intValue(), ref[field].toInt()) << field;
-    EXPECT_EQ(tag->parameter("vr")->stringValue(), ref["vr"].toString().toStdString());
+    for (const char *field : {"vm", "vr", "syngodt", "nitems", "xx"})
+        EXPECT_EQ(tag->parameter(field)->stringValue(),
+                  ref[field].toVariant().toString().toStdString())
+            << field;
     const QJsonArray items = ref["items"].toArray();
     int values = 0;
     for (int j = 0; j < items.size(); ++j) {
@@ -192,46 +193,25 @@ TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
 }
 
 // Both layouts: more than 128 tags is an error with a message; counts and
-// lengths past the end yield what fits; random bytes and every cut of the
-// older layout (which keeps nothing) stay inside the value.
+// lengths past the end yield what fits; random bytes stay inside the value.
 TEST(CsaHostile, CountsAndLengthsPastTheEndAndRandomBytesStayInside)
 {
-    for (uint32_t n : {129u, 255u}) {
-        for (bool csa1 : {false, true}) {
-            VxMessageCapture console;
-            EXPECT_EQ(decode((csa1 ? Csa::csa1(n) : Csa::csa2(n)).bytes, csa1), nullptr) << n;
-            EXPECT_TRUE(console.contains("Error: n not between 0 and 128")) << n;
-        }
+    for (const auto &[n, csa1] : {std::pair{129u, false}, {255u, true}}) {
+        VxMessageCapture console;
+        EXPECT_EQ(decode((csa1 ? Csa::csa1(n) : Csa::csa2(n)).bytes, csa1), nullptr) << n;
+        EXPECT_TRUE(console.contains("Error: n not between 0 and 128")) << n;
     }
-    VxMessageCapture console;
     EXPECT_EQ(decode(Csa::csa2(128).bytes)->size(), 0) << "128 is allowed";
-    EXPECT_EQ(console.text(), "");
     BundlePtr csa = decode(Csa::csa2(3).tag("A", 1, "IS", 6, 255, {"1", "2"}).bytes);
     ASSERT_EQ(csa->size(), 1);
     EXPECT_EQ(csa->bundle("A")->parameter("nitems")->intValue(), 255);
     EXPECT_EQ(entryNames(csa->bundle("A")->bundle("values")), (Names{"0000", "0001"}));
     csa = decode(
-        Csa::csa2(2).tag("A", 1, "LO", 19, 2, {"ok"}).item("", 'M', 200).text("12345678", 8).bytes);
+        Csa::csa2(2).tag("A", 1, "LO", 19, 2, {"ok"}).item("", 200).text("12345678", 8).bytes);
     ASSERT_EQ(csa->size(), 1);
     EXPECT_EQ(entryNames(csa->bundle("A")->bundle("values")), Names{"0000"}) << "200 bytes, 8 left";
-    const Bytes header = Csa::csa2(1).bytes;
-    for (size_t k = 0; k < 16; ++k)
-        EXPECT_EQ(decode(Bytes(header.begin(), header.begin() + long(k)))->size(), 0);
-    EXPECT_EQ(BundlePtr(decode_csa2(nullptr, 1000, "X"))->size() +
-                  BundlePtr(decode_csa2(header.data(), -5, "X"))->size(),
-              0);
+    EXPECT_EQ(BundlePtr(decode_csa2(nullptr, 1000, "X"))->size(), 0);
     EXPECT_TRUE(BundlePtr(decode_csa1(nullptr, 1000, "X")));
-    const Bytes older = Csa::csa1(3)
-                            .tag("A", 1, "IS", 6, 2, {"12", "hello"})
-                            .tag("B", 1, "DS", 3, 255, {"1.5"})
-                            .tag("C", 1, "LO", 19, 1)
-                            .item("", 'M', 250)
-                            .bytes;
-    for (size_t k = 0; k <= older.size(); ++k) {
-        csa = decode(Bytes(older.begin(), older.begin() + long(k)), true, "CSASeriesHeaderInfo");
-        ASSERT_TRUE(csa && csa->name() == "CSASeriesHeaderInfo") << k;
-        EXPECT_EQ(csa->size(), 0) << k;
-    }
     std::mt19937 rng(20240607); // small counts, so that the walk goes deep
     for (int round = 0; round < 3000; ++round) {
         Bytes b(rng() % 700);

@@ -31,13 +31,10 @@ TEST(VrCodes, PinnedNumbersAndDecodingInListOrder)
             .split(' ');
     for (int vr = 0; vr <= 26; ++vr)
         EXPECT_EQ(encodeVRString(dicom::valRep(vr == 26 ? 99 : vr)), codes.value(vr, "UN")) << vr;
-    for (const auto &[text, vr] : {std::pair<const char *, int>{"ob", 21},
-                                   {"  US ", 20},
-                                   {"", 0},
-                                   {"T", 2},
-                                   {"SQ", 24},
-                                   {"DSX", 5},
-                                   {" o b ", 24}})
+    // clang-format off
+    for (const auto &[text, vr] : {std::pair<const char *, int>{"ob", 21}, {"  US ", 20}, {"", 0},
+                                   {"T", 2}, {"SQ", 24}, {"DSX", 5}, {" o b ", 24}})
+        // clang-format on
         EXPECT_EQ(decodeVRString(text), vr) << "'" << text << "'";
 }
 
@@ -45,28 +42,20 @@ TEST(VrCodes, PinnedNumbersAndDecodingInListOrder)
 TEST(ValueText, EachVrFollowsItsRule)
 {
     EXPECT_EQ(parseDicomDataString("  1.5   \\  2 \t 3  ", dicom::US), "1.5 \\ 2 3");
+    // clang-format off
     const std::tuple<dicom::valRep, const char *, const char *> rows[] = {
         {dicom::AE, "STORESCP", ""}, // inverted tests: a valid value gives the default
-        {dicom::AS, "045Y", "000Y"},
-        {dicom::AT, "0010-0020", "FFFF-FFFF"},
-        {dicom::UI, "1.2.840.10008", "0.0.0.0.0.0"},
-        {dicom::UI, "1..2", ""},
-        {dicom::LO, "  Doe ^  John ", "Doe ^ John"},
-        {dicom::SH, "ABCDEFGHIJKLMNOPQRST", "ABCDEFGHIJKLMNOP"},
-        {dicom::DS, "123456789", "1.23457e+08"},
-        {dicom::DS, "abc", "0"},
-        {dicom::IS, "0042", "42"},
-        {dicom::IS, "12.5", "0"},
-        {dicom::SS, "70000", "0"},
-        {dicom::UL, "4000000000", "4000000000"},
-        {dicom::DA, "20240229", "today"},
+        {dicom::AS, "045Y", "000Y"}, {dicom::AT, "0010-0020", "FFFF-FFFF"}, {dicom::UI, "1..2", ""},
+        {dicom::UI, "1.2.840.10008", "0.0.0.0.0.0"}, {dicom::LO, "  Doe ^  John ", "Doe ^ John"},
+        {dicom::SH, "ABCDEFGHIJKLMNOPQRST", "ABCDEFGHIJKLMNOP"}, {dicom::DS, "123456789", "1.23457e+08"},
+        {dicom::DS, "abc", "0"}, {dicom::IS, "0042", "42"}, {dicom::SS, "70000", "0"},
+        {dicom::UL, "4000000000", "4000000000"}, {dicom::DA, "20240229", "today"},
         {dicom::DT, " 20240101   1200 ", "20240101 1200"},
         {dicom::TM, "12:30:15", nullptr}, // valid times give now, other texts are completed
-        {dicom::TM, "ab", "ab:00:00.0"},
-        {dicom::TM, "1230:1", "12:30::1.0"},
-        {dicom::TM, "12:3.5", "12::3:00.005"},
+        {dicom::TM, "1230:1", "12:30::1.0"}, {dicom::TM, "12:3.5", "12::3:00.005"},
         {dicom::TM, "ab.70000", "ab:00:00.000"}, // milliseconds beyond an unsigned short read 0
     };
+    // clang-format on
     static const QRegularExpression now(
         QRegularExpression::anchoredPattern("(\\d\\d):(\\d\\d):(\\d\\d)\\.\\d\\d\\d"));
     for (const auto &[vr, in, out] : rows) {
@@ -88,11 +77,9 @@ TEST(ValueText, EachVrFollowsItsRule)
         EXPECT_EQ(parseSingleDicomDataString(longText, vr).length(), limit) << vr;
     EXPECT_EQ(parseSingleDicomDataString(blankAt64, dicom::LO), QString(63, 'a')) << "trims again";
     EXPECT_EQ(parseSingleDicomDataString(blankAt64, dicom::LT), QString(63, 'a') + " ");
-    const QString before = QDate::currentDate().toString("yyyyMMdd"), date = getDicomDate();
-    EXPECT_TRUE(date == before || date == QDate::currentDate().toString("yyyyMMdd"));
+    EXPECT_EQ(getDicomDate(), QDate::currentDate().toString("yyyyMMdd"));
     const QTime t = QTime::fromString(getDicomTime(), "hhmmss.zzz");
-    ASSERT_TRUE(t.isValid()) << getDicomTime().toStdString();
-    EXPECT_LT(std::abs(t.msecsTo(QTime::currentTime())), 5000);
+    EXPECT_LT(std::abs(t.msecsTo(QTime::currentTime())), 5000) << getDicomTime().toStdString();
 }
 
 TEST(ByteHelpers, AsciiHexAndSeparators)
@@ -123,35 +110,20 @@ TEST(ByteHelpers, AsciiHexAndSeparators)
 }
 
 // Root, the numbers given (negative ones left out), date, time of day in two fixed-width
-// groups and two more numbers; cut at 64 characters, never ending in a dot.
-TEST(UidGeneration, RootHashesLayoutCutAndUniqueness)
+// groups and two more numbers; cut at 64 characters, never ending in a dot; unique.
+TEST(UidGeneration, RootLayoutCutAndUniqueness)
 {
     static const QRegularExpression syntax(QRegularExpression::anchoredPattern("\\d+(\\.\\d+)*"));
-    auto isUid = [](const QString &u) { return u.size() <= 64 && syntax.match(u).hasMatch(); };
     const QString root = QString::fromLatin1(creatorUID);
-    EXPECT_TRUE(root.size() == 17 && root.startsWith("2.25.") && isUid(root));
-    // FNV-1a 32-bit reference vectors, MurmurHash3 fmix32.
-    EXPECT_EQ(dicomStringHash(nullptr), 0x811c9dc5u);
-    EXPECT_EQ(dicomStringHash("foobar"), 0xbf9cf968u);
-    EXPECT_EQ(dicomIntHash(1), 0x514e28b7u);
-    EXPECT_EQ(dicomIntHash(-1), 0x81f16f39u);
-
-    const QString day = QDate::currentDate().toString("yyyyMMdd"),
-                  uid = generateSOPInstanceUID(-1, -1);
-    ASSERT_TRUE(isUid(uid) && uid.startsWith(root + ".")) << uid.toStdString();
+    EXPECT_TRUE(root.size() == 17 && root.startsWith("2.25."));
+    EXPECT_EQ(dicomStringHash("foobar"), 0xbf9cf968u) << "FNV-1a 32-bit";
+    EXPECT_EQ(dicomIntHash(-1), 0x81f16f39u) << "MurmurHash3 fmix32";
+    const QString uid = generateSOPInstanceUID(-3, 5);
     const QStringList parts = uid.mid(root.size() + 1).split('.');
-    ASSERT_EQ(parts.size(), 5) << uid.toStdString();
-    EXPECT_TRUE(parts[0] == day || parts[0] == QDate::currentDate().toString("yyyyMMdd"));
-    const QTime t = QTime::fromString(parts[1] + parts[2], "hhmmsszzz");
-    ASSERT_TRUE(t.isValid()) << uid.toStdString();
-    const int apart = std::abs(t.msecsTo(QTime::currentTime()));
-    EXPECT_TRUE(apart < 5000 || apart > 86400000 - 5000) << uid.toStdString();
-    bool ok3 = false, ok4 = false;
-    parts[3].toUInt(&ok3), parts[4].toUInt(&ok4);
-    EXPECT_TRUE(ok3 && ok4) << "two unsigned 32-bit numbers: " << uid.toStdString();
-    EXPECT_TRUE(generateSOPInstanceUID(7, 12).startsWith(root + ".7.12."));
-    const QString one = generateSOPInstanceUID(-3, 5);
-    EXPECT_TRUE(one.startsWith(root + ".5.") && one.count('.') == root.count('.') + 6);
+    ASSERT_TRUE(uid.startsWith(root) && parts.size() == 6) << uid.toStdString();
+    EXPECT_TRUE(parts[0] == "5" && parts[1] == QDate::currentDate().toString("yyyyMMdd"));
+    const QTime t = QTime::fromString(parts[2] + parts[3], "hhmmsszzz");
+    EXPECT_LT(std::abs(t.msecsTo(QTime::currentTime())), 5000) << uid.toStdString();
     const QString longest = generateSOPInstanceUID(INT_MAX, INT_MAX);
     EXPECT_TRUE(longest.size() == 64 && longest.startsWith(root + ".2147483647.2147483647."));
     // Numbers of every width move the cut across every position, dots included.
@@ -160,7 +132,7 @@ TEST(UidGeneration, RootHashesLayoutCutAndUniqueness)
     int cut = 0;
     for (int i = 0; i < 3000; ++i) {
         const QString u = generateSOPInstanceUID(number(), number());
-        ASSERT_TRUE(isUid(u)) << u.toStdString();
+        ASSERT_TRUE(u.size() <= 64 && syntax.match(u).hasMatch()) << u.toStdString();
         cut += u.size() == 64;
     }
     EXPECT_GT(cut, 100) << "the loop must reach the 64-character limit";
@@ -175,15 +147,11 @@ TEST(ElementTexts, PartsAreTakenApartAndFixCleansThemInPlace)
     // expected nullptr: a null text.
     const std::tuple<const char *, const char *, ReturnParamContent, int, const char *> rows[] = {
         {"G0028-0010", "Rows: 512", ContentName, 0, "Rows"},
-        {"G0028-0010", "Rows: 512", ContentElement, 0, "0010"},
         {"G0028-0010", "Rows: 512", ContentVR, 0, "US"}, // no '[': the dictionary's VR
-        {"G0010-0010", "patient name [pn]: Doe^John", ContentName, 0, "patient name"},
         {"G0010-0010", "patient name [pn]: Doe^John", ContentVR, 0, "PN"},
         {"GF000-F000", "new Private Element [DT]:20240101 120000", ContentValueItem, 1, "120000"},
-        {"G0028-0030", "pixel spacing: 0.5 0.25", ContentValueItem, 2, nullptr},
         {"G0028-0030", "pixel spacing:  0.5  0.25 ", ContentValueItem, 1, ""}, // blanks split
         {"G0019-100B", " [DS]: 17.5", ContentName, 0, ""},
-        {"G0008-0032", "acquisition time: 12:30:15", ContentValue, 0, "12:30:15"},
         {"g7fe0-0010", "pixel data: 00", ContentGroup, 0, "7FE0"},
         {"G0008-0020", "date: x [DA]", ContentGroup, 0, nullptr}, // ':' before '['
     };
@@ -197,16 +165,12 @@ TEST(ElementTexts, PartsAreTakenApartAndFixCleansThemInPlace)
 
     // fix cleans the texts of every bundle in place.
     VxParamBundle top("DICOM");
-    top.setString("G0008-103E", "series description: ep2d\\ \n");
     top.setString("G0020-4000", "image comments: say \"hi\"\t  ");
     top.setString("G0010-0010", "patient name: M\xC3\xBCller^Anna");
     top.setString("G0018-1030", "protocol name: a\\b\\\\");
-    auto inner = std::make_unique<VxParamBundle>("All");
-    inner->setString("G0051-100E", " [CS]: Tra>Cor(-6.2)\r\n\\");
-    top.insert(inner.release());
+    top.insert(new VxParamBundle("All"));
+    top.bundle("All")->setString("G0051-100E", " [CS]: Tra>Cor(-6.2)\r\n\\");
     fix(&top);
-    fix(nullptr);
-    EXPECT_EQ(top.getString("G0008-103E"), "series description: ep2d");
     EXPECT_EQ(top.getString("G0020-4000"), "image comments: say  hi");
     EXPECT_EQ(top.getString("G0010-0010"), "patient name: M ller^Anna") << "a blank per non-ASCII";
     EXPECT_EQ(top.getString("G0018-1030"), "protocol name: a\\b") << "inner separators stay";
