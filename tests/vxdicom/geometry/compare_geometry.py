@@ -1,16 +1,14 @@
 #!/usr/bin/python3
-"""Fields loaded by `vxdicom load -nodialog --format nii` against other readers.
+"""Fields of `vxdicom load -nodialog --format nii` against other readers.
 
     compare_geometry.py --vxdicom BIN [--discover ROOT] [--exclude TEXT] [--synthetic] [DIR...]
     compare_geometry.py --vxdicom BIN --sheared DIR
 
-Each 3D volume dcm2niix (-p n) writes for a folder (4D: each volume) must match
-one field of ours: dimensions up to axis order and flips, voxel size within
-1e-4 mm, every corner within 1e-3 mm, the rescaled values to single precision.
---synthetic adds make_series.py series of every orientation (non-square
-pixels, both name orders). --sheared: the gantry-tilted CT against pydicom, a
-rigid field whose middle is exact and whose first slice lies half the shear
-from its Image Position. Exit 1 on a mismatch, 77 when a tool is missing.
+Each volume dcm2niix (-p n) writes for a folder must match one field of ours:
+dimensions up to axis order and flips, voxel size within 1e-4 mm, corners
+within 1e-3 mm, values to single precision. --synthetic adds make_series.py
+series of every orientation. --sheared: the gantry-tilted CT against pydicom,
+a rigid field whose middle is exact. Exit 1 on a mismatch, 77 without a tool.
 """
 import argparse
 import glob
@@ -29,10 +27,7 @@ except ImportError as e:
     print("SKIP: %s" % e)
     sys.exit(77)
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-MAKE_SERIES = os.path.join(HERE, "..", "..", "support", "make_series.py")
-ORIENTATIONS = ["axial", "coronal", "sagittal", "axial-rev", "coronal-rev", "sagittal-rev",
-                "axial-rot", "axial-tilt", "sagittal-tilt", "oblique"]
+MAKE_SERIES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "support", "make_series.py")
 
 
 def volumes_of(folder):
@@ -58,9 +53,8 @@ def match(ours, theirs, signed_bits):
     sizes_ours, sizes_theirs = np.linalg.norm(A[:3, :3], axis=0), np.linalg.norm(B[:3, :3], axis=0)
     perm = [int(np.argmax(np.abs(P[:, j]))) for j in range(3)]
     shape = ours["data"].shape
-    for j in range(3):
-        if shape[j] > 1 and abs(sizes_ours[j] - sizes_theirs[perm[j]]) > 1e-4:
-            return "voxel size %s vs %s" % (sizes_ours, sizes_theirs[perm])
+    if any(shape[j] > 1 and abs(sizes_ours[j] - sizes_theirs[perm[j]]) > 1e-4 for j in range(3)):
+        return "voxel size %s vs %s" % (sizes_ours, sizes_theirs[perm])
     if shape != tuple(theirs["data"].shape[perm[j]] for j in range(3)):
         return "dimensions %s vs %s" % (shape, theirs["data"].shape)
     if np.max(np.abs(t - np.round(t))) * max(sizes_theirs.max(), 1.0) > 1e-3:
@@ -69,16 +63,13 @@ def match(ours, theirs, signed_bits):
     # that a rotation or scaling the affines disagree on shows.
     corners = np.array([list(c) + [1.0] for c in itertools.product(*[(-0.5, s - 0.5) for s in shape])])
     whole = np.eye(4)
-    whole[:3, :3] = P
-    whole[:3, 3] = np.round(t + (R - P) @ (np.array(shape) - 1) / 2.0)
+    whole[:3, :3], whole[:3, 3] = P, np.round(t + (R - P) @ (np.array(shape) - 1) / 2.0)
     err = np.max(np.abs((A @ corners.T)[:3] - (B @ whole @ corners.T)[:3]))
     if err > 1e-3:
         return "corners differ by %.4g mm" % err
     ii = np.indices(shape).reshape(3, -1)
-    a = ours["data"][tuple(ii)]
-    b = theirs["data"][tuple(np.round(P @ ii + t[:, None]).astype(int))]
-    diff = np.max(np.abs(a - b))
-    allowed = 1e-6 * max(1.0, float(np.max(np.abs(b))))
+    a, b = ours["data"][tuple(ii)], theirs["data"][tuple(np.round(P @ ii + t[:, None]).astype(int))]
+    diff, allowed = np.max(np.abs(a - b)), 1e-6 * max(1.0, float(np.max(np.abs(b))))
     if signed_bits and diff > allowed:
         # The top stored bit is the sign, which we extend; Debian's dcm2niix
         # keeps the bits above it: read theirs as the standard reads them.
@@ -88,11 +79,9 @@ def match(ours, theirs, signed_bits):
 
 
 def describe_folder(folder):
-    """The image files directly in a folder, its kind and, for signed data
-    stored in fewer bits than allocated, the stored bits."""
+    """Image files directly in a folder, its kind, stored bits of signed data below the allocated."""
     files, kind, signed_bits = [], "classic", None
-    for f in sorted(os.listdir(folder)):
-        path = os.path.join(folder, f)
+    for path in sorted(os.path.join(folder, f) for f in os.listdir(folder)):
         try:
             ds = pydicom.dcmread(path, stop_before_pixels=True)
         except Exception:
@@ -125,16 +114,15 @@ def compare(args, work, env):
     failures, counts = 0, {}
     for n, series in enumerate(args.series):
         ours_dir, theirs_dir = os.path.join(work, "ours%d" % n), os.path.join(work, "theirs%d" % n)
-        os.makedirs(ours_dir)
-        os.makedirs(theirs_dir)
+        os.makedirs(ours_dir), os.makedirs(theirs_dir)
         files, kind, signed_bits = describe_folder(series)
         tally = counts.setdefault(kind, [0, 0])
         if load(args.vxdicom, ours_dir, files, env).returncode != 0:
             failures += 1
             continue
         # -p n: Philips values as their Rescale Slope/Intercept say.
-        subprocess.run(["dcm2niix", "-d", "0", "-z", "n", "-b", "n", "-p", "n", "-o", theirs_dir,
-                        series], capture_output=True)
+        subprocess.run(["dcm2niix", "-d", "0", "-z", "n", "-b", "n", "-p", "n", "-o", theirs_dir, series],
+                       capture_output=True)
         ours, theirs = volumes_of(ours_dir), volumes_of(theirs_dir)
         tally[1] += len(theirs)
         for o in ours:
@@ -142,9 +130,7 @@ def compare(args, work, env):
             for t in theirs:
                 why = "used" in t or match(o, t, signed_bits)
                 if why is None:
-                    t["used"] = True
-                    tally[0] += 1
-                    print("ok   %s %s = %s %s" % (series, o["name"], t["name"], o["data"].shape))
+                    t["used"], tally[0] = True, tally[0] + 1
                     break
                 reasons.append("%s: %s" % (t["name"], why))
             else:
@@ -164,36 +150,30 @@ def sheared(args, work, env):
     r = load(args.vxdicom, work, [args.sheared], env)
     if r.returncode != 0:
         return 1
-    failures = []
-    if "stack HEAD is sheared by -18.5 degrees!" not in r.stdout:
-        failures.append("no shear warning in:\n" + r.stdout[-2000:])
+    failures = [] if "stack HEAD is sheared by -18.5 degrees!" in r.stdout else \
+        ["no shear warning in:\n" + r.stdout[-2000:]]
     img = nib.load(glob.glob(os.path.join(work, "*.nii"))[0])
-    data, A = img.get_fdata(), img.affine.copy()
-    A[:2, :] *= -1  # RAS to the DICOM patient axes (LPS)
-    ds = [pydicom.dcmread(f) for f in glob.glob(os.path.join(args.sheared, "I*"))]
-    ds.sort(key=lambda d: float(d.ImagePositionPatient[2]))
-    row = np.array([float(v) for v in ds[0].ImageOrientationPatient[:3]])
-    col = np.array([float(v) for v in ds[0].ImageOrientationPatient[3:]])
-    n = np.cross(row, col)
+    data, A = img.get_fdata(), np.diag([-1.0, -1, 1, 1]) @ img.affine  # RAS to LPS
+    ds = sorted((pydicom.dcmread(f) for f in glob.glob(os.path.join(args.sheared, "I*"))),
+                key=lambda d: float(d.ImagePositionPatient[2]))
+    iop = np.array([float(v) for v in ds[0].ImageOrientationPatient])
+    n = np.cross(iop[:3], iop[3:])
     n /= np.linalg.norm(n)
     dr, dc = (float(v) for v in ds[0].PixelSpacing)
     p0, pN = (np.array([float(v) for v in d.ImagePositionPatient]) for d in (ds[0], ds[-1]))
     shear = (pN - p0) - np.dot(n, pN - p0) * n
-    if data.shape != (int(ds[0].Columns), int(ds[0].Rows), len(ds)):
-        failures.append("shape %s" % (data.shape,))
-    for name, got, want in (("row axis", A[:3, 0], row * dc), ("column axis", A[:3, 1], col * dr),
-                            ("slice axis", A[:3, 2], n * np.dot(n, pN - p0) / (len(ds) - 1))):
-        if np.max(np.abs(got - want)) > 1e-4:
-            failures.append("%s %s, headers say %s" % (name, got, want))
-    if np.max(np.abs(A[:3, 3] - (p0 + shear / 2))) > 1e-3:
-        failures.append("first slice at %s; its position %s + shear/2 %s" % (A[:3, 3], p0, shear / 2))
     middle = A[:3, :3] @ np.array([0, 0, (len(ds) - 1) / 2.0]) + A[:3, 3]
-    if np.max(np.abs(middle - (p0 + pN) / 2)) > 1e-3:
-        failures.append("middle of the stack at %s; headers %s" % (middle, (p0 + pN) / 2))
+    checks = [("shape", data.shape, (int(ds[0].Columns), int(ds[0].Rows), len(ds)), 0),
+              ("row axis", A[:3, 0], iop[:3] * dc, 1e-4), ("column axis", A[:3, 1], iop[3:] * dr, 1e-4),
+              ("slice axis", A[:3, 2], n * np.dot(n, pN - p0) / (len(ds) - 1), 1e-4),
+              ("first slice (position + shear / 2)", A[:3, 3], p0 + shear / 2, 1e-3),
+              ("middle of the stack", middle, (p0 + pN) / 2, 1e-3)]
     for k in (0, len(ds) // 2, len(ds) - 1):  # x = column, y = row
-        want = ds[k].pixel_array * float(ds[k].RescaleSlope) + float(ds[k].RescaleIntercept)
-        if np.max(np.abs(data[:, :, k].T - want)) > 0.5:
-            failures.append("slice %d values differ" % k)
+        checks.append(("slice %d values" % k, data[:, :, k].T,
+                       ds[k].pixel_array * float(ds[k].RescaleSlope) + float(ds[k].RescaleIntercept), 0.5))
+    failures += ["%s: %s, headers say %s" % (name, np.round(got, 4), np.round(want, 4))
+                 for name, got, want, tol in checks
+                 if np.shape(got) != np.shape(want) or np.max(np.abs(np.subtract(got, want))) > tol]
     for f in failures:
         print("FAIL", f)
     return 1 if failures else 0
@@ -209,8 +189,7 @@ def main():
     ap.add_argument("series", nargs="*")
     args = ap.parse_args()
     work = tempfile.mkdtemp(prefix="vxgeom-")
-    env = dict(os.environ, QT_QPA_PLATFORM="offscreen",
-               VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
+    env = dict(os.environ, QT_QPA_PLATFORM="offscreen", VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
     try:
         if args.sheared:
             return sheared(args, work, env)
@@ -218,16 +197,16 @@ def main():
             args.series += [d for d, _, _ in sorted(os.walk(args.discover))
                             if describe_folder(d)[0] and not any(x in d for x in args.exclude)]
         if args.synthetic:
-            made = [(o + order, ["--orientation", o, "--spacing", "0.8", "--row-spacing", "1.1",
-                                 "--thickness", "2.0", "--name-order", order])
-                    for o in ORIENTATIONS for order in ("forward", "reverse")]
-            made += [("square-" + m, ["--modality", m, "--spacing", "0.7", "--thickness", "1.25",
-                                      "--origin=-7.35,20.5,-101.25"]) for m in ("CT", "MR")]
+            made = [(o + order, "--orientation %s --spacing 0.8 --row-spacing 1.1 --thickness 2.0 --name-order %s"
+                     % (o, order)) for o in ("axial", "coronal", "sagittal", "axial-rev", "coronal-rev",
+                                             "sagittal-rev", "axial-rot", "axial-tilt", "sagittal-tilt", "oblique")
+                    for order in ("forward", "reverse")]
+            made += [("square-" + m, "--modality %s --spacing 0.7 --thickness 1.25 --origin=-7.35,20.5,-101.25" % m)
+                     for m in ("CT", "MR")]
             for name, extra in made:
                 args.series.append(os.path.join(work, "series", name))
-                subprocess.run([sys.executable, MAKE_SERIES, args.series[-1], "--rows", "24",
-                                "--columns", "20", "--slices", "6"] + extra, check=True,
-                               capture_output=True)
+                subprocess.run([sys.executable, MAKE_SERIES, args.series[-1], "--rows", "24", "--columns", "20",
+                                "--slices", "6"] + extra.split(), check=True, capture_output=True)
         return compare(args, work, env)
     finally:
         shutil.rmtree(work, ignore_errors=True)

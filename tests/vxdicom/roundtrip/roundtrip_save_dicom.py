@@ -1,17 +1,14 @@
 #!/usr/bin/python3
-"""Round trip through our writer: load a series, save it as DICOM, load the
-written files again, and compare the two fields (both saved as NIfTI and read
-with nibabel; the written files read with pydicom).
+"""Load a series, save it with our writer, load the written files again; compare
+the two fields (as NIfTI, with nibabel) and the written files (with pydicom).
 
     roundtrip_save_dicom.py --vxdicom BIN [--generate-ct ROWSxCOLUMNSxSLICES] SERIES_DIR...
 
-The writer uses the fixed orientation 1\\0\\0\\0\\1\\0 and, for slice k, the
-world position of voxel (0, 0, k). What must survive: the dimensions and every
-value; the in-plane voxel size, written as Pixel Spacing rows first; the
-positions as written and as loaded again; the slice distance along z. An
-oblique field (the gantry-tilted CT) loses its rotation on the way by design.
---generate-ct adds a CT series as the load benchmark makes it and an MR
-series with non-square pixels. Exit 77 when nibabel or pydicom is missing.
+Must survive: dimensions, values, in-plane voxel size (Pixel Spacing rows
+first), slice k at voxel (0, 0, k) as written and as loaded again, the slice
+distance along z (the writer's orientation is axial: an oblique field loses
+its rotation). --generate-ct adds a CT as the load benchmark makes it and an
+MR with non-square pixels. Exit 77 without nibabel or pydicom.
 """
 import argparse
 import glob
@@ -47,22 +44,17 @@ def problems_of(a, b, positions, spacings, single):
     da, db = a.get_fdata(), b.get_fdata()
     if da.shape != db.shape:
         return ["dimensions %s, then %s" % (da.shape, db.shape)]
-    out = []
     sa, sb = np.linalg.norm(a.affine[:3, :3], axis=0), np.linalg.norm(b.affine[:3, :3], axis=0)
-    if np.max(np.abs(sa[:2] - sb[:2])) > 1e-3:
-        out.append("in-plane voxel size %s, then %s" % (sa[:2], sb[:2]))
+    pa, pb = ([LPS @ (x.affine @ [0, 0, k, 1.0])[:3] for k in range(da.shape[2])] for x in (a, b))
+    out = ["in-plane voxel size %s, then %s" % (sa[:2], sb[:2])] if np.max(np.abs(sa[:2] - sb[:2])) > 1e-3 else []
     # Written axial (rows along x): Pixel Spacing is the y step, then the x step.
     if single and spacings != {(round(sa[1], 4), round(sa[0], 4))}:
         out.append("Pixel Spacing written %s for voxels %g x %g" % (sorted(spacings), sa[0], sa[1]))
-    pa = [LPS @ (a.affine @ [0, 0, k, 1.0])[:3] for k in range(da.shape[2])]
-    pb = [LPS @ (b.affine @ [0, 0, k, 1.0])[:3] for k in range(da.shape[2])]
-    for k in range(da.shape[2]):
-        if single and np.max(np.abs(positions[k] - pa[k])) > 1e-3:
-            out.append("slice %d written at %s, field at %s" % (k, positions[k], pa[k]))
-            break
-        if (k == 0 and np.max(np.abs(pa[0] - pb[0])) > 1e-3) or abs(pa[k][2] - pb[k][2]) > 1e-3:
-            out.append("slice %d at %s, then %s" % (k, pa[k], pb[k]))
-            break
+    if single:
+        out += ["slice %d written at %s, field at %s" % (k, positions[k], pa[k])
+                for k in range(len(pa)) if np.max(np.abs(positions[k] - pa[k])) > 1e-3][:1]
+    out += ["slice %d at %s, then %s" % (k, pa[k], pb[k]) for k in range(len(pa))
+            if (k == 0 and np.max(np.abs(pa[0] - pb[0])) > 1e-3) or abs(pa[k][2] - pb[k][2]) > 1e-3][:1]
     if len(pa) > 1 and abs(abs(pa[1][2] - pa[0][2]) - sb[2]) > 1e-3:
         out.append("slice distance along z %g, then %g" % (abs(pa[1][2] - pa[0][2]), sb[2]))
     if not np.array_equal(da, db):
@@ -77,33 +69,28 @@ def main():
     ap.add_argument("series", nargs="*")
     args = ap.parse_args()
     work = tempfile.mkdtemp(prefix="vxround-")
-    env = dict(os.environ, QT_QPA_PLATFORM="offscreen",
-               VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
-    maker = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "support",
-                         "make_series.py")
+    env = dict(os.environ, QT_QPA_PLATFORM="offscreen", VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
+    maker = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "support", "make_series.py")
     failures = 0
     try:
         if args.generate_ct:
             rows, cols, slices = args.generate_ct.split("x")
-            for name, extra in (("ct", ["--rows", rows, "--columns", cols, "--slices", slices,
-                                        "--modality", "CT"]),
-                                ("oblong-mr", ["--rows", "48", "--columns", "64", "--slices", "6",
-                                               "--modality", "MR", "--spacing", "0.8",
-                                               "--row-spacing", "1.1"])):
+            for name, extra in (("ct", "--rows %s --columns %s --slices %s --modality CT" % (rows, cols, slices)),
+                                ("oblong-mr", "--rows 48 --columns 64 --slices 6 --modality MR --spacing 0.8 "
+                                              "--row-spacing 1.1")):
                 args.series.append(os.path.join(work, name))
-                run(["/usr/bin/python3", maker, args.series[-1]] + extra, env)
+                run(["/usr/bin/python3", maker, args.series[-1]] + extra.split(), env)
         for n, series in enumerate(args.series):
-            first = load(args.vxdicom, series, os.path.join(work, "a%d" % n), env)
             written = os.path.join(work, "dicom%d" % n)
             run([args.vxdicom, "save-dicom", series, "-o", written], env)
+            first, second = (load(args.vxdicom, s, os.path.join(work, o), env)
+                             for s, o in ((series, "a%d" % n), (written, "b%d" % n)))
             files = sorted(glob.glob(os.path.join(written, "**", "*.dcm"), recursive=True))
             positions, spacings = {}, set()
-            for f in files:
-                ds = pydicom.dcmread(f)
+            for ds in (pydicom.dcmread(f) for f in files):
                 ds.pixel_array  # raises on a file pydicom cannot read
                 positions[int(ds.InstanceNumber)] = np.array([float(v) for v in ds.ImagePositionPatient])
                 spacings.add(tuple(round(float(v), 4) for v in ds.PixelSpacing))
-            second = load(args.vxdicom, written, os.path.join(work, "b%d" % n), env)
             problems = ["%d fields, %d after the round trip" % (len(first), len(second))] \
                 if len(first) != len(second) else []
             for a, b in zip(first, second):
