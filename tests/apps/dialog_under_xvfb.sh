@@ -18,44 +18,41 @@ trap 'rm -rf "$work"' EXIT
 export VXDICOM_SETTINGS_FILE="$work/settings.ini"
 failures=0
 fail() { echo "FAIL $*"; failures=$((failures + 1)); }
+window() { timeout 60 xdotool search --sync --onlyvisible --name "^$1\$" | head -1; }
 
-# run NAME TITLE ACTION COMMAND...: answers the window TITLE with ACTION (a key
-# or sigint) once shown; leaves the exit status in $status, the output in $work/NAME.*
+# run NAME TITLE ACTION STATUS FILES COMMAND...: answers the window TITLE with ACTION (a key or
+# sigint) once shown; vxdicom must end with STATUS (!0: not 0) having written FILES into $work/NAME.
 run() {
-    local name="$1" title="$2" action="$3" window
-    shift 3
-    timeout 120 "$vxdicom" "$@" >"$work/$name.out" 2>"$work/$name.err" &
+    local name="$1" title="$2" action="$3" want="$4" files="$5" w status=0
+    shift 5
+    timeout 120 "$vxdicom" "$@" -o "$work/$name" >"$work/$name.out" 2>"$work/$name.err" &
     local pid=$!
-    window="$(timeout 60 xdotool search --sync --onlyvisible --name "^$title\$" | head -1)"
-    if [ -z "$window" ]; then
+    w="$(window "$title")"
+    if [ -z "$w" ]; then
         fail "$name: $title was not shown within 60 s"
     elif [ "$action" = sigint ]; then
         kill -INT "$pid"
     else
-        xdotool windowfocus --sync "$window" key "$action"
-        [ "$name" != save ] || xdotool windowfocus --sync \
-            "$(timeout 60 xdotool search --sync --onlyvisible --name '^DICOM files written$' | head -1)" key Return
+        xdotool windowfocus --sync "$w" key "$action"
+        [ "$name" != save ] || xdotool windowfocus --sync "$(window 'DICOM files written')" key Return
     fi
-    status=0
     wait "$pid" || status=$?
+    local written="$(ls "$work/$name" 2>/dev/null | wc -l)"
+    echo "$name: exit status $status; written: $written files"
     [ "$status" -ne 124 ] || fail "$name: vxdicom did not return within 120 s"
-    echo "$name: exit status $status; written: $(ls "$work/$name" 2>/dev/null | wc -l) files"
+    [ "$status" = "$want" ] || { [ "$want" = '!0' ] && [ "$status" -ne 0 ]; } || fail "$name: status $status: $(cat "$work/$name.err")"
+    [ "$written" -eq "$files" ] || fail "$name: $written files written, not $files"
 }
-empty() { [ -z "$(ls "$work/$1" 2>/dev/null)" ]; }
 
 mkdir -p "$work/ok" "$work/escape" "$work/sigint"
-run ok "DICOM Loader" Return load "$series" -o "$work/ok"
-[ "$status" -eq 0 ] && [ -s "$work/ok/HFS.nii.gz" ] || fail "ok: status $status: $(cat "$work/ok.err")"
-grep -q '^field "HFS" .*: 35 x 256 x 256 int16' "$work/ok.out" || fail "ok: no field summary"
-run escape "DICOM Loader" Escape load "$series" -o "$work/escape"
-[ "$status" -eq 1 ] && empty escape || fail "escape: status $status or something was saved"
+run ok "DICOM Loader" Return 0 1 load "$series"
+[ -s "$work/ok/HFS.nii.gz" ] && grep -q '^field "HFS" .*: 35 x 256 x 256 int16' "$work/ok.out" ||
+    fail "ok: no HFS.nii.gz or no field summary"
+run escape "DICOM Loader" Escape 1 0 load "$series"
 grep -q 'cancelled in the import dialog; nothing was loaded' "$work/escape.err" || fail "escape: not reported"
-run sigint "DICOM Loader" sigint load "$series" -o "$work/sigint"
-[ "$status" -ne 0 ] && empty sigint || fail "sigint: status 0 or something was saved"
-run save "Save as DICOM" Return save-dicom "$series" -o "$work/save" --edit
-[ "$status" -eq 0 ] && [ "$(ls "$work/save" | wc -l)" -eq 256 ] || fail "save: $(cat "$work/save.err")"
-run save-escape "Save as DICOM" Escape save-dicom "$series" -o "$work/save-escape" --edit
-[ "$status" -eq 1 ] && empty save-escape || fail "save-escape: status $status or files written"
+run sigint "DICOM Loader" sigint !0 0 load "$series"
+run save "Save as DICOM" Return 0 256 save-dicom "$series" --edit
+run save-escape "Save as DICOM" Escape 1 0 save-dicom "$series" --edit
 grep -q 'cancelled; nothing was written' "$work/save-escape.err" || fail "save-escape: not reported"
 
 [ "$failures" -eq 0 ] || exit 1

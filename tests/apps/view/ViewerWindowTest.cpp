@@ -57,27 +57,17 @@ const vxtest::TempDir &synthetic(std::string *error)
     return dir;
 }
 
+bool contains(const std::string &text, const char *part)
+{
+    return text.find(part) != std::string::npos;
+}
+
 Vec3 worldMm(const VxField3 &field, const std::array<int, 3> &v)
 {
     float w[3];
     field.voxelToWorld(v[0], v[1], v[2], w);
     const double mm = field.unitLength() * 1000.0;
     return {w[0] * mm, w[1] * mm, w[2] * mm};
-}
-
-// The cross-hair panel: "voxel (i, j, k)  value v\nx, y, z mm (LPS)".
-struct CursorText
-{
-    int voxel[3] = {-1, -1, -1};
-    double value = std::nan(""), mm[3] = {0, 0, 0};
-};
-CursorText cursorText(QLabel *label)
-{
-    CursorText t;
-    std::sscanf(label->text().toUtf8().constData(),
-                "voxel (%d, %d, %d) value %lf\n%lf, %lf, %lf mm", &t.voxel[0], &t.voxel[1],
-                &t.voxel[2], &t.value, &t.mm[0], &t.mm[1], &t.mm[2]);
-    return t;
 }
 
 class ViewerWindowTest : public testing::Test
@@ -174,16 +164,20 @@ TEST_P(SeriesGeometry, EdgeLettersAndTheCrossHairAgreeWithTheFieldTransformation
          {std::array<int, 3>{1, 1, std::min(1, n2 - 1)}, {n0 / 2, n1 / 3, n2 - 1}}) {
         pickVoxel(voxel);
         ASSERT_EQ(viewer()->cursorVoxel(), voxel);
-        const CursorText t = cursorText(viewer()->cursorLabel());
-        EXPECT_EQ(std::vector<int>(t.voxel, t.voxel + 3),
-                  std::vector<int>(voxel.begin(), voxel.end()));
+        // The cross-hair panel: "voxel (i, j, k)  value v\nx, y, z mm (LPS)".
+        int v[3] = {-1, -1, -1};
+        double value = 0, mm[3] = {0, 0, 0};
+        std::sscanf(viewer()->cursorLabel()->text().toUtf8().constData(),
+                    "voxel (%d, %d, %d) value %lf\n%lf, %lf, %lf mm", &v[0], &v[1], &v[2], &value,
+                    &mm[0], &mm[1], &mm[2]);
+        EXPECT_TRUE(std::equal(v, v + 3, voxel.begin()));
         const Vec3 expected = worldMm(*field, voxel);
         for (int k = 0; k < 3; ++k)
-            EXPECT_NEAR(t.mm[k], expected[size_t(k)], 0.011) << "axis " << k;
+            EXPECT_NEAR(mm[k], expected[size_t(k)], 0.011) << "axis " << k;
         if (c.synthetic) { // make_series.py's CT value, in whole units: rounding may differ by one
             const Vec3 p = viewer()->cursorPatientMm();
             const double s = 300 * std::sin(p[0] / 13) + 200 * std::cos(p[1] / 17) + 2 * p[2];
-            EXPECT_NEAR(t.value, std::round(s + 1024.0) - 1024.0, 1.0);
+            EXPECT_NEAR(value, std::round(s + 1024.0) - 1024.0, 1.0);
         }
     }
 
@@ -268,75 +262,64 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
     }
 }
 
-struct CancelCase
-{
-    const char *name, *blockAt; ///< the console line at which the worker waits for Cancel
-    const char *proof;          ///< what the console says when the phase was interrupted
-    const char *never;          ///< what it would say had the phase run to its end (or null)
-    bool closing;               ///< the window is closed instead of Cancel pressed
-    friend void PrintTo(const CancelCase &c, std::ostream *out) { *out << c.name; }
-};
-class CancelOpen : public ViewerWindowTest, public testing::WithParamInterface<CancelCase>
-{
-};
-
-TEST_P(CancelOpen, CancelDuringALongOpenInterruptsAndLoadsNothing)
+// Cancel pressed while the files are read, while the pixels load, and the window closed then:
+// the open stops in that phase and leaves nothing behind.
+TEST_F(ViewerWindowTest, CancelDuringALongOpenInterruptsAndLoadsNothing)
 {
     std::string error;
     const std::string folder = synthetic(&error).file("long");
     if (!error.empty())
         GTEST_SKIP() << error;
-    const CancelCase &c = GetParam();
-    // The worker waits at a known point until Cancel is pressed: the press lands in that phase.
-    std::atomic<bool> reached{false}, released{false};
-    std::string console;
-    std::mutex mutex;
-    const VxMessage::Sink previous = VxMessage::getTheMsg()->setSink([&](const std::string &text) {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            console += text;
-        }
-        if (!reached && text.rfind(c.blockAt, 0) == 0) {
-            reached = true;
-            for (int i = 0; i < 3000 && !released; ++i)
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    });
-    const int poolBefore = VxObjectPool::instance()->size();
-    QSignalSpy ended(window.get(), &ViewerWindow::openFinished);
-    ASSERT_TRUE(window->openPaths({QString::fromStdString(folder)}));
-    EXPECT_TRUE(window->cancelButton()->isVisible() && window->progressBar()->isVisible());
-    EXPECT_TRUE(QTest::qWaitFor([&] { return reached.load(); }, 30000));
-    if (c.closing)
-        EXPECT_FALSE(window->close()) << "the window waits for the cancelled open";
-    else
-        QTest::mouseClick(window->cancelButton(), Qt::LeftButton);
-    released = true;
-    EXPECT_TRUE(ended.count() > 0 || ended.wait(60000));
-    VxMessage::getTheMsg()->setSink(previous);
-    ASSERT_EQ(ended.count(), 1);
-    const OpenOutcome outcome = ended.at(0).at(0).value<OpenOutcome>();
-    EXPECT_TRUE(outcome.cancelled && outcome.added.empty());
-    EXPECT_EQ(VxObjectPool::instance()->size(), poolBefore);
-    EXPECT_TRUE(window->dataList()->topLevelItemCount() == 0 && viewer()->field() == nullptr);
-    EXPECT_FALSE(window->cancelButton()->isVisible() || window->progressBar()->isVisible());
-    EXPECT_TRUE(console.find("opening cancelled; nothing was loaded") != std::string::npos &&
-                console.find(c.proof) != std::string::npos &&
-                (!c.never || console.find(c.never) == std::string::npos))
-        << console;
-    EXPECT_TRUE(window->statusBar()->currentMessage().contains(QStringLiteral("cancelled")));
-    EXPECT_EQ(window->isVisible(), !c.closing);
+    const struct
+    {
+        const char *blockAt; ///< the console line at which the worker waits for Cancel
+        const char *proof;   ///< what the console says when the phase was interrupted
+        const char *never;   ///< what it would say had the phase run to its end
+        bool closing;        ///< the window is closed instead of Cancel pressed
+    } phases[] = {{"+ ", "1 header loaded from 60 files", "IM00002.dcm", false},
+                  {"creating 1 stack", ": loading interrupted", "field \"", false},
+                  {"creating 1 stack", ": loading interrupted", "field \"", true}};
+    for (const auto &c : phases) {
+        SCOPED_TRACE(c.proof);
+        std::atomic<bool> reached{false}, released{false};
+        std::string console;
+        std::mutex mutex;
+        const VxMessage::Sink previous = VxMessage::getTheMsg()->setSink([&](const std::string &t) {
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                console += t;
+            }
+            if (!reached && t.rfind(c.blockAt, 0) == 0) {
+                reached = true; // the press lands in this phase
+                for (int i = 0; i < 3000 && !released; ++i)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            }
+        });
+        const int poolBefore = VxObjectPool::instance()->size();
+        QSignalSpy ended(window.get(), &ViewerWindow::openFinished);
+        ASSERT_TRUE(window->openPaths({QString::fromStdString(folder)}));
+        EXPECT_TRUE(window->cancelButton()->isVisible() && window->progressBar()->isVisible());
+        EXPECT_TRUE(QTest::qWaitFor([&] { return reached.load(); }, 30000));
+        if (c.closing)
+            EXPECT_FALSE(window->close()) << "the window waits for the cancelled open";
+        else
+            QTest::mouseClick(window->cancelButton(), Qt::LeftButton);
+        released = true;
+        EXPECT_TRUE(ended.count() > 0 || ended.wait(60000));
+        VxMessage::getTheMsg()->setSink(previous);
+        ASSERT_EQ(ended.count(), 1);
+        const OpenOutcome outcome = ended.at(0).at(0).value<OpenOutcome>();
+        EXPECT_TRUE(outcome.cancelled && outcome.added.empty());
+        EXPECT_EQ(VxObjectPool::instance()->size(), poolBefore);
+        EXPECT_TRUE(window->dataList()->topLevelItemCount() == 0 && viewer()->field() == nullptr);
+        EXPECT_FALSE(window->cancelButton()->isVisible() || window->progressBar()->isVisible());
+        EXPECT_TRUE(contains(console, "opening cancelled; nothing was loaded") &&
+                    contains(console, c.proof) && !contains(console, c.never))
+            << console;
+        EXPECT_TRUE(window->statusBar()->currentMessage().contains(QStringLiteral("cancelled")));
+        EXPECT_EQ(window->isVisible(), !c.closing);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Phases, CancelOpen,
-    testing::Values(CancelCase{"WhileReadingTheFiles", "+ ", "1 header loaded from 60 files",
-                               "IM00002.dcm", false},
-                    CancelCase{"WhileLoadingThePixels", "creating 1 stack", ": loading interrupted",
-                               nullptr, false},
-                    CancelCase{"ClosingTheWindow", "creating 1 stack", ": loading interrupted",
-                               nullptr, true}),
-    [](const testing::TestParamInfo<CancelCase> &info) { return std::string(info.param.name); });
 
 // A drop with a broken file beside the series; the parameter filter; Save as DICOM through its
 // dialog; NRRD saved and reopened in place; the anonymizer; a file that is no volume.
@@ -357,20 +340,13 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
     EXPECT_TRUE(consoleShows("reading " + folder + "/broken.dcm failed"));
 
     QTreeWidget *tree = window->parameters()->tree();
-    const auto shownRows = [tree](int column, const QString &text) {
-        int n = 0, match = 0;
-        for (QTreeWidgetItemIterator it(tree, QTreeWidgetItemIterator::NotHidden); *it; ++it) {
-            bool visible = true;
-            for (QTreeWidgetItem *p = (*it)->parent(); p; p = p->parent())
-                visible = visible && !p->isHidden();
-            n += visible;
-            match += visible && (*it)->text(column) == text;
-        }
-        return std::pair(n, match);
+    const auto shows = [tree](int column, const char *text) {
+        const QList<QTreeWidgetItem *> items =
+            tree->findItems(text, Qt::MatchExactly | Qt::MatchRecursive, column);
+        return std::any_of(items.begin(), items.end(), [](auto *i) { return !i->isHidden(); });
     };
     window->parameters()->filterEdit()->setText(QStringLiteral("patient name"));
-    const auto [rows, names] = shownRows(1, QStringLiteral("patient name"));
-    EXPECT_TRUE(rows < 20 && names > 0) << "the filter hides the other attributes";
+    EXPECT_TRUE(shows(1, "patient name") && !shows(1, "modality")) << "the filter hides the rest";
 
     const std::string dicomOut = tmp.file("saved");
     fs::create_directories(dicomOut);
@@ -402,7 +378,7 @@ TEST_F(ViewerWindowTest, SavedFieldsReopenInPlaceAndAnonymizeSaysWhatItDid)
         << window->console()->toPlainText().toStdString();
     EXPECT_EQ(reopened->label(), "Anonymized");
     window->parameters()->filterEdit()->setText(QStringLiteral("<Anonymized>"));
-    EXPECT_GT(shownRows(3, QStringLiteral("<Anonymized>")).second, 0);
+    EXPECT_TRUE(shows(3, "<Anonymized>"));
 
     const std::string bad = tmp.file("bad.nii");
     std::ofstream(bad) << "not a NIfTI file";
