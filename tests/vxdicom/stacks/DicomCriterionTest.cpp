@@ -39,32 +39,21 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
         {O::StrictlyMonotonic, slice, "3", {"2", "1"}, true, "load order 1, 2, 3"},
         {O::StrictlyMonotonic, slice, "3", {"1", "2"}, false, "load order 2, 1, 3 reverses"},
         {O::StrictlyMonotonic, slice, "2", {"2", "1"}, false, "a repeat"},
-        {O::StrictlyMonotonic, slice, "2", {"1"}, true, "one stack value: any change"},
         {O::StrictlyMonotonic, slice, "1.0", {"1"}, false, "numerically equal texts"},
-        {O::StrictlyMonotonic, "x", "c", {"b", "a"}, true, "texts step ordinally a, b, c"},
         {O::StrictlyMonotonic, "x", "a", {"b", "a"}, false, "texts turn back"},
         {O::StrictlyMonotonic, "x", "B", {"a"}, true, "texts that differ only in case differ"},
         {O::Monotonic, "x", "4", {"5", "5"}, true, "older step 0 never breaks"},
-        {O::Monotonic, "x", "5", {"5", "4"}, true, "a newer step 0 never breaks"},
         {O::Monotonic, "x", "3", {"5", "4"}, false, "direction reverses"},
-        {O::Monotonic, "x", "6", {"5", "4"}, true, "same direction"},
         {O::Linear, slice, "-1.019", {"0", "1"}, true, "steps 1.0 and 1.019"},
-        {O::Linear, slice, "-1.03", {"0", "1"}, false, "steps 1.0 and 1.03"},
         {O::Linear, slice, "-10.1", {"0", "10"}, true, "steps 10 and 10.1 mm: 1 % apart"},
         {O::Linear, slice, "-0.515", {"0", "0.5"}, false, "steps 0.5 and 0.515 mm: 3 % apart"},
-        {O::Linear, slice, "1", {"1", "1"}, true, "both steps 0"},
         {O::Linear, slice, "2", {"1", "1"}, false, "zero older step, non-zero newer"},
-        {O::Linear, slice, "1", {"1", "2"}, false, "zero newer step, non-zero older"},
         {O::Linear, "Slice Location", "-1.019", {"0", "1"}, false, "relative only by exact name"},
-        {O::Linear, "instance number", "3.0000001", {"2", "1"}, true, "absolute 1e-6 elsewhere"},
         {O::Linear, "instance number", "3.01", {"2", "1"}, false, "absolute 1e-6 elsewhere"},
-        {O::Linear, "x", "c", {"b", "a"}, true, "text steps compare by their signs"},
         {O::Constant, "x", "1.0", {"1"}, true, "both numeric and equal"},
         {O::Constant, "x", "abc", {"ABC"}, false, "case-sensitive texts"},
-        {O::Constant, "x", "abc", {"abc", "zzz"}, true, "only the newest stack value counts"},
         {O::Constant, "x", "anything", {}, true, "an empty stack accepts"},
         {O::Ignore, "x", "z", {"a", "b"}, true, "ignore never breaks"},
-        {static_cast<O::Id>(3), "x", "z", {"a", "b"}, true, "a value that is no policy passes"},
     };
     for (const Row &r : rows) {
         const DicomLoadOption option(32, 4161, r.policy, r.name, 31);
@@ -73,7 +62,6 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
     }
     // The stacks' shared uniformity tolerance is the one the linear rule uses.
     DicomLoadOption linear(32, 4161, O::Linear, slice, 31);
-    EXPECT_FALSE(DicomStackItem::isOptionSatisfied("-1.03", array<QString>({"0", "1"}), linear));
     DicomStackItem::uniformTolerance = 0.05f;
     EXPECT_TRUE(DicomStackItem::isOptionSatisfied("-1.03", array<QString>({"0", "1"}), linear));
     DicomStackItem::uniformTolerance = 0.02f;
@@ -84,10 +72,7 @@ TEST(StackItemGeometry, EachDifferencePrintsItsStackBreakLine)
     VX_REQUIRE_SHARED_DATA();
     const std::pair<const char *, std::function<void(VxDicomImage &)>> rows[] = {
         {"width", [](VxDicomImage &i) { i.width = 256; }},
-        {"height", [](VxDicomImage &i) { i.height = 256; }},
-        {"size", [](VxDicomImage &i) { i.dataSize /= 2; }},
         {"primType", [](VxDicomImage &i) { i.isSigned = !i.isSigned; }},
-        {"samplesPerPixel", [](VxDicomImage &i) { i.samplesPerPixel = 3; }},
         {"xPixelSizeMM", [](VxDicomImage &i) { i.pixelSpacing[0] += 0.0001f; }},
         {"yPixelSizeMM", [](VxDicomImage &i) { i.pixelSpacing[1] *= 2; }},
         {nullptr, [](VxDicomImage &i) { i.pixelSpacing[0] *= 1.00004f; }},
@@ -100,8 +85,7 @@ TEST(StackItemGeometry, EachDifferencePrintsItsStackBreakLine)
         VxMessageCapture console;
         EXPECT_EQ(stack.accept(&candidate, {}), what == nullptr) << (what ? what : "equal");
         EXPECT_EQ(console.text(),
-                  what ? "stack break: " + std::string(what) + " is differing\n" : "")
-            << "one line, the first difference";
+                  what ? "stack break: " + std::string(what) + " is differing\n" : "");
         EXPECT_EQ(candidate.breakOption, -1) << "geometry breaks leave no criterion mark";
     }
     // The orientation criterion compares directions within 0.001, not header texts.
@@ -142,9 +126,8 @@ TEST(StackItemChecks, ChildOrderAndSliceChecksGiveTheIcon)
     {
         float z[3];
         bool monotonous, uniform;
-    } orders[] = {{{10, 20, 15}, false, false}, {{1, 1, 2}, false, false},
-                  {{1, 2, 2}, false, false},    {{1, 2, 4}, true, false},
-                  {{3, 2, 1}, true, true},      {{0, 1, 2.01f}, true, true},
+    } orders[] = {{{10, 20, 15}, false, false}, {{1, 2, 2}, false, false},
+                  {{1, 2, 4}, true, false},     {{3, 2, 1}, true, true},
                   {{0, 1, 2.05f}, true, false}, {{5, 5, 5}, false, true}};
     for (const auto &order : orders) {
         for (int i = 0; i < 3; ++i)

@@ -46,8 +46,7 @@ inline std::vector<std::string> folderFiles(const std::string &dir)
     std::vector<std::string> paths;
     for (const auto &entry :
          std::filesystem::directory_iterator(dir.front() == '/' ? dir : vxtest::sharedPath(dir)))
-        if (entry.is_regular_file())
-            paths.push_back(entry.path().string());
+        paths.push_back(entry.path().string());
     std::sort(paths.begin(), paths.end());
     return paths;
 }
@@ -57,20 +56,17 @@ inline std::string ctFile(const char *name)
     return vxtest::sharedPath(std::string("dcm_qa_ct/In/Philips/S21610/S2010/") + name);
 }
 
-inline std::vector<int> instanceNumbers(const DicomStackItem *stack)
+/// A field of each image of a stack, in child order.
+template <class T> std::vector<T> ofImages(const DicomStackItem *stack, T VxDicomImage::*field)
 {
-    std::vector<int> out;
+    std::vector<T> out;
     for (int i = 0; i < stack->childCount(); ++i)
-        out.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->imageNumber);
+        out.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->*field);
     return out;
 }
-
-inline std::vector<float> sliceLocations(const DicomStackItem *stack)
+inline std::vector<int> instanceNumbers(const DicomStackItem *stack)
 {
-    std::vector<float> out;
-    for (int i = 0; i < stack->childCount(); ++i)
-        out.push_back(static_cast<DicomListItem *>(stack->child(i))->image()->sliceLocation);
-    return out;
+    return ofImages(stack, &VxDicomImage::imageNumber);
 }
 
 inline std::vector<int> stackSizes(const DicomListView &view)
