@@ -209,23 +209,18 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
         ASSERT_EQ(thrown, "");
         auto file = readOrFail(path);
         ASSERT_TRUE(file);
-        const VxDicomImage *im = file->images.isEmpty() ? nullptr : file->images[0];
+        std::map<std::string, double> got = {{"images", file->images.size()}};
+        if (const VxDicomImage *im = file->images.isEmpty() ? nullptr : file->images[0])
+            // clang-format off
+            got.insert({{"oblique", im->oblique}, {"normalZ", im->normal[2]}, {"orientation", im->hasRowDirection()},
+                        {"hasPosition", im->hasPosition}, {"location", im->sliceLocation}, {"x", im->position[0]},
+                        {"y", im->position[1]}, {"z", im->position[2]}, {"columnSpacing", im->pixelSpacing[0]},
+                        {"rowSpacing", im->pixelSpacing[1]}, {"intercept", im->rescaleIntercept}});
+        // clang-format on
+        if (file->images.size() > 5)
+            got["frame5"] = file->images[5]->sliceLocation;
         for (const std::string &pair : words(c.expected)) {
             const std::string key = pair.substr(0, pair.find('='));
-            const std::map<std::string, double> got = {
-                {"images", file->images.size()},
-                {"oblique", im ? im->oblique : NAN},
-                {"normalZ", im ? im->normal[2] : NAN},
-                {"orientation", im ? im->hasRowDirection() : NAN},
-                {"hasPosition", im ? im->hasPosition : NAN},
-                {"location", im ? im->sliceLocation : NAN},
-                {"x", im ? im->position[0] : NAN},
-                {"y", im ? im->position[1] : NAN},
-                {"z", im ? im->position[2] : NAN},
-                {"columnSpacing", im ? im->pixelSpacing[0] : NAN},
-                {"rowSpacing", im ? im->pixelSpacing[1] : NAN},
-                {"intercept", im ? im->rescaleIntercept : NAN},
-                {"frame5", file->images.size() > 5 ? file->images[5]->sliceLocation : NAN}};
             EXPECT_FLOAT_EQ(got.at(key), std::stod(pair.substr(key.size() + 1))) << key;
         }
         // A warning names the file; no warning without a reason.
@@ -244,86 +239,55 @@ TEST(DicomImageRecord, GzipCopyReadsTheSameAndLeavesNoTemporaryFile)
     ASSERT_EQ(vxtest::runCommand("gzip -c " + vxtest::shellQuote(src) + " > " + gz), 0);
     ScopedEnv tmpdir("TMPDIR", tmp.path().c_str());
     auto plain = readOrFail(src, 0), packed = readOrFail(gz);
-    ASSERT_TRUE(plain && packed);
-    ASSERT_EQ(packed->images.size(), 1);
-    const VxDicomImage &a = *plain->images[0];
-    EXPECT_EQ(packed->images[0]->sliceLocation, a.sliceLocation);
+    ASSERT_TRUE(plain && packed && packed->images.size() == 1);
     EXPECT_EQ(std::string(packed->loadName), gz) << "the load command names the packed file";
-    std::vector<unsigned char> lazy(a.dataSize + 1);
+    std::vector<unsigned char> lazy(plain->images[0]->dataSize);
     packed->images[0]->loadToMemory(lazy.data());
-    EXPECT_EQ(std::memcmp(a.pixels, lazy.data(), a.dataSize), 0);
+    EXPECT_EQ(std::memcmp(plain->images[0]->pixels, lazy.data(), lazy.size()), 0);
     // A damaged archive fails as a file that cannot be opened.
     const std::string broken = dir.file("broken.gz");
     auto bytes = vxtest::readFileBytes(gz);
-    bytes.resize(bytes.size() / 2);
-    vxtest::writeFileBytes(broken, bytes);
+    vxtest::writeFileBytes(broken, {bytes.begin(), bytes.begin() + bytes.size() / 2});
     EXPECT_EQ(thrownBy(broken).rfind("cannot open: " + broken, 0), 0u) << thrownBy(broken);
     EXPECT_TRUE(fs::is_empty(tmp.path())) << "every unpacked copy was removed";
 }
 
-// The reading loop as a user's file list meets it: a line per file, the
-// summary and each file's load index; a DICOMDIR (whose files it adds)
-// switches progress on.
-TEST(DicomReadLoop, LinesSummaryAndDicomDir)
+// The reading loop given a DICOMDIR: progress shown for the one name, the
+// files it lists added to the names and read, the DICOMDIR itself not kept.
+TEST(DicomReadLoop, ADicomDirAddsItsFiles)
 {
     VX_REQUIRE_SHARED_DATA();
     if (!vxtest::haveProgram("dcmmkdir"))
         GTEST_SKIP() << "dcmmkdir (dcmtk) is not installed";
+    vxtest::TempDir dir;
     const std::vector<std::string> ge =
         vxtest::sharedDicomFiles("dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2");
-    std::vector<std::string> console, progress;
-    KcDArray<KcString> names;
-    KcDArray<VxDicomFile *> files;
-    OpenedFiles owned; // what the loop read
-    const auto read = [&](const std::vector<std::string> &list) {
-        names.clear();
-        for (const std::string &n : list)
-            names.append(n);
-        KcDArray<VxDicomImage *> images;
-        files.clear();
-        progress.clear();
-        VxWorkArea::instance()->setObserver(
-            [&](const std::string &status, float) { progress.push_back(status); });
-        VxMessageCapture capture;
-        readDicomFiles(names, 1, true, files, images);
-        VxWorkArea::instance()->setObserver(nullptr);
-        for (VxDicomFile *f : files)
-            owned.files.emplace_back(f);
-        console.clear();
-        std::istringstream in(capture.text());
-        for (std::string line; std::getline(in, line);)
-            console.push_back(line);
-    };
-    vxtest::TempDir dir;
-    const std::string missing = dir.file("missing.dcm"),
-                      readme = vxtest::sharedPath("dcm_qa_ge/README.md");
-    read({ge[0], missing, ge[1], ge[2], readme});
-    EXPECT_EQ(console,
-              (std::vector<std::string>{"+ " + ge[0],
-                                        "reading " + missing + " failed: cannot open: " + missing +
-                                            " (No such file or directory)",
-                                        "+ " + ge[1], "+ " + ge[2],
-                                        "reading " + readme +
-                                            " failed: cannot extract DICOM information from: " +
-                                            readme + " (not a DICOM file)",
-                                        "3 headers loaded from 5 files"}));
-    ASSERT_EQ(files.size(), 3);
-    EXPECT_EQ(files[2]->index, 3) << "the load index counts failed names too";
-    EXPECT_TRUE(progress.empty()) << "five names show no progress";
     fs::create_directory(dir.path() / "IMAGES");
     for (int k = 0; k < 3; ++k)
         fs::copy_file(ge[k], dir.path() / "IMAGES" / ("IM" + std::to_string(k + 1)));
     ASSERT_EQ(vxtest::runCommand("cd " + dir.path().string() +
                                  " && dcmmkdir --general-purpose --invent -q +r IMAGES"),
               0);
-    read({dir.file("DICOMDIR")});
+    KcDArray<KcString> names;
+    names.append(dir.file("DICOMDIR").c_str());
+    KcDArray<VxDicomFile *> files;
+    KcDArray<VxDicomImage *> images;
+    std::vector<std::string> progress;
+    VxWorkArea::instance()->setObserver(
+        [&](const std::string &status, float) { progress.push_back(status); });
+    VxMessageCapture console;
+    readDicomFiles(names, 1, true, files, images);
+    VxWorkArea::instance()->setObserver(nullptr);
+    OpenedFiles owned;
+    for (VxDicomFile *f : files)
+        owned.files.emplace_back(f);
     ASSERT_FALSE(progress.empty()) << "a DICOMDIR switches progress on with one name";
     EXPECT_EQ(progress.front(), "processing DICOMDIR...");
     ASSERT_EQ(names.size(), 4);
     EXPECT_EQ(files.size(), 3) << "the DICOMDIR itself is not kept";
     for (int k = 1; k < 4; ++k)
         EXPECT_EQ(fs::path(names[k].c_str()).parent_path().filename(), "IMAGES");
-    EXPECT_EQ(console.back(), "3 headers loaded from 4 files");
+    EXPECT_TRUE(console.contains("3 headers loaded from 4 files")) << console.text();
 }
 
 int main(int argc, char **argv)
