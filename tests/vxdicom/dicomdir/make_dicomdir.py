@@ -1,8 +1,9 @@
 #!/usr/bin/python3
 """DICOMDIRs written and read by pydicom. OUT [--syntax S] [--undefined-lengths] [--inconsistent]
 [--id ID]...: a PATIENT record, then an IMAGE record per ID (byte for byte, with an icon image
-sequence holding a file ID "NOTME" of its own). --list FILE...: each record's file ID,
-components joined by a backslash. --folder: the folder of pydicom's test DICOMDIRs."""
+sequence holding a file ID "NOTME" of its own). --list FILE...: the path each record's file ID
+names: blanks around it dropped, components joined by '/' to the folder of the DICOMDIR.
+--folder: the folder of pydicom's test DICOMDIRs."""
 import argparse
 import os
 
@@ -60,10 +61,11 @@ def main():
     args = ap.parse_args()
     if args.folder:
         print(os.path.join(os.path.dirname(pydicom.__file__), "data/test_files/dicomdirtests"))
-    for r in (r for path in args.list for r in pydicom.dcmread(path).DirectoryRecordSequence):
-        if "ReferencedFileID" in r:
-            value = r.ReferencedFileID
-            print("\\".join([value] if isinstance(value, str) else list(value)))
+    for path in args.list:
+        for value in (r.ReferencedFileID for r in pydicom.dcmread(path).DirectoryRecordSequence
+                      if "ReferencedFileID" in r):
+            value = "/".join([value] if isinstance(value, str) else list(value)).strip(" ")
+            print(os.path.join(os.path.dirname(path), value))
     if args.out:
         write(args)
 

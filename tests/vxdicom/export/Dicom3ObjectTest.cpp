@@ -6,7 +6,6 @@
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
-#include "platform/gui/VxSkin.h"
 #include "tests/support/TestSupport.h"
 #include "vxdicom/export/Dicom3Writer.h"
 #include "vxdicom/params/DicomUid.h"
@@ -60,11 +59,6 @@ std::string written(const std::function<int(FILE *)> &write, int *result = nullp
     return bytes;
 }
 
-std::string slice(Dicom3Object &object)
-{
-    return written([&](FILE *f) { return writeDicom3File(object, f); });
-}
-
 /// The unsigned little-endian number of n bytes at p.
 uint32_t le(const std::string &bytes, size_t p, size_t n)
 {
@@ -74,70 +68,67 @@ uint32_t le(const std::string &bytes, size_t p, size_t n)
     return v;
 }
 
-/// One element of a written file: its tag as "GGGG,EEEE", VR, offset and value.
-struct Element
+/// A written slice in explicit VR little endian: its elements by tag ("GGGG,EEEE") in file
+/// order, each with its VR, offset and value. The framing and every group length (the bytes
+/// of the group that follow it) are checked on the way.
+struct Slice
 {
-    std::string tag, vr;
-    size_t offset = 0;
-    std::string value;
-};
+    struct Element
+    {
+        std::string tag, vr;
+        size_t offset;
+        std::string value;
+    };
+    std::string bytes;
+    std::vector<Element> elements;
 
-/// The elements of a file written in explicit VR little endian, in file
-/// order; fails the test when the framing is broken.
-std::vector<Element> walk(const std::string &bytes)
-{
-    std::vector<Element> out;
-    for (size_t p = 132; p < bytes.size();) {
-        const std::string vr = bytes.substr(p + 4, 2);
-        const bool longLength = vr == "OB" || vr == "OW" || vr == "UN" || vr == "UT";
-        const size_t start = p + (longLength ? 12 : 8);
-        const uint32_t length = start > bytes.size() ? 0
-                                : longLength         ? le(bytes, p + 8, 4)
-                                                     : le(bytes, p + 6, 2);
-        if (start + length > bytes.size()) {
-            ADD_FAILURE() << "element at " << p << " runs past the end";
-            return out;
+    explicit Slice(Dicom3Object &object)
+        : bytes(written([&](FILE *f) { return writeDicom3File(object, f); }))
+    {
+        EXPECT_EQ(bytes.substr(0, 132), std::string(128, '\0') + "DICM");
+        for (size_t p = 132; p < bytes.size();) {
+            const std::string vr = bytes.substr(p + 4, 2);
+            const bool longLength = vr == "OB" || vr == "OW" || vr == "UN" || vr == "UT";
+            const size_t start = p + (longLength ? 12 : 8);
+            const uint32_t length = start > bytes.size() ? 0
+                                    : longLength         ? le(bytes, p + 8, 4)
+                                                         : le(bytes, p + 6, 2);
+            if (start + length > bytes.size()) {
+                ADD_FAILURE() << "element at " << p << " runs past the end";
+                break;
+            }
+            elements.push_back(
+                {QString::asprintf("%04X,%04X", le(bytes, p, 2), le(bytes, p + 2, 2)).toStdString(),
+                 vr, p, bytes.substr(start, length)});
+            p = start + length;
         }
-        out.push_back(
-            {QString::asprintf("%04X,%04X", le(bytes, p, 2), le(bytes, p + 2, 2)).toStdString(), vr,
-             p, bytes.substr(start, length)});
-        p = start + length;
+        for (size_t i = 0, end; i < elements.size(); ++i) {
+            const std::string group = elements[i].tag.substr(0, 4);
+            for (end = i + 1; end < elements.size() && elements[end].tag.substr(0, 4) == group;)
+                ++end;
+            if (elements[i].tag == group + ",0000")
+                EXPECT_EQ(le(elements[i].value, 0, 4),
+                          (end < elements.size() ? elements[end].offset : bytes.size()) -
+                              elements[i].offset - 12)
+                    << group;
+        }
     }
-    return out;
-}
-
-std::string tagList(const std::vector<Element> &elements)
-{
-    std::string tags;
-    for (const Element &e : elements)
-        tags += e.tag + " ";
-    return tags;
-}
-
-/// The value of the element of that tag; "(absent)" when there is none.
-std::string value(const std::vector<Element> &elements, const std::string &tag)
-{
-    for (const Element &e : elements)
-        if (e.tag == tag)
-            return e.value;
-    return "(absent)";
-}
-
-/// Every group length must equal the bytes of the group that follow it.
-void expectGroupLengthsMatchTheLayout(const std::vector<Element> &elements, size_t fileSize)
-{
-    for (size_t i = 0; i < elements.size(); ++i) {
-        const std::string group = elements[i].tag.substr(0, 4);
-        if (elements[i].tag != group + ",0000")
-            continue;
-        size_t end = i + 1;
-        while (end < elements.size() && elements[end].tag.substr(0, 4) == group)
-            ++end;
-        const size_t groupEnd = end < elements.size() ? elements[end].offset : fileSize;
-        EXPECT_EQ(elements[i].vr, "UL");
-        EXPECT_EQ(le(elements[i].value, 0, 4), groupEnd - elements[i].offset - 12) << group;
+    std::string tags() const
+    {
+        std::string tags;
+        for (const Element &e : elements)
+            tags += e.tag + " ";
+        return tags;
     }
-}
+    /// The value of the element of that tag; "(absent)" when there is none.
+    std::string operator[](const std::string &tag) const
+    {
+        for (const Element &e : elements)
+            if (e.tag == tag)
+                return e.value;
+        return "(absent)";
+    }
+};
 
 /// The explicit VR header of (0009,1020), worked out from the standard's
 /// rules: OB, OW, UN and UT have two reserved bytes and a 32-bit length.
@@ -160,12 +151,9 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
     const std::tuple<const char *, dicom::valRep, dicom::enCoding, const char *, std::string>
         rows[] = {
             {"US big", dicom::US, BE, "258", "\x01\x02"s},
-            {"UL big", dicom::UL, BE, "16909060", "\x01\x02\x03\x04"s},
             {"AT: digit pairs read as decimal bytes, group first", dicom::AT, BE, "0024,1699",
              "\x00\x18\x10\x63"s},
-            {"AT little: 1*256+2 and 3*256+4", dicom::AT, LE, "0102,0304", "\x02\x01\x04\x03"s},
             {"odd CS", dicom::CS, LE, "CT1", "CT1\0"s},
-            {"odd PN", dicom::PN, BE, "Unknown", "Unknown\0"s},
             {"white space normalised", dicom::LO, LE, "  Head   First ", "Head First"},
             {"dots removed", dicom::DA, LE, "2024.06.07", "20240607"},
             {"colons removed", dicom::TM, LE, "12:34:56.50", "123456.50\0"s},
@@ -173,7 +161,6 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
             {"IEEE single 0x3FC00000", dicom::FL, LE, "1.5", "\x00\x00\xC0\x3F"s},
             {"two's complement", dicom::SS, BE, "-2", "\xFF\xFE"s},
             {"FD keeps the bytes of its text", dicom::FD, LE, "2.5", "2.5\0"s},
-            {"OW: host words", dicom::OW, LE, "ABC", "ABC\0"s}, // on a little-endian host
             {"OW: swapped words", dicom::OW, BE, "ABC", "BA\0C"s},
         };
     for (const auto &[why, vr, enc, cell, value] : rows) {
@@ -193,81 +180,50 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
               header("ST", 1024, LE) + std::string(1024, 'x'));
 }
 
+// 5 x 3 x 2 bytes 0..29 in a box of 0..2, 0..1, 10..12.5: voxel size 0.5 x 0.5 x 2.5. The
+// values that outside readers do not check: the modules' elements, one UID for the instance
+// in both places, the birth date of today, the slice's own values on the second slice.
 TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHandAndMisuseIsRefused)
 {
-    // 5 x 3 x 2 bytes 0..29 in a box of 0..2, 0..1, 10..12.5: voxel size 0.5 x 0.5 x 2.5.
     auto field = byteField({5, 3, 2}, {0.f, 2.f, 0.f, 1.f, 10.f, 12.5f}, [](int i) { return i; });
     Dicom3Object object(field.get());
     ASSERT_EQ(object.generate(), 1);
-    const std::string bytes = slice(object);
-    EXPECT_EQ(bytes.substr(0, 132), std::string(128, '\0') + "DICM");
-    const std::vector<Element> first = walk(bytes);
-    ASSERT_EQ(tagList(first),
-              "0002,0000 0002,0001 0002,0002 0002,0003 0002,0010 0002,0012 0002,0013 "
-              "0008,0000 0008,0014 0008,0016 0008,0018 0008,0020 0008,0030 0008,0050 "
-              "0008,0060 0008,0070 0008,0090 0010,0000 0010,0010 0010,0020 0010,0030 "
-              "0010,0040 0018,0000 0018,0050 0020,0000 0020,000D 0020,000E 0020,0010 "
-              "0020,0011 0020,0012 0020,0013 0020,0032 0020,0037 0020,1041 0028,0000 "
-              "0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
-              "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
-    expectGroupLengthsMatchTheLayout(first, bytes.size());
-    EXPECT_EQ(bytes.substr(132, 8), "\x02\x00\x00\x00UL\x04\x00"s);
-    EXPECT_EQ(bytes.substr(144, 48), "\x02\x00\x01\x00OB\0\0\x02\0\0\0\x00\x01"
-                                     "\x02\x00\x02\x00UI\x1A\x00"
-                                     "1.2.840.10008.5.1.4.1.1.4\0"s);
-    const std::string instance = value(first, "0002,0003");
-    EXPECT_EQ(instance, value(first, "0008,0018")) << "one UID for both";
-    EXPECT_EQ(instance.rfind(std::string(creatorUID) + ".", 0), 0u);
-    EXPECT_LE(instance.size(), 64u);
-
-    // Text values, padded with 0x00 to even lengths; group 0028 as the image
-    // module of 3 rows of 5 unsigned bytes asks. The birth date is today and
-    // instances count from 0, on purpose.
+    const Slice first(object);
+    ASSERT_EQ(first.tags(), "0002,0000 0002,0001 0002,0002 0002,0003 0002,0010 0002,0012 0002,0013 "
+                            "0008,0000 0008,0014 0008,0016 0008,0018 0008,0020 0008,0030 0008,0050 "
+                            "0008,0060 0008,0070 0008,0090 0010,0000 0010,0010 0010,0020 0010,0030 "
+                            "0010,0040 0018,0000 0018,0050 0020,0000 0020,000D 0020,000E 0020,0010 "
+                            "0020,0011 0020,0012 0020,0013 0020,0032 0020,0037 0020,1041 0028,0000 "
+                            "0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
+                            "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
+    EXPECT_EQ(first["0002,0003"], first["0008,0018"]);
+    EXPECT_EQ(first["0002,0003"].rfind(std::string(creatorUID) + ".", 0), 0u);
     const std::string today = getDicomDate().toStdString();
     // clang-format off
     const std::pair<const char *, std::string> values[] = {
-        {"0002,0010", "1.2.840.10008.1.2.1"}, {"0002,0012", creatorUID},
-        {"0002,0013", VxSkin::instance()->versionText().toStdString()},
-        {"0008,0016", "1.2.840.10008.5.1.4.1.1.4"}, {"0008,0020", today}, {"0010,0030", today},
-        {"0020,0011", std::to_string(object.getSeed())}, {"0018,0050", "2.500000"},
-        {"0020,0012", "0"}, {"0020,0013", "0"}, {"0020,0032", "0.000000\\0.000000\\10.000000"},
-        {"0020,0037", "1.000000\\0.000000\\0.000000\\0.000000\\1.000000\\0.000000"},
-        {"0020,1041", "10.000000 "}, {"0028,0002", "\x01\0"s}, {"0028,0004", "MONOCHROME2"},
-        {"0028,0010", "\x03\0"s}, {"0028,0011", "\x05\0"s}, {"0028,0030", "0.500000\\0.500000"},
-        {"0028,0100", "\x08\0"s}, {"0028,0101", "\x08\0"s}, {"0028,0102", "\x07\0"s},
-        {"0028,0103", "\0\0"s}, {"0028,1052", "0.000000"}, {"0028,1053", "1.000000"},
-        {"7FE0,0010", "\x00\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C\x0D\x0E\0"s}};
+        {"0002,0010", "1.2.840.10008.1.2.1"}, {"0010,0030", today}, {"0018,0050", "2.500000"},
+        {"0020,0032", "0.000000\\0.000000\\10.000000"}, {"0020,1041", "10.000000 "},
+        {"0028,0102", "\x07\0"s}, {"0028,1052", "0.000000"}, {"0028,1053", "1.000000"}};
     // clang-format on
     for (const auto &[tag, expected] : values)
-        EXPECT_EQ(value(first, tag), padded(expected)) << tag;
-    EXPECT_EQ(value(first, "0020,0010").substr(0, 8) + "|" +
-                  std::to_string(value(first, "0020,0010").size()),
-              today + "|16")
-        << "study ID";
+        EXPECT_EQ(first[tag], padded(expected)) << tag;
 
-    // The second slice changes only what belongs to the slice.
     EXPECT_EQ(object.setSlice(1), 15);
-    const std::string secondBytes = slice(object);
-    const std::vector<Element> second = walk(secondBytes);
-    expectGroupLengthsMatchTheLayout(second, secondBytes.size());
-    EXPECT_NE(value(first, "0008,0018"), value(second, "0008,0018"));
-    EXPECT_EQ(value(second, "0002,0003"), value(second, "0008,0018"));
-    for (const char *same : {"0020,000D", "0020,000E"})
-        EXPECT_EQ(value(first, same), value(second, same)) << same;
-    // clang-format off
-    const std::pair<const char *, std::string> changed[] = {
-        {"0020,0012", "1"}, {"0020,0013", "1"}, {"0020,0032", "0.000000\\0.000000\\12.500000"},
-        {"0020,1041", "12.500000 "},
-        {"7FE0,0010", "\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1A\x1B\x1C\x1D\0"s}};
-    // clang-format on
-    for (const auto &[tag, expected] : changed)
-        EXPECT_EQ(value(second, tag), padded(expected)) << tag;
+    const Slice second(object);
+    EXPECT_NE(first["0008,0018"], second["0008,0018"]);
+    EXPECT_EQ(first["0020,000E"], second["0020,000E"]);
+    for (const auto &[tag, expected] :
+         {std::pair{"0020,0013", "1"s},
+          {"0020,0032", "0.000000\\0.000000\\12.500000"s},
+          {"0020,1041", "12.500000 "s},
+          {"7FE0,0010", "\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1A\x1B\x1C\x1D\0"s}})
+        EXPECT_EQ(second[tag], padded(expected)) << tag;
 
     // Refused calls are reported and change nothing.
     VxMessageCapture capture;
     EXPECT_EQ(object.generate(), -1);
     EXPECT_EQ(object.setSlice(2), -1);
-    EXPECT_EQ(slice(object), secondBytes) << "writing twice without setSlice writes the same file";
+    EXPECT_EQ(Slice(object).bytes, second.bytes) << "writing twice without setSlice";
     Dicom3Object none(static_cast<VxUniformScalarField3 *>(nullptr));
     EXPECT_EQ(none.generate(), -1);
     Dicom3Object multiFrame(field.get());
@@ -289,25 +245,23 @@ TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHan
     auto *ct = new Dicom3Element(0x0008, 0x0060, dicom::CS);
     EXPECT_EQ(group.insertElement(ct), 1);
     EXPECT_EQ(group.insertElement(ct), 1) << "the same element again is not destroyed";
-    EXPECT_EQ(group.numElements(), 1);
 }
 
+// A stacked field whose second slice sits at z = 12.25; a translated field in centimetres
+// (unit factor 10); the Ziehm reconstruction, without identity, UIDs and group lengths.
 TEST(Dicom3ObjectModules, StackedSlicesUnitFactorsAndZiehmReconstructions)
 {
-    // A stacked field whose second slice sits at z = 12.25.
     const int dims[3] = {5, 3, 2};
     VxStackedScalarField3 stacked(dims, KcPrimType::UInt8, std::calloc(30, 1));
-    const float box[6] = {0.f, 2.f, 0.f, 1.f, 0.f, 0.f};
+    const float box[6] = {0.f, 2.f, 0.f, 1.f, 0.f, 0.f}, z[2] = {12.0f, 12.25f};
     stacked.lattice()->setBoundingBox(box);
-    const float z[2] = {12.0f, 12.25f};
     ASSERT_TRUE(stacked.lattice()->setSliceCoords(z, 2));
     Dicom3Object object(&stacked);
     ASSERT_EQ(object.generate(), 1);
     ASSERT_EQ(object.setSlice(1), 15);
-    const std::vector<Element> second = walk(slice(object));
-    EXPECT_EQ(value(second, "0018,0050") + "|" + value(second, "0020,1041"), "0.250000|12.250000 ");
+    const Slice second(object);
+    EXPECT_EQ(second["0018,0050"] + "|" + second["0020,1041"], "0.250000|12.250000 ");
 
-    // A unit factor of 10 (centimetres to millimetres) and a translated field.
     auto moved = byteField({2, 2, 2}, {0.f, 0.25f, 0.f, 0.25f, 0.f, 0.25f}, [](int) { return 1; });
     SbMatrix shift;
     shift.setTranslate(SbVec3f(1.f, 2.f, 3.f));
@@ -316,20 +270,20 @@ TEST(Dicom3ObjectModules, StackedSlicesUnitFactorsAndZiehmReconstructions)
     scaled.setLengthUnitFactor(10.f);
     ASSERT_EQ(scaled.generate(), 1);
     ASSERT_EQ(scaled.setSlice(1), 4);
-    const std::vector<Element> top = walk(slice(scaled));
-    EXPECT_EQ(value(top, "0028,0030"), padded("2.500000\\2.500000"));
-    EXPECT_EQ(value(top, "0020,0032"), padded("10.000000\\20.000000\\32.500000"));
+    const Slice top(scaled);
+    EXPECT_EQ(top["0028,0030"] + "|" + top["0020,0032"],
+              padded("2.500000\\2.500000") + "|" + padded("10.000000\\20.000000\\32.500000"));
 
-    // The Ziehm reconstruction leaves out identity, UIDs and group lengths.
     vxtest::ScopedEnv ziehm("ZENTA_ZIEHM_RECONSTRUCTION", "1");
     Dicom3Object reconstruction(moved.get());
     ASSERT_EQ(reconstruction.generate(), 1);
-    EXPECT_EQ(tagList(walk(slice(reconstruction))),
+    EXPECT_EQ(Slice(reconstruction).tags(),
               "0002,0001 0002,0002 0002,0010 0008,0016 0018,0050 0020,0013 0020,0032 0020,0037 "
               "0020,1041 0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
               "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
 }
 
+// What goes wrong, the file named (@), the message, the first file not written.
 TEST(Dicom3Writer, EveryFailureNamesTheFileAndTheCountWrittenAndKeepsWhatWasWritten)
 {
     auto interrupt = [](const fs::path &) { // Ctrl-C after the first file
@@ -338,7 +292,6 @@ TEST(Dicom3Writer, EveryFailureNamesTheFileAndTheCountWrittenAndKeepsWhatWasWrit
                 VxWorkArea::instance()->interrupt();
         });
     };
-    // What goes wrong, the file named (@), the message, the first file not written.
     using Prepare = std::function<void(const fs::path &)>;
     // clang-format off
     const std::tuple<const char *, Prepare, const char *, const char *, const char *> rows[] = {

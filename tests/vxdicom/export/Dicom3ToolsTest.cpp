@@ -1,5 +1,4 @@
-// Files of every builder and sample type and of a colour image, as the program
-// writes them, read by GDCM, DCMTK, pydicom, and dcm2niix with nibabel.
+// The writer's files read by GDCM, DCMTK, pydicom, and dcm2niix with nibabel.
 
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
@@ -13,19 +12,17 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <memory>
 
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <set>
-#include <sstream>
 
 namespace fs = std::filesystem;
 
 using Bytes = std::vector<unsigned char>;
 
+// Files of every builder and sample type and of a colour image; dcm2niix rebuilds the CT volume.
 TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
 {
     for (const char *tool : {"gdcminfo", "gdcmdump", "dcmdump", "dcmftest"})
@@ -37,13 +34,10 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
     QJsonArray manifest; // what dicom3_check.py must see in each case
     QStringList files;
     std::string status;
-    float fraction = 0.f;
     const std::shared_ptr<void> reset(nullptr,
                                       [](void *) { VxWorkArea::instance()->setObserver({}); });
-    VxWorkArea::instance()->setObserver([&](const std::string &s, float f) {
-        status = s;
-        fraction = f;
-    });
+    VxWorkArea::instance()->setObserver(
+        [&](const std::string &s, float f) { status = s + " " + std::to_string(f); });
     // Writes the slices into temp/name, the samples into temp/name.raw.
     auto write = [&](Dicom3Object &object, const std::string &name, const char *dtype, int sop,
                      const QJsonArray &shape, const Bytes &samples) {
@@ -52,7 +46,7 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
         QStringList written;
         EXPECT_GT(
             writeDicom3Slices(object, QString::fromStdString(temp.file(name)), "IM", &written), 0);
-        EXPECT_EQ(status + " " + std::to_string(fraction), "Writing DICOM files 1.000000");
+        EXPECT_EQ(status, "Writing DICOM files 1.000000");
         EXPECT_FALSE(VxWorkArea::instance()->isShowingProgress()) << "progress ends with the write";
         files += written;
         manifest.append(QJsonObject{{"dtype", dtype},
@@ -63,8 +57,8 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
                                     {"modality", Dicom3Object::theModality[sop]}});
     };
 
-    // 7 x 5 x 3 samples that use the whole type: signed values go below zero,
-    // unsigned words above 32767, and the odd slice of bytes needs a pad byte.
+    // 7 x 5 x 3 samples that use the whole type: signed values go below zero, unsigned words
+    // above 32767, and the odd slice of bytes needs a pad byte.
     const std::pair<int, const char *> builders[] = {
         {0, "CR"}, {1, "CT"}, {2, "MR"}, {3, "NM"}, {4, "SC"}, {9, "US"}, {10, "USMultiFrame"}};
     for (const auto &[index, builder] : builders)
@@ -103,14 +97,16 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
     // GDCM and DCMTK read every file without a complaint.
     for (const QString &file : files) {
         const std::string path = vxtest::shellQuote(file.toStdString());
-        std::string info, gdcm, dcmtk, ftest;
-        EXPECT_EQ(vxtest::runCommand("gdcminfo " + path, &info, true), 0) << info;
-        EXPECT_EQ(vxtest::runCommand("gdcmdump " + path + " >/dev/null", &gdcm, true), 0);
-        EXPECT_EQ(vxtest::runCommand("dcmdump +E " + path + " >/dev/null", &dcmtk, true), 0);
-        EXPECT_EQ(vxtest::runCommand("dcmftest " + path, &ftest, true), 0);
-        EXPECT_EQ(info.find("rror"), std::string::npos) << info;
-        EXPECT_EQ(gdcm + dcmtk, "") << path << ": the complaints of gdcmdump and dcmdump";
-        EXPECT_EQ(ftest.rfind("yes: ", 0), 0u) << ftest;
+        std::string info, complaints;
+        EXPECT_EQ(vxtest::runCommand("gdcminfo " + path + " && dcmftest " + path, &info, true), 0);
+        EXPECT_EQ(vxtest::runCommand("gdcmdump " + path + " >/dev/null && dcmdump +E " + path +
+                                         " >/dev/null",
+                                     &complaints, true),
+                  0);
+        EXPECT_TRUE(info.find("rror") == std::string::npos &&
+                    info.find("yes: ") != std::string::npos)
+            << info;
+        EXPECT_EQ(complaints, "") << path << ": the complaints of gdcmdump and dcmdump";
     }
 
     // dcm2niix makes one volume of the CT signed words. DICOM's patient frame
