@@ -75,55 +75,34 @@ TEST(VxScriptQuoting, WordsFollowTclRulesAsTclshSplitsThem)
         GTEST_SKIP() << "tclsh is not installed: the splits were not compared with Tcl's";
 }
 
-// A saved network's script: comments, set and unset, $name and ${name} (names stop at characters
-// that cannot be in one); the first failure stops the script and names its line and file.
+// What the command-line runs do not show: ${name} with blanks or ::, a comment continued by a
+// backslash, a command that throws or fails without a reason, a script file that cannot be read.
 TEST(VxScriptInterpreter, RunsScriptsAndFilesUntilTheFirstFailure)
 {
     VxScriptInterpreter interp;
     std::vector<Words> calls;
-    interp.registerCommand("load", [&calls](const Words &args, KcString *error) {
+    interp.registerCommand("load", [&calls](const Words &args, KcString *) {
         calls.push_back(args);
-        *error = "cannot open: missing.dcm";
-        return args.back() == "missing.dcm" ? 0 : 1;
+        return 1;
     });
     interp.registerCommand(
         "boom", [](const Words &, KcString *) -> int { throw std::runtime_error("bad state"); });
     interp.registerCommand("quiet", [](const Words &, KcString *) { return 0; });
-    VxScriptVars *vars = VxScriptVars::instance();
-    vars->set("a b", "spaced");
-    vars->set("ns::v", "qualified");
+    VxScriptVars::instance()->set("a b", "spaced");
+    VxScriptVars::instance()->set("ns::v", "qualified");
     KcString error;
-    ASSERT_EQ(interp.eval("   # comment ; not a command\nset dir /cd ;# comment after a semicolon\n"
-                          "set n 3; load $dir/IM$n.dcm \"${dir} x\" #notacomment\n"
-                          "load ${a b} $ns::v $n-x \"[$n]\"\n# comment \\\n continued comment",
-                          &error),
-              1)
-        << error;
-    EXPECT_EQ(calls, (std::vector<Words>{{"load", "/cd/IM3.dcm", "/cd x", "#notacomment"},
-                                         {"load", "spaced", "qualified", "3-x", "[3]"}}));
-    ASSERT_EQ(interp.eval("unset dir", &error), 1) << error;
-    EXPECT_EQ(vars->get("dir"), nullptr);
-
+    EXPECT_EQ(
+        interp.eval("load ${a b} $ns::v #notacomment\n# comment \\\n load x\nboom\nload y", &error),
+        0);
+    EXPECT_EQ(error, "line 4: boom: bad state");
+    EXPECT_EQ(calls, (std::vector<Words>{{"load", "spaced", "qualified", "#notacomment"}}));
+    EXPECT_EQ(interp.eval("quiet", &error), 0);
+    EXPECT_EQ(error, "line 1: quiet failed");
     vxtest::TempDir dir;
-    const std::string file = dir.file("net.hx"), text = "load ok.dcm\n\nload {unclosed\n";
-    vxtest::writeFileBytes(file, {text.begin(), text.end()});
-    for (const auto &[script, message] :
-         std::initializer_list<std::pair<const char *, std::string>>{
-             {"set\n", "line 1: set: wrong # args: should be \"set varName ?newValue?\""},
-             {"load a.dcm\nload \\\n  missing.dcm\nload never.dcm",
-              "line 2: load: cannot open: missing.dcm"},
-             {"load a.dcm\nlod b.dcm", "line 2: invalid command name \"lod\""},
-             {"boom", "line 1: boom: bad state"},
-             {"quiet", "line 1: quiet failed"},
-             {"", file + ", line 3: missing close-brace"}}) {
-        EXPECT_EQ(*script ? interp.eval(script, &error) : interp.evalFile(file.c_str(), &error), 0);
-        EXPECT_NE(error.find(message), std::string::npos) << error;
-    }
     EXPECT_EQ(interp.evalFile(dir.file("none.hx").c_str(), &error), 0);
-    EXPECT_NE(error.find("couldn't read file"), std::string::npos) << error;
-    EXPECT_NE(error.find("none.hx"), std::string::npos) << error;
-    for (const Words &call : calls)
-        EXPECT_NE(call.back(), "never.dcm") << "a command after a failure does not run";
-    for (const char *v : {"n", "a b", "ns::v"})
-        vars->unset(v);
+    EXPECT_TRUE(error.find("couldn't read file") != std::string::npos &&
+                error.find("none.hx") != std::string::npos)
+        << error;
+    for (const char *v : {"a b", "ns::v"})
+        VxScriptVars::instance()->unset(v);
 }
