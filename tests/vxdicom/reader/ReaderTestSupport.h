@@ -2,8 +2,6 @@
 // Helpers of the reader tests: the folder's scripts, and files read as the
 // reader reads them.
 
-#include "platform/core/KcDArray.h"
-#include "platform/core/KcString.h"
 #include "tests/support/TestSupport.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
@@ -13,14 +11,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace readertest {
 
@@ -30,7 +23,6 @@ using vxtest::ScopedEnv;
 inline const char *const kMrFile = "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2/i22.MRDC.1";
 inline const char *const kCtSeries = "dcm_qa_ct/In/Philips/S21610/S2010";
 
-/// The words of a text (split at blanks).
 inline std::vector<std::string> words(const std::string &text)
 {
     std::vector<std::string> out;
@@ -40,10 +32,10 @@ inline std::vector<std::string> words(const std::string &text)
     return out;
 }
 
-/// Runs a script of this folder (or a path relative to it) with python3 and
-/// the words of args; returns its exit status, fills output.
+/// Runs a script of this folder (or a path relative to it) with python3;
+/// returns its exit status, fills output.
 inline int runScript(const std::string &script, const std::vector<std::string> &args,
-                     std::string *output = nullptr, bool mergeStderr = true)
+                     std::string *output, bool mergeStderr = true)
 {
     std::string command = std::string(VX_PYTHON) + " " +
                           vxtest::shellQuote((fs::path(VX_READER_TEST_DIR) / script).string());
@@ -53,7 +45,7 @@ inline int runScript(const std::string &script, const std::vector<std::string> &
 }
 
 /// pydicom's view of the files (reader_reference.py).
-inline QJsonArray pydicomReference(std::vector<std::string> args)
+inline QJsonArray pydicomReference(const std::vector<std::string> &args)
 {
     std::string out;
     EXPECT_EQ(runScript("reader_reference.py", args, &out, false), 0);
@@ -63,14 +55,12 @@ inline QJsonArray pydicomReference(std::vector<std::string> args)
 /// Copies src to dst with dicom_edit.py and its editing arguments (words).
 inline void editCopy(const std::string &src, const std::string &dst, const std::string &args)
 {
-    std::vector<std::string> all = words(args);
+    std::vector<std::string> all = words(args), out(1);
     all.insert(all.begin(), {src, dst});
-    std::string out;
-    ASSERT_EQ(runScript("dicom_edit.py", all, &out), 0) << out;
+    ASSERT_EQ(runScript("dicom_edit.py", all, &out[0]), 0) << out[0];
 }
 
-/// A small synthetic series written by tests/support/make_series.py; its files
-/// sorted by name.
+/// A series written by tests/support/make_series.py; its files by name.
 inline std::vector<std::string> makeSeries(const std::string &dir, const std::string &args)
 {
     std::vector<std::string> all = words(args), files;

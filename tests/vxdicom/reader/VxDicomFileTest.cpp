@@ -48,8 +48,7 @@ void expectClose(double actual, double expected, const char *what)
 // Every shared file as pydicom reads it: each single frame's record, the
 // oblique flag at the default and a wider tolerance, the value range of 16-bit
 // samples (masked to the stored bits below High Bit; read later, signed ones
-// sign-extended), the place of every frame of a multi-frame file, and lazily
-// read frames equal to the header read's.
+// sign-extended) and the place of every frame of a multi-frame file.
 TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -84,15 +83,7 @@ TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
                 for (int i = 0; i < 3; ++i)
                     expectClose(file->images[k]->position[i], positions[k][i].toDouble(),
                                 "frame position");
-            if (++multi > 3)
-                continue; // the samples of a few files suffice
-            auto full = readOrFail(path, 0);
-            ASSERT_TRUE(full);
-            for (int k : {0, frames / 2, frames - 1}) {
-                std::vector<unsigned char> lazy(file->images[k]->dataSize);
-                file->images[k]->loadToMemory(lazy.data());
-                EXPECT_EQ(std::memcmp(lazy.data(), full->images[k]->pixels, lazy.size()), 0) << k;
-            }
+            ++multi;
             continue;
         }
         {

@@ -1,14 +1,12 @@
 #!/usr/bin/python3
 """Copies a DICOM file with pydicom, changing a few attributes on the way.
 
-    dicom_edit.py IN OUT [--set KEY=VALUE...]... [--delete KEY]... [--pixels V,V,...]
-                         [--transfer-syntax UID]
+    dicom_edit.py IN OUT [--set KEY=VALUE...]... [--delete KEY]... [--pixels V,V,...] [--transfer-syntax UID]
 
 KEY is a keyword or a tag "(0028,0011)"; VALUE takes the attribute's VR
 (several values separated by a backslash). --pixels fills every frame with
-these values repeated, typed by Bits Allocated and Pixel Representation as
-they stand after --set. --transfer-syntax only rewrites the UID in the meta
-group, leaving the data set encoded as it was.
+these values repeated, typed by Bits Allocated and Pixel Representation after
+--set. --transfer-syntax only rewrites the UID, not the encoding.
 """
 import argparse
 
@@ -36,26 +34,21 @@ ap.add_argument("--transfer-syntax")
 args = ap.parse_args()
 
 ds = pydicom.dcmread(args.src)
-for item in args.set:
-    key, _, text = item.partition("=")
+for key, _, text in (item.partition("=") for item in args.set):
     tag = tag_of(key)
     vr = ds[tag].VR if tag in ds else dictionary_VR(tag)
     vr = "US" if vr in ("US or SS", "OB or OW", "US or SS or OW") else vr
     kind = int if vr in ("US", "SS", "UL", "SL", "IS") else float if vr in ("FL", "FD") else str
     values = [kind(p) for p in text.split("\\")] if text else []
     ds.add_new(tag, vr, None if not values else values[0] if len(values) == 1 else values)
-for key in args.delete:
-    if tag_of(key) in ds:
-        del ds[tag_of(key)]
+for tag in (tag_of(key) for key in args.delete):
+    ds.pop(tag, None)
 if args.pixels is not None:
-    count = int(ds.Rows) * int(ds.Columns) * int(ds.get("SamplesPerPixel", 1)) * \
-        int(ds.get("NumberOfFrames", 1) or 1)
+    count = int(ds.Rows) * int(ds.Columns) * int(ds.get("SamplesPerPixel", 1)) * int(ds.get("NumberOfFrames", 1) or 1)
     bits, signed = int(ds.BitsAllocated), int(ds.get("PixelRepresentation", 0)) == 1
     dtype = {8: np.uint8, 16: np.int16 if signed else np.uint16, 32: np.int32 if signed else np.uint32}[bits]
     data = np.resize(np.array([int(v) for v in args.pixels.split(",")], dtype=np.int64), count).astype(dtype)
-    if not ds.file_meta.TransferSyntaxUID.is_little_endian:
-        data = data.byteswap()
-    ds.PixelData = data.tobytes()
+    ds.PixelData = (data if ds.file_meta.TransferSyntaxUID.is_little_endian else data.byteswap()).tobytes()
     ds["PixelData"].VR = "OB" if bits == 8 else "OW"
 if args.transfer_syntax:
     ds.file_meta.TransferSyntaxUID = args.transfer_syntax
