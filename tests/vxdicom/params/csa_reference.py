@@ -1,10 +1,7 @@
 #!/usr/bin/python3
 """csa_reference.py FILE...: per file, the raw (0029,1010) "image" and (0029,1020)
-"series" values as pydicom reads them (base64) and the tags nibabel's CSA parser
-finds in them, as one JSON document. The decoder reads only the low byte of
-counts and lengths, so it agrees with nibabel up to the first item longer than
-255 bytes: "exact_tags" counts the tags before it (found by a full 32-bit walk),
-"long_item" gives its index and length."""
+"series" values (base64) and the tags nibabel finds in them, as JSON. "exact_tags"
+counts the tags before the first item longer than 255 bytes, "long_item" gives it."""
 
 import base64
 import json

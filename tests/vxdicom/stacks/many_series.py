@@ -1,12 +1,10 @@
 #!/usr/bin/python3
-"""many_series.py OUT SPLIT NORMAL PER_SERIES: one examination of many small
-series, written with pydicom. Series 1 (SPLIT images): instance numbers 1, 2, ...
-at positions alternating between two slabs (0, 1000, 1, 1001, ... mm); series 2
-(SPLIT images): instance numbers 1, 1, 2, 2, ... at 0, 0.5, 1.0, ... mm; series 3:
-two volumes of three slices 3 mm apart, each image with an acquisition number of
-its own; then NORMAL series of PER_SERIES slices 3 mm apart. Series k has the UID
-ROOT.1.<100 + k>. The files interleave the series, each written back to front.
-"""
+"""many_series.py OUT SPLIT NORMAL PER_SERIES: one examination written with pydicom.
+Series 1: instance numbers 1, 2, ... alternating between two slabs (0, 1000, 1, 1001, ...
+mm); series 2: instance numbers 1, 1, 2, 2, ... at 0, 0.5, 1.0, ... mm; series 3: two
+volumes of three slices 3 mm apart, an acquisition number per image; then NORMAL series
+of PER_SERIES slices 3 mm apart. Series k has the UID ROOT.1.<100 + k>; the files
+interleave the series, each written back to front."""
 import os
 import sys
 
@@ -31,21 +29,16 @@ def plan(split, normal, per_series):
 def main():
     out, split, normal, per_series = sys.argv[1], *map(int, sys.argv[2:5])
     os.makedirs(out, exist_ok=True)
-    by_series = {}
-    for image in plan(split, normal, per_series):
-        by_series.setdefault(image[0], []).append(image)
-    queues = [list(reversed(v)) for _, v in sorted(by_series.items())]
+    images = plan(split, normal, per_series)
+    queues = [[i for i in reversed(images) if i[0] == s] for s in sorted({i[0] for i in images})]
     order = []
     while any(queues):
-        for q in queues:
-            if q:
-                order.append(q.pop(0))
+        order += [q.pop(0) for q in queues if q]
     pixels = np.arange(64 * 64, dtype=np.uint16).reshape(64, 64) % 4000
     for n, (series, instance, z, acquisition) in enumerate(order, start=1):
         meta = FileMetaDataset()
-        meta.MediaStorageSOPClassUID = MR_STORAGE
-        meta.MediaStorageSOPInstanceUID = "%s.2.%d" % (ROOT, n)
-        meta.TransferSyntaxUID = ImplicitVRLittleEndian
+        meta.update(dict(MediaStorageSOPClassUID=MR_STORAGE, TransferSyntaxUID=ImplicitVRLittleEndian,
+                         MediaStorageSOPInstanceUID="%s.2.%d" % (ROOT, n)))
         path = os.path.join(out, "IM%05d" % n)
         ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
         ds.update(dict(
