@@ -1,6 +1,7 @@
 // Element values: VR codes, text rules per VR, byte helpers, generated UIDs, the parts of
 // "name [VR]: value" texts, and cleaning and filtering of element bundles.
 
+#include "vxdicom/params/DicomParamFilter.h"
 #include "vxdicom/params/DicomUid.h"
 #include "vxdicom/params/DicomValueCodec.h"
 
