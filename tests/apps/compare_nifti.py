@@ -1,8 +1,7 @@
 #!/usr/bin/python3
-"""compare_nifti.py A B: every voxel of A, placed by A's affine, must land on a
-voxel centre of B (0.01 mm) holding the same value, in every volume (nibabel).
-So two tools that store one volume with different axis directions compare equal.
-Status 0 equal, 1 different, 77 without nibabel."""
+"""compare_nifti.py A B: every voxel of A, placed by A's affine, must land on a voxel centre of B
+(0.01 mm) holding the same value, in every volume (nibabel), so that two tools storing one volume
+with different axis directions compare equal. Status 0 equal, 1 different, 77 without nibabel."""
 import sys
 
 try:
@@ -26,10 +25,9 @@ def main(a, b):
         return "voxel centres of A miss those of B"
     if nearest.min() < 0 or any(nearest[k].max() >= db.shape[k] for k in range(3)):
         return "A reaches outside B"
-    va = da.reshape(-1, *da.shape[3:])
-    differ = np.argwhere(va != db[nearest[0], nearest[1], nearest[2]])
-    if len(differ):
-        return "%d of %d samples differ" % (len(differ), va.size)
+    differ = np.count_nonzero(da.reshape(-1, *da.shape[3:]) != db[nearest[0], nearest[1], nearest[2]])
+    if differ:
+        return "%d of %d samples differ" % (differ, da.size)
     print("equal: %d voxels of %s" % (ijk.shape[1], da.shape))
     return 0
 

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""`vxdicom info --json` on every shared file (and a pydicom write) against pydicom (gdcmdump
+"""`vxdicom info --json` on every shared file against pydicom (gdcmdump
 where it has no value; nibabel for CSA headers) or gdcmdump alone; --fixtures OUTDIR writes the
 C++ info tests' files. Status 0 agree, 1 disagree, 77 skipped."""
-import argparse, codecs, json, math, os, re, shutil, struct, subprocess, sys, tempfile
+import argparse, codecs, json, math, os, re, shutil, struct, subprocess, sys
 
 SHARED = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../shared/data"))
 # UTF-8 where the bytes are UTF-8, other bytes as Latin-1 (vxdicom's rule for CSA texts).
@@ -44,17 +44,6 @@ def write_fixtures(out):  # 32-bit YBR; Latin-1 texts with a CSA header of three
     ds.add_new((0x0029, 0x0010), "LO", "SIEMENS CSA HEADER")
     ds.add_new((0x0029, 0x1010), "OB", csa)
     ds.save_as(texts, write_like_original=False)
-
-
-def write_frames(folder):  # three frames placed by the retired Image Position and Orientation
-    import numpy as np
-    name = os.path.join(folder, "frames3.dcm")
-    ds = dataset(name, np.arange(105, dtype=np.uint16), Rows=5, Columns=7, SpacingBetweenSlices="2.5",
-                 PixelSpacing=["0.6", "0.9"], NumberOfFrames=3, BitsStored=12, HighBit=11)
-    ds.add_new((0x0020, 0x0030), "DS", ["-10.5", "20", "7.25"])
-    ds.add_new((0x0020, 0x0035), "DS", ["0", "1", "0", "0", "0", "-1"])
-    ds.save_as(name, write_like_original=False)
-    return [name]
 
 
 def collect(paths):
@@ -282,12 +271,11 @@ def compare(args, files):
             counts["frames"] += 1
             compare_image(lambda w, a, b, ok=None: check("frame %d %s" % (rec["frame"], w), a, b, ok), rec, exp, placed)
         counts["gdcm"] += ref.from_gdcm
-    print("%d files, %d with pixel data, %d image records, %d CSA headers, %d values from gdcmdump"
-          % (len(files), counts["images"], counts["frames"], counts["csa"], counts["gdcm"]))
-    if problems:
-        return print("%d disagreements:\n  " % len(problems) + "\n  ".join(problems[:200])) or 1
-    print("vxdicom info agrees with %s on every file" % args.reference)
-    return 0
+    print("%d files, %d with pixel data, %d image records, %d CSA headers, %d values from gdcmdump; "
+          "%d disagreements with %s" % (len(files), counts["images"], counts["frames"], counts["csa"],
+                                        counts["gdcm"], len(problems), args.reference))
+    print("\n".join(problems[:200]))
+    return 1 if problems else 0
 
 
 def main():
@@ -307,8 +295,7 @@ def main():
         return print("skipped: gdcmdump is not installed (Debian libgdcm-tools)") or 77
     if not args.paths and not os.path.isdir(SHARED):
         return print("skipped: %s is not there; real scanner files are needed" % SHARED) or 77
-    with tempfile.TemporaryDirectory(prefix="vxinfo-") as folder:
-        return compare(args, collect(args.paths or [SHARED]) + write_frames(folder))
+    return compare(args, collect(args.paths or [SHARED]))
 
 
 if __name__ == "__main__":
