@@ -11,13 +11,13 @@
 #include "vxdicom/params/DicomUid.h"
 #include "vxdicom/params/DicomValueCodec.h"
 
-#include <Inventor/SbLinear.h>
-
 #include <gtest/gtest.h>
 
 #include <array>
 #include <climits>
 #include <filesystem>
+#include <map>
+#include <utility>
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
@@ -68,65 +68,50 @@ uint32_t le(const std::string &bytes, size_t p, size_t n)
     return v;
 }
 
-/// A written slice in explicit VR little endian: its elements by tag ("GGGG,EEEE") in file
-/// order, each with its VR, offset and value. The framing and every group length (the bytes
-/// of the group that follow it) are checked on the way.
+/// A written slice in explicit VR little endian: the tags in file order ("GGGG,EEEE ...") and
+/// the value of each; the framing and every group length are checked on the way.
 struct Slice
 {
-    struct Element
-    {
-        std::string tag, vr;
-        size_t offset;
-        std::string value;
-    };
-    std::string bytes;
-    std::vector<Element> elements;
+    std::string bytes, tags;
+    std::map<std::string, std::string> values;
 
     explicit Slice(Dicom3Object &object)
         : bytes(written([&](FILE *f) { return writeDicom3File(object, f); }))
     {
         EXPECT_EQ(bytes.substr(0, 132), std::string(128, '\0') + "DICM");
-        for (size_t p = 132; p < bytes.size();) {
+        std::string group;
+        size_t groupEnd = 0; // where the group length says the group ends
+        for (size_t p = 132;;) {
+            const std::string tag =
+                p + 8 > bytes.size()
+                    ? "end"
+                    : QString::asprintf("%04X,%04X", le(bytes, p, 2), le(bytes, p + 2, 2))
+                          .toStdString();
+            if (groupEnd && tag.substr(0, 4) != group)
+                EXPECT_EQ(p, std::exchange(groupEnd, 0)) << "the length of group " << group;
+            if (tag == "end") {
+                EXPECT_EQ(p, bytes.size()) << "bytes after the last element";
+                break;
+            }
             const std::string vr = bytes.substr(p + 4, 2);
             const bool longLength = vr == "OB" || vr == "OW" || vr == "UN" || vr == "UT";
             const size_t start = p + (longLength ? 12 : 8);
-            const uint32_t length = start > bytes.size() ? 0
-                                    : longLength         ? le(bytes, p + 8, 4)
-                                                         : le(bytes, p + 6, 2);
+            const uint32_t length = longLength ? le(bytes, p + 8, 4) : le(bytes, p + 6, 2);
             if (start + length > bytes.size()) {
                 ADD_FAILURE() << "element at " << p << " runs past the end";
                 break;
             }
-            elements.push_back(
-                {QString::asprintf("%04X,%04X", le(bytes, p, 2), le(bytes, p + 2, 2)).toStdString(),
-                 vr, p, bytes.substr(start, length)});
+            group = tag.substr(0, 4);
+            if (tag == group + ",0000")
+                groupEnd = start + length + le(bytes, start, 4);
+            tags += tag + " ";
+            values[tag] = bytes.substr(start, length);
             p = start + length;
         }
-        for (size_t i = 0, end; i < elements.size(); ++i) {
-            const std::string group = elements[i].tag.substr(0, 4);
-            for (end = i + 1; end < elements.size() && elements[end].tag.substr(0, 4) == group;)
-                ++end;
-            if (elements[i].tag == group + ",0000")
-                EXPECT_EQ(le(elements[i].value, 0, 4),
-                          (end < elements.size() ? elements[end].offset : bytes.size()) -
-                              elements[i].offset - 12)
-                    << group;
-        }
     }
-    std::string tags() const
-    {
-        std::string tags;
-        for (const Element &e : elements)
-            tags += e.tag + " ";
-        return tags;
-    }
-    /// The value of the element of that tag; "(absent)" when there is none.
     std::string operator[](const std::string &tag) const
     {
-        for (const Element &e : elements)
-            if (e.tag == tag)
-                return e.value;
-        return "(absent)";
+        return values.count(tag) ? values.at(tag) : "(absent)";
     }
 };
 
@@ -155,12 +140,10 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
              "\x00\x18\x10\x63"s},
             {"odd CS", dicom::CS, LE, "CT1", "CT1\0"s},
             {"white space normalised", dicom::LO, LE, "  Head   First ", "Head First"},
-            {"dots removed", dicom::DA, LE, "2024.06.07", "20240607"},
             {"colons removed", dicom::TM, LE, "12:34:56.50", "123456.50\0"s},
             {"blank at 6 dropped", dicom::DT, LE, "240607 12:34:56", "240607123456"},
             {"IEEE single 0x3FC00000", dicom::FL, LE, "1.5", "\x00\x00\xC0\x3F"s},
             {"two's complement", dicom::SS, BE, "-2", "\xFF\xFE"s},
-            {"FD keeps the bytes of its text", dicom::FD, LE, "2.5", "2.5\0"s},
             {"OW: swapped words", dicom::OW, BE, "ABC", "BA\0C"s},
         };
     for (const auto &[why, vr, enc, cell, value] : rows) {
@@ -189,35 +172,28 @@ TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHan
     Dicom3Object object(field.get());
     ASSERT_EQ(object.generate(), 1);
     const Slice first(object);
-    ASSERT_EQ(first.tags(), "0002,0000 0002,0001 0002,0002 0002,0003 0002,0010 0002,0012 0002,0013 "
-                            "0008,0000 0008,0014 0008,0016 0008,0018 0008,0020 0008,0030 0008,0050 "
-                            "0008,0060 0008,0070 0008,0090 0010,0000 0010,0010 0010,0020 0010,0030 "
-                            "0010,0040 0018,0000 0018,0050 0020,0000 0020,000D 0020,000E 0020,0010 "
-                            "0020,0011 0020,0012 0020,0013 0020,0032 0020,0037 0020,1041 0028,0000 "
-                            "0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
-                            "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
+    ASSERT_EQ(first.tags, "0002,0000 0002,0001 0002,0002 0002,0003 0002,0010 0002,0012 0002,0013 "
+                          "0008,0000 0008,0014 0008,0016 0008,0018 0008,0020 0008,0030 0008,0050 "
+                          "0008,0060 0008,0070 0008,0090 0010,0000 0010,0010 0010,0020 0010,0030 "
+                          "0010,0040 0018,0000 0018,0050 0020,0000 0020,000D 0020,000E 0020,0010 "
+                          "0020,0011 0020,0012 0020,0013 0020,0032 0020,0037 0020,1041 0028,0000 "
+                          "0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
+                          "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
     EXPECT_EQ(first["0002,0003"], first["0008,0018"]);
     EXPECT_EQ(first["0002,0003"].rfind(std::string(creatorUID) + ".", 0), 0u);
-    const std::string today = getDicomDate().toStdString();
-    // clang-format off
-    const std::pair<const char *, std::string> values[] = {
-        {"0002,0010", "1.2.840.10008.1.2.1"}, {"0010,0030", today}, {"0018,0050", "2.500000"},
-        {"0020,0032", "0.000000\\0.000000\\10.000000"}, {"0020,1041", "10.000000 "},
-        {"0028,0102", "\x07\0"s}, {"0028,1052", "0.000000"}, {"0028,1053", "1.000000"}};
-    // clang-format on
-    for (const auto &[tag, expected] : values)
-        EXPECT_EQ(first[tag], padded(expected)) << tag;
-
     EXPECT_EQ(object.setSlice(1), 15);
     const Slice second(object);
     EXPECT_NE(first["0008,0018"], second["0008,0018"]);
     EXPECT_EQ(first["0020,000E"], second["0020,000E"]);
-    for (const auto &[tag, expected] :
-         {std::pair{"0020,0013", "1"s},
-          {"0020,0032", "0.000000\\0.000000\\12.500000"s},
-          {"0020,1041", "12.500000 "s},
-          {"7FE0,0010", "\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1A\x1B\x1C\x1D\0"s}})
-        EXPECT_EQ(second[tag], padded(expected)) << tag;
+    // clang-format off
+    for (const auto &[slice, tag, expected] : {
+             std::tuple{&first, "0002,0010", "1.2.840.10008.1.2.1"s}, {&first, "0018,0050", "2.500000"s},
+             {&first, "0010,0030", getDicomDate().toStdString()}, {&first, "0028,1053", "1.000000"s},
+             {&first, "0020,0032", "0.000000\\0.000000\\10.000000"s}, {&second, "0020,0013", "1"s},
+             {&second, "0020,0032", "0.000000\\0.000000\\12.500000"s}, {&second, "0020,1041", "12.500000 "s},
+             {&second, "7FE0,0010", "\x0F\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1A\x1B\x1C\x1D\0"s}})
+        EXPECT_EQ((*slice)[tag], padded(expected)) << tag;
+    // clang-format on
 
     // Refused calls are reported and change nothing.
     VxMessageCapture capture;
@@ -245,42 +221,6 @@ TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHan
     auto *ct = new Dicom3Element(0x0008, 0x0060, dicom::CS);
     EXPECT_EQ(group.insertElement(ct), 1);
     EXPECT_EQ(group.insertElement(ct), 1) << "the same element again is not destroyed";
-}
-
-// A stacked field whose second slice sits at z = 12.25; a translated field in centimetres
-// (unit factor 10); the Ziehm reconstruction, without identity, UIDs and group lengths.
-TEST(Dicom3ObjectModules, StackedSlicesUnitFactorsAndZiehmReconstructions)
-{
-    const int dims[3] = {5, 3, 2};
-    VxStackedScalarField3 stacked(dims, KcPrimType::UInt8, std::calloc(30, 1));
-    const float box[6] = {0.f, 2.f, 0.f, 1.f, 0.f, 0.f}, z[2] = {12.0f, 12.25f};
-    stacked.lattice()->setBoundingBox(box);
-    ASSERT_TRUE(stacked.lattice()->setSliceCoords(z, 2));
-    Dicom3Object object(&stacked);
-    ASSERT_EQ(object.generate(), 1);
-    ASSERT_EQ(object.setSlice(1), 15);
-    const Slice second(object);
-    EXPECT_EQ(second["0018,0050"] + "|" + second["0020,1041"], "0.250000|12.250000 ");
-
-    auto moved = byteField({2, 2, 2}, {0.f, 0.25f, 0.f, 0.25f, 0.f, 0.25f}, [](int) { return 1; });
-    SbMatrix shift;
-    shift.setTranslate(SbVec3f(1.f, 2.f, 3.f));
-    moved->setTransform(shift);
-    Dicom3Object scaled(moved.get());
-    scaled.setLengthUnitFactor(10.f);
-    ASSERT_EQ(scaled.generate(), 1);
-    ASSERT_EQ(scaled.setSlice(1), 4);
-    const Slice top(scaled);
-    EXPECT_EQ(top["0028,0030"] + "|" + top["0020,0032"],
-              padded("2.500000\\2.500000") + "|" + padded("10.000000\\20.000000\\32.500000"));
-
-    vxtest::ScopedEnv ziehm("ZENTA_ZIEHM_RECONSTRUCTION", "1");
-    Dicom3Object reconstruction(moved.get());
-    ASSERT_EQ(reconstruction.generate(), 1);
-    EXPECT_EQ(Slice(reconstruction).tags(),
-              "0002,0001 0002,0002 0002,0010 0008,0016 0018,0050 0020,0013 0020,0032 0020,0037 "
-              "0020,1041 0028,0002 0028,0004 0028,0010 0028,0011 0028,0030 0028,0100 0028,0101 "
-              "0028,0102 0028,0103 0028,1052 0028,1053 7FE0,0010 ");
 }
 
 // What goes wrong, the file named (@), the message, the first file not written.
