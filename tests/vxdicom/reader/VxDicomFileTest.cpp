@@ -153,7 +153,6 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
         {mr, "--set ImageOrientationPatient=0.99\\0.14\\0\\-0.14\\0.99\\0", "oblique=1 normalZ=1", ""},
         // The CT's Slice Location 698.49 is not the distance along its tilted normal.
         {ct, "--delete ImageOrientationPatient", "location=698.49 hasPosition=1 oblique=0 orientation=0", ""},
-        {ct, "--delete ImageOrientationPatient --delete SliceLocation", "location=742.345191756896", ""},
         {ct, "--delete ImagePositionPatient --set (0020,0030)=1.5\\-2\\3.25", "hasPosition=1 x=1.5 y=-2 z=3.25", ""},
         {ct, "--delete ImagePositionPatient --delete SliceLocation --delete ImageOrientationPatient",
          "hasPosition=0 location=0", ""},
@@ -163,7 +162,6 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
         {ct, "", "intercept=-1024", ""},
         {ct, "--delete RescaleIntercept --delete RescaleSlope", "intercept=-1000", ""},
         {ct, "--set RescaleIntercept=0 Modality=ct", "intercept=-1000", ""},
-        {ct, "--set RescaleIntercept=0 --set BitsStored=16 --set HighBit=15", "intercept=0", ""},
         {ct, "--set RescaleIntercept=0 --set Modality=MR", "intercept=0", ""},
         // Geometry that cannot place an image is named and left out.
         {mr, "--set ImageOrientationPatient=nan\\0\\0\\0\\1\\0", "hasPosition=1 orientation=0", "is not finite"},
@@ -175,7 +173,6 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
         // Frames without functional groups lie Spacing Between Slices apart.
         {enhanced, "--delete PerFrameFunctionalGroupsSequence --delete SharedFunctionalGroupsSequence "
                    "--set SpacingBetweenSlices=2.5", "images=6 frame5=12.5", ""},
-        {mr, "--delete PixelData", "images=0", ""},
         {mr, "--set Columns=0", "", "cannot extract DICOM information from: "},
         {mr, "--set SamplesPerPixel=2 --pixels 1,2,3", "", "unsupported number of samples."},
         {mr, "--set BitsAllocated=32 BitsStored=32 HighBit=31 SamplesPerPixel=3 PhotometricInterpretation=YBR_FULL "

@@ -1,13 +1,10 @@
 #!/usr/bin/python3
-"""Writes small 32-bit DICOM files with pydicom.
+"""Writes a small 32-bit RGB DICOM file with pydicom.
 
-    make_32bit.py dose OUT  |  make_32bit.py rgb OUT STORED PLANAR
+    make_32bit.py OUT STORED PLANAR
 
-dose: RT Dose, 3 frames of 4 x 3 samples holding 3000000000 + 1000000 k +
-1000 r + c, Grid Frame Offset Vector 0\\2.5\\5, Dose Grid Scaling 0.0001, axial
-at -10\\-20\\30, Pixel Spacing 2\\3. rgb: 3 x 2 pixels whose component s of
-pixel p holds (p + 1) * 4096 + s in its top 16 stored bits, 7 in the bits
-below, bit 31 set when not stored.
+3 x 2 pixels whose component s of pixel p holds (p + 1) * 4096 + s in its top
+16 stored bits, 7 in the bits below, bit 31 set when not stored.
 """
 import sys
 
@@ -15,32 +12,19 @@ import numpy as np
 from pydicom.dataset import FileDataset, FileMetaDataset
 from pydicom.uid import ExplicitVRLittleEndian, generate_uid
 
-kind, out = sys.argv[1], sys.argv[2]
+out, stored, planar = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
 meta = FileMetaDataset()
-meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1." + ("481.2" if kind == "dose" else "7")
-meta.MediaStorageSOPInstanceUID = generate_uid()
+meta.MediaStorageSOPClassUID, meta.MediaStorageSOPInstanceUID = "1.2.840.10008.5.1.4.1.1.7", generate_uid()
 meta.TransferSyntaxUID = ExplicitVRLittleEndian
 ds = FileDataset(out, {}, file_meta=meta, preamble=b"\0" * 128)
 ds.SOPClassUID, ds.SOPInstanceUID = meta.MediaStorageSOPClassUID, meta.MediaStorageSOPInstanceUID
-ds.SeriesInstanceUID, ds.BitsAllocated, ds.PixelRepresentation = generate_uid(), 32, 0
-if kind == "dose":
-    k, r, c = np.mgrid[0:3, 0:3, 0:4]
-    ds.Modality, ds.PatientName, ds.PhotometricInterpretation = "RTDOSE", "Dose^Grid", "MONOCHROME2"
-    ds.Rows, ds.Columns, ds.SamplesPerPixel, ds.NumberOfFrames = 3, 4, 1, 3
-    ds.BitsStored, ds.HighBit = 32, 31
-    ds.ImagePositionPatient, ds.ImageOrientationPatient = [-10, -20, 30], [1, 0, 0, 0, 1, 0]
-    ds.PixelSpacing, ds.GridFrameOffsetVector = [2, 3], [0, 2.5, 5]
-    ds.FrameIncrementPointer = (0x3004, 0x000C)
-    ds.DoseGridScaling, ds.DoseUnits = 0.0001, "GY"
-    ds.PixelData = (1000000 * k + 1000 * r + c + 3000000000).astype(np.uint32).tobytes()
-else:
-    stored, planar = int(sys.argv[3]), int(sys.argv[4])
-    p, s = np.mgrid[0:6, 0:3]
-    values = (((p + 1) << 12) | s).astype(np.uint64) << (stored - 16)
-    values += 7 if stored > 16 else 0
-    values |= (1 << 31) if stored < 32 else 0
-    ds.Modality, ds.PatientName, ds.PhotometricInterpretation = "OT", "Colour^Wide", "RGB"
-    ds.Rows, ds.Columns, ds.SamplesPerPixel, ds.PlanarConfiguration = 2, 3, 3, planar
-    ds.BitsStored, ds.HighBit = stored, stored - 1
-    ds.PixelData = (values.T if planar else values).astype(np.uint32).tobytes()
+ds.SeriesInstanceUID, ds.Modality, ds.PatientName = generate_uid(), "OT", "Colour^Wide"
+ds.Rows, ds.Columns, ds.SamplesPerPixel, ds.PlanarConfiguration = 2, 3, 3, planar
+ds.PhotometricInterpretation, ds.PixelRepresentation = "RGB", 0
+ds.BitsAllocated, ds.BitsStored, ds.HighBit = 32, stored, stored - 1
+p, s = np.mgrid[0:6, 0:3]
+values = (((p + 1) << 12) | s).astype(np.uint64) << (stored - 16)
+values += 7 if stored > 16 else 0
+values |= (1 << 31) if stored < 32 else 0
+ds.PixelData = (values.T if planar else values).astype(np.uint32).tobytes()
 ds.save_as(out, write_like_original=False)
