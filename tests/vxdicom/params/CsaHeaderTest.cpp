@@ -78,37 +78,6 @@ std::string value(const VxParamBundle *tag, const char *item)
     return p ? p->stringValue() : std::string("<no ") + item + ">";
 }
 
-// nibabel's parser over pydicom's bytes, for one file of each kind of header.
-const QJsonObject &reference()
-{
-    static const QJsonObject ref = [] {
-        std::string command = VX_PYTHON " " VX_PARAMS_TEST_DIR "/csa_reference.py", out;
-        for (const char *dir :
-             {"dcm_qa_mosaic/In/ep2d_Asc_2", "dcm_qa_mosaic/In/ep2d_Asc_HF_10",
-              "dcm_qa/In/Orientation/sag/sagasc35", "dcm_qa/In/Orientation/axmb/AxInt36mb",
-              "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", "dcm_qa_sag/In/2_gre_field_mapping",
-              "dcm_qa_12bit/In", "dcm_qa_ts/In"})
-            if (const auto files = vxtest::sharedDicomFiles(dir); !files.empty())
-                command += " " + vxtest::shellQuote(files.front());
-        return vxtest::runCommand(command, &out)
-                   ? QJsonObject()
-                   : QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
-    }();
-    return ref;
-}
-
-#define REQUIRE_REFERENCE()                                                                        \
-    VX_REQUIRE_SHARED_DATA();                                                                      \
-    if (!vxtest::havePythonModules({"pydicom", "nibabel"}))                                        \
-        GTEST_SKIP() << "pydicom and nibabel are needed for " VX_PYTHON;                           \
-    ASSERT_FALSE(reference().isEmpty()) << "csa_reference.py gave no output"
-
-Bytes rawBytes(const QJsonObject &header)
-{
-    const QByteArray raw = QByteArray::fromBase64(header["raw"].toString().toLatin1());
-    return Bytes(raw.begin(), raw.end());
-}
-
 /// One decoded tag against nibabel's: the five fields, then every item
 /// (numbers compared as numbers, since nibabel converts them).
 void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
@@ -145,9 +114,26 @@ void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
 // header, yields the leading tags, all but the last complete.
 TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
 {
-    REQUIRE_REFERENCE();
-    EXPECT_GE(reference().size(), 6);
-    for (auto it = reference().begin(); it != reference().end(); ++it) {
+    VX_REQUIRE_SHARED_DATA();
+    if (!vxtest::havePythonModules({"pydicom", "nibabel"}))
+        GTEST_SKIP() << "pydicom and nibabel are needed for " VX_PYTHON;
+    // nibabel's parser over pydicom's bytes, for one file of each kind of header.
+    std::string command = VX_PYTHON " " VX_PARAMS_TEST_DIR "/csa_reference.py", out;
+    for (const char *dir :
+         {"dcm_qa_mosaic/In/ep2d_Asc_2", "dcm_qa_mosaic/In/ep2d_Asc_HF_10",
+          "dcm_qa/In/Orientation/sag/sagasc35", "dcm_qa/In/Orientation/axmb/AxInt36mb",
+          "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", "dcm_qa_sag/In/2_gre_field_mapping",
+          "dcm_qa_12bit/In", "dcm_qa_ts/In"})
+        if (const auto files = vxtest::sharedDicomFiles(dir); !files.empty())
+            command += " " + vxtest::shellQuote(files.front());
+    ASSERT_EQ(vxtest::runCommand(command, &out), 0);
+    const QJsonObject reference = QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
+    auto rawBytes = [](const QJsonObject &header) {
+        const QByteArray raw = QByteArray::fromBase64(header["raw"].toString().toLatin1());
+        return Bytes(raw.begin(), raw.end());
+    };
+    EXPECT_GE(reference.size(), 6);
+    for (auto it = reference.begin(); it != reference.end(); ++it) {
         SCOPED_TRACE(it.key().toStdString());
         const QJsonObject image = it.value().toObject()["image"].toObject();
         const QJsonObject series = it.value().toObject()["series"].toObject();
@@ -175,7 +161,7 @@ TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
                                           0, size_t(lowByte)));
     }
     for (const char *kind : {"image", "series"}) {
-        const Bytes header = rawBytes(reference().begin().value().toObject()[kind].toObject());
+        const Bytes header = rawBytes(reference.begin().value().toObject()[kind].toObject());
         const BundlePtr full = decode(header);
         const Names all = entryNames(full.get());
         for (size_t k = 0; k <= header.size(); k += (k < 6000 ? 1 : 397)) {
