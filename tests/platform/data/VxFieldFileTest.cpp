@@ -167,15 +167,13 @@ void expectSamplesInField(const VxField3 &f, const Samples &samples, double maxV
 
 // Each field saved as NIfTI, read by nibabel and nifticlib: every sampled voxel is where our
 // field has it, with its value, and our reader gives the same back; the large one is written in
-// gzip members (1 MiB each after a first one of 64 KiB with the header). Slices that are not evenly
-// spaced are saved with their mean spacing, and said so. Series are 4D files; nibabel's own files
-// load where nibabel puts their voxels.
+// gzip members (1 MiB each after a first one of 64 KiB with the header). Uneven slices are saved
+// with their mean spacing, and said so. nibabel's own files load where nibabel puts their voxels.
 TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
 {
     REQUIRE_NIBABEL();
     const std::array<float, 6> axialBox{10, 13, 20, 24, -5, -2},
-        sagittalBox{0, 1, 0, 1.5f, 0, 0.2f}, obliqueBox{0, 2, 0, 3, 0, 4},
-        shifted{0, 2, 0, 2, 0.5f, 2.5f};
+        sagittalBox{0, 1, 0, 1.5f, 0, 0.2f}, obliqueBox{0, 2, 0, 3, 0, 4};
     auto axial = indexField<int16_t>(4, 3, 2, &axialBox);
     axial->setLabel("axial test");
     auto sagittal = indexField<uint16_t>(3, 4, 2, &sagittalBox); // by transformation, in cm
@@ -234,41 +232,6 @@ TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
         EXPECT_HAS(console.text(), part);
     EXPECT_NEAR(probe(path).json["zooms"].toArray()[2].toDouble(), 1.5, 1e-6);
 
-    // A series of fields is one 4D file, loaded as its first volume with a warning; fields that
-    // do not match are refused.
-    std::vector<std::unique_ptr<VxUniformScalarField3>> steps;
-    KcDArray<const VxField3 *> list;
-    for (int t = 0; t < 3; ++t) {
-        steps.push_back(indexField<int32_t>(3, 3, 3));
-        for (int n = 0; n < 27; ++n)
-            static_cast<int32_t *>(steps.back()->lattice()->data())[n] += 1000 * t;
-        list.append(steps.back().get());
-    }
-    const std::string series = dir.file("series.nii"), bad = dir.file("bad.nii");
-    ASSERT_TRUE(VxFieldFile::saveNiftiSeries(list, series.c_str(), &error, 2.5)) << error;
-    const QJsonObject j = probe(series, "1,2,0,2 0,0,0,0").json;
-    EXPECT_EQ(j["shape"].toArray(), QJsonArray({3, 3, 3, 3}));
-    EXPECT_EQ(j["values"].toArray(), QJsonArray({2021, 0}));
-    EXPECT_NEAR(j["zooms"].toArray()[3].toDouble(), 2.5, 1e-6);
-    EXPECT_EQ(j["units"].toArray()[1].toString(), "sec");
-    LOAD(first, series);
-    EXPECT_HAS(console.text(), "first of 3 volumes");
-    EXPECT_EQ(valueAt(*first, 2, 2, 2), 222);
-    auto b = indexField<int16_t>(2, 2, 3);
-    auto u = indexField<uint16_t>(3, 3, 3);
-    auto elsewhere = indexField<int32_t>(3, 3, 3, &shifted);
-    const std::pair<KcDArray<const VxField3 *>, const char *> refused[] = {
-        {{list[0], b.get()}, "step 1 has dimensions 2 x 2 x 3"},
-        {{list[0], list[1], u.get()}, "step 2 has 1 x uint16"},
-        {{list[0], elsewhere.get()}, "step 1 lies elsewhere"},
-        {{}, ""}};
-    for (const auto &[fields, reason] : refused) {
-        EXPECT_FALSE(VxFieldFile::saveNiftiSeries(fields, bad.c_str(), &error)) << reason;
-        EXPECT_HAS(error, bad);
-        EXPECT_HAS(error, reason);
-    }
-    EXPECT_FALSE(fs::exists(bad));
-
     // Files written by nibabel load with every voxel where nibabel puts it.
     for (const auto &[kind, transform, type] :
          {std::tuple{"ras-diag", false, KcPrimType::Int16},
@@ -296,15 +259,11 @@ TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
     REQUIRE_NIBABEL();
     if (!vxtest::haveProgram("dcm2niix") || !vxtest::havePythonModules({"pydicom"}))
         GTEST_SKIP() << "dcm2niix and pydicom are needed for this test";
-    // Folder; pixels placed by pydicom, else nibabel's reading of dcm2niix's file; stored values
-    // above this are masked by dcm2niix.
+    // Folder; pixels placed by pydicom, else by nibabel's reading of dcm2niix's file; stored
+    // values above this are masked by dcm2niix (0xFFFF markers become 4095).
     const std::tuple<const char *, bool, double> rows[] = {
-        // Sagittal, 42 x 64 x 5; stored 0xFFFF markers become 4095 in dcm2niix.
-        {"dcm_qa_sag/In/2_gre_field_mapping", true, 4095},
-        // Sagittal, head first decubitus right, 256 x 256 x 35.
-        {"dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", true, 1e30},
-        // Oblique axial diffusion, 256 x 256 x 2 x 7, scaled to float by dcm2niix.
-        {"dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}};
+        {"dcm_qa_sag/In/2_gre_field_mapping", true, 4095},  // sagittal, 42 x 64 x 5
+        {"dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}}; // oblique axial, 4D, made float
     for (const auto &[folder, dicomTruth, maxValue] : rows) {
         SCOPED_TRACE(folder);
         vxtest::TempDir dir;
@@ -351,14 +310,11 @@ TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
         {f.get(), "no/such/dir/a.nii", "failed: cannot open for writing"},
         {&deep, "deep.nii", "save as NRRD"},
         {f.get(), "a.tiff", "unknown file type"},
-        {f.get(), "noext", "not a NIfTI file name"},
-        {lost.get(), "lost.nii", "field \"lost\": its geometry is not finite"},
         {lost.get(), "lost.nrrd", "field \"lost\": its geometry is not finite"}};
     for (const auto &[field, name, reason] : saves) {
         const std::string path = dir.file(name);
-        EXPECT_FALSE(name == "noext" || name == "deep.nii"
-                         ? VxFieldFile::saveNifti(*field, path.c_str(), &error)
-                         : VxFieldFile::save(*field, path.c_str(), &error))
+        EXPECT_FALSE(name == "deep.nii" ? VxFieldFile::saveNifti(*field, path.c_str(), &error)
+                                        : VxFieldFile::save(*field, path.c_str(), &error))
             << name;
         EXPECT_HAS(error, reason);
         EXPECT_FALSE(fs::exists(path)) << name;
@@ -389,7 +345,6 @@ TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
          "parsed 2 values, but space dimension is 3"},
         {head + "sizes: 1 1 1\nencoding: raw\ndata file: nothere.raw\n", "nothere.raw"},
         {lps + "(nan,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx", "space vector"},
-        {lps + "(inf,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx", "space vector"},
         // Sizes far beyond the file fail before anything is allocated.
         {"NRRD0004\ntype: float\ndimension: 3\nsizes: 100000 100000 100000\n" + le + "x",
          "4000000000000000 are needed"},
@@ -450,8 +405,8 @@ extern "C" const char *__lsan_default_suppressions()
 const std::string kEarlierHeader = "NRRD0004\n# NRRD file format, as teem reads it:\n"
                                    "# http://teem.sourceforge.net/nrrd/format.html\n";
 
-// A transformed field with typed and nested parameters and a stacked field, saved raw and with
-// gzip: samples, places, parameters and slice positions come back; other tools see the stacked
+// A transformed field with typed and nested parameters, saved raw and with gzip, and a stacked
+// field: samples, places, parameters and slice positions come back; other tools see the stacked
 // field's mean spacing.
 TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
 {
@@ -476,7 +431,7 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
 
     vxtest::TempDir dir;
     KcString error;
-    for (const std::string name : {"f.nrrd", "f-gz.nrrd", "s.nrrd", "s-gz.nrrd"}) {
+    for (const std::string name : {"f.nrrd", "f-gz.nrrd", "s.nrrd"}) {
         SCOPED_TRACE(name);
         const VxField3 &saved = name[0] == 'f' ? static_cast<const VxField3 &>(*f) : *s;
         ASSERT_TRUE(VxFieldFile::saveNrrd(saved, dir.file(name).c_str(),
@@ -514,10 +469,9 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
     auto big = indexField<int16_t>(256, 256, 12);
     ASSERT_TRUE(VxFieldFile::saveNrrd(*big, dir.file("big.nrrd").c_str(), true, &error)) << error;
     LOAD(back, dir.file("big.nrrd"));
-    ASSERT_EQ(back->lattice()->numBytes(), big->lattice()->numBytes());
-    EXPECT_EQ(
-        std::memcmp(back->lattice()->data(), big->lattice()->data(), big->lattice()->numBytes()),
-        0);
+    const size_t n = big->lattice()->numBytes();
+    EXPECT_TRUE(back->lattice()->numBytes() == n &&
+                std::memcmp(back->lattice()->data(), big->lattice()->data(), n) == 0);
 }
 
 // Headers as other writers and hands make them: each file's voxels (found by their unique values)
@@ -533,8 +487,8 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
     sh("gzip -n " + dir.file("samples.raw"));
     // Big-endian int32 after 3 junk bytes in a separate file.
     vxtest::writeFileBytes(dir.file("data.raw"), {9, 9, 9, 0, 0, 0, 1, 0xff, 0xff, 0xff, 0xfe});
-    // Name, bytes, dimensions, sample type, values and where they lie.
-    const std::tuple<const char *, Bytes, std::array<int, 3>, KcPrimType::Id, Samples> rows[] = {
+    // Name, bytes, sample type, values and where they lie.
+    const std::tuple<const char *, Bytes, KcPrimType::Id, Samples> rows[] = {
         // Comments, blanks around values, RAS space, the axes of a coronal acquisition, gzip:
         // voxel (i, j, k) is at LPS (3 - 2i, -4 - 3k, 5 - j).
         {"hand.nrrd",
@@ -544,20 +498,17 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
                  "kinds: domain domain domain\nendian: little\nencoding: gzip\n"
                  "space origin: (-3,4,5)\nModality:=MR\n\n",
                  vxtest::readFileBytes(dir.file("samples.raw.gz"))),
-         {2, 2, 3},
          KcPrimType::UInt16,
          {{121, 1, -7, 3}, {0, 3, -4, 5}, {10, 3, -4, 4}, {101, 1, -7, 5}}},
         {"detached.nhdr",
          bytesOf(
              "NRRD0004\ntype: int\ndimension: 3\nsizes: 2 1 1\nspacings: 0.5 1 1\n"
              "axis mins: 4 0 0\nendian: big\nencoding: raw\nbyte skip: 3\ndata file: data.raw\n"),
-         {2, 1, 1},
          KcPrimType::Int32,
          {{1, 4, 0, 0}, {-2, 4.5, 0, 0}}},
         {"ascii.nrrd",
          bytesOf("NRRD0004\ntype: float\ndimension: 2\nsizes: 3 2\nencoding: ascii\n\n"
                  "1.5 2\n-3, 4e2\n5 6\n"),
-         {3, 2, 1},
          KcPrimType::Float,
          {{400, 0, 1, 0}, {6, 2, 1, 0}, {1.5, 0, 0, 0}}},
         // The earlier writer's colour field.
@@ -568,18 +519,15 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
                      "kinds: RGB-color domain domain domain\nendian: little\nencoding: raw\n"
                      "space origin: (0,0,0)\nspace units: \"mm\" \"mm\" \"mm\"\n\n",
                  {0, 40, 80, 120, 160, 200}),
-         {2, 1, 1},
          KcPrimType::UInt8,
          {{40 * 256 + 80, 0, 0, 0}, {120 * 65536 + 160 * 256 + 200, 1, 0, 0}}},
     };
-    for (const auto &[name, bytes, dims, type, valueAndPlace] : rows) {
+    for (const auto &[name, bytes, type, valueAndPlace] : rows) {
         SCOPED_TRACE(name);
         vxtest::writeFileBytes(dir.file(name), bytes);
         LOAD(f, dir.file(name));
         EXPECT_FALSE(f->hasTransform());
         EXPECT_EQ(f->primType(), type);
-        EXPECT_EQ((std::array{f->lattice()->dim(0), f->lattice()->dim(1), f->lattice()->dim(2)}),
-                  dims);
         for (const auto &[value, x, y, z] : valueAndPlace)
             expectValueAt(*f, value, x, y, z);
     }
