@@ -24,16 +24,13 @@ TEST(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
     EXPECT_EQ(std::tuple(q.dicomLoadOptions, q.lengthUnit, q.anonymize),
               std::tuple(p.dicomLoadOptions, 0.001f, true));
     std::string out;
-    ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) +
-                                     " -c \"import configparser,sys; "
-                                     "c=configparser.ConfigParser(interpolation=None); "
-                                     "c.read(sys.argv[1]); d=c['DICOM']; print(d['LengthUnit']); "
-                                     "print(d['Anonymize']); print(d['LoadOptions'])\" " +
-                                     vxtest::shellQuote(ini),
-                                 &out),
-              0)
-        << out;
-    EXPECT_EQ(out, "0.001\ntrue\n<32|19|2|31|series instance uid><-1|-1|1|1|file name>\n");
+    vxtest::runCommand(
+        VX_PYTHON " -c \"import configparser,sys; c=configparser.ConfigParser("
+                  "interpolation=None); c.read(sys.argv[1]); d=c['DICOM']; print(d['LengthUnit'], "
+                  "d['Anonymize'], d['LoadOptions'])\" " +
+            vxtest::shellQuote(ini),
+        &out, true);
+    EXPECT_EQ(out, "0.001 true <32|19|2|31|series instance uid><-1|-1|1|1|file name>\n");
 
     std::ofstream(ini) << "[DICOM]\nLoadOptions=\"<32|17|4|31|instance number>\"\n"
                           "LengthUnit=0.001\nAnonymize=false\n";

@@ -10,9 +10,8 @@ constexpr auto RAW = dicom::COMPRESSION_NONE, DEFL = dicom::COMPRESSION_DEFLATE,
                JLS = dicom::COMPRESSION_JPEGLS, J2K = dicom::COMPRESSION_JPEG2000;
 const char *const M2 = "MONOCHROME2";
 
-// command: "" for pydicom's own files; %S is the shared data directory, %D the fixture
-// directory, %O the output, %P the reference script. expected: NAME.expected holds the bytes a
-// decoder must produce. tolerance: largest sample difference (lossy codecs).
+// command: "" for pydicom's own files; $S the shared data, $D the fixtures, $O the output, $P the
+// reference script. expected: NAME.expected holds the decoded bytes. tolerance: for lossy codecs.
 const struct Made
 {
     const char *name, *command, *expected;
@@ -27,29 +26,28 @@ const struct Made
     {"signed16", "", "signed16", RAW, M2, 0, 0},
     {"mono32", "", "mono32", RAW, M2, 0, 0},
     {"ybr422", "", "ybr422", RAW, "YBR_FULL", 0, 0}, // widened to YBR_FULL
-    {"rgb8_be", "dcmconv +tb %D/rgb8.dcm %O", "rgb8", RAW, "RGB", 0, 0},
-    {"mono32_be", "dcmconv +tb %D/mono32.dcm %O", "mono32", RAW, M2, 0, 0},
-    {"signed16_be", "dcmconv +tb %D/signed16.dcm %O", "signed16", RAW, M2, 0, 0},
-    {"mono1_be", "dcmconv +tb %D/mono1.dcm %O", "mono1", RAW, M2, 0, 0},
-    {"rgb8_planar_deflated", "dcmconv +td %D/rgb8_planar.dcm %O", "rgb8_planar", DEFL, "RGB", 1, 0},
+    {"mono32_be", "dcmconv +tb $D/mono32.dcm $O", "mono32", RAW, M2, 0, 0},
+    {"signed16_be", "dcmconv +tb $D/signed16.dcm $O", "signed16", RAW, M2, 0, 0},
+    {"mono1_be", "dcmconv +tb $D/mono1.dcm $O", "mono1", RAW, M2, 0, 0},
+    {"rgb8_planar_deflated", "dcmconv +td $D/rgb8_planar.dcm $O", "rgb8_planar", DEFL, "RGB", 1, 0},
     // RLE colour comes back by plane, also when the header says Planar Configuration 0.
-    {"rgb8_rle", "gdcmconv --rle %D/rgb8.dcm %O", "rgb8_planar", RLE, "RGB", 1, 0},
-    {"rgb8_rle_dcmtk", "dcmcrle %D/rgb8.dcm %O", "rgb8_planar", RLE, "RGB", 1, 0},
-    {"rgb8_jpegls", "dcmcjpls %D/rgb8.dcm %O", "rgb8", JLS, "RGB", 0, 0},
-    {"rgb8_jpeg_lossless", "dcmcjpeg +e1 %D/rgb8.dcm %O", "rgb8", JPG, "RGB", 0, 0},
+    {"rgb8_rle", "gdcmconv --rle $D/rgb8.dcm $O", "rgb8_planar", RLE, "RGB", 1, 0},
+    {"rgb8_rle_dcmtk", "dcmcrle $D/rgb8.dcm $O", "rgb8_planar", RLE, "RGB", 1, 0},
+    {"rgb8_jpegls", "dcmcjpls $D/rgb8.dcm $O", "rgb8", JLS, "RGB", 0, 0},
+    {"rgb8_jpeg_lossless", "dcmcjpeg +e1 $D/rgb8.dcm $O", "rgb8", JPG, "RGB", 0, 0},
     // Baseline JPEG is stored as YBR_FULL_422 and comes back as RGB.
-    {"smooth_jpeg_baseline", "dcmcjpeg +eb %D/rgb8_smooth.dcm %O", "rgb8_smooth", JPG, "RGB", 0, 8},
-    {"smooth_j2k", "gdcmconv --j2k %D/rgb8_smooth.dcm %O", "rgb8_smooth", J2K, "RGB", 0, 0},
-    {"signed16_j2k", "gdcmconv --j2k %D/signed16.dcm %O", "signed16", J2K, M2, 0, 0},
+    {"smooth_jpeg_baseline", "dcmcjpeg +eb $D/rgb8_smooth.dcm $O", "rgb8_smooth", JPG, "RGB", 0, 8},
+    {"smooth_j2k", "gdcmconv --j2k $D/rgb8_smooth.dcm $O", "rgb8_smooth", J2K, "RGB", 0, 0},
+    {"signed16_j2k", "gdcmconv --j2k $D/signed16.dcm $O", "signed16", J2K, M2, 0, 0},
     // Multi-frame: one fragment a frame and an empty offset table; three fragments a frame
     // without a table (frames found by their codestream starts); two with a table; 1 kB fragments.
-    {"enh_j2k", "gdcmconv --j2k %S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm %O", "enh", J2K, M2, 0, 0},
-    {"enh_j2k_3fragments", "%P refragment %D/enh_j2k.dcm %O 3 0", "enh", J2K, M2, 0, 0},
-    {"enh_j2k_2fragments_bot", "%P refragment %D/enh_j2k.dcm %O 2 1", "enh", J2K, M2, 0, 0},
-    {"enh_jpeg_fragments", "dcmcjpeg +e1 +fs 1 -ot %S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm %O", "enh",
+    {"enh_j2k", "gdcmconv --j2k $S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm $O", "enh", J2K, M2, 0, 0},
+    {"enh_j2k_3fragments", "$P refragment $D/enh_j2k.dcm $O 3 0", "enh", J2K, M2, 0, 0},
+    {"enh_j2k_2fragments_bot", "$P refragment $D/enh_j2k.dcm $O 2 1", "enh", J2K, M2, 0, 0},
+    {"enh_jpeg_fragments", "dcmcjpeg +e1 +fs 1 -ot $S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm $O", "enh",
      JPG, M2, 0, 0},
-    {"enh_rle", "gdcmconv --rle %S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm %O", "enh", RLE, M2, 0, 0},
-    {"ts_j2k_fragments", "gdcmconv --split 20000 %S/dcm_qa_ts/In/9.dcm %O", "ts", J2K, M2, 0, 0},
+    {"enh_rle", "gdcmconv --rle $S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm $O", "enh", RLE, M2, 0, 0},
+    {"ts_j2k_fragments", "gdcmconv --split 20000 $S/dcm_qa_ts/In/9.dcm $O", "ts", J2K, M2, 0, 0},
 };
 
 // Sample layouts and encodings the scanner files lack, made by pydicom and other tools, decoded
@@ -69,21 +67,19 @@ TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
     for (const Made &m : kMade) {
         SCOPED_TRACE(m.name);
         const std::string path = d + "/" + m.name + ".dcm";
-        std::string command = m.command, tool = command.substr(0, command.find(' '));
-        if (*m.command && !(tool == "%P" ? std::filesystem::exists(d + "/enh_j2k.dcm")
+        const std::string tool = std::string(m.command).substr(0, std::string(m.command).find(' '));
+        if (*m.command && !(tool == "$P" ? std::filesystem::exists(d + "/enh_j2k.dcm")
                                          : vxtest::haveProgram(tool))) {
             missing += " " + tool;
             continue;
         }
-        for (auto [key, value] :
-             {std::pair<std::string, std::string>{"%S", vxtest::sharedDataDir()},
-              {"%D", d},
-              {"%O", path},
-              {"%P", VX_PYTHON " " VX_DICOM_TEST_DIR "/pydicom_reference.py"}})
-            for (size_t at; (at = command.find(key)) != std::string::npos;)
-                command.replace(at, key.size(), value);
+        const std::string command =
+            "S=" + vxtest::shellQuote(vxtest::sharedDataDir()) + " D=" + vxtest::shellQuote(d) +
+            " O=" + vxtest::shellQuote(path) +
+            " P=" + vxtest::shellQuote(VX_PYTHON " " VX_DICOM_TEST_DIR "/pydicom_reference.py") +
+            "; " + m.command + " 2>&1";
         if (*m.command)
-            vxtest::runCommand(command + " 2>&1");
+            vxtest::runCommand(command);
         ASSERT_TRUE(std::filesystem::exists(path)) << command;
         const auto expected = vxtest::readFileBytes(d + "/" + m.expected + ".expected");
         std::string why;

@@ -7,7 +7,6 @@
 #include <QJsonArray>
 
 #include <filesystem>
-#include <thread>
 
 namespace {
 
@@ -15,13 +14,12 @@ using dicomtest::DicomPtr, dicomtest::ts;
 
 struct Tally
 {
-    int elements = 0, sequences = 0, bigEndian = 0, implicit = 0, hashed = 0;
-    std::vector<std::string> needGdcm;
+    int elements = 0, sequences = 0, bigEndian = 0, implicit = 0, hashed = 0, byGdcm = 0;
 };
 
 // One file as pydicom reads it: description, the bytes of every element (only the length of
-// private creators, whose padding DCMTK rewrites), pixels delayed and full; files that pydicom
-// cannot decode are left in needGdcm.
+// private creators, whose padding DCMTK rewrites), pixels delayed and full, as pydicom or GDCM
+// decode them.
 void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
 {
     SCOPED_TRACE(path);
@@ -67,15 +65,22 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     EXPECT_EQ(full->pixelData == nullptr, !d->pixelsInFile);
     if (!d->pixelsInFile)
         return;
-    EXPECT_EQ(d->frameSize, d->rows * d->columns * d->samplesPerPixel * d->bytesPerSample);
     const std::vector<unsigned char> frames = dicomtest::decodeFrames(*d, &why);
     ASSERT_FALSE(frames.empty()) << why;
-    EXPECT_FALSE(full->pixelsInFile);
-    EXPECT_TRUE(dicomtest::fullPixels(*full) == frames) << "delayed and full reads differ";
-    if (!r["pixelSha256"].isString())
-        return t.needGdcm.push_back(path);
-    EXPECT_EQ(dicomtest::sha256(frames), r["pixelSha256"].toString().toStdString());
-    ++t.hashed;
+    EXPECT_TRUE(!full->pixelsInFile && dicomtest::fullPixels(*full) == frames)
+        << "delayed and full reads differ";
+    if (r["pixelSha256"].isString()) {
+        EXPECT_EQ(dicomtest::sha256(frames), r["pixelSha256"].toString().toStdString());
+        ++t.hashed;
+    } else if (vxtest::haveProgram("gdcmconv")) { // no pydicom decoder: GDCM's decode, stored raw
+        vxtest::TempDir dir;
+        const std::string raw = dir.file("raw.dcm");
+        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + vxtest::shellQuote(path) + " " + raw), 0);
+        const DicomPtr gdcm = dicomtest::read(raw, false, &why);
+        ASSERT_TRUE(gdcm) << why;
+        EXPECT_TRUE(dicomtest::fullPixels(*gdcm) == frames) << "GDCM decodes otherwise";
+        ++t.byGdcm;
+    }
 }
 
 // Every shared file against pydicom; the JPEG, JPEG-LS and JPEG 2000 ones against GDCM's decode.
@@ -84,7 +89,6 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
     REQUIRE_PYDICOM();
     const std::vector<std::string> files = vxtest::sharedDicomFiles();
     ASSERT_GT(files.size(), 300u);
-    vxtest::TempDir dir;
     std::string error;
     const QJsonObject reference = dicomtest::runReference("files", files, &error);
     ASSERT_FALSE(reference.isEmpty()) << error;
@@ -96,27 +100,11 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
     EXPECT_GT(t.hashed, 300);
     EXPECT_TRUE(t.bigEndian && t.implicit);
     if (!vxtest::haveProgram("gdcmconv"))
-        GTEST_SKIP() << t.needGdcm.size() << " compressed files not compared: gdcmconv is missing";
-    std::vector<std::string> raws;
-    for (const std::string &path : t.needGdcm) {
-        raws.push_back(dir.file("raw" + std::to_string(raws.size()) + ".dcm"));
-        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + vxtest::shellQuote(path) + " " +
-                                     vxtest::shellQuote(raws.back())),
-                  0)
-            << path;
-    }
-    const QJsonObject gdcm = dicomtest::runReference("files", raws, &error);
-    ASSERT_FALSE(gdcm.isEmpty()) << error;
-    for (size_t i = 0; i < t.needGdcm.size(); ++i) {
-        DicomPtr full = dicomtest::read(t.needGdcm[i], false);
-        ASSERT_TRUE(full) << t.needGdcm[i];
-        EXPECT_EQ(dicomtest::sha256(dicomtest::fullPixels(*full)),
-                  gdcm[QString::fromStdString(raws[i])]["pixelSha256"].toString().toStdString())
-            << t.needGdcm[i];
-    }
+        GTEST_SKIP() << "gdcmconv is missing: compressed files pydicom cannot decode not compared";
+    EXPECT_GT(t.byGdcm, 5);
 }
 
-// The nine encodings of one image: the same pixels, on one thread or four at once.
+// The nine encodings of one image: the same pixels, delayed and full.
 TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -141,17 +129,6 @@ TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
         EXPECT_EQ(d->bigEndian, n == 3);
         EXPECT_EQ(d->explicitVR, n != 2);
     }
-    std::vector<std::string> parallel(9 * 4); // file n on thread t at parallel[t * 9 + n]
-    std::vector<std::thread> threads;
-    for (size_t t = 0; t < 4; ++t)
-        threads.emplace_back([t, &parallel] {
-            for (size_t k = t; k < t + 9; ++k)
-                if (DicomPtr d = dicomtest::read(ts(int(k % 9 + 1)), false))
-                    parallel[t * 9 + k % 9] = dicomtest::sha256(dicomtest::fullPixels(*d));
-        });
-    for (std::thread &t : threads)
-        t.join();
-    EXPECT_EQ(parallel, std::vector<std::string>(36, dicomtest::sha256(reference)));
 }
 
 // Some writers put an implicit VR data set behind a meta header that names Explicit VR Little
@@ -160,14 +137,11 @@ TEST(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
 {
     VX_REQUIRE_SHARED_DATA();
     const std::vector<unsigned char> file = vxtest::readFileBytes(ts(2));
-    std::string bytes(file.begin(), file.end());
-    const std::string implicitUid =
-        std::string("\x02\0\x10\0UI\x12\0", 8) + "1.2.840.10008.1.2" + '\0';
-    const size_t at = bytes.find(implicitUid),
+    std::string bytes(file.begin(), file.end()), uid = "1.2.840.10008.1.2";
+    const size_t at = bytes.find(std::string("\x02\0\x10\0UI\x12\0", 8) + uid + '\0'),
                  length = bytes.find(std::string("\x02\0\0\0UL\x04\0", 8));
     ASSERT_TRUE(at != std::string::npos && length != std::string::npos);
-    bytes.replace(at, implicitUid.size(),
-                  std::string("\x02\0\x10\0UI\x14\0", 8) + "1.2.840.10008.1.2.1" + '\0');
+    bytes.replace(at, 8 + 18, std::string("\x02\0\x10\0UI\x14\0", 8) + uid + ".1" + '\0');
     bytes[length + 8] = char(bytes[length + 8] + 2);
     std::string why;
     VxMessageCapture capture;
@@ -176,14 +150,13 @@ TEST(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
         original = dicomtest::read(ts(2), false);
     ASSERT_TRUE(d && original) << why;
     EXPECT_EQ(capture.text(), "") << "no warning for every element";
-    EXPECT_EQ(d->transferSyntaxUID, "1.2.840.10008.1.2.1");
-    EXPECT_FALSE(d->explicitVR) << "the data set is what it is";
+    EXPECT_EQ(d->transferSyntaxUID, uid + ".1");
     EXPECT_STREQ(dicom::dicomGetById(d.get(), 0x0008, 0x0060), "MR");
+    EXPECT_FALSE(d->explicitVR) << "the data set is what it is";
     const dicom::dicomDataElement *a = dicom::dicomFindElement(d.get(), 0x0008, 0x1140),
                                   *b = dicom::dicomFindElement(original.get(), 0x0008, 0x1140);
     ASSERT_TRUE(a && b && a->data && b->data);
-    EXPECT_EQ(std::string_view((const char *)a->data, size_t(a->length)),
-              std::string_view((const char *)b->data, size_t(b->length)))
+    EXPECT_TRUE(std::equal(a->data, a->data + a->length, b->data, b->data + b->length))
         << "sequences stay implicit";
     EXPECT_TRUE(dicomtest::fullPixels(*d) == dicomtest::fullPixels(*original));
 }

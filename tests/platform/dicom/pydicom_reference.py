@@ -80,20 +80,16 @@ def make(outdir):
     from pydicom.pixel_data_handlers.numpy_handler import pack_bits
     from pydicom.uid import ExplicitVRLittleEndian, generate_uid
 
-    def write(name, rows, cols, frames, spp, bits, photometric, pixels, expected, planar=0,
-              signed=0):
+    def write(name, rows, cols, frames, spp, bits, photometric, pixels, expected, planar=0, signed=0):
         ds, ds.file_meta = Dataset(), FileMetaDataset()
         ds.file_meta.MediaStorageSOPClassUID = ds.SOPClassUID = "1.2.840.10008.5.1.4.1.1.7"
         ds.file_meta.MediaStorageSOPInstanceUID = ds.SOPInstanceUID = generate_uid()
-        ds.file_meta.TransferSyntaxUID = ExplicitVRLittleEndian
-        ds.is_little_endian, ds.is_implicit_VR = True, False
-        ds.StudyInstanceUID, ds.SeriesInstanceUID = generate_uid(), generate_uid()
-        ds.Modality, ds.ConversionType, ds.PatientName, ds.PatientID = "OT", "WSD", "Made^Py", "M1"
-        ds.SamplesPerPixel, ds.PhotometricInterpretation = spp, photometric
+        ds.file_meta.TransferSyntaxUID, ds.is_little_endian, ds.is_implicit_VR = ExplicitVRLittleEndian, True, False
+        ds.StudyInstanceUID, ds.SeriesInstanceUID, ds.Modality, ds.ConversionType = generate_uid(), generate_uid(), "OT", "WSD"
         ds.update({"PlanarConfiguration": planar} if spp > 1 else {})
         ds.update({"NumberOfFrames": frames} if frames > 1 else {})
-        ds.Rows, ds.Columns, ds.BitsAllocated, ds.BitsStored = rows, cols, bits, bits
-        ds.HighBit, ds.PixelRepresentation = bits - 1, signed
+        ds.SamplesPerPixel, ds.PhotometricInterpretation, ds.Rows, ds.Columns = spp, photometric, rows, cols
+        ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = bits, bits, bits - 1, signed
         ds.PixelData = pixels + (b"\0" if len(pixels) % 2 else b"")
         ds["PixelData"].VR = "OW" if bits > 8 else "OB"
         ds.save_as(os.path.join(outdir, name + ".dcm"), write_like_original=False)
@@ -116,8 +112,7 @@ def make(outdir):
     mono32 = (np.arange(24, dtype=np.uint64) * 0x01020305 % 2**32).astype("<u4").tobytes()
     write("mono32", 3, 4, 2, 1, 32, "MONOCHROME2", mono32, mono32)
     # YBR_FULL_422: Y1 Y2 Cb Cr for every two pixels, decoded as YBR_FULL.
-    ybr = np.array([[10, 20, 100, 200], [30, 40, 110, 210], [50, 60, 120, 220],
-                    [70, 80, 130, 230]], dtype=np.uint8)
+    ybr = np.array([[10, 20, 100, 200], [30, 40, 110, 210], [50, 60, 120, 220], [70, 80, 130, 230]], dtype=np.uint8)
     full = np.array([[p[0], p[2], p[3], p[1], p[2], p[3]] for p in ybr], dtype=np.uint8)
     write("ybr422", 2, 4, 1, 3, 8, "YBR_FULL_422", ybr.tobytes(), full.tobytes())
     return {"made": outdir}
@@ -133,14 +128,13 @@ def refragment(src, dst, pieces, with_bot):
     return {"frames": len(data)}
 
 
-def main(mode, args):
-    if mode == "pixels":
-        with open(args[1], "wb") as f:
-            f.write(pixel_bytes(pydicom.dcmread(args[0], force=True)))
-        return {}
-    return {"files": lambda: files(args), "make": lambda: make(args[0]),
-            "refragment": lambda: refragment(args[0], args[1], int(args[2]), args[3] == "1")}[mode]()
+def pixels(src, dst):
+    with open(dst, "wb") as f:
+        f.write(pixel_bytes(pydicom.dcmread(src, force=True)))
+    return {}
 
 
 if __name__ == "__main__":
-    json.dump(main(sys.argv[1], sys.argv[2:]), sys.stdout)
+    mode, args = sys.argv[1], sys.argv[2:]
+    json.dump({"files": lambda: files(args), "make": lambda: make(args[0]), "pixels": lambda: pixels(*args),
+               "refragment": lambda: refragment(args[0], args[1], int(args[2]), args[3] == "1")}[mode](), sys.stdout)
