@@ -11,8 +11,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <algorithm>
-#include <memory>
 #include <sstream>
 
 namespace readertest {
@@ -32,8 +30,7 @@ inline std::vector<std::string> words(const std::string &text)
     return out;
 }
 
-/// Runs a script of this folder (or a path relative to it) with python3;
-/// returns its exit status, fills output.
+/// Runs a script of this folder (or a path relative to it) with python3.
 inline int runScript(const std::string &script, const std::vector<std::string> &args,
                      std::string *output, bool mergeStderr = true)
 {
@@ -73,7 +70,6 @@ inline std::vector<std::string> makeSeries(const std::string &dir, const std::st
     return files;
 }
 
-/// Files read as the reader reads them, owned here.
 struct OpenedFiles
 {
     explicit OpenedFiles(const std::vector<std::string> &paths = {}, int delayed = 1)
@@ -96,8 +92,7 @@ struct OpenedFiles
     std::vector<std::unique_ptr<VxDicomFile>> files;
 };
 
-/// A stack made as the browser makes one: ascending slice location, with the
-/// DICOM parameters attached.
+/// A stack as the browser makes one: by slice location, DICOM parameters attached.
 inline std::unique_ptr<VxDicomImageStack> stackOf(const KcDArray<VxDicomImage *> &images)
 {
     std::vector<VxDicomImage *> sorted(images.data(), images.data() + images.size());

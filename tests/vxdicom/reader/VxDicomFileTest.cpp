@@ -37,12 +37,6 @@ std::string thrownBy(const std::string &path)
     return "";
 }
 
-// Single precision carries about seven digits; positions reach 800 mm.
-void expectClose(double actual, double expected, const char *what)
-{
-    EXPECT_NEAR(actual, expected, 2e-6 * std::max(1.0, std::fabs(expected))) << what;
-}
-
 } // namespace
 
 // Every shared file as pydicom reads it: each single frame's record, the
@@ -53,6 +47,10 @@ TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
 {
     VX_REQUIRE_SHARED_DATA();
     int single = 0, multi = 0, wideDiffers = 0;
+    // Single precision carries about seven digits; positions reach 800 mm.
+    const auto expectClose = [](double actual, double expected, const char *what) {
+        EXPECT_NEAR(actual, expected, 2e-6 * std::max(1.0, std::fabs(expected))) << what;
+    };
     std::set<fs::path> rangeFolders;
     // The range over every image of a file (the tiles of a mosaic).
     const auto rangeOf = [](VxDicomFile &file) {
@@ -65,11 +63,7 @@ TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
         }
         return range;
     };
-    for (const QJsonValue &v : pydicomReference([] {
-             auto all = vxtest::sharedDicomFiles();
-             all.insert(all.begin(), "--pixels");
-             return all;
-         }())) {
+    for (const QJsonValue &v : pydicomReference(vxtest::sharedDicomFiles())) {
         const QJsonObject r = v.toObject(), rec = r["record"].toObject();
         const std::string path = r["file"].toString().toStdString();
         SCOPED_TRACE(path);

@@ -1,14 +1,14 @@
 #!/usr/bin/python3
 """Prints, as JSON, what pydicom finds in DICOM image files.
 
-    reader_reference.py [--pixels] FILE...
+    reader_reference.py FILE...
 
 "record": a single frame's values under the names of our image record (a
 step along a row crosses columns: the second Pixel Spacing value; unit
 directions; sliceLocation = normal . position; oblique: row, column or normal
 0.03 or more from every axis, obliqueWide at 0.2; unsigned 12-bit CT without a
 rescale stores HU + 1000). "framePositions": each frame's Plane Position.
---pixels: the range of the first frame's uncompressed 16-bit samples masked
+"pixels": the range of the first frame's uncompressed 16-bit samples masked
 below High Bit, and for signed data sign-extended from the top stored bit.
 """
 import json
@@ -66,7 +66,7 @@ def record(ds):
     return {k: float(v) for k, v in r.items()}
 
 
-def describe(path, with_pixels):
+def describe(path):
     try:
         ds = pydicom.dcmread(path)
     except Exception:
@@ -81,10 +81,7 @@ def describe(path, with_pixels):
         positions.append([float(v) for v in planes[0].ImagePositionPatient] if planes else None)
     return {"file": path, "frames": int(ds.get("NumberOfFrames", 1) or 1), "framePositions": positions,
             "mosaic": "MOSAIC" in [str(v).upper() for v in ds.get("ImageType", [])],
-            "record": record(ds), "pixels": pixel_ranges(ds) if with_pixels else None}
+            "record": record(ds), "pixels": pixel_ranges(ds)}
 
 
-if __name__ == "__main__":
-    args = sys.argv[1:]
-    with_pixels = bool(args) and args[0] == "--pixels"
-    json.dump([d for d in (describe(p, with_pixels) for p in args[with_pixels:]) if d], sys.stdout)
+json.dump([d for d in map(describe, sys.argv[1:]) if d], sys.stdout)
