@@ -31,7 +31,11 @@ TEST(NoApplication, StepsAreDirectCallsAndQuestionsGoToTheConsole)
     EXPECT_EQ(VxWarningDialog::warning("Overflow", "values overflow", "Ignore scaling",
                                        "Clamp data", "Adjust scaling", 2, 2),
               2);
+    // A default that names no button gives the first there is; "OK" when none is named.
+    EXPECT_EQ(VxWarningDialog::warning("t", "x", QString(), "Only", QString(), 2), 1);
+    EXPECT_EQ(VxWarningDialog::warning("t", "x", QString()), 0);
     VxWarningDialog::setDisplayOverride(-1);
-    EXPECT_EQ(capture.text(),
-              "Overflow: values overflow\n-> Adjust scaling (no display; default answer)\n");
+    EXPECT_EQ(capture.text(), "Overflow: values overflow\n-> Adjust scaling (no display; default "
+                              "answer)\nt: x\n-> Only (no display; default answer)\n"
+                              "t: x\n-> OK (no display; default answer)\n");
 }

@@ -5,38 +5,28 @@
 
 #include <QThread>
 
-#include <atomic>
 #include <stdexcept>
 
 namespace {
 
-// The steps as the forked object saw them, each marked with the thread it ran on.
-struct StepLog
-{
-    void add(const char *step)
-    {
-        steps.push_back(step + std::string(QThread::currentThread() == qApp->thread() ? "" : "?"));
-        ++count;
-    }
-    std::vector<std::string> steps;
-    std::atomic<size_t> count{0};
-};
-
-// putData and exec take a while, so a caller that did not wait would see the log unchanged.
+// Logs each step, "?" marking one that ran off the GUI thread. putData and exec take a while, so
+// a caller that did not wait for them would not find them logged.
 struct RecordingObject : ForkedObject
 {
-    explicit RecordingObject(StepLog *log) : log(log) { log->add("create"); }
-    ~RecordingObject() override { log->add("delete"); }
-    void putData() override { QThread::msleep(50), log->add("putData"); }
-    int exec() override { return QThread::msleep(50), log->add("exec"), 7; }
-    StepLog *log;
+    explicit RecordingObject(std::string *log) : log(log) { add("create"); }
+    ~RecordingObject() override { add("delete"); }
+    void putData() override { QThread::msleep(50), add("putData"); }
+    int exec() override { return QThread::msleep(50), add("exec"), 7; }
+    void add(const char *step) { *log += step + std::string(onGui() ? " " : "? "); }
+    static bool onGui() { return QThread::currentThread() == qApp->thread(); }
+    std::string *log;
 };
 
 struct RecordingNegotiator : ThreadNegotiator
 {
-    explicit RecordingNegotiator(StepLog *log) : log(log) {}
+    explicit RecordingNegotiator(std::string *log) : log(log) {}
     ForkedObject *create() override { return new RecordingObject(log); }
-    StepLog *log;
+    std::string *log;
 };
 
 } // namespace
@@ -46,29 +36,26 @@ struct RecordingNegotiator : ThreadNegotiator
 // too. On the GUI thread itself a step is a direct call (no event loop runs).
 TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
 {
-    StepLog log, left;
-    std::vector<size_t> seenAfter;
-    int execResult = -1;
+    std::string log, left, caught;
+    std::vector<std::string> seen;
     bool workerOnGui = true, thrownOnGui = false;
-    std::string caught;
     ASSERT_TRUE(uitest::runOnWorker(
         [&] {
             workerOnGui = ThreadNegotiator::onGuiThread();
             RecordingNegotiator negotiator(&log);
-            ForkedObject *made = negotiator.createForkedObject();
-            EXPECT_EQ(made, negotiator.forkedObject());
-            seenAfter.push_back(log.count);
+            EXPECT_NE(negotiator.createForkedObject(), nullptr);
+            seen.push_back(log);
             negotiator.putData();
-            seenAfter.push_back(log.count);
-            execResult = negotiator.exec();
-            seenAfter.push_back(log.count);
+            seen.push_back(log);
+            EXPECT_EQ(negotiator.exec(), 7);
+            seen.push_back(log);
             negotiator.deleteForkedObject();
-            seenAfter.push_back(log.count);
+            seen.push_back(log);
             EXPECT_EQ(negotiator.forkedObject(), nullptr);
             RecordingNegotiator(&left).createForkedObject();
             try {
                 ThreadNegotiator::runOnGuiThread([&] {
-                    thrownOnGui = QThread::currentThread() == qApp->thread();
+                    thrownOnGui = RecordingObject::onGui();
                     throw std::runtime_error("dialog could not be built");
                 });
             } catch (const std::runtime_error &e) {
@@ -77,17 +64,15 @@ TEST(ThreadNegotiator, StepsRunOnTheGuiThreadAndBlockTheWorker)
         },
         20000));
     EXPECT_FALSE(workerOnGui);
-    EXPECT_EQ(execResult, 7);
-    EXPECT_EQ(seenAfter, (std::vector<size_t>{1, 2, 3, 4}));
+    EXPECT_EQ(seen, (std::vector<std::string>{"create ", "create putData ", "create putData exec ",
+                                              "create putData exec delete "}));
+    EXPECT_EQ(left, "create delete ");
     EXPECT_TRUE(thrownOnGui);
     EXPECT_EQ(caught, "dialog could not be built");
-    EXPECT_EQ(log.steps, (std::vector<std::string>{"create", "putData", "exec", "delete"}));
-    EXPECT_EQ(left.steps, (std::vector<std::string>{"create", "delete"}));
-    StepLog direct;
-    EXPECT_EQ(RecordingNegotiator(&direct).exec(), 0) << "no object, no exec";
+    std::string direct;
     RecordingNegotiator here(&direct);
     here.createForkedObject();
     EXPECT_EQ(here.exec(), 7);
     here.deleteForkedObject();
-    EXPECT_EQ(direct.steps, (std::vector<std::string>{"create", "exec", "delete"}));
+    EXPECT_EQ(direct, "create exec delete ");
 }
