@@ -3,12 +3,19 @@
 
     compare_geometry.py --vxdicom BIN [--discover ROOT] [--exclude TEXT] [--synthetic] [DIR...]
     compare_geometry.py --vxdicom BIN --sheared DIR
+    compare_geometry.py --vxdicom BIN --roundtrip [--generate-ct ROWSxCOLUMNSxSLICES] [DIR...]
 
 Each volume dcm2niix (-p n) writes for a folder must match one field of ours:
 dimensions up to axis order and flips, voxel size within 1e-4 mm, corners
 within 1e-3 mm, values to single precision. --synthetic adds make_series.py
 series of every orientation. --sheared: the gantry-tilted CT against pydicom,
-a rigid field whose middle is exact. Exit 1 on a mismatch, 77 without a tool.
+a rigid field whose middle is exact. --roundtrip: each series loaded, saved
+with our writer (read by pydicom) and loaded again keeps dimensions, values,
+in-plane voxel size (Pixel Spacing rows first), slice k at voxel (0, 0, k) as
+written and loaded, the slice distance along z (the writer writes axial: an
+oblique field loses its rotation); --generate-ct adds a CT as the load
+benchmark makes it and an MR with non-square pixels. Exit 1 on a mismatch,
+77 without a tool.
 """
 import argparse
 import glob
@@ -170,6 +177,66 @@ def sheared(args, work, env):
     return 1 if failures else 0
 
 
+def roundtrip_problems(a, b, positions, spacings, single):
+    da, db = a.get_fdata(), b.get_fdata()
+    if da.shape != db.shape:
+        return ["dimensions %s, then %s" % (da.shape, db.shape)]
+    sa, sb = np.linalg.norm(a.affine[:3, :3], axis=0), np.linalg.norm(b.affine[:3, :3], axis=0)
+    lps = np.diag([-1.0, -1.0, 1.0])  # NIfTI (RAS) to DICOM patient axes
+    pa, pb = ([lps @ (x.affine @ [0, 0, k, 1.0])[:3] for k in range(da.shape[2])] for x in (a, b))
+    out = ["in-plane voxel size %s, then %s" % (sa[:2], sb[:2])] if np.max(np.abs(sa[:2] - sb[:2])) > 1e-3 else []
+    # Written axial (rows along x): Pixel Spacing is the y step, then the x step.
+    if single and spacings != {(round(sa[1], 4), round(sa[0], 4))}:
+        out.append("Pixel Spacing written %s for voxels %g x %g" % (sorted(spacings), sa[0], sa[1]))
+    if single:
+        out += ["slice %d written at %s, field at %s" % (k, positions[k], pa[k])
+                for k in range(len(pa)) if np.max(np.abs(positions[k] - pa[k])) > 1e-3][:1]
+    out += ["slice %d at %s, then %s" % (k, pa[k], pb[k]) for k in range(len(pa))
+            if (k == 0 and np.max(np.abs(pa[0] - pb[0])) > 1e-3) or abs(pa[k][2] - pb[k][2]) > 1e-3][:1]
+    if len(pa) > 1 and abs(abs(pa[1][2] - pa[0][2]) - sb[2]) > 1e-3:
+        out.append("slice distance along z %g, then %g" % (abs(pa[1][2] - pa[0][2]), sb[2]))
+    if not np.array_equal(da, db):
+        out.append("values differ by up to %g" % np.max(np.abs(da - db)))
+    return out
+
+
+def roundtrip(args, work, env):
+    if args.generate_ct:
+        rows, cols, slices = args.generate_ct.split("x")
+        for name, extra in (("ct", "--rows %s --columns %s --slices %s --modality CT" % (rows, cols, slices)),
+                            ("oblong-mr", "--rows 48 --columns 64 --slices 6 --modality MR --spacing 0.8 "
+                                          "--row-spacing 1.1")):
+            args.series.append(os.path.join(work, name))
+            subprocess.run([sys.executable, MAKE_SERIES, args.series[-1]] + extra.split(), check=True,
+                           capture_output=True)
+    failures = 0
+    for n, series in enumerate(args.series):
+        written, first, second = (os.path.join(work, x + str(n)) for x in ("dicom", "a", "b"))
+        r = subprocess.run([args.vxdicom, "save-dicom", series, "-o", written], env=env, capture_output=True,
+                           text=True)
+        if r.returncode != 0:
+            print("FAIL %s: save-dicom exited %d\n%s%s" % (series, r.returncode, r.stdout, r.stderr))
+        if r.returncode != 0 or any(load(args.vxdicom, out, [source], env).returncode != 0
+                                    for source, out in ((series, first), (written, second))):
+            failures += 1
+            continue
+        files = sorted(glob.glob(os.path.join(written, "**", "*.dcm"), recursive=True))
+        positions, spacings = {}, set()
+        for ds in (pydicom.dcmread(f) for f in files):
+            ds.pixel_array  # raises on a file pydicom cannot read
+            positions[int(ds.InstanceNumber)] = np.array([float(v) for v in ds.ImagePositionPatient])
+            spacings.add(tuple(round(float(v), 4) for v in ds.PixelSpacing))
+        first, second = ([nib.load(f) for f in sorted(glob.glob(os.path.join(d, "*.nii")))] for d in (first, second))
+        problems = ["%d fields, %d after the round trip" % (len(first), len(second))] \
+            if len(first) != len(second) else []
+        for a, b in zip(first, second):
+            problems += roundtrip_problems(a, b, positions, spacings, len(first) == 1)
+        failures += bool(problems)
+        print("%s %s: %d files%s" % ("FAIL" if problems else "ok  ", series, len(files),
+                                     "; " + "; ".join(problems) if problems else ""))
+    return 1 if failures else 0
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--vxdicom", required=True)
@@ -177,6 +244,8 @@ def main():
     ap.add_argument("--exclude", action="append", default=[])
     ap.add_argument("--synthetic", action="store_true")
     ap.add_argument("--sheared")
+    ap.add_argument("--roundtrip", action="store_true")
+    ap.add_argument("--generate-ct", metavar="ROWSxCOLUMNSxSLICES")
     ap.add_argument("series", nargs="*")
     args = ap.parse_args()
     work = tempfile.mkdtemp(prefix="vxgeom-")
@@ -184,6 +253,8 @@ def main():
     try:
         if args.sheared:
             return sheared(args, work, env)
+        if args.roundtrip:
+            return roundtrip(args, work, env)
         if args.discover:
             args.series += [d for d, _, _ in sorted(os.walk(args.discover))
                             if describe_folder(d)[0] and not any(x in d for x in args.exclude)]
