@@ -4,8 +4,6 @@
 
 #include "vxdicom/browser/DicomDialog.h"
 #include "platform/core/VxMessage.h"
-#include "platform/core/VxObjectPool.h"
-#include "platform/core/VxPreferences.h"
 #include "platform/data/VxField3.h"
 #include "platform/gui/VxHelpBrowser.h"
 #include "platform/gui/VxWarningDialog.h"
@@ -137,7 +135,6 @@ TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
     VxSettingsMgr *settings = VxSettingsMgr::getInstance();
     const VxPreferences before = settings->getPreferences();
     const auto all = loadThroughDialog(twoSeries(), [](DicomDialog &d) {
-        EXPECT_TRUE(d.menuBar()->unitsItem(1)->isChecked()) << "cm by default";
         d.menuBar()->unitsItem(0)->trigger();
         QTest::keyClick(&d, Qt::Key_Return);
     });
@@ -182,40 +179,31 @@ void steps(DicomDialog &d, DicomListView *list)
     const std::vector<int> reversed = instanceNumbers(list->stackList()[0]);
     EXPECT_TRUE(reversed.size() == 54 && std::is_sorted(reversed.rbegin(), reversed.rend()));
 
-    // The panes: the Philips CT as dcm2niix sees it, then an image of the T1.
-    auto expectFacts = [](QTextEdit *pane, const Strings &facts) {
-        for (const std::string &fact : facts)
-            EXPECT_TRUE(pane->toPlainText().contains(QString::fromStdString(fact)))
-                << fact << "\n"
-                << pane->toPlainText().toStdString();
-    };
-    QTextEdit *stackPane = d.view()->stackInfoArea(), *imagePane = d.view()->dicomInfoArea();
+    // The panes: the Philips CT as dcm2niix sees it.
+    QTextEdit *imagePane = d.view()->dicomInfoArea();
     EXPECT_EQ(imagePane->toPlainText(), "2 stacks\n89 images");
     DicomStackItem *ct = list->stackList()[0];
     QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, rowPoint(list, ct));
-    expectFacts(stackPane,
-                {"size: 512 x 512 x 54", "voxel size: 0.482422 x 0.482422 x 2.37081 mm",
-                 "slice spacing: 2.37081 mm, uniform", "orientation: axial, tilted by 18.5 degrees",
-                 "patient name: HEAD", "next stack broke off: width is differing"});
-    QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
-                      rowPoint(list, list->stackList()[1]->child(3)));
-    expectFacts(stackPane, {"35 images", "orientation: sagittal", "next stack: none"});
-    expectFacts(imagePane, {"patient name: HFS"});
+    const QString facts = d.view()->stackInfoArea()->toPlainText();
+    for (const char *fact :
+         {"size: 512 x 512 x 54", "voxel size: 0.482422 x 0.482422 x 2.37081 mm",
+          "slice spacing: 2.37081 mm, uniform", "orientation: axial, tilted by 18.5 degrees",
+          "patient name: HEAD", "next stack broke off: width is differing"})
+        EXPECT_TRUE(facts.contains(fact)) << fact << "\n" << facts.toStdString();
 
     // An image row: "Image Preview" shows that very image.
-    // The CT's window (centre 40, width 80 HU) maps air to black and plastic to white.
-    const Strings rowMenu = {"DICOM Parameters", "Image Preview", "Remove Image"};
     auto *image = static_cast<DicomListItem *>(ct->child(10));
-    EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, image), "Image Preview"), rowMenu);
+    EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, image), "Image Preview"),
+              (Strings{"DICOM Parameters", "Image Preview", "Remove Image"}));
     auto *preview = visibleWindow<QxDicomImageView>();
     ASSERT_NE(preview, nullptr);
     EXPECT_EQ(preview->windowTitle().toStdString(), image->image()->file->fileName);
-    const QImage picture =
+    const QImage grey =
         preview->pictureLabel()->pixmap().toImage().convertToFormat(QImage::Format_Grayscale8);
-    ASSERT_EQ(picture.size(), QSize(512, 512));
-    const uchar *grey = picture.constBits();
-    const auto [darkest, brightest] = std::minmax_element(grey, grey + picture.sizeInBytes());
-    EXPECT_EQ(std::make_pair(int(*darkest), int(*brightest)), std::make_pair(0, 255));
+    const auto [dark, bright] =
+        std::minmax_element(grey.constBits(), grey.constBits() + grey.sizeInBytes());
+    EXPECT_TRUE(grey.size() == QSize(512, 512) && *dark == 0 && *bright == 255)
+        << "the CT's window (40/80 HU) maps air to black and plastic to white";
     preview->close();
 
     // Two image rows removed, then a whole stack.
@@ -297,15 +285,12 @@ void steer(DicomDialog &d)
         QTest::keyClicks(edit, text);
         QTest::mouseClick(apply, Qt::LeftButton);
     };
-    EXPECT_EQ(edit->text(), "2.0");
     QTreeWidget *elements = criteria->elementList();
     QTreeWidgetItem *element = rowOfText(elements, 0, "temporal position identifier");
     QTest::mouseClick(elements->viewport(), Qt::LeftButton, {}, rowPoint(elements, element));
-    EXPECT_FALSE(apply->isEnabled());
     criteria->policyButtons(elements->indexOfTopLevelItem(element))
         ->button(DicomLoadOption::Constant)
         ->click();
-    EXPECT_TRUE(apply->isEnabled());
 
     // Not a number, negative, above 100 %: a message, and nothing is applied.
     for (const char *bad : {"abc", "-1", "150"}) {
@@ -322,7 +307,6 @@ void steer(DicomDialog &d)
     typeAndApply("2.0");
     EXPECT_EQ(option->value, DicomLoadOption::Constant);
     EXPECT_EQ(stackSizes(*list), std::vector<int>(27, 1));
-    EXPECT_FALSE(apply->isEnabled());
     typeAndApply("2.5");
     EXPECT_FLOAT_EQ(list->getUniformTolerance(), 0.025f);
     criteria->close();
