@@ -48,10 +48,8 @@ ParamPtr convert(const DicomDataElement &e, const char *valueText, int plain = 0
 
 std::string hex(const DicomDataElement &e)
 {
-    return QByteArray(reinterpret_cast<const char *>(e.data), e.length)
-        .toHex()
-        .toUpper()
-        .toStdString();
+    const QByteArray bytes(reinterpret_cast<const char *>(e.data), e.length);
+    return bytes.toHex().toUpper().toStdString();
 }
 
 TEST(ElementConversion, RealElementsInBothEncodings)

@@ -82,8 +82,7 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
         files.image(i)->sliceLocation = std::vector<float>{10, 30, 20}[i];
     DicomListView view;
     view.initialize(files.images());
-    view.loadOptions()[stacktest::optionIndex(view, "slice location")]->setValue(
-        DicomLoadOption::Ignore);
+    view.loadOptions()[optionIndex(view, "slice location")]->setValue(DicomLoadOption::Ignore);
     view.updateImageStacks();
     ASSERT_EQ(stackSizes(view), std::vector<int>{3});
 

@@ -22,22 +22,17 @@ struct LoadedFiles
 {
     explicit LoadedFiles(const std::vector<std::string> &paths)
     {
-        for (size_t i = 0; i < paths.size(); ++i)
-            if (auto f = std::make_unique<VxDicomFile>(paths[i].c_str(), int(i), 1);
-                !f->images.isEmpty())
-                files.push_back(std::move(f));
-    }
-    KcDArray<VxDicomImage *> images() const
-    {
-        KcDArray<VxDicomImage *> all;
-        for (const auto &file : files)
-            for (VxDicomImage *image : file->images)
+        for (size_t i = 0; i < paths.size(); ++i) {
+            files.push_back(std::make_unique<VxDicomFile>(paths[i].c_str(), int(i), 1));
+            for (VxDicomImage *image : files.back()->images)
                 all.append(image);
-        return all;
+        }
     }
-    VxDicomImage *image(size_t i) const { return files[i]->images[0]; }
-    int size() const { return int(files.size()); }
+    const KcDArray<VxDicomImage *> &images() const { return all; }
+    VxDicomImage *image(int i) const { return all[i]; }
+    int size() const { return all.size(); }
     std::vector<std::unique_ptr<VxDicomFile>> files;
+    KcDArray<VxDicomImage *> all;
 };
 
 /// The files of a folder (below ../shared/data unless absolute), sorted by name.
@@ -79,10 +74,10 @@ inline std::vector<int> stackSizes(const DicomListView &view)
 
 inline int optionIndex(const DicomListView &view, const char *name)
 {
-    for (int k = 0; k < view.loadOptions().size(); ++k)
-        if (view.loadOptions()[k]->name == name)
-            return k;
-    return -1;
+    int k = view.loadOptions().size() - 1;
+    while (k >= 0 && view.loadOptions()[k]->name != name)
+        --k;
+    return k;
 }
 
 inline void storeCriteria(const char *text)
