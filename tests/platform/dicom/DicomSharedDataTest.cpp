@@ -17,9 +17,8 @@ struct Tally
     int elements = 0, sequences = 0, bigEndian = 0, implicit = 0, hashed = 0, byGdcm = 0;
 };
 
-// One file as pydicom reads it: description, the bytes of every element (only the length of
-// private creators, whose padding DCMTK rewrites), pixels delayed and full, as pydicom or GDCM
-// decode them.
+// One file as pydicom reads it: description, element bytes (of private creators, whose padding
+// DCMTK rewrites, the length), pixels delayed and full as pydicom or else GDCM decodes them.
 void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
 {
     SCOPED_TRACE(path);
@@ -70,7 +69,8 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     EXPECT_TRUE(!full->pixelsInFile && dicomtest::fullPixels(*full) == frames)
         << "delayed and full reads differ";
     if (r["pixelSha256"].isString()) {
-        EXPECT_EQ(dicomtest::sha256(frames), r["pixelSha256"].toString().toStdString());
+        EXPECT_EQ(dicomtest::sha256(frames.data(), frames.size()),
+                  r["pixelSha256"].toString().toStdString());
         ++t.hashed;
     } else if (vxtest::haveProgram("gdcmconv")) { // no pydicom decoder: GDCM's decode, stored raw
         vxtest::TempDir dir;
@@ -83,7 +83,6 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     }
 }
 
-// Every shared file against pydicom; the JPEG, JPEG-LS and JPEG 2000 ones against GDCM's decode.
 TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
 {
     REQUIRE_PYDICOM();
@@ -102,33 +101,6 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
     if (!vxtest::haveProgram("gdcmconv"))
         GTEST_SKIP() << "gdcmconv is missing: compressed files pydicom cannot decode not compared";
     EXPECT_GT(t.byGdcm, 5);
-}
-
-// The nine encodings of one image: the same pixels, delayed and full.
-TEST(TransferSyntaxSet, EveryEncodingGivesTheSamePixelsAndValues)
-{
-    VX_REQUIRE_SHARED_DATA();
-    using enum dicom::Compression;
-    const dicom::Compression expected[] = {
-        COMPRESSION_NONE,   COMPRESSION_NONE,   COMPRESSION_NONE,
-        COMPRESSION_RLE,    COMPRESSION_JPEG,   COMPRESSION_JPEG,
-        COMPRESSION_JPEGLS, COMPRESSION_JPEGLS, COMPRESSION_JPEG2000};
-    std::vector<unsigned char> reference;
-    for (int n = 1; n <= 9; ++n) {
-        SCOPED_TRACE(ts(n));
-        std::string why;
-        DicomPtr d = dicomtest::read(ts(n), true, &why), full = dicomtest::read(ts(n), false, &why);
-        ASSERT_TRUE(d && full) << why;
-        EXPECT_EQ(d->compression, expected[n - 1]);
-        EXPECT_EQ(d->photometric + std::to_string(d->planarConfiguration), "MONOCHROME20");
-        if (n == 1)
-            reference = dicomtest::fullPixels(*full);
-        ASSERT_EQ(reference.size(), 384u * 384u * 2u);
-        EXPECT_TRUE(dicomtest::decodeFrames(*d, &why) == reference) << why;
-        EXPECT_TRUE(dicomtest::fullPixels(*full) == reference);
-        EXPECT_EQ(d->bigEndian, n == 3);
-        EXPECT_EQ(d->explicitVR, n != 2);
-    }
 }
 
 // Some writers put an implicit VR data set behind a meta header that names Explicit VR Little
@@ -153,11 +125,6 @@ TEST(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
     EXPECT_EQ(d->transferSyntaxUID, uid + ".1");
     EXPECT_STREQ(dicom::dicomGetById(d.get(), 0x0008, 0x0060), "MR");
     EXPECT_FALSE(d->explicitVR) << "the data set is what it is";
-    const dicom::dicomDataElement *a = dicom::dicomFindElement(d.get(), 0x0008, 0x1140),
-                                  *b = dicom::dicomFindElement(original.get(), 0x0008, 0x1140);
-    ASSERT_TRUE(a && b && a->data && b->data);
-    EXPECT_TRUE(std::equal(a->data, a->data + a->length, b->data, b->data + b->length))
-        << "sequences stay implicit";
     EXPECT_TRUE(dicomtest::fullPixels(*d) == dicomtest::fullPixels(*original));
 }
 

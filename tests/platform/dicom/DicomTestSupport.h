@@ -22,8 +22,8 @@ inline DicomPtr read(const std::string &path, bool delayed, std::string *why = n
     return DicomPtr(dicom::dicomReadFile(path.c_str(), delayed ? 1 : 0, why));
 }
 
-/// dcm_qa_ts: one image in nine transfer syntaxes (1 explicit LE, 2 implicit LE,
-/// 3 explicit BE, 4 RLE, 5+6 JPEG lossless, 7+8 JPEG-LS, 9 JPEG 2000).
+/// dcm_qa_ts: one image in nine transfer syntaxes (1 explicit LE, 2 implicit LE, 3 explicit BE,
+/// 4 RLE, 5+6 JPEG lossless, 7+8 JPEG-LS, 9 JPEG 2000).
 inline std::string ts(int n)
 {
     return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
@@ -76,10 +76,6 @@ inline std::string sha256(const unsigned char *p, size_t n)
     return QCryptographicHash::hash(QByteArrayView(p, qsizetype(n)), QCryptographicHash::Sha256)
         .toHex()
         .toStdString();
-}
-inline std::string sha256(const std::vector<unsigned char> &v)
-{
-    return sha256(v.data(), v.size());
 }
 
 } // namespace dicomtest

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """pydicom's view for the dicom:: layer tests, as JSON: files FILE... (description, pixel hash,
-top-level element bytes), pixels FILE OUT, make DIR (small images and their bytes), refragment."""
+top-level element bytes), make DIR SHARED (small images and their bytes), refragment."""
 
 import hashlib, json, os, sys, warnings
 
@@ -74,8 +74,9 @@ def files(paths):
     return out
 
 
-def make(outdir):
-    """Native layouts the shared files lack; the expected bytes come from numpy, not the writer."""
+def make(outdir, shared):
+    """Native layouts the shared files lack (expected bytes from numpy, not the writer), and the
+    little-endian pixel bytes of two real files."""
     from pydicom.dataset import Dataset, FileMetaDataset
     from pydicom.pixel_data_handlers.numpy_handler import pack_bits
     from pydicom.uid import ExplicitVRLittleEndian, generate_uid
@@ -105,8 +106,6 @@ def make(outdir):
     write("rgb8_smooth", 32, 32, 1, 3, 8, "RGB", smooth, smooth)
     bits = ((np.arange(45) * 5 // 3) % 2).astype(np.uint8)  # 15-bit frames packed without gaps
     write("mono1", 3, 5, 3, 1, 1, "MONOCHROME2", pack_bits(bits), bits.tobytes())
-    mono8 = (np.arange(45) * 11 % 256).astype(np.uint8).tobytes()  # 9-byte frames
-    write("mono8", 3, 3, 5, 1, 8, "MONOCHROME2", mono8, mono8)
     signed = (np.arange(64, dtype=np.int32) * 997 - 30000).astype("<i2").tobytes()
     write("signed16", 8, 8, 1, 1, 16, "MONOCHROME2", signed, signed, signed=1)
     mono32 = (np.arange(24, dtype=np.uint64) * 0x01020305 % 2**32).astype("<u4").tobytes()
@@ -115,6 +114,9 @@ def make(outdir):
     ybr = np.array([[10, 20, 100, 200], [30, 40, 110, 210], [50, 60, 120, 220], [70, 80, 130, 230]], dtype=np.uint8)
     full = np.array([[p[0], p[2], p[3], p[1], p[2], p[3]] for p in ybr], dtype=np.uint8)
     write("ybr422", 2, 4, 1, 3, 8, "YBR_FULL_422", ybr.tobytes(), full.tobytes())
+    for name, path in ("enh", "dcm_qa_enh/In/Siemens/XA10/6_1.dcm"), ("ts", "dcm_qa_ts/In/1.dcm"):
+        with open(os.path.join(outdir, name + ".expected"), "wb") as f:
+            f.write(pixel_bytes(pydicom.dcmread(os.path.join(shared, path), force=True)))
     return {"made": outdir}
 
 
@@ -128,13 +130,7 @@ def refragment(src, dst, pieces, with_bot):
     return {"frames": len(data)}
 
 
-def pixels(src, dst):
-    with open(dst, "wb") as f:
-        f.write(pixel_bytes(pydicom.dcmread(src, force=True)))
-    return {}
-
-
 if __name__ == "__main__":
     mode, args = sys.argv[1], sys.argv[2:]
-    json.dump({"files": lambda: files(args), "make": lambda: make(args[0]), "pixels": lambda: pixels(*args),
+    json.dump({"files": lambda: files(args), "make": lambda: make(*args),
                "refragment": lambda: refragment(args[0], args[1], int(args[2]), args[3] == "1")}[mode](), sys.stdout)
