@@ -93,15 +93,14 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
     EXPECT_FALSE(fs::exists(dir.file("out.nrrd")));
 }
 
-// A load prints the command that replays it; scripts load from their folder and their errors
-// name the line.
+// A load prints the command that replays it; a script's names are read from its folder and its
+// errors name the line.
 TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
 {
     VX_REQUIRE_SHARED_DATA();
     vxtest::TempDir dir;
     fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[0], dir.file("a b.dcm"));
     fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[1], dir.file("c.dcm"));
-    const std::string cwd = dir.path().string();
     const Outcome load =
         vxdicom("load -nodialog " + q(dir.file("a b.dcm")) + " " + q(dir.file("c.dcm")));
     ASSERT_EQ(load.status, 0) << load.err;
@@ -112,12 +111,6 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     const Outcome replay = vxdicom("run " + q(command));
     EXPECT_EQ(replay.status, 0) << replay.err;
     EXPECT_EQ(summaryLines(replay.out), summaryLines(load.out));
-    Outcome r = vxdicom("run " + q("set d .; load -dicom {a b.dcm} $d/c.dcm -nodialog"), cwd);
-    EXPECT_TRUE(r.status == 0 && r.err.empty()) << r.err;
-    EXPECT_TRUE(contains(r.out, "+ a b.dcm\n") &&
-                contains(r.out, "2 headers loaded from 2 files") &&
-                contains(r.out, ": 2 x 256 x 256 int16") && fieldCount(r.out) == 1)
-        << r.out;
 
     const std::tuple<const char *, const char *, int> rows[] = {
         // script, error, fields made
@@ -130,7 +123,7 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     };
     for (const auto &[script, error, fields] : rows) {
         std::ofstream(dir.file("broken.vxs")) << script;
-        r = vxdicom("run broken.vxs", cwd);
+        const Outcome r = vxdicom("run broken.vxs", dir.path().string());
         EXPECT_TRUE(r.status == 1 && r.err == error) << script << "\n" << r.err;
         EXPECT_TRUE(fieldCount(r.out) == fields && !contains(r.out, "failed")) << r.out;
     }
@@ -195,8 +188,6 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
                 contains(r.out, "saved " + first + "/TimeSeriesCtrl.nii.gz (3 time steps)\n"))
         << r.out;
     EXPECT_EQ(count(r.out, "field \"\" (VxUniformScalarField3): 64 x 64 x 32 int16"), 3u) << r.out;
-    EXPECT_EQ(vxtest::namesIn(first),
-              (std::vector<std::string>{"TimeSeriesCtrl.nii.gz", "TimeSeriesCtrl.vxs"}));
     const Outcome again =
         vxdicom("run -q -o " + q(replay) + " " + q(first + "/TimeSeriesCtrl.vxs"), "/");
     ASSERT_EQ(again.status, 0) << again.err;

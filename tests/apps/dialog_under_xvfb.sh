@@ -2,8 +2,7 @@
 # vxdicom's load and save dialogs on Xvfb, answered with xdotool; a hang fails.
 # dialog_under_xvfb.sh VXDICOM SHARED_DATA_DIR (77: skipped)
 set -uo pipefail
-vxdicom="$1"
-series="$2/dcm_qa_decubitus/In"
+vxdicom="$1" series="$2/dcm_qa_decubitus/In"
 for tool in xvfb-run xdotool; do
     command -v "$tool" >/dev/null || { echo "skipped: $tool is missing"; exit 77; }
 done
@@ -20,12 +19,14 @@ failures=0
 fail() { echo "FAIL $*"; failures=$((failures + 1)); }
 window() { timeout 60 xdotool search --sync --onlyvisible --name "^$1\$" | head -1; }
 
-# run NAME TITLE ACTION STATUS FILES COMMAND...: answers the window TITLE with ACTION (a key or
-# sigint) once shown; vxdicom must end with STATUS (!0: not 0) having written FILES into $work/NAME.
+# run NAME TITLE ACTION STATUS FILES TEXT COMMAND...: answers the window TITLE with ACTION (a key or
+# sigint) once shown; vxdicom must end with STATUS (!0: not 0) having written FILES files into
+# $work/NAME and printed TEXT (a grep pattern) on standard output or error.
 run() {
-    local name="$1" title="$2" action="$3" want="$4" files="$5" w status=0
-    shift 5
-    timeout 120 "$vxdicom" "$@" -o "$work/$name" >"$work/$name.out" 2>"$work/$name.err" &
+    local name="$1" title="$2" action="$3" want="$4" files="$5" text="$6" w status=0 written
+    shift 6
+    mkdir -p "$work/$name"
+    timeout 120 "$vxdicom" "$@" -o "$work/$name" >"$work/$name.log" 2>&1 &
     local pid=$!
     w="$(window "$title")"
     if [ -z "$w" ]; then
@@ -37,23 +38,20 @@ run() {
         [ "$name" != save ] || xdotool windowfocus --sync "$(window 'DICOM files written')" key Return
     fi
     wait "$pid" || status=$?
-    local written="$(ls "$work/$name" 2>/dev/null | wc -l)"
+    written="$(ls "$work/$name" | wc -l)"
     echo "$name: exit status $status; written: $written files"
     [ "$status" -ne 124 ] || fail "$name: vxdicom did not return within 120 s"
-    [ "$status" = "$want" ] || { [ "$want" = '!0' ] && [ "$status" -ne 0 ]; } || fail "$name: status $status: $(cat "$work/$name.err")"
+    [ "$status" = "$want" ] || { [ "$want" = '!0' ] && [ "$status" -ne 0 ]; } || fail "$name: status $status"
     [ "$written" -eq "$files" ] || fail "$name: $written files written, not $files"
+    grep -q "$text" "$work/$name.log" || fail "$name: no '$text' in: $(cat "$work/$name.log")"
 }
 
-mkdir -p "$work/ok" "$work/escape" "$work/sigint"
-run ok "DICOM Loader" Return 0 1 load "$series"
-[ -s "$work/ok/HFS.nii.gz" ] && grep -q '^field "HFS" .*: 35 x 256 x 256 int16' "$work/ok.out" ||
-    fail "ok: no HFS.nii.gz or no field summary"
-run escape "DICOM Loader" Escape 1 0 load "$series"
-grep -q 'cancelled in the import dialog; nothing was loaded' "$work/escape.err" || fail "escape: not reported"
-run sigint "DICOM Loader" sigint !0 0 load "$series"
-run save "Save as DICOM" Return 0 256 save-dicom "$series" --edit
-run save-escape "Save as DICOM" Escape 1 0 save-dicom "$series" --edit
-grep -q 'cancelled; nothing was written' "$work/save-escape.err" || fail "save-escape: not reported"
+run ok "DICOM Loader" Return 0 1 '^field "HFS" .*: 35 x 256 x 256 int16' load "$series"
+[ -s "$work/ok/HFS.nii.gz" ] || fail "ok: no HFS.nii.gz"
+run escape "DICOM Loader" Escape 1 0 'cancelled in the import dialog; nothing was loaded' load "$series"
+run sigint "DICOM Loader" sigint '!0' 0 '' load "$series"
+run save "Save as DICOM" Return 0 256 '' save-dicom "$series" --edit
+run save-escape "Save as DICOM" Escape 1 0 'cancelled; nothing was written' save-dicom "$series" --edit
 
 [ "$failures" -eq 0 ] || exit 1
 echo "all runs ended as expected"

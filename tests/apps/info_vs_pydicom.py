@@ -43,8 +43,7 @@ class Reference:
                 return None
             try:
                 v = self.ds[tag].value
-                if isinstance(v, (list, tuple)) or type(v).__name__ == "MultiValue":
-                    return "\\".join(str(x) for x in v) or None
+                v = "\\".join(map(str, v)) if isinstance(v, (list, tuple)) or type(v).__name__ == "MultiValue" else v
                 return None if v is None or isinstance(v, bytes) or v == "" else str(v)
             except Exception:
                 pass  # a value pydicom cannot convert: ask gdcmdump
@@ -89,9 +88,9 @@ def expected_image(ref):
 def mosaic_tiles(path, ref):  # nibabel's CSA reader, else (0019,100A); None: no mosaic
     if "MOSAIC" not in (ref.text((0x0008, 0x0008)) or "").upper():
         return None
+    import pydicom
+    from nibabel.nicom import csareader
     try:
-        import pydicom
-        from nibabel.nicom import csareader
         n = csareader.get_n_mosaic(csareader.read(pydicom.dcmread(path, stop_before_pixels=True)[0x0029, 0x1010].value))
     except Exception:
         n = None
@@ -136,10 +135,8 @@ def compare_attributes(check, ds, attributes):  # every element up to Pixel Data
             if not has or (tag in (0x00291010, 0x00291020) and value and value[:4] == b"SV10"):
                 continue  # no value, or a CSA header decoded into a bundle
             expected.add(name)
-            text = ours.get(name)
-            if text is not None and vr in TEXT_VRS and value is not None and all(32 <= b < 127 or b == 0 for b in value):
-                check(name + " value", text.split(": ", 1)[1] if ": " in text else None,
-                      value.decode("ascii").rstrip(" \0").replace("\\", " "))
+            if (text := ours.get(name)) is not None and vr in TEXT_VRS and value is not None and all(32 <= b < 127 or b == 0 for b in value):
+                check(name + " value", text.split(": ", 1)[1] if ": " in text else None, value.decode("ascii").rstrip(" \0").replace("\\", " "))
     names = {n for n, v in attributes if not isinstance(v, list)}
     check("attribute parameters missing", sorted(expected - names), [])
     check("attribute parameters not in the file", sorted(names - expected), [])
@@ -177,12 +174,12 @@ def compare_csa(check, raw, ours, name):  # every tag's fields and values agains
             continue  # its items derail the module's walk
         our_values = [v for _, v in fields.get("values", []) if v != ""]
         their_values = [v for v in tag["items"] if v not in ("", b"")]
-        same = len(our_values) == len(their_values)
-        for ov, tv in zip(our_values, their_values):
-            try:
-                same = same and (float(ov) == float(tv) if isinstance(tv, (int, float)) else ov == item_text(tv))
-            except ValueError:
-                same = False
+        try:
+            same = len(our_values) == len(their_values) and all(
+                float(ov) == float(tv) if isinstance(tv, (int, float)) else ov == item_text(tv)
+                for ov, tv in zip(our_values, their_values))
+        except ValueError:
+            same = False
         check("%s %s values" % (name, their_name), our_values, their_values, same)
 
 

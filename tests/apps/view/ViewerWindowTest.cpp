@@ -30,26 +30,25 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// make_series.py's CT series (with gaps) and a long one; the error when they could not be made.
-const vxtest::TempDir &synthetic(std::string *error)
+// A series of make_series.py (a CT with gaps, or a long one) written once; "" and the reason
+// when it could not be made.
+std::string synthetic(const char *name, std::string *error)
 {
     static vxtest::TempDir dir;
-    static std::string failed = [] {
-        if (!vxtest::havePythonModules({"pydicom", "numpy"}))
-            return std::string("pydicom and numpy are needed to write the synthetic series");
-        std::string out, all;
+    static const std::string failed = [] {
+        std::string out;
         for (const char *args :
              {"stacked --rows 32 --columns 28 --slices 12 --spacing 1.5 "
               "--thickness 2 --gaps 3,7",
               "long --rows 48 --columns 48 --slices 60 --spacing 1 --thickness 1"})
             if (vxtest::runCommand(std::string(VX_PYTHON) + " " + VX_MAKE_SERIES + " " +
-                                       dir.path().string() + "/" + args,
+                                       dir.file(args),
                                    &out, true) != 0)
-                all += out;
-        return all;
+                return "make_series.py (pydicom, numpy) failed: " + out;
+        return std::string();
     }();
     *error = failed;
-    return dir;
+    return failed.empty() ? dir.file(name) : std::string();
 }
 
 bool contains(const std::string &text, const char *part)
@@ -126,7 +125,7 @@ TEST_F(ViewerWindowTest, EdgeLettersAndTheCrossHairAgreeWithTheFieldTransformati
 {
     VX_REQUIRE_SHARED_DATA();
     std::string error;
-    const std::string stacked = synthetic(&error).file("stacked");
+    const std::string stacked = synthetic("stacked", &error);
     for (const auto &[folder, letters] :
          {std::pair(vxtest::sharedPath("dcm_qa/In/Orientation/ax/axasc35"),
                     "R L AS PI, R L SP IA, AS PI SP IA"),
@@ -217,20 +216,17 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
 TEST_F(ViewerWindowTest, CancelDuringALongOpenInterruptsAndLoadsNothing)
 {
     std::string error;
-    const std::string folder = synthetic(&error).file("long");
+    const std::string folder = synthetic("long", &error);
     if (!error.empty())
         GTEST_SKIP() << error;
-    const struct
-    {
-        const char *blockAt; ///< the console line at which the worker waits for Cancel
-        const char *proof;   ///< what the console says when the phase was interrupted
-        const char *never;   ///< what it would say had the phase run to its end
-        bool closing;        ///< the window is closed instead of Cancel pressed
-    } phases[] = {{"+ ", "1 header loaded from 60 files", "IM00002.dcm", false},
-                  {"creating 1 stack", ": loading interrupted", "field \"", false},
-                  {"creating 1 stack", ": loading interrupted", "field \"", true}};
-    for (const auto &c : phases) {
-        SCOPED_TRACE(c.proof);
+    // The console line at which the worker waits for Cancel, what the console says when that
+    // phase was interrupted and what had it run to its end; the window closed instead of Cancel.
+    const std::tuple<const char *, const char *, const char *, bool> phases[] = {
+        {"+ ", "1 header loaded from 60 files", "IM00002.dcm", false},
+        {"creating 1 stack", ": loading interrupted", "field \"", false},
+        {"creating 1 stack", ": loading interrupted", "field \"", true}};
+    for (const auto &[blockAt, proof, never, closing] : phases) {
+        SCOPED_TRACE(proof);
         std::atomic<bool> reached{false}, released{false};
         std::string console;
         std::mutex mutex;
@@ -239,7 +235,7 @@ TEST_F(ViewerWindowTest, CancelDuringALongOpenInterruptsAndLoadsNothing)
                 std::lock_guard<std::mutex> lock(mutex);
                 console += t;
             }
-            if (!reached && t.rfind(c.blockAt, 0) == 0) {
+            if (!reached && t.rfind(blockAt, 0) == 0) {
                 reached = true; // the press lands in this phase
                 for (int i = 0; i < 3000 && !released; ++i)
                     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -250,7 +246,7 @@ TEST_F(ViewerWindowTest, CancelDuringALongOpenInterruptsAndLoadsNothing)
         ASSERT_TRUE(window->openPaths({QString::fromStdString(folder)}));
         EXPECT_TRUE(window->cancelButton()->isVisible() && window->progressBar()->isVisible());
         EXPECT_TRUE(QTest::qWaitFor([&] { return reached.load(); }, 30000));
-        if (c.closing)
+        if (closing)
             EXPECT_FALSE(window->close()) << "the window waits for the cancelled open";
         else
             QTest::mouseClick(window->cancelButton(), Qt::LeftButton);
@@ -264,10 +260,10 @@ TEST_F(ViewerWindowTest, CancelDuringALongOpenInterruptsAndLoadsNothing)
         EXPECT_TRUE(window->dataList()->topLevelItemCount() == 0 && viewer()->field() == nullptr);
         EXPECT_FALSE(window->cancelButton()->isVisible() || window->progressBar()->isVisible());
         EXPECT_TRUE(contains(console, "opening cancelled; nothing was loaded") &&
-                    contains(console, c.proof) && !contains(console, c.never))
+                    contains(console, proof) && !contains(console, never))
             << console;
         EXPECT_TRUE(window->statusBar()->currentMessage().contains(QStringLiteral("cancelled")));
-        EXPECT_EQ(window->isVisible(), !c.closing);
+        EXPECT_EQ(window->isVisible(), !closing);
     }
 }
 
