@@ -5,17 +5,11 @@
     compare_geometry.py --vxdicom BIN --sheared DIR
     compare_geometry.py --vxdicom BIN --roundtrip [--generate-ct ROWSxCOLUMNSxSLICES] [DIR...]
 
-Each volume dcm2niix (-p n) writes for a folder must match one field of ours:
-dimensions up to axis order and flips, voxel size within 1e-4 mm, corners
-within 1e-3 mm, values to single precision. --synthetic adds make_series.py
-series of every orientation. --sheared: the gantry-tilted CT against pydicom,
-a rigid field whose middle is exact. --roundtrip: each series loaded, saved
-with our writer (read by pydicom) and loaded again keeps dimensions, values,
-in-plane voxel size (Pixel Spacing rows first), slice k at voxel (0, 0, k) as
-written and loaded, the slice distance along z (the writer writes axial: an
-oblique field loses its rotation); --generate-ct adds a CT as the load
-benchmark makes it and an MR with non-square pixels. Exit 1 on a mismatch,
-77 without a tool.
+Default: every volume of dcm2niix (-p n) matches one field of ours (axes up to
+order and flips, voxel size, corners, values). --sheared: the tilted CT as a
+rigid field against its headers read by pydicom. --roundtrip: load, save with
+our writer (read by pydicom), load again: nothing but an oblique rotation lost.
+Exit 1 on a mismatch, 77 without a tool.
 """
 import argparse
 import glob
@@ -203,12 +197,9 @@ def roundtrip_problems(a, b, positions, spacings, single):
 def roundtrip(args, work, env):
     if args.generate_ct:
         rows, cols, slices = args.generate_ct.split("x")
-        for name, extra in (("ct", "--rows %s --columns %s --slices %s --modality CT" % (rows, cols, slices)),
-                            ("oblong-mr", "--rows 48 --columns 64 --slices 6 --modality MR --spacing 0.8 "
-                                          "--row-spacing 1.1")):
-            args.series.append(os.path.join(work, name))
-            subprocess.run([sys.executable, MAKE_SERIES, args.series[-1]] + extra.split(), check=True,
-                           capture_output=True)
+        make_series(args, work, [("ct", "--rows %s --columns %s --slices %s --modality CT" % (rows, cols, slices)),
+                                 ("oblong-mr", "--rows 48 --columns 64 --slices 6 --modality MR --spacing 0.8 "
+                                               "--row-spacing 1.1")])
     failures = 0
     for n, series in enumerate(args.series):
         written, first, second = (os.path.join(work, x + str(n)) for x in ("dicom", "a", "b"))
@@ -235,6 +226,12 @@ def roundtrip(args, work, env):
         print("%s %s: %d files%s" % ("FAIL" if problems else "ok  ", series, len(files),
                                      "; " + "; ".join(problems) if problems else ""))
     return 1 if failures else 0
+
+
+def make_series(args, work, made):
+    for name, extra in made:
+        args.series.append(os.path.join(work, name))
+        subprocess.run([sys.executable, MAKE_SERIES, args.series[-1]] + extra.split(), check=True, capture_output=True)
 
 
 def main():
@@ -265,10 +262,7 @@ def main():
                     for order in ("forward", "reverse")]
             made += [("square-" + m, "--modality %s --spacing 0.7 --thickness 1.25 --origin=-7.35,20.5,-101.25" % m)
                      for m in ("CT", "MR")]
-            for name, extra in made:
-                args.series.append(os.path.join(work, "series", name))
-                subprocess.run([sys.executable, MAKE_SERIES, args.series[-1], "--rows", "24", "--columns", "20",
-                                "--slices", "6"] + extra.split(), check=True, capture_output=True)
+            make_series(args, work, [(n, "--rows 24 --columns 20 --slices 6 " + x) for n, x in made])
         return compare(args, work, env)
     finally:
         shutil.rmtree(work, ignore_errors=True)

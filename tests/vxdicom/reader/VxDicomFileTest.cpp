@@ -155,7 +155,6 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
         // Unsigned 12-bit CT with intercept 0 and slope 1 (or none) stores HU + 1000.
         {ct, "", "intercept=-1024", ""},
         {ct, "--delete RescaleIntercept --delete RescaleSlope", "intercept=-1000", ""},
-        {ct, "--set RescaleIntercept=0 Modality=ct", "intercept=-1000", ""},
         {ct, "--set RescaleIntercept=0 --set Modality=MR", "intercept=0", ""},
         // Geometry that cannot place an image is named and left out.
         {mr, "--set ImageOrientationPatient=nan\\0\\0\\0\\1\\0", "hasPosition=1 orientation=0", "is not finite"},
@@ -256,7 +255,7 @@ TEST(DicomReadLoop, ADicomDirAddsItsFiles)
     KcDArray<VxDicomImage *> images;
     std::vector<std::string> progress;
     VxWorkArea::instance()->setObserver(
-        [&](const std::string &status, float) { progress.push_back(status); });
+        [&](const std::string &s, float) { progress.push_back(s); });
     VxMessageCapture console;
     readDicomFiles(names, 1, true, files, images);
     VxWorkArea::instance()->setObserver(nullptr);

@@ -3,25 +3,20 @@
 
     dicom_edit.py IN OUT [--set KEY=VALUE...]... [--delete KEY]... [--pixels V,V,...] [--transfer-syntax UID]
 
-KEY is a keyword or a tag "(0028,0011)"; VALUE takes the attribute's VR
-(several values separated by a backslash). --pixels fills every frame with
-these values repeated, typed by Bits Allocated and Pixel Representation after
---set. --transfer-syntax only rewrites the UID, not the encoding.
+KEY: a keyword or "(0028,0011)"; VALUE: backslash-separated values of the
+attribute's VR. --pixels fills every frame with the values repeated, typed
+after --set; --transfer-syntax rewrites only the UID.
 """
 import argparse
 
 import numpy as np
 import pydicom
-from pydicom.datadict import dictionary_VR, tag_for_keyword
+from pydicom.datadict import dictionary_VR
 from pydicom.tag import Tag
 
 
 def tag_of(key):
-    if key.startswith("("):
-        return Tag(*(int(p, 16) for p in key.strip("()").split(",")))
-    if tag_for_keyword(key) is None:
-        raise SystemExit("unknown keyword " + key)
-    return Tag(tag_for_keyword(key))
+    return Tag(key.strip("()").replace(",", ""))
 
 
 ap = argparse.ArgumentParser()

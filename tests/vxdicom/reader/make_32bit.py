@@ -1,10 +1,7 @@
 #!/usr/bin/python3
-"""Writes a small 32-bit RGB DICOM file with pydicom.
-
-    make_32bit.py OUT STORED PLANAR
-
-3 x 2 pixels whose component s of pixel p holds (p + 1) * 4096 + s in its top
-16 stored bits, 7 in the bits below, bit 31 set when not stored.
+"""make_32bit.py OUT STORED PLANAR: a 3 x 2 RGB file, 32 bits allocated, whose
+component s of pixel p holds (p + 1) * 4096 + s in its top 16 stored bits, 7
+in the bits below, bit 31 set when not stored.
 """
 import sys
 

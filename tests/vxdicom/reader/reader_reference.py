@@ -1,15 +1,9 @@
 #!/usr/bin/python3
-"""Prints, as JSON, what pydicom finds in DICOM image files.
-
-    reader_reference.py FILE...
-
-"record": a single frame's values under the names of our image record (a
-step along a row crosses columns: the second Pixel Spacing value; unit
-directions; sliceLocation = normal . position; oblique: row, column or normal
-0.03 or more from every axis, obliqueWide at 0.2; unsigned 12-bit CT without a
-rescale stores HU + 1000). "framePositions": each frame's Plane Position.
-"pixels": the range of the first frame's uncompressed 16-bit samples masked
-below High Bit, and for signed data sign-extended from the top stored bit.
+"""Prints, as JSON, what pydicom finds in DICOM image files: "record", a
+single frame's values under our image record's names (see record());
+"framePositions", each frame's Plane Position; "pixels", the range of the
+first frame's uncompressed 16-bit samples masked below High Bit and, when
+signed, sign-extended.
 """
 import json
 import sys
@@ -36,6 +30,9 @@ def pixel_ranges(ds):
 
 
 def record(ds):
+    """A step along a row crosses columns: the second Pixel Spacing value.
+    Oblique: row, column or normal 0.03 or more from every axis (obliqueWide:
+    0.2). Unsigned 12-bit CT without a rescale stores HU + 1000."""
     g = lambda key, default=0: float(ds.get(key, default) or default)
     signed, bits = g("PixelRepresentation") != 0, int(g("BitsAllocated"))
     slope, intercept = g("RescaleSlope", 1), g("RescaleIntercept")
