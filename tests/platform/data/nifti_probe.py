@@ -1,10 +1,8 @@
-"""nibabel's and pydicom's view of files, for the field file tests.
+"""nibabel's and pydicom's view of files, for the field file tests (x, y, z in LPS mm).
 
-probe FILE N [i,j,k[,t] ...]: header facts, the values at the indexes, and N voxels of the first
-    volume as [x, y, z, value], x, y, z in LPS mm (RGB as r * 65536 + g * 256 + b; values scaled).
+probe FILE N [i,j,k[,t] ...]: header facts, the values at the indexes, N voxels as [x, y, z, value].
 dicom FILE...: the same samples of DICOM images (a 5 x 5 grid of each).
-make FILE KIND: nibabel writes i + 10 j + 100 k (int16) as ras-diag (sform and qform), oblique-qform
-    (qform only, 30 degrees about z) or scaled (sform only, scl_slope 2, scl_inter -1).
+make FILE KIND: nibabel writes i + 10 j + 100 k (int16) as one of the kinds in make().
 """
 import json
 import math
@@ -56,7 +54,7 @@ def dicom(*paths):
     print(json.dumps({"samples": samples}))
 
 
-def make(path, kind):
+def make(path, kind):  # sform and qform, qform only at 30 degrees about z, or scaled (x 2 - 1)
     c, s = math.cos(math.radians(30)), math.sin(math.radians(30))
     shape, aff, origin, qcode, scode = {
         "ras-diag": ((3, 4, 5), np.diag([2.0, 3.0, 4.0]), [-90, -126, -72], 1, 2),
@@ -77,7 +75,4 @@ def make(path, kind):
 
 
 if __name__ == "__main__":
-    command = {"probe": probe, "dicom": dicom, "make": make}.get(sys.argv[1] if sys.argv[1:] else "")
-    if not command:
-        raise SystemExit(__doc__)
-    command(*sys.argv[2:])
+    {"probe": probe, "dicom": dicom, "make": make}[sys.argv[1]](*sys.argv[2:])
