@@ -12,7 +12,6 @@ TEST(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
     vxtest::TempDir dir;
     const std::string ini = dir.file("prefs.ini");
     VxSettingsMgr *settings = VxSettingsMgr::getInstance();
-    const KcString previous = settings->storageFile();
     auto reread = [&] { return settings->setStorageFile(ini), settings->getPreferences(); };
     VxPreferences p;
     p.dicomLoadOptions = "<32|19|2|31|series instance uid><-1|-1|1|1|file name>";
@@ -41,5 +40,4 @@ TEST(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
         std::ofstream(ini) << "[DICOM]\nLengthUnit=" << bad << "\n";
         EXPECT_FLOAT_EQ(reread().lengthUnit, 0.01f) << bad;
     }
-    settings->setStorageFile(previous);
 }

@@ -4,13 +4,7 @@
 
 #include <csignal>
 
-namespace {
-volatile sig_atomic_t gHandlerCalls = 0;
-extern "C" void countingHandler(int)
-{
-    gHandlerCalls = gHandlerCalls + 1;
-}
-} // namespace
+static volatile sig_atomic_t gHandlerCalls = 0;
 
 // Ctrl-C while progress is shown only sets the interrupt that long work looks at; afterwards the
 // previous handler is back, and a new display starts without the old interrupt.
@@ -18,7 +12,7 @@ TEST(VxWorkArea, TakesCtrlCWhileShowingProgress)
 {
     VxWorkArea *work = VxWorkArea::instance();
     struct sigaction mine = {}, before = {};
-    mine.sa_handler = countingHandler;
+    mine.sa_handler = [](int) { gHandlerCalls = gHandlerCalls + 1; };
     ASSERT_EQ(sigaction(SIGINT, &mine, &before), 0);
     work->startProgress();
     EXPECT_FALSE(work->wasInterrupted());

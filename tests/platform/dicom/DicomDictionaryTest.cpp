@@ -13,15 +13,11 @@ TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
 {
     if (!vxtest::havePythonModules({"pydicom"}))
         GTEST_SKIP() << "pydicom is not installed for " VX_PYTHON;
+    const char *list =
+        "import pydicom.datadict as d; [print('%08X %s %s' % (t, vr.replace(' ', ''), "
+        "kw.lower())) for t, (vr, vm, n, r, kw) in d.DicomDictionary.items() if kw]";
     std::string out;
-    ASSERT_EQ(vxtest::runCommand(
-                  VX_PYTHON " -c " +
-                      vxtest::shellQuote(
-                          "import pydicom.datadict as d\n"
-                          "for t, (vr, vm, n, r, kw) in d.DicomDictionary.items():\n"
-                          "    if kw: print('%08X %s %s' % (t, vr.replace(' ', ''), kw.lower()))"),
-                  &out),
-              0);
+    ASSERT_EQ(vxtest::runCommand(VX_PYTHON " -c " + vxtest::shellQuote(list), &out), 0);
     // The codes in the order of dicom::valRep; "US or SS" gives US, any choice with OW gives OW.
     const std::string codes =
         "AE AS AT CS DA DS DT FL FD IS LO LT PN SH SL SS ST TM UI UL US OB OW SQ UN UT";

@@ -32,15 +32,13 @@ inline std::string ts(int n)
 /// Every frame of a delayed read, concatenated; empty with *why set on failure.
 inline std::vector<unsigned char> decodeFrames(const dicom::dicomStruct &d, std::string *why)
 {
-    std::vector<unsigned char> all(size_t(d.frameSize) * size_t(d.frames) + 1);
-    for (int k = 0; k < d.frames; ++k) {
-        if (!dicom::dicomReadImageData(&d, nullptr, k, &all[size_t(k) * size_t(d.frameSize)],
-                                       all.size() - size_t(k) * size_t(d.frameSize), why)) {
+    const size_t size = size_t(d.frameSize);
+    std::vector<unsigned char> all(size * size_t(d.frames));
+    for (int k = 0; k < d.frames; ++k)
+        if (!dicom::dicomReadImageData(&d, nullptr, k, &all[size * size_t(k)], size, why)) {
             *why = "frame " + std::to_string(k) + ": " + *why;
             return {};
         }
-    }
-    all.pop_back();
     return all;
 }
 
