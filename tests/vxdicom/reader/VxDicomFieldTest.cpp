@@ -271,17 +271,18 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
         GTEST_SKIP() << "dcmcjpeg (Debian dcmtk) is needed";
     vxtest::TempDir dir;
     // Status, both streams and the NIfTI bytes of `vxdicom load`.
-    const auto load = [&](const std::string &series, const char *threads) {
-        const std::string out = dir.file("out-" + series);
-        fs::remove_all(out);
+    const auto load = [&](const char *threads) {
+        fs::remove_all(dir.file("out"));
+        fs::create_directory(dir.file("out"));
         const vxtest::CommandOutcome r = vxtest::runCapturing(
             std::string("VXDICOM_DECODE_THREADS=") + threads + " " +
             vxtest::shellQuote(VXDICOM_BINARY) + " load -nodialog --format nii -o " +
-            vxtest::shellQuote(out) + " " + vxtest::shellQuote(dir.file(series)));
+            vxtest::shellQuote(dir.file("out")) + " " + vxtest::shellQuote(dir.file("jpeg")));
         std::vector<unsigned char> nifti;
-        for (const auto &entry : fs::directory_iterator(fs::exists(out) ? out : dir.file("")))
-            if (entry.path().extension() == ".nii")
-                nifti = vxtest::readFileBytes(entry.path().string());
+        for (const std::string &name : vxtest::namesIn(dir.file("out")))
+            nifti = name.find(".nii") != std::string::npos
+                        ? vxtest::readFileBytes(dir.file("out/" + name))
+                        : nifti;
         return std::tuple(r.status, r.out, r.err, nifti);
     };
     fs::create_directories(dir.file("jpeg"));
@@ -290,7 +291,7 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
             const std::string to = dir.file("jpeg") + "/" + fs::path(source).filename().string();
             ASSERT_EQ(vxtest::runCommand("dcmcjpeg " + source + " " + to), 0);
         }
-    const auto one = load("jpeg", "1"), pool = load("jpeg", "4");
+    const auto one = load("1"), pool = load("4");
     ASSERT_EQ(std::get<0>(one), 0) << std::get<2>(one);
     EXPECT_TRUE(one == pool) << "one thread:\n"
                              << std::get<2>(one) << "four:\n"

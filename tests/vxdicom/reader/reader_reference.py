@@ -31,8 +31,7 @@ def pixel_ranges(ds):
 
 def record(ds):
     """A step along a row crosses columns: the second Pixel Spacing value.
-    Oblique: row, column or normal 0.03 or more from every axis (obliqueWide:
-    0.2). Unsigned 12-bit CT without a rescale stores HU + 1000."""
+    Oblique: row, column or normal 0.03 or more from every axis. Unsigned 12-bit CT without a rescale stores HU + 1000."""
     g = lambda key, default=0: float(ds.get(key, default) or default)
     signed, bits = g("PixelRepresentation") != 0, int(g("BitsAllocated"))
     slope, intercept = g("RescaleSlope", 1), g("RescaleIntercept")
@@ -52,8 +51,7 @@ def record(ds):
     if len(iop) == 6:
         row, col = np.array(iop[:3]) / np.linalg.norm(iop[:3]), np.array(iop[3:]) / np.linalg.norm(iop[3:])
         axes = {"row": row, "column": col, "normal": np.cross(row, col) / np.linalg.norm(np.cross(row, col))}
-        for key, tol in (("oblique", 0.03), ("obliqueWide", 0.2)):
-            r[key] = not all(min(np.linalg.norm(v - AXES, axis=1)) < tol for v in axes.values())
+        r["oblique"] = not all(min(np.linalg.norm(v - AXES, axis=1)) < 0.03 for v in axes.values())
         if r["hasPosition"]:
             r["sliceLocation"] = float(np.dot(axes["normal"], [float(v) for v in position]))
     if r["hasPosition"]:
