@@ -163,9 +163,8 @@ void expectSamplesInField(const VxField3 &f, const QJsonObject &answer, double m
 TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
 {
     REQUIRE_NIBABEL();
-    const std::array<float, 6> axialBox{10, 13, 20, 24, -5, -2},
+    const std::array<float, 6> largeBox{10, 532, 20, 420, -5, 35},
         sagittalBox{0, 1, 0, 1.5f, 0, 0.2f}, obliqueBox{0, 2, 0, 3, 0, 4};
-    auto axial = indexField<int16_t>(4, 3, 2, &axialBox);
     auto sagittal = indexField<uint16_t>(3, 4, 2, &sagittalBox); // by transformation, in cm
     sagittal->parameters().setFloat("UnitLength", 0.01);
     sagittal->setTransform(SbMatrix(0, 1, 0, 0, 0, 0, -1, 0, 1, 0, 0, 0, 1, 2, 3, 1));
@@ -178,9 +177,8 @@ TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
     const int dims[3] = {2, 1, 1};
     const uint8_t rgb[6] = {255, 0, 10, 1, 2, 3};
     VxRegColorField3 colour(dims, VX_COORD_UNIFORM, 3, std::memcpy(std::malloc(6), rgb, 6));
-    auto large = indexField<int16_t>(523, 401, 41);
+    auto large = indexField<int16_t>(523, 401, 41, &largeBox);
     const std::tuple<const char *, const VxField3 *, const char *> rows[] = {
-        {"axial.nii", axial.get(), "int16"},
         {"sagittal.nii.gz", sagittal.get(), "uint16"},
         {"oblique.nii", oblique.get(), "float32"},
         {"stacked.nii", stacked.get(), "uint8"},
