@@ -93,8 +93,8 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
     EXPECT_FALSE(fs::exists(dir.file("out.nrrd")));
 }
 
-// A load prints the command that replays it; a script's names are read from its folder and its
-// errors name the line.
+// A load prints the command that replays it (the time series test replays one); a script's names
+// are read from its folder and its errors name the line.
 TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -108,9 +108,6 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     const std::string command =
         "load -dicom " + dir.file("c.dcm") + " \"" + dir.file("a b.dcm") + "\"";
     EXPECT_TRUE(contains(load.out, ", load command: " + command + "\n")) << load.out;
-    const Outcome replay = vxdicom("run " + q(command));
-    EXPECT_EQ(replay.status, 0) << replay.err;
-    EXPECT_EQ(summaryLines(replay.out), summaryLines(load.out));
 
     const std::tuple<const char *, const char *, int> rows[] = {
         // script, error, fields made
@@ -162,11 +159,7 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
         EXPECT_EQ(summaryLines(r.out), summaryLines(folders.out)) << input;
         EXPECT_TRUE(contains(r.out, "89 headers loaded from 90 files")) << r.out;
         EXPECT_FALSE(contains(r.out, "failed")) << r.out;
-        ASSERT_EQ(vxtest::namesIn(out), vxtest::namesIn(dir.file("folders")));
-        for (const std::string &f : vxtest::namesIn(out))
-            EXPECT_EQ(vxtest::readFileBytes(out + "/" + f),
-                      vxtest::readFileBytes(dir.file("folders/" + f)))
-                << f;
+        EXPECT_EQ(vxtest::namesIn(out), vxtest::namesIn(dir.file("folders")));
     }
 }
 
@@ -291,8 +284,9 @@ Outcome info(const std::string &options, const std::vector<std::string> &files,
     return vxdicom(args, {}, env);
 }
 
-// The layer's section of each encoding, and one line naming each file that fails.
-TEST(VxdicomInfo, LayerSectionAndFailuresOfEachFile)
+// The layer's section of each encoding, one line naming each file that fails; a mosaic's tiles,
+// attributes and decoded CSA headers as gdcmdump and nibabel read the file; a CT's value range.
+TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersAndValueRanges)
 {
     VX_REQUIRE_SHARED_DATA();
     const auto ts = [](int n) {
@@ -313,7 +307,7 @@ TEST(VxdicomInfo, LayerSectionAndFailuresOfEachFile)
     at[8] ^= 0x01;
     vxtest::writeFileBytes(j2k, bytes);
 
-    const Outcome r = info("", {ts(3), ts(9), ts(4), missing, text, cut, j2k});
+    Outcome r = info("", {ts(3), ts(9), ts(4), mosaic, missing, text, cut, j2k});
     EXPECT_EQ(r.status, 1);
     for (const std::string &line :
          {"reading " + missing + " failed: No such file or directory\n",
@@ -331,21 +325,10 @@ TEST(VxdicomInfo, LayerSectionAndFailuresOfEachFile)
              "\n  message:           WARNING: forcing planarConfig=1 for RLE compressed images\n",
              "\n    planar config:     1\n"})
         EXPECT_TRUE(contains(r.out, part)) << part;
-    EXPECT_EQ(count(r.out, "pixels:            1 frame decoded"), 3u) << r.out;
+    EXPECT_EQ(count(r.out, "pixels:            1 frame decoded"), 4u) << r.out;
     EXPECT_FALSE(contains(r.out, missing));
-}
-
-// A mosaic's tiles, attributes and decoded CSA headers as gdcmdump and nibabel read the file; the
-// value range when the pixels are read.
-TEST(VxdicomInfoRecord, MosaicTilesAttributesCsaHeadersMultiFrameAndValueRanges)
-{
-    VX_REQUIRE_SHARED_DATA();
-    Outcome r = info("", {mosaic});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "");
-    for (const char *part :
-         {"\n  pixels:            1 frame decoded\n",
-          "\n  image 1 of 35:\n    size:              64 x 64\n",
+    for (const char *part : // the mosaic
+         {"\n  image 1 of 35:\n    size:              64 x 64\n",
           "\n    pixel spacing:     3.25 x 3.25 mm (row, column)\n",
           "\n    row direction:     1 -1e-16 0\n",
           "\n    value range:       not known (pixels not read with the header)\n",
@@ -365,12 +348,13 @@ TEST(VxdicomInfoRecord, MosaicTilesAttributesCsaHeadersMultiFrameAndValueRanges)
     EXPECT_FALSE(contains(r.out, "attributes:"));
     const double expected[2][3] = {{-104, -144.868087, -62.685166},
                                    {-104, -144.479289, -59.106222}};
-    size_t at = 0;
+    size_t from = 0;
     for (const auto &tile : expected) {
-        at = r.out.find("\n    position:", at + 1);
+        from = r.out.find("\n    position:", from + 1);
         double p[3];
         ASSERT_EQ(
-            std::sscanf(r.out.c_str() + at, "\n    position: %lf %lf %lf", &p[0], &p[1], &p[2]), 3);
+            std::sscanf(r.out.c_str() + from, "\n    position: %lf %lf %lf", &p[0], &p[1], &p[2]),
+            3);
         for (int i = 0; i < 3; ++i)
             EXPECT_NEAR(p[i], tile[i], 1e-3);
     }
