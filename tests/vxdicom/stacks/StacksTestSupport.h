@@ -35,17 +35,6 @@ struct LoadedFiles
     KcDArray<VxDicomImage *> all;
 };
 
-/// The files of a folder (below ../shared/data unless absolute), sorted by name.
-inline std::vector<std::string> folderFiles(const std::string &dir)
-{
-    std::vector<std::string> paths;
-    for (const auto &entry :
-         std::filesystem::directory_iterator(dir.front() == '/' ? dir : vxtest::sharedPath(dir)))
-        paths.push_back(entry.path().string());
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
-
 inline std::string ctFile(const char *name)
 {
     return vxtest::sharedPath(std::string("dcm_qa_ct/In/Philips/S21610/S2010/") + name);
