@@ -175,23 +175,17 @@ def roundtrip_problems(a, b, positions, spacings, single):
     da, db = a.get_fdata(), b.get_fdata()
     if da.shape != db.shape:
         return ["dimensions %s, then %s" % (da.shape, db.shape)]
-    sa, sb = np.linalg.norm(a.affine[:3, :3], axis=0), np.linalg.norm(b.affine[:3, :3], axis=0)
+    sa, sb = (np.linalg.norm(x.affine[:3, :3], axis=0) for x in (a, b))
     lps = np.diag([-1.0, -1.0, 1.0])  # NIfTI (RAS) to DICOM patient axes
-    pa, pb = ([lps @ (x.affine @ [0, 0, k, 1.0])[:3] for k in range(da.shape[2])] for x in (a, b))
-    out = ["in-plane voxel size %s, then %s" % (sa[:2], sb[:2])] if np.max(np.abs(sa[:2] - sb[:2])) > 1e-3 else []
-    # Written axial (rows along x): Pixel Spacing is the y step, then the x step.
-    if single and spacings != {(round(sa[1], 4), round(sa[0], 4))}:
-        out.append("Pixel Spacing written %s for voxels %g x %g" % (sorted(spacings), sa[0], sa[1]))
-    if single:
-        out += ["slice %d written at %s, field at %s" % (k, positions[k], pa[k])
-                for k in range(len(pa)) if np.max(np.abs(positions[k] - pa[k])) > 1e-3][:1]
-    out += ["slice %d at %s, then %s" % (k, pa[k], pb[k]) for k in range(len(pa))
-            if (k == 0 and np.max(np.abs(pa[0] - pb[0])) > 1e-3) or abs(pa[k][2] - pb[k][2]) > 1e-3][:1]
-    if len(pa) > 1 and abs(abs(pa[1][2] - pa[0][2]) - sb[2]) > 1e-3:
-        out.append("slice distance along z %g, then %g" % (abs(pa[1][2] - pa[0][2]), sb[2]))
-    if not np.array_equal(da, db):
-        out.append("values differ by up to %g" % np.max(np.abs(da - db)))
-    return out
+    pa, pb = (np.array([lps @ (x.affine @ [0, 0, k, 1.0])[:3] for k in range(da.shape[2])]) for x in (a, b))
+    checks = [("in-plane voxel size", sa[:2], sb[:2], 1e-3), ("first slice", pa[0], pb[0], 1e-3),
+              ("slices along z", pa[:, 2], pb[:, 2], 1e-3), ("values", da, db, 0),
+              ("slice distance along z", abs(pa[min(1, len(pa) - 1)][2] - pa[0][2]), sb[2] * (len(pa) > 1), 1e-3)]
+    if single:  # written axial (rows along x): Pixel Spacing is the y step, then the x step
+        checks += [("Pixel Spacing written", sorted(spacings), [(round(sa[1], 4), round(sa[0], 4))], 0),
+                   ("positions written", [positions.get(k, np.zeros(3)) for k in range(len(pa))], pa, 1e-3)]
+    return ["%s differ by up to %g" % (name, np.max(np.abs(np.subtract(x, y))) if np.shape(x) == np.shape(y) else -1)
+            for name, x, y, tol in checks if np.shape(x) != np.shape(y) or np.max(np.abs(np.subtract(x, y))) > tol]
 
 
 def roundtrip(args, work, env):
