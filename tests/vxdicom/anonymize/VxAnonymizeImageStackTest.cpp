@@ -47,19 +47,16 @@ std::string press(VxField3 &f)
 TEST(AnonymizerModule, DoItReplacesThePatientNameAndDropsTheSlicesFileNamesInPlace)
 {
     auto f = field("patient name [PN]: Doe^Jane", {"Slice000", "Slice001", "ALLX", "allOther"});
-    for (int pressed = 0; pressed < 2; ++pressed) { // the replaced text still matches
-        EXPECT_EQ(press(*f), "anonymized patient name\nanonymized 2 single slices' bundles\n");
-        EXPECT_EQ(f->label(), "Anonymized");
-        const VxParamBundle *dicom = f->parameters().bundle("DICOM");
-        EXPECT_EQ(dicom->bundle("All")->entry(0)->name(), "G0010-0010") << "replaced in place";
-        EXPECT_EQ(dicom->bundle("All")->getString("G0010-0010"), "patient name: <Anonymized>");
-        EXPECT_EQ(dicom->bundle("All")->getString("Filename"), "/cd/DOE_JANE/IM0001");
-        for (const char *slice : {"Slice000", "Slice001"})
-            EXPECT_FALSE(dicom->bundle(slice)->find("Filename") ||
-                         dicom->bundle(slice)->find("Name"));
-        for (const char *kept : {"ALLX", "allOther"}) // bundles beginning with "All" are not slices
-            EXPECT_EQ(dicom->bundle(kept)->getString("Name"), "Doe^Jane") << kept;
-    }
+    EXPECT_EQ(press(*f), "anonymized patient name\nanonymized 2 single slices' bundles\n");
+    EXPECT_EQ(f->label(), "Anonymized");
+    const VxParamBundle *dicom = f->parameters().bundle("DICOM");
+    EXPECT_EQ(dicom->bundle("All")->entry(0)->name(), "G0010-0010") << "replaced in place";
+    EXPECT_EQ(dicom->bundle("All")->getString("G0010-0010"), "patient name: <Anonymized>");
+    EXPECT_EQ(dicom->bundle("All")->getString("Filename"), "/cd/DOE_JANE/IM0001");
+    for (const char *slice : {"Slice000", "Slice001"})
+        EXPECT_FALSE(dicom->bundle(slice)->find("Filename") || dicom->bundle(slice)->find("Name"));
+    for (const char *kept : {"ALLX", "allOther"}) // bundles beginning with "All" are not slices
+        EXPECT_EQ(dicom->bundle(kept)->getString("Name"), "Doe^Jane") << kept;
     VxUniformScalarField3 plain(dims, KcPrimType::Int16, nullptr);
     EXPECT_EQ(press(plain), "") << "a field without DICOM parameters is only relabelled";
     EXPECT_EQ(plain.label(), "Anonymized");
