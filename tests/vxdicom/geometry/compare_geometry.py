@@ -34,12 +34,10 @@ MAKE_SERIES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..
 def volumes_of(folder):
     out = []
     for path in sorted(glob.glob(os.path.join(folder, "*.nii"))):
-        img = nib.load(path)
-        data = img.get_fdata()  # scl_slope and scl_inter applied
-        affine = img.get_sform() if img.header["sform_code"] > 0 else img.get_qform()
+        img = nib.load(path)  # get_fdata applies scl_slope and scl_inter
+        data, affine = img.get_fdata(), img.get_sform() if img.header["sform_code"] > 0 else img.get_qform()
         vols = [data] if data.ndim == 3 else [data[..., t] for t in range(data.shape[3])]
-        out += [{"name": "%s[%d]" % (os.path.basename(path), t), "data": v, "affine": affine}
-                for t, v in enumerate(vols)]
+        out += [{"name": "%s[%d]" % (os.path.basename(path), t), "data": v, "affine": affine} for t, v in enumerate(vols)]
     return out
 
 

@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <iterator>
 #include <sstream>
 
 namespace readertest {
@@ -23,11 +24,8 @@ inline const char *const kCtSeries = "dcm_qa_ct/In/Philips/S21610/S2010";
 
 inline std::vector<std::string> words(const std::string &text)
 {
-    std::vector<std::string> out;
     std::istringstream in(text);
-    for (std::string w; in >> w;)
-        out.push_back(w);
-    return out;
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
 /// Runs a script of this folder (or a path relative to it) with python3.

@@ -1,6 +1,5 @@
-// Fields made from stacks: samples, rescaling and the overflow question; every
-// voxel's place against pydicom's positions; compressed series loaded from the
-// command line with one decoding thread and with several.
+// Fields made from stacks: samples, rescaling and the overflow question; every voxel's
+// place against pydicom; a compressed series loaded with one and with four threads.
 
 #include "vxdicom/reader/VxDicomField.h"
 #include "platform/core/VxMessage.h"

@@ -14,7 +14,6 @@
 #include <cstring>
 #include <map>
 #include <set>
-#include <tuple>
 
 using namespace readertest;
 
