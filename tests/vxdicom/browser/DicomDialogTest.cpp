@@ -1,6 +1,5 @@
-// The import dialog as a user drives it, shown offscreen on the program's
-// thread layout: vxReadDicom on a worker thread, the dialog on the GUI thread,
-// the test clicking and typing.
+// The import dialog as a user drives it, shown offscreen on the program's thread layout:
+// vxReadDicom on a worker thread, the dialog on the GUI thread, the test clicking and typing.
 
 #include "vxdicom/browser/DicomDialog.h"
 #include "platform/core/VxMessage.h"
@@ -74,8 +73,7 @@ LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
     return state->returned ? *state : LoadOutcome();
 }
 
-/// The Philips CT (54 axial slices, patient name "HEAD"; its DICOMDIR left
-/// out) and the Siemens sagittal T1 (35 slices, "HFS").
+/// The Philips CT (54 axial slices; its DICOMDIR left out) and the Siemens sagittal T1 (35).
 std::vector<std::string> twoSeries()
 {
     std::vector<std::string> files;
@@ -98,8 +96,7 @@ QPoint sectionCentre(const DicomListView *list, int section)
     return {h->sectionViewportPosition(section) + h->sectionSize(section) / 2, h->height() / 2};
 }
 
-// The first dimension of each field (512 for the CT, 35 for the sagittal T1)
-// or, with `extent`, its x extent.
+// The first dimension of each field (512 for the CT, 35 for the T1), or its x extent.
 std::vector<float> sizes(const LoadOutcome &outcome, bool extent = false)
 {
     EXPECT_TRUE(outcome.returned && outcome.result == 1 && !outcome.cancelled);
@@ -321,8 +318,7 @@ void steer(DicomDialog &d)
     QTest::mouseClick(d.okButton(), Qt::LeftButton);
 }
 
-// Philips fMRI: 3 volumes of 9 slices whose instance numbers interleave the
-// volumes (1, 4, 7, ... is the first volume).
+// Philips fMRI: 3 volumes of 9 slices, instance numbers interleaved (1, 4, 7, ... is one).
 TEST_F(DialogSteering, AnElementFoundSideBySideTurnsInterleavedSlicesIntoVolumes)
 {
     const VxPreferences before = VxSettingsMgr::getInstance()->getPreferences();

@@ -26,7 +26,6 @@ def first_long_item(raw):
             if length > 255:
                 return {"tag": t, "item": i, "length": length}
             pos += length + (4 - length % 4) % 4
-    return None
 
 
 def text(value):  # nibabel gives bytes when there is no NUL to cut at

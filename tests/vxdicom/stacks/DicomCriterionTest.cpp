@@ -7,6 +7,7 @@
 #include "tests/vxdicom/stacks/StacksTestSupport.h"
 #include "vxdicom/stacks/DicomStackIcons.h"
 
+#include <array>
 #include <functional>
 #include <initializer_list>
 
@@ -39,7 +40,6 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
         {O::StrictlyMonotonic, slice, "2", {"2", "1"}, false, "a repeat"},
         {O::StrictlyMonotonic, slice, "1.0", {"1"}, false, "numerically equal texts"},
         {O::StrictlyMonotonic, "x", "a", {"b", "a"}, false, "texts turn back"},
-        {O::StrictlyMonotonic, "x", "B", {"a"}, true, "texts that differ only in case differ"},
         {O::Monotonic, "x", "3", {"5", "4"}, false, "direction reverses"},
         {O::Linear, slice, "-10.1", {"0", "10"}, true, "steps 10 and 10.1 mm: 1 % apart"},
         {O::Linear, slice, "-0.515", {"0", "0.5"}, false, "steps 0.5 and 0.515 mm: 3 % apart"},
@@ -108,17 +108,13 @@ TEST(StackItemChecks, ChildOrderAndSliceChecksGiveTheIcon)
 
     // Locations in child order: monotonous needs one direction without
     // repeats, uniform successive steps equal within 2 % of the older one.
-    const struct
-    {
-        float z[3];
-        bool monotonous, uniform;
-    } orders[] = {{{10, 20, 15}, false, false}, {{1, 2, 2}, false, false},
-                  {{1, 2, 4}, true, false},     {{3, 2, 1}, true, true},
-                  {{0, 1, 2.05f}, true, false}, {{5, 5, 5}, false, true}};
-    for (const auto &order : orders) {
+    const std::tuple<std::array<float, 3>, bool, bool> orders[] = {
+        {{10, 20, 15}, false, false}, {{1, 2, 2}, false, false},    {{1, 2, 4}, true, false},
+        {{3, 2, 1}, true, true},      {{0, 1, 2.05f}, true, false}, {{5, 5, 5}, false, true}};
+    for (const auto &[z, monotonous, uniform] : orders) {
         for (int i = 0; i < 3; ++i)
-            static_cast<DicomListItem *>(stack.child(i))->image()->sliceLocation = order.z[i];
-        EXPECT_EQ(stack.isMonotonous(), order.monotonous) << order.z[2];
-        EXPECT_EQ(stack.isUniform(), order.uniform) << order.z[2];
+            static_cast<DicomListItem *>(stack.child(i))->image()->sliceLocation = z[i];
+        EXPECT_EQ(stack.isMonotonous(), monotonous) << z[2];
+        EXPECT_EQ(stack.isUniform(), uniform) << z[2];
     }
 }

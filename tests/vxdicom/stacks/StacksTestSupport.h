@@ -13,8 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 namespace stacktest {
 
 /// Files read as the reader reads them, the position in `paths` as load index.
