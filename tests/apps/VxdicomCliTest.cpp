@@ -53,10 +53,6 @@ size_t count(const std::string &text, const std::string &part)
         ++n;
     return n;
 }
-int fieldCount(const std::string &out)
-{
-    return int(count("\n" + out, "\nfield "));
-}
 /// The "field ..." and "time series ..." lines of a load's output.
 std::vector<std::string> summaryLines(const std::string &out)
 {
@@ -70,7 +66,7 @@ std::vector<std::string> summaryLines(const std::string &out)
 TEST(VxdicomCommand, HelpAndUsageErrors)
 {
     vxtest::TempDir dir;
-    const std::string missing = dir.file("missing.nrrd");
+    const std::string missing = dir.file("missing.nrrd"), out = dir.file("out.nrrd");
     // The arguments, the exit status, a text on standard output (status 0) or standard error.
     const std::tuple<std::string, int, std::string> rows[] = {
         {"--help", 0, "usage: vxdicom COMMAND"},
@@ -81,7 +77,7 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
         {"save-dicom in.nii -o out --edit", 2, "--edit shows a dialog and needs a display"},
         {"run /no/such/session.vxs", 1, "vxdicom run: /no/such/session.vxs: no such file\n"},
         {"anonymize in.nrrd -o out.dcm", 2, "out.dcm: unknown ending"},
-        {"anonymize " + q(missing) + " -o " + q(dir.file("out.nrrd")), 1, missing},
+        {"anonymize " + q(missing) + " -o " + q(out), 1, missing},
         {"view", 2, "needs a display"},
     };
     for (const auto &[args, status, text] : rows) {
@@ -90,7 +86,7 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
         EXPECT_TRUE(contains(status ? r.err : r.out, text)) << args << "\n" << r.err;
         EXPECT_TRUE((status ? r.out : r.err).empty()) << args;
     }
-    EXPECT_FALSE(fs::exists(dir.file("out.nrrd")));
+    EXPECT_FALSE(fs::exists(out));
 }
 
 // A load prints the command that replays it (the time series test replays one); a script's names
@@ -122,7 +118,8 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
         std::ofstream(dir.file("broken.vxs")) << script;
         const Outcome r = vxdicom("run broken.vxs", dir.path().string());
         EXPECT_TRUE(r.status == 1 && r.err == error) << script << "\n" << r.err;
-        EXPECT_TRUE(fieldCount(r.out) == fields && !contains(r.out, "failed")) << r.out;
+        EXPECT_TRUE(count("\n" + r.out, "\nfield ") == size_t(fields) && !contains(r.out, "failed"))
+            << r.out;
     }
 }
 
@@ -151,15 +148,15 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
         vxdicom("load -nodialog --format nii -o " + q(dir.file("folders")) + " " +
                 q((cd / "IMAGES/CT").string()) + " " + q((cd / "IMAGES/MR").string()));
     ASSERT_EQ(folders.status, 0) << folders.err;
-    ASSERT_EQ(fieldCount(folders.out), 2) << folders.out;
+    ASSERT_EQ(count("\n" + folders.out, "\nfield "), 2u) << folders.out;
     for (const std::string &input : {cd.string(), (cd / "DICOMDIR").string()}) {
         const std::string out = dir.file("out" + std::to_string(input.size()));
         const Outcome r = vxdicom("load -nodialog --format nii -o " + q(out) + " " + q(input));
         ASSERT_EQ(r.status, 0) << input << "\n" << r.err;
         EXPECT_EQ(summaryLines(r.out), summaryLines(folders.out)) << input;
-        EXPECT_TRUE(contains(r.out, "89 headers loaded from 90 files")) << r.out;
-        EXPECT_FALSE(contains(r.out, "failed")) << r.out;
-        EXPECT_EQ(vxtest::namesIn(out), vxtest::namesIn(dir.file("folders")));
+        EXPECT_TRUE(contains(r.out, "89 headers loaded from 90 files") &&
+                    !contains(r.out, "failed"))
+            << r.out;
     }
 }
 
