@@ -2,7 +2,6 @@
 // from the standard; Dicom3ToolsTest.cpp has other tools read its files.
 
 #include "vxdicom/export/Dicom3Object.h"
-#include "platform/core/KcRawData3D.h"
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
@@ -14,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <climits>
 #include <filesystem>
 #include <map>
 #include <utility>
@@ -165,7 +163,8 @@ TEST(Dicom3ElementEncoding, TableTextsAreFramedInEitherByteOrderAndPaddedWithZer
 
 // 5 x 3 x 2 bytes 0..29 in a box of 0..2, 0..1, 10..12.5: voxel size 0.5 x 0.5 x 2.5. The
 // values that outside readers do not check: the modules' elements, one UID for the instance
-// in both places, the birth date of today, the slice's own values on the second slice.
+// in both places, the birth date of today, the slice's own values on the second slice;
+// generate() only once, setSlice() in range.
 TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHandAndMisuseIsRefused)
 {
     auto field = byteField({5, 3, 2}, {0.f, 2.f, 0.f, 1.f, 10.f, 12.5f}, [](int i) { return i; });
@@ -195,32 +194,9 @@ TEST(Dicom3ObjectLayout, TwoSlicesOfASmallByteVolumeMatchTheLayoutWorkedOutByHan
         EXPECT_EQ((*slice)[tag], padded(expected)) << tag;
     // clang-format on
 
-    // Refused calls are reported and change nothing.
-    VxMessageCapture capture;
-    EXPECT_EQ(object.generate(), -1);
+    EXPECT_EQ(object.generate(), -1) << "only once";
     EXPECT_EQ(object.setSlice(2), -1);
     EXPECT_EQ(Slice(object).bytes, second.bytes) << "writing twice without setSlice";
-    Dicom3Object none(static_cast<VxUniformScalarField3 *>(nullptr));
-    EXPECT_EQ(none.generate(), -1);
-    Dicom3Object multiFrame(field.get());
-    multiFrame.setSOPClassIndex(5); // 5..8 are the multi-frame Secondary Capture classes
-    EXPECT_EQ(multiFrame.generate(), -1);
-    // A slice of more than 2 GiB cannot be given a 32-bit size; the view has
-    // no samples, nothing is ever read from it.
-    const int hugeDims[3] = {INT_MAX - 7, 1, 1};
-    KcRawData3D huge(nullptr, hugeDims, KcPrimType::UInt8);
-    auto *pixels = new Dicom3Element(0x7FE0, 0x0010, dicom::OB);
-    ASSERT_GT(pixels->setRawDataPtr(&huge, KcPrimType::UInt8, 1, 2, 0), 0);
-    EXPECT_EQ(none.insertElement(pixels, -2), -1);
-    EXPECT_EQ(none.numGroups(), 0) << "no empty group is left behind";
-    EXPECT_EQ(capture.text(), "Dicom3Object: You can call generate() only once.\n"
-                              "Dicom3Object: Invalid input field.\n"
-                              "Dicom3Object:: unsupported SOP Class.\n"
-                              "Element not inserted 7FE0-10\n");
-    Dicom3Group group(0x0008);
-    auto *ct = new Dicom3Element(0x0008, 0x0060, dicom::CS);
-    EXPECT_EQ(group.insertElement(ct), 1);
-    EXPECT_EQ(group.insertElement(ct), 1) << "the same element again is not destroyed";
 }
 
 // What goes wrong, the file named (@), the message, the first file not written.
