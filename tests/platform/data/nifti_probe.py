@@ -1,6 +1,6 @@
 """nibabel's and pydicom's view of files, for the field file tests (x, y, z in LPS mm).
 
-probe FILE N [i,j,k[,t] ...]: header facts, the values at the indexes, N voxels as [x, y, z, value].
+probe FILE N: header facts and N voxels of the first volume as [x, y, z, value].
 dicom FILE...: the same samples of DICOM images (a 5 x 5 grid of each).
 make FILE KIND: nibabel writes i + 10 j + 100 k (int16) as one of the kinds in make().
 """
@@ -20,7 +20,7 @@ def value(v):
     return v.item()
 
 
-def probe(path, n, *points):
+def probe(path, n):
     img = nib.load(path)
     hdr, data = img.header, np.asanyarray(img.dataobj)
     (qform, qcode), (sform, scode) = img.get_qform(coded=True), img.get_sform(coded=True)
@@ -31,11 +31,9 @@ def probe(path, n, *points):
     print(json.dumps({"qform_code": int(qcode), "sform_code": int(scode),
                       "qform_is_sform": qform is not None and sform is not None
                       and bool(np.allclose(qform, sform, atol=1e-4)),
-                      "shape": list(data.shape), "zooms": [float(z) for z in hdr.get_zooms()],
+                      "zooms": [float(z) for z in hdr.get_zooms()],
                       "dtype": "rgb" if data.dtype.names else str(data.dtype),
                       "units": list(hdr.get_xyzt_units()),
-                      "descrip": hdr["descrip"].item().decode("latin-1"),
-                      "values": [value(data[tuple(int(v) for v in p.split(","))]) for p in points],
                       "samples": [[-r[0], -r[1], r[2], value(first[i])] for r, i in zip(ras, idxs)]}))
 
 
