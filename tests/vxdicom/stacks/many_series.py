@@ -7,7 +7,7 @@ import sys
 
 import numpy as np
 from pydicom.dataset import FileDataset, FileMetaDataset
-from pydicom.uid import ImplicitVRLittleEndian
+from pydicom.uid import ImplicitVRLittleEndian as IMPLICIT_LE
 
 MR_STORAGE = "1.2.840.10008.5.1.4.1.1.4"
 ROOT = "1.2.826.0.1.3680043.9.7433"
@@ -35,7 +35,7 @@ def main():
     pixels = np.arange(64 * 64, dtype=np.uint16).reshape(64, 64) % 4000
     for n, (series, instance, z, acquisition) in enumerate(order, start=1):
         meta = FileMetaDataset()
-        meta.update(dict(MediaStorageSOPClassUID=MR_STORAGE, TransferSyntaxUID=ImplicitVRLittleEndian,
+        meta.update(dict(MediaStorageSOPClassUID=MR_STORAGE, TransferSyntaxUID=IMPLICIT_LE,
                          MediaStorageSOPInstanceUID="%s.2.%d" % (ROOT, n)))
         path = os.path.join(out, "IM%05d" % n)
         ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
