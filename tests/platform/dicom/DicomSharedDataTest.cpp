@@ -74,7 +74,8 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     } else if (vxtest::haveProgram("gdcmconv")) { // no pydicom decoder: GDCM's decode, stored raw
         vxtest::TempDir dir;
         const std::string raw = dir.file("raw.dcm");
-        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + vxtest::shellQuote(path) + " " + raw), 0);
+        const std::string command = "gdcmconv --raw " + vxtest::shellQuote(path) + " ";
+        ASSERT_EQ(vxtest::runCommand(command + vxtest::shellQuote(raw)), 0);
         const DicomPtr gdcm = dicomtest::read(raw, false, &why);
         ASSERT_TRUE(gdcm) << why;
         EXPECT_TRUE(dicomtest::fullPixels(*gdcm) == frames) << "GDCM decodes otherwise";
@@ -82,6 +83,7 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     }
 }
 
+// Every shared file as pydicom, or else GDCM, reads it.
 TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
 {
     REQUIRE_PYDICOM();
