@@ -1,5 +1,4 @@
-// The vxdicom command line as users run it: usage, load, run, DICOMDIR, time series, anonymize,
-// view, and info (every shared file against pydicom and gdcmdump: info_vs_pydicom.py).
+// The vxdicom command line as users run it (info on every shared file: info_vs_pydicom.py).
 
 #include "tests/support/TestSupport.h"
 
@@ -23,13 +22,9 @@ namespace {
 const char *const kMrFolder = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag";         // 35 slices, "HFS"
 const char *const kEpiFolder = "dcm_qa_ge/In/SliceTimingRT/2_epiRT_IntAsc_GD0"; // 64x64x32x3
 
-std::string q(const std::string &s)
-{
-    return vxtest::shellQuote(s);
-}
+const auto q = [](const std::string &s) { return vxtest::shellQuote(s); };
 
-/// vxdicom with the arguments (quoted with q()), from `cwd`, with preferences of its own,
-/// offscreen, stopped after five minutes; `environment`: env's arguments ("-u NAME", "N=V").
+/// vxdicom from `cwd`, own settings, offscreen, for 5 min at most; `environment`: env's arguments.
 Outcome vxdicom(const std::string &arguments, const std::string &cwd = {},
                 const std::string &environment = {})
 {
@@ -42,27 +37,24 @@ Outcome vxdicom(const std::string &arguments, const std::string &cwd = {},
         q(VXDICOM_BINARY) + " " + arguments);
 }
 
-bool contains(const std::string &text, const std::string &part)
-{
+const auto contains = [](const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
-}
-size_t count(const std::string &text, const std::string &part)
-{
+};
+const auto count = [](const std::string &text, const std::string &part) {
     size_t n = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
         ++n;
     return n;
-}
+};
 /// The "field ..." and "time series ..." lines of a load's output.
-std::vector<std::string> summaryLines(const std::string &out)
-{
+const auto summaryLines = [](const std::string &out) {
     std::vector<std::string> kept;
     std::istringstream in(out);
     for (std::string line; std::getline(in, line);)
         if (line.rfind("field ", 0) == 0 || line.rfind("time series ", 0) == 0)
             kept.push_back(line);
     return kept;
-}
+};
 TEST(VxdicomCommand, HelpAndUsageErrors)
 {
     vxtest::TempDir dir;
@@ -89,8 +81,7 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
     EXPECT_FALSE(fs::exists(out));
 }
 
-// A load prints the command that replays it (the time series test replays one); a script's names
-// are read from its folder and its errors name the line.
+// A load prints its replay command; a script reads names from its folder, errors name the line.
 TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -123,8 +114,7 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     }
 }
 
-// A DICOMDIR made by dcmmkdir over the shared CT and MR series, given as its folder or as the
-// file, loads what the two folders load.
+// A dcmmkdir DICOMDIR of a CT and an MR series, as folder or file, loads what the folders load.
 TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -160,8 +150,7 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
     }
 }
 
-// A GE EPI's three stacks become one series saved as one 4D NIfTI (against dcm2niix's) beside
-// its creation command, which replays it from elsewhere (a folder name with special characters).
+// A GE EPI saved as one 4D NIfTI (as dcm2niix's) and replayed from a folder with odd characters.
 TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -204,8 +193,7 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
     EXPECT_TRUE(contains(log, "(64, 64, 32, 3)")) << log;
 }
 
-std::map<std::string, std::string> nrrdHeader(const std::string &path)
-{
+const auto nrrdHeader = [](const std::string &path) {
     std::map<std::string, std::string> header;
     std::ifstream in(path, std::ios::binary);
     for (std::string line; std::getline(in, line) && !line.empty();) {
@@ -214,7 +202,7 @@ std::map<std::string, std::string> nrrdHeader(const std::string &path)
             header[line.substr(0, at)] = line.substr(at + 2);
     }
     return header;
-}
+};
 
 // The anonymizer run on a saved field: no patient name, no source file name, the rest as it was.
 TEST(VxdicomAnonymize, SavedFieldsCarryNoPatientNameAndNoFileNames)
@@ -281,8 +269,7 @@ Outcome info(const std::string &options, const std::vector<std::string> &files,
     return vxdicom(args, {}, env);
 }
 
-// The layer's section of each encoding, one line naming each file that fails; a mosaic's tiles,
-// attributes and decoded CSA headers as gdcmdump and nibabel read the file; a CT's value range.
+// Layer sections, a line per failed file, a mosaic's tiles, attributes and CSA; a value range.
 TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersAndValueRanges)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -363,16 +350,14 @@ TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersAndValueRanges)
             << options << env;
 }
 
-QJsonObject pairs(const QJsonValue &bundle) // [name, value] pairs as an object
-{
+const auto pairs = [](const QJsonValue &bundle) { // [name, value] pairs as an object
     QJsonObject o;
     for (const QJsonValue &p : bundle.toArray())
         o.insert(p.toArray().at(0).toString(), p.toArray().at(1));
     return o;
-}
+};
 
-// One JSON document for a mosaic (its attributes and CSA values as the text form shows them), an
-// enhanced MR's six frames and a missing file.
+// One JSON document: a mosaic's attributes and CSA values, an enhanced MR's frames, a failure.
 TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTextForm)
 {
     VX_REQUIRE_SHARED_DATA();

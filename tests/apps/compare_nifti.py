@@ -1,7 +1,6 @@
 #!/usr/bin/python3
-"""compare_nifti.py A B: every voxel of A, placed by A's affine, must land on a voxel centre of B
-(0.01 mm) holding the same value, in every volume (nibabel), so that two tools storing one volume
-with different axis directions compare equal. Status 0 equal, 1 different, 77 without nibabel."""
+"""compare_nifti.py A B: each voxel of A, placed by its affine, lands on a voxel centre of B (0.01 mm)
+of the same value in every volume (nibabel). Status 0 equal, 1 different, 77 without nibabel."""
 import sys
 
 try:

@@ -3,14 +3,9 @@
 # dialog_under_xvfb.sh VXDICOM SHARED_DATA_DIR (77: skipped)
 set -uo pipefail
 vxdicom="$1" series="$2/dcm_qa_decubitus/In"
-for tool in xvfb-run xdotool; do
-    command -v "$tool" >/dev/null || { echo "skipped: $tool is missing"; exit 77; }
-done
-[ -d "$series" ] || { echo "skipped: $series not found"; exit 77; }
-if [ -z "${VX_UNDER_XVFB:-}" ]; then
-    export VX_UNDER_XVFB=1
-    exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"
-fi
+command -v xvfb-run >/dev/null && command -v xdotool >/dev/null && [ -d "$series" ] ||
+    { echo "skipped: xvfb-run, xdotool or $series is missing"; exit 77; }
+[ -n "${VX_UNDER_XVFB:-}" ] || VX_UNDER_XVFB=1 exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"
 unset QT_QPA_PLATFORM # Xvfb's display, not the offscreen platform
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT

@@ -1,7 +1,6 @@
 #!/usr/bin/python3
-"""`vxdicom info --json` on every shared file and an oblique series of non-square pixels
-(make_series.py) against pydicom (gdcmdump where it has no value; nibabel for CSA headers) or
-gdcmdump alone. Status 0 agree, 1 disagree, 77 skipped."""
+"""`vxdicom info --json` on the shared files and make_series.py's oblique non-square pixels against pydicom
+(gdcmdump where it has no value, nibabel for CSA) or gdcmdump alone. Status 0 agree, 1 not, 77 skipped."""
 import argparse, codecs, json, math, os, re, shutil, struct, subprocess, sys, tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -17,8 +16,7 @@ def collect(folder):
                   for n in names if n not in ("README.md", "LICENSE", "notes.txt"))
 
 
-class Reference:
-    """One file's values: pydicom, and gdcmdump's top-level lines where pydicom has none."""
+class Reference:  # one file's values: pydicom's, and gdcmdump's top-level lines where pydicom has none
 
     def __init__(self, path, mode):
         import pydicom
@@ -58,8 +56,7 @@ class Reference:
         return v[:n] if len(v) >= n else None
 
 
-def unit(v):
-    return [x / math.hypot(*v) for x in v] if any(v) else list(v)
+unit = lambda v: [x / math.hypot(*v) for x in v] if any(v) else list(v)  # noqa: E731
 
 
 def expected_image(ref):
@@ -98,8 +95,7 @@ def mosaic_tiles(path, ref):  # nibabel's CSA reader, else (0019,100A); None: no
     return n if n > 1 else None
 
 
-def close(a, b, absolute):
-    return abs(a - b) <= absolute + 1e-6 * abs(b)
+close = lambda a, b, absolute: abs(a - b) <= absolute + 1e-6 * abs(b)  # noqa: E731
 
 
 def compare_image(check, rec, exp, placed):  # placed: a mosaic tile or an enhanced frame
@@ -154,8 +150,8 @@ def first_long_item(raw):  # the first tag with an item longer than 255 bytes, o
     return None
 
 
-def item_text(v):  # UTF-8 where the bytes are UTF-8, other bytes as Latin-1 (as vxdicom reads CSA texts)
-    return (v if isinstance(v, bytes) else v.encode("latin-1")).decode("utf-8", errors="vx_latin1")
+# UTF-8 where the bytes are UTF-8, other bytes as Latin-1 (as vxdicom reads CSA texts).
+item_text = lambda v: (v if isinstance(v, bytes) else v.encode("latin-1")).decode("utf-8", errors="vx_latin1")  # noqa
 
 
 def compare_csa(check, raw, ours, name):  # every tag's fields and values against nibabel's
@@ -187,14 +183,13 @@ def compare(args, files):
     env = {k: v for k, v in os.environ.items() if k not in ("DICOM_DELAYED_READ", "DICOM_EPS_ORIENTATION")}
     proc = subprocess.run([args.vxdicom, "info", "--json", "--no-decode", "--all-frames", "--"] + files,
                           capture_output=True, env=dict(env, QT_QPA_PLATFORM="offscreen"))
-    stderr = proc.stderr.decode(errors="replace")
     ours = {r["file"]: r for r in json.loads(proc.stdout.decode("utf-8"))}  # invalid JSON: an exception
     problems, counts = [], dict.fromkeys(("images", "frames", "csa"), 0)
 
     def report(path, what, our, their, ok=None):
         if not (our == their if ok is None else ok):
             problems.append("%s: %s: vxdicom %r, reference %r" % (path, what, our, their))
-    report("vxdicom info", "exit status and standard error", (proc.returncode, stderr), (0, ""))
+    report("vxdicom info", "exit status and standard error", (proc.returncode, proc.stderr.decode(errors="replace")), (0, ""))
     for path in files:
         r = ours.get(path, {})
         check = lambda what, our, their, ok=None: report(path, what, our, their, ok)
