@@ -10,12 +10,11 @@ import os
 import pydicom
 from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
 from pydicom.sequence import Sequence
-from pydicom.uid import (ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian,
-                         generate_uid)
+from pydicom.uid import generate_uid
 
-SYNTAX = {"explicit": (ExplicitVRLittleEndian, True, False),
-          "implicit": (ImplicitVRLittleEndian, True, True),
-          "big": (ExplicitVRBigEndian, False, False)}
+SYNTAX = {"explicit": ("1.2.840.10008.1.2.1", True, False),
+          "implicit": ("1.2.840.10008.1.2", True, True),
+          "big": ("1.2.840.10008.1.2.2", False, False)}
 
 
 def record(kind, undefined, ident=None):
@@ -33,41 +32,36 @@ def record(kind, undefined, ident=None):
     return r
 
 
-def write(args):
-    uid, little, implicit = SYNTAX[args.syntax]
-    meta = FileMetaDataset()
-    meta.MediaStorageSOPClassUID = "1.2.840.10008.1.3.10"
-    meta.MediaStorageSOPInstanceUID = generate_uid()
-    meta.TransferSyntaxUID = uid
-    ds = FileDataset(args.out, {}, file_meta=meta, preamble=b"\0" * 128)
-    ds.FileSetID, ds.FileSetConsistencyFlag = "VXTEST", int(args.inconsistent)
-    records = [record("PATIENT", args.undefined_lengths)]
-    records += [record("IMAGE", args.undefined_lengths, i) for i in args.id]
-    ds.DirectoryRecordSequence = Sequence(records)
-    ds["DirectoryRecordSequence"].is_undefined_length = args.undefined_lengths
-    ds.is_little_endian, ds.is_implicit_VR = little, implicit
-    ds.save_as(args.out, write_like_original=False)
-
-
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("out", nargs="?")
     ap.add_argument("--syntax", choices=sorted(SYNTAX), default="explicit")
-    ap.add_argument("--undefined-lengths", action="store_true")
-    ap.add_argument("--inconsistent", action="store_true")
+    for flag in ("--undefined-lengths", "--inconsistent", "--folder"):
+        ap.add_argument(flag, action="store_true")
     ap.add_argument("--id", action="append", default=[])
     ap.add_argument("--list", nargs="+", default=[])
-    ap.add_argument("--folder", action="store_true")
     args = ap.parse_args()
     if args.folder:
         print(os.path.join(os.path.dirname(pydicom.__file__), "data/test_files/dicomdirtests"))
     for path in args.list:
-        for value in (r.ReferencedFileID for r in pydicom.dcmread(path).DirectoryRecordSequence
-                      if "ReferencedFileID" in r):
-            value = "/".join([value] if isinstance(value, str) else list(value)).strip(" ")
-            print(os.path.join(os.path.dirname(path), value))
+        for r in pydicom.dcmread(path).DirectoryRecordSequence:
+            if "ReferencedFileID" in r:
+                value = r.ReferencedFileID
+                value = "/".join([value] if isinstance(value, str) else list(value)).strip(" ")
+                print(os.path.join(os.path.dirname(path), value))
     if args.out:
-        write(args)
+        uid, little, implicit = SYNTAX[args.syntax]
+        meta = FileMetaDataset()
+        meta.MediaStorageSOPClassUID, meta.TransferSyntaxUID = "1.2.840.10008.1.3.10", uid
+        meta.MediaStorageSOPInstanceUID = generate_uid()
+        ds = FileDataset(args.out, {}, file_meta=meta, preamble=b"\0" * 128)
+        ds.FileSetID, ds.FileSetConsistencyFlag = "VXTEST", int(args.inconsistent)
+        ds.DirectoryRecordSequence = Sequence(
+            [record("PATIENT", args.undefined_lengths)] +
+            [record("IMAGE", args.undefined_lengths, i) for i in args.id])
+        ds["DirectoryRecordSequence"].is_undefined_length = args.undefined_lengths
+        ds.is_little_endian, ds.is_implicit_VR = little, implicit
+        ds.save_as(args.out, write_like_original=False)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
-// "Save as DICOM" as a user works it, with real widgets offscreen: the element
-// table and its editors; the dialog shown from a worker thread over a real
-// series, and the files it writes read back by dcmdump.
+// "Save as DICOM" as a user works it, with real widgets offscreen: the dialog shown from a
+// worker thread over a real series, its element table and editors driven, and the files it
+// writes read back by dcmdump.
 
 #include "vxdicom/export/QxDicom3SaveDialog.h"
 #include "platform/core/VxMessage.h"
@@ -30,15 +30,6 @@ namespace {
 std::string cell(const QxDicom3Table &table, int r, int c)
 {
     return r < 0 ? "(no row)" : table.item(r, c)->text().toStdString();
-}
-
-/// The texts of a row's cells from column `from` on, joined by '|'.
-std::string rowText(const QxDicom3Table &table, int r, int from = 0)
-{
-    std::string text = cell(table, r, from);
-    for (int c = from + 1; c < table.columnCount(); ++c)
-        text += "|" + cell(table, r, c);
-    return text;
 }
 
 int rowOf(const QxDicom3Table &table, const char *group, const char *element)
@@ -75,39 +66,6 @@ QLineEdit *typeInto(QxDicom3Table &table, int r, int c, const char *text)
 }
 
 } // namespace
-
-// Rows come from a bundle; Return stores the typed text, normalised; a new row is the private
-// element GF000-F000; all go back as the writer's parameters; deleting the first row moves the
-// others up in order.
-TEST(ElementTable, RowsComeFromBundlesAreEditedAndGoBackAsTheWritersParameters)
-{
-    VxParamBundle bundle("DICOM");
-    auto *all = new VxParamBundle("All");
-    for (const auto &[name, text] : {std::pair{"G0010-0010", "patient name [PN]: Doe^John"},
-                                     std::pair{"G0010-1010", "patient age [AS]: 045Y"},
-                                     std::pair{"G0008-103E", "series description [LO]: T1 axial"}})
-        all->insert(new VxParameter(name, text));
-    bundle.insert(all);
-    QxDicom3Table table;
-    table.replaceContentWithBundle(&bundle);
-    table.show();
-    ASSERT_EQ(table.rowCount(), 3);
-    EXPECT_EQ(rowText(table, 0), "0010|0010|PN|8|patient name|Doe^John");
-    QLineEdit *line = typeInto(table, 2, QxDicom3Table::Content, "  typed   over ");
-    ASSERT_NE(line, nullptr);
-    QTest::keyClick(line, Qt::Key_Return);
-    QApplication::processEvents(); // the table takes the value when the editor has closed
-    table.addNewItem();
-    const std::unique_ptr<VxParamBundle> back(table.getContentAsDicomParamBundle());
-    ASSERT_EQ(back->bundle("All")->size(), 4);
-    EXPECT_EQ(back->bundle("All")->getString("G0010-0010"), "patient name [PN]:Doe^John");
-    EXPECT_NE(back->bundle("All")->parameter("GF000-F000"), nullptr);
-    table.setCurrentCell(0, QxDicom3Table::Description);
-    table.delCurrentItem();
-    ASSERT_EQ(table.rowCount(), 3);
-    EXPECT_EQ(rowText(table, 0, 4) + "|" + rowText(table, 1, 4) + "|" + cell(table, 2, 4),
-              "patient age|045Y|series description|typed over|new Private Element");
-}
 
 TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRefused)
 {
@@ -151,6 +109,11 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
         EXPECT_EQ(cell(table, name, QxDicom3Table::Content), "Unknown");
         EXPECT_TRUE(table.isRowReadOnly(rowOf(table, "0028", "0010")));
         typeInto(table, name, QxDicom3Table::Content, "Doe^Jane");
+        // Rows (0028,0010) set on purpose: refused by name, nothing written.
+        QTest::mouseClick(d.addButton(), Qt::LeftButton);
+        const int owned = table.rowCount() - 1;
+        typeInto(table, owned, QxDicom3Table::Group, "00280010");
+        typeInto(table, owned, QxDicom3Table::Content, "12");
         // A private element, made a long string.
         QTest::mouseClick(d.addButton(), Qt::LeftButton);
         const int added = table.rowCount() - 1;
@@ -159,11 +122,6 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
         vr->setCurrentText("LO");
         emit vr->textActivated("LO");
         typeInto(table, added, QxDicom3Table::Content, "vxdicom edit test");
-        // Rows (0028,0010) set on purpose: refused by name, nothing written.
-        QTest::mouseClick(d.addButton(), Qt::LeftButton);
-        const int owned = table.rowCount() - 1;
-        typeInto(table, owned, QxDicom3Table::Group, "00280010");
-        typeInto(table, owned, QxDicom3Table::Content, "12");
         table.setCurrentCell(name, QxDicom3Table::Description);
         {
             VxMessageCapture console;
@@ -171,12 +129,19 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
             refused = console.text();
         }
         EXPECT_TRUE(d.isVisible());
+        // Deleting the owned row moves the private one up in its place.
         table.setCurrentCell(owned, QxDicom3Table::Description);
         QTest::mouseClick(d.deleteButton(), Qt::LeftButton);
+        EXPECT_EQ(std::to_string(table.rowCount() - owned) + " " +
+                      cell(table, owned, QxDicom3Table::Group) + " " +
+                      cell(table, owned, QxDicom3Table::Content),
+                  "1 F000 vxdicom edit test");
         QString why;
         EXPECT_TRUE(d.saveAttributesTo(QString::fromStdString(out.file("out.txt")), &why))
             << why.toStdString();
         QTest::mouseClick(d.okButton(), Qt::LeftButton);
+        if (d.isVisible()) // refused again: the test fails on what was written, not on a hang
+            d.reject();
     });
     EXPECT_NE(refused.find("(0028,0010) rows cannot be set here"), std::string::npos) << refused;
     ASSERT_EQ(written, 256);
