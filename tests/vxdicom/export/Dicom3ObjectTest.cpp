@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -19,19 +18,6 @@ using namespace std::string_literals;
 namespace {
 
 const dicom::enCoding LE = dicom::EXPLICIT_LITTLE_ENDIAN, BE = dicom::EXPLICIT_BIG_ENDIAN;
-
-/// Unsigned bytes value(i) at sample i, spanning bbox.
-std::unique_ptr<VxUniformScalarField3> byteField(std::array<int, 3> dims, std::array<float, 6> bbox,
-                                                 int (*value)(int))
-{
-    const int n = dims[0] * dims[1] * dims[2];
-    auto *data = static_cast<unsigned char *>(std::malloc(static_cast<size_t>(n)));
-    for (int i = 0; i < n; ++i)
-        data[i] = static_cast<unsigned char>(value(i));
-    auto field = std::make_unique<VxUniformScalarField3>(dims.data(), KcPrimType::UInt8, data);
-    field->setBoundingBox(bbox.data());
-    return field;
-}
 
 /// Everything `write` puts into a fresh temporary file; `result` gets what it returns.
 std::string written(const std::function<int(FILE *)> &write, int *result = nullptr)
@@ -124,8 +110,11 @@ TEST(Dicom3Writer, EveryFailureNamesTheFileAndTheCountWrittenAndKeepsWhatWasWrit
                                           [](void *) { VxWorkArea::instance()->setObserver({}); });
         if (prepare)
             prepare(dir.path());
-        auto field = byteField({4, 3, 3}, {0, 3, 0, 2, 0, 2}, [](int i) { return i; });
-        Dicom3Object object(field.get());
+        const int dims[3] = {4, 3, 3};
+        const float box[6] = {0, 3, 0, 2, 0, 2};
+        VxUniformScalarField3 field(dims, KcPrimType::UInt8, std::calloc(36, 1));
+        field.setBoundingBox(box);
+        Dicom3Object object(&field);
         EXPECT_EQ(prepare ? object.generate() : 1, 1);
         VxMessageCapture capture;
         EXPECT_EQ(writeDicom3Slices(object, QString::fromStdString(dir.path().string())), -1);

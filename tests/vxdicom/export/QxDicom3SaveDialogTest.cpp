@@ -23,7 +23,6 @@
 #include <QTimer>
 
 #include <fstream>
-#include <functional>
 
 namespace {
 
@@ -86,63 +85,60 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
     options.attributes = readAttributeFile(out.file("in.txt"), &error);
     ASSERT_TRUE(options.attributes) << error;
 
-    // Saves on a worker thread while `drive` works the dialog; the number of
-    // files written. Cancel is driven in tests/apps/dialog_under_xvfb.sh.
-    auto save = [&](const std::string &dir,
-                    const std::function<void(QxDicom3SaveDialog &)> &drive) {
-        const QPointer<QTimer> waiting =
-            uitest::when([] { return uitest::visibleWindow<QxDicom3SaveDialog>() != nullptr; },
-                         [drive] { drive(*uitest::visibleWindow<QxDicom3SaveDialog>()); });
-        int written = -1;
-        uitest::runOnWorker([&] {
-            written = saveFieldThroughDialog(*fields[0], QString::fromStdString(dir), options);
-        });
-        delete waiting.data();
-        return written;
-    };
+    // The dialog is driven when it shows; it is shown from the worker thread that saves, as in
+    // the program. Cancel is driven in tests/apps/dialog_under_xvfb.sh.
     std::string refused;
-    const int written = save(out.file("dcm"), [&](QxDicom3SaveDialog &d) {
-        QxDicom3Table &table = *d.table();
-        EXPECT_EQ(cell(table, rowOf(table, "0008", "1030"), QxDicom3Table::Content),
-                  "phantom, edited");
-        const int name = rowOf(table, "0010", "0010");
-        EXPECT_EQ(cell(table, name, QxDicom3Table::Content), "Unknown");
-        EXPECT_TRUE(table.isRowReadOnly(rowOf(table, "0028", "0010")));
-        typeInto(table, name, QxDicom3Table::Content, "Doe^Jane");
-        // Rows (0028,0010) set on purpose: refused by name, nothing written.
-        QTest::mouseClick(d.addButton(), Qt::LeftButton);
-        const int owned = table.rowCount() - 1;
-        typeInto(table, owned, QxDicom3Table::Group, "00280010");
-        typeInto(table, owned, QxDicom3Table::Content, "12");
-        // A private element, made a long string.
-        QTest::mouseClick(d.addButton(), Qt::LeftButton);
-        const int added = table.rowCount() - 1;
-        auto *vr = openEditor<QComboBox>(table, added, QxDicom3Table::VR);
-        ASSERT_NE(vr, nullptr);
-        vr->setCurrentText("LO");
-        emit vr->textActivated("LO");
-        typeInto(table, added, QxDicom3Table::Content, "vxdicom edit test");
-        table.setCurrentCell(name, QxDicom3Table::Description);
-        {
-            VxMessageCapture console;
+    const QPointer<QTimer> waiting = uitest::when(
+        [] { return uitest::visibleWindow<QxDicom3SaveDialog>() != nullptr; },
+        [&] {
+            QxDicom3SaveDialog &d = *uitest::visibleWindow<QxDicom3SaveDialog>();
+            QxDicom3Table &table = *d.table();
+            EXPECT_EQ(cell(table, rowOf(table, "0008", "1030"), QxDicom3Table::Content),
+                      "phantom, edited");
+            const int name = rowOf(table, "0010", "0010");
+            EXPECT_EQ(cell(table, name, QxDicom3Table::Content), "Unknown");
+            EXPECT_TRUE(table.isRowReadOnly(rowOf(table, "0028", "0010")));
+            typeInto(table, name, QxDicom3Table::Content, "Doe^Jane");
+            // Rows (0028,0010) set on purpose: refused by name, nothing written.
+            QTest::mouseClick(d.addButton(), Qt::LeftButton);
+            const int owned = table.rowCount() - 1;
+            typeInto(table, owned, QxDicom3Table::Group, "00280010");
+            typeInto(table, owned, QxDicom3Table::Content, "12");
+            // A private element, made a long string.
+            QTest::mouseClick(d.addButton(), Qt::LeftButton);
+            const int added = table.rowCount() - 1;
+            auto *vr = openEditor<QComboBox>(table, added, QxDicom3Table::VR);
+            ASSERT_NE(vr, nullptr);
+            vr->setCurrentText("LO");
+            emit vr->textActivated("LO");
+            typeInto(table, added, QxDicom3Table::Content, "vxdicom edit test");
+            table.setCurrentCell(name, QxDicom3Table::Description);
+            {
+                VxMessageCapture console;
+                QTest::mouseClick(d.okButton(), Qt::LeftButton);
+                refused = console.text();
+            }
+            EXPECT_TRUE(d.isVisible());
+            // Deleting the owned row moves the private one up in its place.
+            table.setCurrentCell(owned, QxDicom3Table::Description);
+            QTest::mouseClick(d.deleteButton(), Qt::LeftButton);
+            EXPECT_EQ(std::to_string(table.rowCount() - owned) + " " +
+                          cell(table, owned, QxDicom3Table::Group) + " " +
+                          cell(table, owned, QxDicom3Table::Content),
+                      "1 F000 vxdicom edit test");
+            QString why;
+            EXPECT_TRUE(d.saveAttributesTo(QString::fromStdString(out.file("out.txt")), &why))
+                << why.toStdString();
             QTest::mouseClick(d.okButton(), Qt::LeftButton);
-            refused = console.text();
-        }
-        EXPECT_TRUE(d.isVisible());
-        // Deleting the owned row moves the private one up in its place.
-        table.setCurrentCell(owned, QxDicom3Table::Description);
-        QTest::mouseClick(d.deleteButton(), Qt::LeftButton);
-        EXPECT_EQ(std::to_string(table.rowCount() - owned) + " " +
-                      cell(table, owned, QxDicom3Table::Group) + " " +
-                      cell(table, owned, QxDicom3Table::Content),
-                  "1 F000 vxdicom edit test");
-        QString why;
-        EXPECT_TRUE(d.saveAttributesTo(QString::fromStdString(out.file("out.txt")), &why))
-            << why.toStdString();
-        QTest::mouseClick(d.okButton(), Qt::LeftButton);
-        if (d.isVisible()) // refused again: the test fails on what was written, not on a hang
-            d.reject();
+            if (d.isVisible()) // refused again: the test fails on what was written, not on a hang
+                d.reject();
+        });
+    int written = -1;
+    uitest::runOnWorker([&] {
+        written =
+            saveFieldThroughDialog(*fields[0], QString::fromStdString(out.file("dcm")), options);
     });
+    delete waiting.data();
     EXPECT_NE(refused.find("(0028,0010) rows cannot be set here"), std::string::npos) << refused;
     ASSERT_EQ(written, 256);
     const std::unique_ptr<VxParamBundle> saved = readAttributeFile(out.file("out.txt"), &error);
