@@ -1,6 +1,5 @@
 // The largest allocation request of the process: noted by the allocator's entry points before
-// glibc's (operator new goes through malloc), or under AddressSanitizer, whose allocator must
-// stay, by its malloc hook (of the requests that succeeded).
+// glibc's, or under AddressSanitizer, whose allocator must stay, by its hook.
 
 #include <atomic>
 #include <cerrno>

@@ -43,10 +43,7 @@ int rowOf(const QxDicom3Table &table, const char *group, const char *element)
 // Makes the cell current, which opens its editor, and returns the editor.
 template <class Editor> Editor *openEditor(QxDicom3Table &table, int r, int c)
 {
-    if (table.currentRow() == r && table.currentColumn() == c)
-        table.editItem(table.item(r, c)); // a click on the current cell
-    else
-        table.setCurrentCell(r, c);
+    table.setCurrentCell(r, c);
     QApplication::processEvents();
     for (Editor *editor : table.viewport()->findChildren<Editor *>())
         if (editor->isVisible()) // closed editors wait to be deleted

@@ -11,8 +11,7 @@ import numpy as np
 import pydicom
 
 
-def files(entry, fail):
-    samples = np.fromfile(entry["raw"], dtype=np.dtype(entry["dtype"])).astype(np.int64)
+def files(entry, samples):
     offset, instances, first = 0, set(), None
     for k, path in enumerate(entry["files"]):
         try:
@@ -22,31 +21,31 @@ def files(entry, fail):
             sys.exit(f"{path}: pydicom cannot read it: {e}")
         expected = samples[offset:offset + pixels.size].reshape(pixels.shape)
         offset += pixels.size
-        meta, ids = ds.file_meta, (ds.SeriesInstanceUID, ds.StudyInstanceUID)
-        first = first or ids
+        meta, first = ds.file_meta, first or (ds.SeriesInstanceUID, ds.StudyInstanceUID)
         instances.add(ds.SOPInstanceUID)
-        seen = [os.path.basename(path), bool(np.array_equal(pixels.astype(np.int64), expected)),
-                str(meta.TransferSyntaxUID), str(meta.MediaStorageSOPClassUID), str(ds.SOPClassUID),
-                str(ds.Modality), str(ds.InstanceNumber), list(pixels.shape), str(pixels.dtype),
-                str(meta.MediaStorageSOPInstanceUID), ids]
-        fail(path, "name, pixels, syntax, classes, modality, instance (from 0), shape, type, "
-             "instance UID, series and study", seen, [f"IM{k + 1:05d}.dcm", True,
-             "1.2.840.10008.1.2.1", entry["sopClass"], entry["sopClass"], entry["modality"], str(k),
-             entry["shape"], entry["dtype"], str(ds.SOPInstanceUID), first])
-    fail(entry["raw"], "samples left over, own instance UIDs", [samples.size - offset,
-         len(instances)], [0, len(entry["files"])])
+        yield (path, "name, pixels, syntax, classes, modality, instance (from 0), shape, type, "
+               "instance UID, series and study", [
+                   os.path.basename(path), bool(np.array_equal(pixels.astype(np.int64), expected)),
+                   str(meta.TransferSyntaxUID), str(meta.MediaStorageSOPClassUID),
+                   str(ds.SOPClassUID), str(ds.Modality), str(ds.InstanceNumber),
+                   list(pixels.shape), str(pixels.dtype), str(meta.MediaStorageSOPInstanceUID),
+                   (ds.SeriesInstanceUID, ds.StudyInstanceUID)],
+               [f"IM{k + 1:05d}.dcm", True, "1.2.840.10008.1.2.1", entry["sopClass"],
+                entry["sopClass"], entry["modality"], str(k), entry["shape"], entry["dtype"],
+                str(ds.SOPInstanceUID), first])
+    yield (entry["raw"], "samples left over, own instance UIDs",
+           [samples.size - offset, len(instances)], [0, len(entry["files"])])
 
 
-def nifti(entry, fail):
+def nifti(entry, samples):
     import nibabel
     image = nibabel.load(entry["nifti"])
     data = np.asanyarray(image.dataobj).astype(np.int64)
     c, r, s = entry["shape"]
-    expected = np.fromfile(entry["raw"], dtype=np.dtype(entry["dtype"])).reshape(s, r, c)
     # Rows run the other way in NIfTI's frame.
-    fail(entry["nifti"], "shape, samples, zooms, affine", [
+    yield (entry["nifti"], "shape, samples, zooms, affine", [
         list(data.shape), data.shape == (c, r, s) and bool(np.array_equal(
-            data[:, ::-1, :].transpose(2, 1, 0), expected)),
+            data[:, ::-1, :].transpose(2, 1, 0), samples.reshape(s, r, c))),
         [float(z) for z in image.header.get_zooms()], np.round(image.affine[:3], 5).tolist()],
         [entry["shape"], True, entry["zooms"], entry["affine"]])
 
@@ -56,9 +55,9 @@ if __name__ == "__main__":
         sys.exit(__doc__)
     failures = []
     for entry in json.load(open(sys.argv[1])):
-        def fail(name, what, seen, expected):
+        samples = np.fromfile(entry["raw"], dtype=np.dtype(entry["dtype"])).astype(np.int64)
+        for name, what, seen, expected in (nifti if "nifti" in entry else files)(entry, samples):
             if seen != expected:
                 failures.append(f"{name}: {what}: {seen!r}, expected {expected!r}")
-        nifti(entry, fail) if "nifti" in entry else files(entry, fail)
         print(entry.get("nifti") or entry["raw"])
     sys.exit("\n".join(failures) if failures else 0)
