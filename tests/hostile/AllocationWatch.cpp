@@ -25,14 +25,7 @@ void resetLargestAllocation()
     largest.store(0);
 }
 
-#if defined(__SANITIZE_ADDRESS__)
-#define VX_UNDER_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VX_UNDER_ASAN 1
-#endif
-#endif
-#ifdef VX_UNDER_ASAN
+#ifdef __SANITIZE_ADDRESS__ // GCC and Clang
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void *, size_t),
                                                          void (*)(const volatile void *));
 [[maybe_unused]] static const int installed = __sanitizer_install_malloc_and_free_hooks(

@@ -103,14 +103,14 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
         const std::string command =
             "dcm2niix -z n -f volume -o " + temp.file("nii") + " " + temp.file("CT_int16");
         ASSERT_EQ(vxtest::runCommand(command, &out, true), 0) << out;
-        manifest.append(
-            QJsonObject{{"nifti", QString::fromStdString(temp.file("nii/volume.nii"))},
-                        {"dtype", "int16"},
-                        {"raw", QString::fromStdString(temp.file("CT_int16.raw"))},
-                        {"shape", QJsonArray{7, 5, 3}},
-                        {"zooms", QJsonArray{1.0, 1.25, 2.0}},
-                        {"affine", QJsonArray{QJsonArray{-1, 0, 0, 3}, QJsonArray{0, 1.25, 0, -3},
-                                              QJsonArray{0, 0, 2, 10}}}});
+        // clang-format off
+        manifest.append(QJsonObject{
+            {"nifti", QString::fromStdString(temp.file("nii/volume.nii"))}, {"dtype", "int16"},
+            {"raw", QString::fromStdString(temp.file("CT_int16.raw"))},
+            {"shape", QJsonArray{7, 5, 3}}, {"zooms", QJsonArray{1.0, 1.25, 2.0}},
+            {"affine", QJsonArray{QJsonArray{-1, 0, 0, 3}, QJsonArray{0, 1.25, 0, -3},
+                                  QJsonArray{0, 0, 2, 10}}}});
+        // clang-format on
     } else {
         std::cout << "dcm2niix or nibabel is missing: the volume is not rebuilt\n";
     }
