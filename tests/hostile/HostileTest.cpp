@@ -51,7 +51,8 @@ void put(Bytes &b, size_t at, uint32_t v, size_t n)
 }
 Bytes operator+(Bytes a, const Bytes &b)
 {
-    return a.insert(a.end(), b.begin(), b.end()), a;
+    a.insert(a.end(), b.begin(), b.end());
+    return a; // moved out
 }
 Bytes le(uint32_t v, size_t n)
 {
@@ -241,7 +242,7 @@ protected:
         return vxtest::readFileBytes(vxtest::sharedPath(name));
     }
 
-    // Every kind of broken file made from real ones: (path, what its refusal says).
+    // Every kind of broken file made from real ones: (path, what its refusal says; "@": the path).
     std::vector<std::pair<std::string, std::string>> brokenFiles()
     {
         const Element pixels = findElement(source, 0x7FE0, 0x0010);
@@ -258,7 +259,6 @@ protected:
         const Bytes dataSet = encodeElement(0x0008, 0x0060, "CS", text("MR")) +
                               encodeElement(0x0009, 0x0010, "LO", text("VXTEST")) + claim;
         std::vector<std::tuple<std::string, Bytes, std::string>> rows = {
-            // "@": the file's path
             {"csa4g.dcm", withLength(source, 0x0029, 0x1010, 0xFFFFFFF0u), "premature end of file"},
             {"pixels_past_end.dcm",
              withLength(source, 0x7FE0, 0x0010, uint32_t(source.size() - pixels.value + 2)),
