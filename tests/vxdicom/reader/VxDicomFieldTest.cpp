@@ -149,6 +149,27 @@ TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
         }
 }
 
+// An RT Dose grid of make_32bit.py: 32-bit samples scaled by Dose Grid Scaling,
+// frames placed by the Grid Frame Offset Vector.
+TEST(DicomFieldCreation, RtDoseGridIsScaledAndPlacedByItsFrameOffsets)
+{
+    vxtest::TempDir dir;
+    std::string out;
+    ASSERT_EQ(runScript("make_32bit.py", {dir.file("dose"), "dose"}, &out), 0) << out;
+    auto field = fieldOf({dir.file("dose")});
+    ASSERT_TRUE(field);
+    ASSERT_EQ(field->lattice()->primType(), KcPrimType::Float);
+    ASSERT_EQ(field->lattice()->numVoxels(), 36u);
+    for (const auto &[i, j, k] : {std::tuple{0, 0, 0}, std::tuple{3, 2, 2}, std::tuple{1, 2, 1}}) {
+        float w[3];
+        field->voxelToWorld(i, j, k, w);
+        const float mm[3] = {-10.0f + 3 * i, -20.0f + 2 * j, 30.0f + 2.5f * k};
+        for (int a = 0; a < 3; ++a)
+            EXPECT_NEAR(w[a] * 10, mm[a], 1e-4) << i << j << k;
+        EXPECT_NEAR(sample(*field, i + 4 * (j + 3 * k)), (3e9 + 1e6 * k + 1e3 * j + i) * 1e-4, 0.3);
+    }
+}
+
 // 32-bit colour of make_32bit.py: component s of pixel p holds (p + 1) * 4096
 // + s in its top 16 stored bits, which are kept (and the loss said); the RLE
 // file is DCMTK's encoding.
