@@ -113,6 +113,31 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
               (std::vector<float>{20, 21, 22}));
 }
 
+// Criteria stored in the preferences come back in their order with the dictionary's names;
+// entries that do not parse are dropped; a reset empties the stored text.
+TEST_F(StackBuilding, StoredCriteriaAreReadInTheirOrderAndWhatDoesNotParseIsDropped)
+{
+    LoadedFiles files({ctFile("I10"), ctFile("I20"), ctFile("I30")});
+    stacktest::storeCriteria("<-1|-1|1|3|file name><junk><1|2|3|x|y><32|4161|16|31|z>");
+    DicomListView view;
+    VxMessageCapture console;
+    view.initialize(files.images());
+    EXPECT_TRUE(console.contains("Using non default DICOM load options!\n"));
+    const auto names = [&view] {
+        std::vector<std::string> list;
+        for (const auto *option : view.loadOptions())
+            list.push_back(option->name);
+        return list;
+    };
+    EXPECT_EQ(names(), (std::vector<std::string>{"file name", "slice location"}));
+    EXPECT_EQ(view.loadOptions()[1]->value, DicomLoadOption::Linear);
+    EXPECT_EQ(stackSizes(view), std::vector<int>{3}) << "CT steps are linear";
+    view.resetSettings();
+    EXPECT_EQ(VxSettingsMgr::getInstance()->getPreferences().dicomLoadOptions, "");
+    EXPECT_EQ(names(), (std::vector<std::string>{"instance number", "slice location", "file name",
+                                                 "load index"}));
+}
+
 TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOrder)
 {
     // An examination written by pydicom (many_series.py), series in UID order.
