@@ -8,6 +8,7 @@
 #include "platform/data/VxParameter.h"
 #include "platform/gui/VxWarningDialog.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
+#include "vxdicom/reader/DicomPixelKernels.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
 
 #include <QAbstractButton>
@@ -16,6 +17,7 @@
 #include <QPushButton>
 #include <QTimer>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <set>
@@ -147,6 +149,24 @@ TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
             EXPECT_EQ(shown.toStdString(), c.button ? asked : "")
                 << "the question shows only with a display";
         }
+}
+
+// The word rescale kernel against its formula for every stored value: both ends of the range
+// saturate, narrower bounds clamp, a tail shorter than a vector is done too.
+TEST(DicomFieldCreation, WordRescaleKernelGivesItsFormulaForEveryValue)
+{
+    std::vector<short> src(65536 + 5), dst(src.size());
+    for (size_t i = 0; i < src.size(); ++i)
+        src[i] = static_cast<short>(static_cast<int>(i % 65536) - 32768);
+    for (const auto &[offset, low, high] :
+         {std::tuple{-1024.0f, -32768, 32767}, std::tuple{1024.0f, -32768, 32767},
+          std::tuple{32767.0f, -32768, 32767}, std::tuple{-1024.0f, -2000, 2000},
+          std::tuple{0.5f, -32768, 32767}}) {
+        dicomRescale(dst.data(), src.data(), long(src.size()), 1.0f, offset, low, high);
+        for (size_t i = 0; i < src.size(); ++i)
+            ASSERT_EQ(dst[i], std::clamp(int(std::floor(src[i] + double(offset) + 0.5)), low, high))
+                << src[i] << " + " << offset;
+    }
 }
 
 // An RT Dose grid of make_32bit.py: 32-bit samples scaled by Dose Grid Scaling,
