@@ -1,6 +1,5 @@
-// Real files broken as met in the wild, headers claiming more memory than any machine has and
-// the fuzz findings' inputs, loaded beside an intact series; the edits use the test's own
-// element walk, so they do not depend on the reader they break.
+// Broken real files, absurd memory claims and fuzz findings, loaded beside an intact series; the
+// edits use the test's own element walk, not the reader they break.
 
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
@@ -33,40 +32,33 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<unsigned char>;
 
 constexpr size_t kAllowedAllocation = size_t(256) << 20;
-/// Five sagittal Siemens slices, 64 x 42 (one stack), loaded beside every broken file.
-const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";
-/// The file the broken copies are made from: a Siemens slice with CSA headers, 256 x 256 x 16 bits.
-const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/"
+const char *const kSeriesDir = "dcm_qa_sag/In/2_gre_field_mapping";   // 5 slices, 64 x 42
+const char *const kSource = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag/" // with CSA, 256 x 256
                             "0001_1.3.12.2.1107.5.2.43.67060.2022040715140258030663181.dcm";
 
 // Little-endian values of n bytes (this host is little endian, as the files).
-uint32_t read(const Bytes &b, size_t at, size_t n)
-{
+const auto read = [](const Bytes &b, size_t at, size_t n) {
     uint32_t v = 0;
     return std::memcpy(&v, &b.at(at + n - 1) - (n - 1), n), v;
-}
-void put(Bytes &b, size_t at, uint32_t v, size_t n)
-{
+};
+const auto put = [](Bytes &b, size_t at, uint32_t v, size_t n) {
     std::memcpy(&b.at(at + n - 1) - (n - 1), &v, n);
-}
+};
 Bytes operator+(Bytes a, const Bytes &b)
 {
     a.insert(a.end(), b.begin(), b.end());
     return a; // moved out
 }
-Bytes le(uint32_t v, size_t n)
-{
+const auto le = [](uint32_t v, size_t n) {
     Bytes b(n);
     return put(b, 0, v, n), b;
-}
-Bytes text(const std::string &s) // padded with a blank to an even length
-{
-    return s.size() % 2 ? text(s + " ") : Bytes(s.begin(), s.end());
-}
-bool longForm(const char *vr) // two reserved bytes and a 32-bit length
-{
+};
+const auto text = [](std::string s) { // padded with a blank to an even length
+    return s.resize(s.size() + s.size() % 2, ' '), Bytes(s.begin(), s.end());
+};
+const auto longForm = [](const char *vr) { // two reserved bytes and a 32-bit length
     return std::string("OBODOFOLOVOWSQSVUCUNURUTUV").find(std::string(vr, 2)) % 2 == 0;
-}
+};
 
 struct Element
 {
@@ -93,15 +85,13 @@ Element findElement(const Bytes &file, uint16_t group, uint16_t element, bool or
     }
     throw std::runtime_error("element not in the file");
 }
-Bytes withLength(Bytes file, uint16_t group, uint16_t element, uint32_t length)
-{
+const auto withLength = [](Bytes file, uint16_t group, uint16_t element, uint32_t length) {
     const Element e = findElement(file, group, element);
     return put(file, e.lengthField, length, e.lengthSize), file;
-}
-Bytes withUS(Bytes file, uint16_t group, uint16_t element, uint16_t value)
-{
+};
+const auto withUS = [](Bytes file, uint16_t group, uint16_t element, uint16_t value) {
     return put(file, findElement(file, group, element).value, value, 2), file;
-}
+};
 Bytes withImage(Bytes file, uint16_t rows, uint16_t columns, uint16_t samples)
 {
     file = withUS(withUS(file, 0x0028, 0x0010, rows), 0x0028, 0x0011, columns);
@@ -122,12 +112,10 @@ Bytes encodeItem(const Bytes &content, bool undefinedLength = false, uint16_t ta
     return le(uint32_t(tag) << 16 | 0xFFFE, 4) +
            le(undefinedLength ? 0xFFFFFFFFu : uint32_t(content.size()), 4) + content;
 }
-Bytes insertedBefore(Bytes file, uint16_t group, uint16_t element, const Bytes &encoded)
-{
-    file.insert(file.begin() + long(findElement(file, group, element, true).offset),
-                encoded.begin(), encoded.end());
-    return file;
-}
+const auto insertedBefore = [](Bytes file, uint16_t group, uint16_t element, const Bytes &add) {
+    const long at = long(findElement(file, group, element, true).offset);
+    return file.insert(file.begin() + at, add.begin(), add.end()), file;
+};
 
 /// A private creator and `depth` nested private sequences; with `depth` < 0 one sequence and
 /// item of undefined length without either delimiter.
@@ -205,17 +193,13 @@ LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed)
     return out;
 }
 
-std::string failureLine(const std::string &console, const std::string &name)
-{
+const auto failureLine = [](const std::string &console, const std::string &name) {
     const size_t at = ("\n" + console).find("\nreading " + name + " failed: ");
     return at == std::string::npos ? "" : console.substr(at, console.find('\n', at) - at);
-}
-
-/// Whether the console has the line "+ NAME" (the file was read).
-bool readLine(const std::string &console, const std::string &name)
-{
+};
+const auto readLine = [](const std::string &console, const std::string &name) { // "+ NAME"
     return ("\n" + console).find("\n+ " + name + "\n") != std::string::npos;
-}
+};
 
 class BrokenFiles : public ::testing::Test
 {
@@ -253,7 +237,7 @@ protected:
         const std::string extract = "cannot extract DICOM information from: ",
                           tooDeep = "sequences nested too deep to be read safely",
                           huge = "a frame of 65535x65535 pixels is too large";
-        // A length of 3 GB in a deflated data set; the fuzzer's claim of 0xBDBDBDBD.
+        // 3 GB claimed in a deflated data set; the fuzzer's claim of 0xBDBDBDBD.
         Bytes claim = encodeElement(0x0009, 0x1001, "OB", Bytes(8, 0xBD));
         put(claim, 8, 0xC0000000u, 4);
         const Bytes dataSet = encodeElement(0x0008, 0x0060, "CS", text("MR")) +
@@ -342,11 +326,7 @@ protected:
     std::string seriesField[2];
 };
 
-// Besides every kind, copies cut at every 97th byte: a cut inside an element is refused by
-// name, one between elements before the pixels is read with a warning. Under a memory limit of
-// 1 MiB a 35-slice series is turned away before its volume is allocated, a 520-frame enhanced
-// file when its pixels are read. Sequences nested 1,000 deep are valid: such a file loads as
-// its own, unchanged image. Nothing claimed is allocated, no temporary file is left.
+// Also cuts at every 97th byte, a 1 MiB memory limit, valid 1,000-deep sequences; no temp left.
 TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesStillLoads)
 {
     const auto broken = brokenFiles();
@@ -367,9 +347,7 @@ TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesS
         names.push_back(
             write(undefined ? "deep1000u.dcm" : "deep1000d.dcm",
                   insertedBefore(source, 0x0071, 0x0010, nestedSequences(1000, undefined))));
-    // A meta group length claiming the whole file made DCMTK read the data set into the meta
-    // header (found by fuzzing): the file loads as the source.
-    Bytes meta = source;
+    Bytes meta = source; // a meta group length claiming the whole file loads as the source
     const Element groupLength = findElement(meta, 0x0002, 0x0000);
     put(meta, groupLength.value, uint32_t(meta.size() - groupLength.value - 4), 4);
     names.push_back(write("meta.dcm", meta));
@@ -410,7 +388,6 @@ TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesS
             ++readWithoutImage;
         }
         EXPECT_LT(readWithoutImage, 5) << "cuts are refused, with few exceptions";
-        // Read header only, the enhanced file's stacks are made: its frames are read one by one.
         std::vector<std::string> fields = mixed.fields,
                                  expected = {seriesField[delayed], plain, plain, plain};
         std::erase_if(fields, [&](auto &f) { return delayed && f.starts_with("80 x 80 x 40,"); });
@@ -420,8 +397,7 @@ TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesS
     }
 }
 
-// The command line: the series' field is made, every broken file named, status 1 in either
-// mode, also with the broken JPEG alone (found when the field is filled); TMPDIR stays empty.
+// The command line names every broken file (the bad JPEG also alone), loads the series, status 1.
 TEST_F(BrokenFiles, CommandLineFailsOnEveryKindOfBrokenFileAndStillLoadsTheSeries)
 {
     std::vector<std::string> broken, badPixels;
@@ -454,10 +430,7 @@ TEST_F(BrokenFiles, CommandLineFailsOnEveryKindOfBrokenFileAndStillLoadsTheSerie
         }
 }
 
-// What the fuzz targets found (under the sanitizers a return of the fault fails on its own).
-// A stored policy number outside the five bits was cast into an enumeration without it. A
-// DICOMDIR record type longer than a code string (also nested) made DCMTK throw and leak the
-// data set; an empty record sequence handed memcpy a null buffer.
+// Fuzz findings: policy numbers outside the enumeration; over-long, nested or no DICOMDIR records.
 TEST(FuzzRegression, PolicyNumbersAndDicomDirRecordTypes)
 {
     DicomLoadOption option;
