@@ -8,10 +8,7 @@
 
 namespace fs = std::filesystem;
 
-// Files packed by gzip and by compress come back byte for byte in a copy in $TMPDIR (private
-// here, so that "nothing is left" is checked by listing it) that goes with the object or the next
-// unpack; bad input is refused with a reason. 600 kB that do not compress: a cut .gz fails only
-// after several blocks were unpacked.
+// gzip and compress files unpack into a private $TMPDIR; bad input is refused; nothing is left.
 TEST(VxGunzipTest, UnpacksFilesOfOtherToolsAndRefusesBadInputLeavingNothing)
 {
     vxtest::TempDir tmp, inputs;
@@ -60,8 +57,6 @@ TEST(VxGunzipTest, UnpacksFilesOfOtherToolsAndRefusesBadInputLeavingNothing)
     auto garbage = gz;
     for (size_t i = 20; i < 200; ++i)
         garbage[i] = static_cast<unsigned char>(0xff - i);
-    // Plain data, an empty file, half a .gz (cut after several blocks), its header alone, garbage
-    // after the header, no file, a folder, a compress file of its magic alone.
     for (const auto &[name, reasonPart] :
          std::initializer_list<std::pair<std::string, const char *>>{
              {write("plain.dcm.gz", payload), "not in gzip or compress format"},

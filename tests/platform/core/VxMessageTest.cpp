@@ -6,8 +6,7 @@
 #include <sstream>
 #include <thread>
 
-// Reader threads print at once: each line arrives whole, also after a nested capture closed and
-// while the console is quiet.
+// Lines of many threads arrive whole, also after a nested capture and while quiet.
 TEST(VxMessage, LinesFromManyThreadsNeverInterleave)
 {
     VxMessageCapture capture;

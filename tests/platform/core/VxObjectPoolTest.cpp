@@ -21,9 +21,7 @@ struct CountedObject : VxPoolObject
 
 } // namespace
 
-// The pool's label index against a plain model: the base, else base<k> for the smallest k from
-// 2 not in use, through thousands of namesakes, removals that free suffixes in the middle,
-// relabelled objects and labels that merely look numbered.
+// Labels against a plain model: base, else base<k> for the smallest free k from 2.
 TEST(VxObjectPoolTest, NamesakesAreNumberedAsByTheSmallestFreeSuffix)
 {
     VxObjectPool *pool = VxObjectPool::instance();

@@ -5,8 +5,7 @@
 
 #include <fstream>
 
-// Stored preferences come back from the file, which Python's configparser reads; a file written
-// by hand is read, and a length unit that is no length gives cm.
+// Preferences round-trip as INI that configparser reads; hand-written files and bad units too.
 TEST(VxPreferencesTest, StoredRecordIsPlainIniBothWays)
 {
     vxtest::TempDir dir;

@@ -11,8 +11,7 @@ namespace {
 
 using Words = std::vector<KcString>;
 
-// Scripts and their words worked out by hand from Tcl's rules (brackets are command substitution
-// in Tcl, plain text here).
+// Scripts and their words by Tcl's rules (brackets are plain text here).
 const std::pair<const char *, Words> kQuotingRows[] = {
     {"load -dicom \"a b.dcm\" {c {d} e}", {"load", "-dicom", "a b.dcm", "c {d} e"}},
     {"x {a \\} b} {$v \\n}", {"x", "a \\} b", "$v \\n"}},
@@ -27,8 +26,7 @@ const std::pair<const char *, Words> kQuotingRows[] = {
 
 } // namespace
 
-// Each row splits into the words worked out by hand and, where Tcl agrees, as tclsh splits it
-// (its unknown command prints the words in hex). Syntax errors name their line.
+// Rows split as by hand and as tclsh splits them; syntax errors name their line.
 TEST(VxScriptQuoting, WordsFollowTclRulesAsTclshSplitsThem)
 {
     const bool tcl = vxtest::haveProgram("tclsh");
@@ -74,8 +72,7 @@ TEST(VxScriptQuoting, WordsFollowTclRulesAsTclshSplitsThem)
         GTEST_SKIP() << "tclsh is not installed: the splits were not compared with Tcl's";
 }
 
-// What the command-line runs do not show: ${name} with blanks or ::, a comment continued by a
-// backslash, a command that throws, a script file that cannot be read.
+// ${a b}, ${ns::v}, continued comments, a throwing command and an unreadable file.
 TEST(VxScriptInterpreter, RunsScriptsAndFilesUntilTheFirstFailure)
 {
     VxScriptInterpreter interp;

@@ -6,8 +6,7 @@
 
 static volatile sig_atomic_t gHandlerCalls = 0;
 
-// Ctrl-C while progress is shown only sets the interrupt that long work looks at; afterwards the
-// previous handler is back, and a new display starts without the old interrupt.
+// Ctrl-C during progress only sets the interrupt; then the old handler is back.
 TEST(VxWorkArea, TakesCtrlCWhileShowingProgress)
 {
     VxWorkArea *work = VxWorkArea::instance();

@@ -24,13 +24,11 @@ using Bytes = std::vector<unsigned char>;
 #define REQUIRE_NIBABEL()                                                                          \
     if (!vxtest::havePythonModules({"nibabel", "numpy"}))                                          \
     GTEST_SKIP() << "nibabel and numpy for " VX_PYTHON " are needed for this test"
-// Loads `path` into `var`, or fails the test with the reader's reason.
 #define LOAD(var, path)                                                                            \
     KcString var##Error;                                                                           \
     const auto var = VxFieldFile::load(std::string(path).c_str(), &var##Error);                    \
     ASSERT_TRUE(var) << var##Error
 
-// nifti_probe.py's answer (nibabel or pydicom) for the given arguments.
 QJsonObject python(const std::string &args)
 {
     std::string out;
@@ -44,7 +42,6 @@ QJsonObject probe(const std::string &path)
     return python("probe " + vxtest::shellQuote(path) + " 60");
 }
 
-// Runs a command that must succeed; its output, with what it printed to stderr.
 std::string sh(const std::string &command)
 {
     std::string out;
@@ -110,7 +107,6 @@ void expectWorld(const VxField3 &f, int i, int j, int k, double x, double y, dou
         << "voxel " << i << "," << j << "," << k << " is at " << w[0] << " " << w[1] << " " << w[2];
 }
 
-// The one voxel holding `value` lies at world (x, y, z).
 void expectValueAt(const VxField3 &f, double value, double x, double y, double z)
 {
     int found = 0;
@@ -123,8 +119,7 @@ void expectValueAt(const VxField3 &f, double value, double x, double y, double z
     EXPECT_EQ(found, 1) << "value " << value;
 }
 
-// Every sample [x, y, z, value] of the answer (LPS mm) must land within 0.01 mm on a voxel of the
-// field that holds its value. Samples above maxValue are skipped.
+// Each sample [x, y, z, value] (LPS mm, up to maxValue) is within 0.01 mm of a voxel of its value.
 void expectSamplesInField(const VxField3 &f, const QJsonObject &answer, double maxValue = 1e30)
 {
     const double toField = 0.001 / f.unitLength();
@@ -157,10 +152,7 @@ void expectSamplesInField(const VxField3 &f, const QJsonObject &answer, double m
 
 } // namespace
 
-// Each field saved as NIfTI, read by nibabel and nifticlib: every sampled voxel is where our
-// field has it, with its value, and our reader gives the same back; the large one is written in
-// gzip members (1 MiB each after a first one of 64 KiB with the header). Uneven slices are saved
-// with their mean spacing, and said so. nibabel's own files load where nibabel puts their voxels.
+// Our NIfTI as nibabel, nifticlib and we read it, uneven slices, and nibabel's own files.
 TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
 {
     REQUIRE_NIBABEL();
@@ -220,7 +212,6 @@ TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
         EXPECT_HAS(console.text(), part);
     EXPECT_NEAR(probe(path)["zooms"].toArray()[2].toDouble(), 1.5, 1e-6);
 
-    // Files written by nibabel load with every voxel where nibabel puts it.
     for (const auto &[kind, transform, type] :
          {std::tuple{"ras-diag", false, KcPrimType::Int16},
           std::tuple{"oblique-qform", true, KcPrimType::Int16},
@@ -237,16 +228,14 @@ TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
         GTEST_SKIP() << "nifti_tool (Debian nifti-bin) was not there for the nifticlib checks";
 }
 
-// dcm2niix converts real series; in our loading of its NIfTI every checked pixel sits where the
-// DICOM header puts it (for a 4D series, where nibabel puts dcm2niix's first volume).
+// dcm2niix's NIfTI of real series: each pixel where the DICOM header (or nibabel for 4D) puts it.
 TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
 {
     VX_REQUIRE_SHARED_DATA();
     REQUIRE_NIBABEL();
     if (!vxtest::haveProgram("dcm2niix") || !vxtest::havePythonModules({"pydicom"}))
         GTEST_SKIP() << "dcm2niix and pydicom are needed for this test";
-    // Folder; pixels placed by pydicom, else by nibabel's reading of dcm2niix's file; stored
-    // values above this are masked by dcm2niix (0xFFFF markers become 4095).
+    // Folder, pixels placed by pydicom (else nibabel), values above which dcm2niix masks.
     const std::tuple<const char *, bool, double> rows[] = {
         {"dcm_qa_sag/In/2_gre_field_mapping", true, 4095},  // sagittal, 42 x 64 x 5
         {"dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}}; // oblique axial, 4D, made float
@@ -295,7 +284,6 @@ TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
     }
     EXPECT_HAS(error, dir.file("lost.nrrd"));
 
-    // NRRD headers and samples that teem or we refuse.
     const std::string head = "NRRD0004\ntype: uchar\ndimension: 3\n",
                       le = "encoding: raw\nendian: little\n\n",
                       lps =
@@ -317,7 +305,6 @@ TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
          "not supported"},
         {head + "sizes: 1 1 1\nencoding: raw\ndata file: nothere.raw\n", "nothere.raw"},
         {lps + "(nan,0,0) (0,1,0) (0,0,1)\nencoding: raw\n\nx", "space vector"},
-        // Sizes far beyond the file fail before anything is allocated.
         {"NRRD0004\ntype: float\ndimension: 3\nsizes: 100000 100000 100000\n" + le + "x",
          "4000000000000000 are needed"},
     };
@@ -330,8 +317,7 @@ TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
     }
 }
 
-// Saving again replaces the file, cut to its new length. Ctrl-C during a save leaves no file,
-// whole or partial (a previous result of that name was being rewritten), and no compression thread.
+// A save replaces the file; Ctrl-C leaves no file and no compression thread.
 TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
 {
     auto big = indexField<int16_t>(512, 512, 24); // 12 MiB
@@ -363,17 +349,13 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
     }
 }
 
-// teem 1.12 does not free its gzip and bzip2 decoder state when compressed samples fail to
-// decode (about 24 KB and 70 KB per failed load); the broken NRRD files take those paths. Only
-// those allocations (teem's and libbz2's, which only teem uses) are exempted.
+// teem 1.12 leaks its gzip and bzip2 decoder state on samples that fail to decode.
 extern "C" const char *__lsan_default_suppressions()
 {
     return "leak:_nrrdGzOpen\nleak:BZ2_bzReadOpen\nleak:BZ2_bzDecompressInit\n";
 }
 
-// A transformed field with typed and nested parameters saved with gzip, and a stacked field saved
-// raw: samples, places, parameters and slice positions come back; other tools see the stacked
-// field's mean spacing. A volume of several gzip members (one per MiB of samples) reads whole.
+// Transformed (gzip, parameters), stacked (raw) and multi-member gzip fields come back whole.
 TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
 {
     const std::array<float, 6> box{-1.5f, -0.5f, 2, 2.5f, 7, 9};
@@ -400,7 +382,6 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
         const std::string header(raw.begin(), raw.end());
         EXPECT_HAS(header, "space: left-posterior-superior\n");
         LOAD(back, dir.file(name));
-        // Every voxel of the saved field (all values different) is in the copy at the same place.
         const VxLattice3 *lat = saved.lattice();
         float w[3];
         for (int k = 0; k < lat->dim(2); ++k)
@@ -431,18 +412,14 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
                 std::memcmp(back->lattice()->data(), big->lattice()->data(), n) == 0);
 }
 
-// Headers as other writers and hands make them: each file's voxels (found by their unique values)
-// sit where the header puts them, in LPS.
+// Headers of other writers and hands: each voxel (by its unique value) is where they put it.
 TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
 {
     vxtest::TempDir dir;
-    // Big-endian int32 after 3 junk bytes in a separate file, of a 2D header.
     vxtest::writeFileBytes(dir.file("data.raw"), {9, 9, 9, 0, 0, 0, 1, 0xff, 0xff, 0xff, 0xfe});
-    // Name, bytes, sample type, values and where they lie.
     const std::tuple<const char *, Bytes, KcPrimType::Id, std::vector<std::array<double, 4>>>
         rows[] = {
-            // Comments, blanks around values, RAS space, the axes of a coronal acquisition, ascii
-            // samples i + 10 j + 100 k: voxel (i, j, k) is at LPS (3 - 2i, -4 - 3k, 5 - j).
+            // Voxel (i, j, k) is at LPS (3 - 2i, -4 - 3k, 5 - j).
             {"hand.nrrd",
              bytesOf("NRRD0005\n# written by hand\ntype:   unsigned short\ndimension: 3\n"
                      "space:  right-anterior-superior\nsizes: 2  3 2\n"
@@ -477,9 +454,8 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
     }
 }
 
-// teem's unu is the reference NRRD implementation: it must read what we write (a colour field
-// with an escaped parameter), and we what it writes (gzip of an ascii volume whose voxel (i, j, k)
-// is at (1 + j, 2 + k, 3 + 2i)).
+// teem's unu reads our colour field, and we its gzip volume with voxel (i, j, k) at (1+j, 2+k,
+// 3+2i).
 TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
 {
     if (!vxtest::haveProgram("teem-unu"))

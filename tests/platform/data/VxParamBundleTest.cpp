@@ -4,9 +4,7 @@
 
 #include <random>
 
-// A bundle big enough to index its names, changed in every way an entry can change (replacing
-// and duplicate inserts, removal, taking, renaming in place), answers
-// every lookup as a search of its entries in order would; so does a copy, which is deep.
+// Random edits of a large bundle: every lookup answers as a plain search; copies are deep.
 TEST(VxParamBundle, CopiesAreDeepAndLargeBundlesFindWhatAPlainSearchFinds)
 {
     VxParamBundle b("DICOM");
@@ -45,7 +43,6 @@ TEST(VxParamBundle, CopiesAreDeepAndLargeBundlesFindWhatAPlainSearchFinds)
     }
     ASSERT_GT(b.size(), 40) << "the bundle never grew large";
 
-    // A copy is deep; assigning a bundle one of its own descendants must not read freed memory.
     auto *all = new VxParamBundle("All");
     all->setString("G0010-0010", "patient name [PN]: Doe^John");
     b.insert(all);

@@ -1,5 +1,3 @@
-// The public dictionary: names are the lower-case words of the keywords.
-
 #include "platform/dicom/dicom.h"
 #include "tests/support/TestSupport.h"
 
@@ -7,8 +5,7 @@
 
 namespace {
 
-// Every public tag that pydicom's dictionary and ours both know has our name equal to pydicom's
-// keyword without its word breaks, the same VR, and is found again by its name.
+// Tags both dictionaries know: our name is pydicom's keyword spaced, same VR, found by name.
 TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
 {
     if (!vxtest::havePythonModules({"pydicom"}))

@@ -10,8 +10,7 @@ constexpr auto RAW = dicom::COMPRESSION_NONE, DEFL = dicom::COMPRESSION_DEFLATE,
                JLS = dicom::COMPRESSION_JPEGLS, J2K = dicom::COMPRESSION_JPEG2000;
 const char *const M2 = "MONOCHROME2";
 
-// command: "" for pydicom's own files; $S the shared data, $D the fixtures, $O the output, $P the
-// reference script. expected: NAME.expected holds the decoded bytes. tolerance: for lossy codecs.
+// command: "" for pydicom's files; $S shared data, $D fixtures, $O output, $P reference script.
 const struct Made
 {
     const char *name, *command, *expected;
@@ -29,17 +28,13 @@ const struct Made
     {"signed16_be", "dcmconv +tb $D/signed16.dcm $O", "signed16", RAW, M2, 0, 0},
     {"mono1_be", "dcmconv +tb $D/mono1.dcm $O", "mono1", RAW, M2, 0, 0},
     {"rgb8_planar_deflated", "dcmconv +td $D/rgb8_planar.dcm $O", "rgb8_planar", DEFL, "RGB", 1, 0},
-    // RLE colour comes back by plane, also when the header says Planar Configuration 0.
     {"rgb8_rle", "gdcmconv --rle $D/rgb8.dcm $O", "rgb8_planar", RLE, "RGB", 1, 0},
     {"rgb8_rle_dcmtk", "dcmcrle $D/rgb8.dcm $O", "rgb8_planar", RLE, "RGB", 1, 0},
     {"rgb8_jpegls", "dcmcjpls $D/rgb8.dcm $O", "rgb8", JLS, "RGB", 0, 0},
     {"rgb8_jpeg_lossless", "dcmcjpeg +e1 $D/rgb8.dcm $O", "rgb8", JPG, "RGB", 0, 0},
-    // Baseline JPEG is stored as YBR_FULL_422 and comes back as RGB.
     {"smooth_jpeg_baseline", "dcmcjpeg +eb $D/rgb8_smooth.dcm $O", "rgb8_smooth", JPG, "RGB", 0, 8},
     {"smooth_j2k", "gdcmconv --j2k $D/rgb8_smooth.dcm $O", "rgb8_smooth", J2K, "RGB", 0, 0},
     {"signed16_j2k", "gdcmconv --j2k $D/signed16.dcm $O", "signed16", J2K, M2, 0, 0},
-    // Multi-frame: one fragment a frame and an empty offset table; three fragments a frame
-    // without a table (frames found by their codestream starts); two with a table; 1 kB fragments.
     {"enh_j2k", "gdcmconv --j2k $S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm $O", "enh", J2K, M2, 0, 0},
     {"enh_j2k_3fragments", "$P refragment $D/enh_j2k.dcm $O 3 0", "enh", J2K, M2, 0, 0},
     {"enh_j2k_2fragments_bot", "$P refragment $D/enh_j2k.dcm $O 2 1", "enh", J2K, M2, 0, 0},
@@ -49,8 +44,7 @@ const struct Made
     {"ts_j2k_fragments", "gdcmconv --split 20000 $S/dcm_qa_ts/In/9.dcm $O", "ts", J2K, M2, 0, 0},
 };
 
-// Sample layouts and encodings the scanner files lack, made by pydicom and other tools, decoded
-// delayed (in order and last frame first) and full.
+// Layouts and encodings the scanner files lack decode delayed (any frame order) and full.
 TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
 {
     REQUIRE_PYDICOM();

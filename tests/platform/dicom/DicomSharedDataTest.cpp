@@ -1,5 +1,3 @@
-// Every real scanner file in ../shared/data against pydicom and GDCM.
-
 #include "tests/platform/dicom/DicomTestSupport.h"
 
 #include "platform/core/VxMessage.h"
@@ -17,8 +15,7 @@ struct Tally
     int elements = 0, sequences = 0, bigEndian = 0, implicit = 0, hashed = 0, byGdcm = 0;
 };
 
-// One file as pydicom reads it: description, element bytes (of private creators, whose padding
-// DCMTK rewrites, the length), pixels delayed and full as pydicom or else GDCM decodes them.
+// One file as pydicom reads it (private creators, re-padded by DCMTK, by length), pixels by GDCM.
 void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
 {
     SCOPED_TRACE(path);
@@ -36,7 +33,6 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
         << "rows, columns, bits, samples, frames, pixels, DICOMDIR, elements";
     t.bigEndian += d->bigEndian;
     t.implicit += !d->explicitVR;
-    // pydicom stops before Pixel Data, which the layer lists last.
     const QJsonArray raw = r["raw"].toArray();
     const dicom::dicomDataElement &last = d->elements[d->numElements - 1];
     const int n = d->numElements - (last.group == 0x7FE0 && last.element == 0x0010 ? 1 : 0);
@@ -74,8 +70,9 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     } else if (vxtest::haveProgram("gdcmconv")) { // no pydicom decoder: GDCM's decode, stored raw
         vxtest::TempDir dir;
         const std::string raw = dir.file("raw.dcm");
-        const std::string command = "gdcmconv --raw " + vxtest::shellQuote(path) + " ";
-        ASSERT_EQ(vxtest::runCommand(command + vxtest::shellQuote(raw)), 0);
+        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + vxtest::shellQuote(path) + " " +
+                                     vxtest::shellQuote(raw)),
+                  0);
         const DicomPtr gdcm = dicomtest::read(raw, false, &why);
         ASSERT_TRUE(gdcm) << why;
         EXPECT_TRUE(dicomtest::fullPixels(*gdcm) == frames) << "GDCM decodes otherwise";
@@ -83,7 +80,6 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
     }
 }
 
-// Every shared file as pydicom, or else GDCM, reads it.
 TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
 {
     REQUIRE_PYDICOM();
@@ -104,8 +100,7 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
     EXPECT_GT(t.byGdcm, 5);
 }
 
-// Some writers put an implicit VR data set behind a meta header that names Explicit VR Little
-// Endian: 2.dcm with only its transfer syntax UID (and the group length) changed.
+// 2.dcm with its meta header naming an explicit VR transfer syntax still reads implicit.
 TEST(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
 {
     VX_REQUIRE_SHARED_DATA();

@@ -1,7 +1,5 @@
 #pragma once
 
-// Helpers shared by the dicom:: layer tests.
-
 #include "platform/dicom/dicom.h"
 #include "tests/support/TestSupport.h"
 
@@ -22,8 +20,7 @@ inline DicomPtr read(const std::string &path, bool delayed, std::string *why = n
     return DicomPtr(dicom::dicomReadFile(path.c_str(), delayed ? 1 : 0, why));
 }
 
-/// dcm_qa_ts: one image in nine transfer syntaxes (1 explicit LE, 2 implicit LE, 3 explicit BE,
-/// 4 RLE, 5+6 JPEG lossless, 7+8 JPEG-LS, 9 JPEG 2000).
+/// One image in nine transfer syntaxes (1-3 native, 4 RLE, 5-8 JPEG, JPEG-LS, 9 JPEG 2000).
 inline std::string ts(int n)
 {
     return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
@@ -42,14 +39,12 @@ inline std::vector<unsigned char> decodeFrames(const dicom::dicomStruct &d, std:
     return all;
 }
 
-/// The pixels a full (non-delayed) read holds.
 inline std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
 {
     return {d.pixelData,
             d.pixelData ? d.pixelData + size_t(d.frameSize) * size_t(d.frames) : nullptr};
 }
 
-/// Runs pydicom_reference.py MODE ARGS... and parses its JSON output.
 inline QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
                                 std::string *error)
 {

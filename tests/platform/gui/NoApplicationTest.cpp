@@ -8,9 +8,7 @@
 
 #include <thread>
 
-// This executable never creates an application object, as a host without Qt (or a plain
-// command-line tool) would run. Every negotiator step is then a direct call on the calling thread.
-// Even a display forced on cannot be used: the question goes to the console with the default.
+// Without an application, steps are direct calls and questions go to the console.
 TEST(NoApplication, StepsAreDirectCallsAndQuestionsGoToTheConsole)
 {
     ASSERT_EQ(QCoreApplication::instance(), nullptr);
@@ -29,7 +27,6 @@ TEST(NoApplication, StepsAreDirectCallsAndQuestionsGoToTheConsole)
     EXPECT_EQ(VxWarningDialog::warning("Overflow", "values overflow", "Ignore scaling",
                                        "Clamp data", "Adjust scaling", 2, 2),
               2);
-    // A default that names no button gives the first there is; "OK" when none is named.
     EXPECT_EQ(VxWarningDialog::warning("t", "x", QString(), "Only", QString(), 2), 1);
     EXPECT_EQ(VxWarningDialog::warning("t", "x", QString()), 0);
     VxWarningDialog::setDisplayOverride(-1);

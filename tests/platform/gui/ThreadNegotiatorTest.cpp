@@ -9,7 +9,6 @@
 
 namespace {
 
-// Logs each step, "?" marking one that ran off the GUI thread.
 struct RecordingObject : ForkedObject
 {
     explicit RecordingObject(std::string *log) : log(log) { add("create"); }
@@ -32,9 +31,7 @@ struct RecordingNegotiator : ThreadNegotiator
 
 } // namespace
 
-// Called from a worker, each step runs on the GUI thread and the worker gets its result (that it
-// waits meanwhile shows in the warning box asked from a worker); an exception there is rethrown in
-// the worker, and the negotiator deletes a remaining object there too.
+// A worker's steps run on the GUI thread; exceptions come back, leftovers are deleted there.
 TEST(ThreadNegotiator, StepsRunOnTheGuiThreadForTheWorker)
 {
     std::string log, left, caught;

@@ -6,9 +6,7 @@
 #include <QMessageBox>
 #include <QTest>
 
-// With a display (forced on; what is printed without one is checked without an application),
-// Escape gives the escape button and Return the default, also when a worker thread asks, the box
-// then shown on the GUI thread.
+// Escape and Return answer the box, also asked by a worker (then shown on the GUI thread).
 TEST(VxWarningDialog, EscapeAndReturnAnswerTheBoxAlsoWhenAWorkerAsks)
 {
     VxWarningDialog::setDisplayOverride(1);
