@@ -1,5 +1,4 @@
-// The import dialog as a user drives it, shown offscreen on the program's thread layout:
-// vxReadDicom on a worker thread, the dialog on the GUI thread, the test clicking and typing.
+// The import dialog shown offscreen, vxReadDicom on a worker thread, the test clicking and typing.
 
 #include "vxdicom/browser/DicomDialog.h"
 #include "platform/core/VxMessage.h"
@@ -29,8 +28,7 @@
 
 #include <algorithm>
 
-using stacktest::instanceNumbers;
-using stacktest::stackSizes;
+using namespace stacktest;
 using Strings = std::vector<std::string>;
 
 namespace {
@@ -39,9 +37,8 @@ using namespace uitest;
 
 struct LoadOutcome // the fields are owned by the object pool
 {
-    bool returned = false;
+    bool returned = false, cancelled = false;
     int result = -1;
-    bool cancelled = false;
     KcDArray<VxField3 *> fields;
 };
 
@@ -60,10 +57,9 @@ LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
              });
     // Owned by the worker too, which may outlive a test that gave up on it.
     auto state = std::make_shared<LoadOutcome>();
-    auto names = std::make_shared<std::vector<std::string>>(files);
-    state->returned = runOnWorker([state, names] {
+    state->returned = runOnWorker([state, files] {
         std::vector<const char *> argv;
-        for (const std::string &n : *names)
+        for (const std::string &n : files)
             argv.push_back(n.c_str());
         state->result = vxReadDicom(int(argv.size()), argv.data(), state->fields, 1, false);
         state->cancelled = dicomImportCancelled;
@@ -76,18 +72,17 @@ LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
 /// The Philips CT (54 axial slices; its DICOMDIR left out) and the Siemens sagittal T1 (35).
 std::vector<std::string> twoSeries()
 {
-    std::vector<std::string> files;
-    for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_ct/In"))
-        if (f.find("DIRFILE") == std::string::npos)
-            files.push_back(f);
-    for (const std::string &f : vxtest::sharedDicomFiles("dcm_qa_decubitus/In"))
-        files.push_back(f);
+    std::vector<std::string> files = vxtest::sharedDicomFiles("dcm_qa_ct/In"),
+                             t1 = vxtest::sharedDicomFiles("dcm_qa_decubitus/In");
+    std::erase_if(files,
+                  [](const std::string &f) { return f.find("DIRFILE") != std::string::npos; });
+    files.insert(files.end(), t1.begin(), t1.end());
     return files;
 }
 
 int sectionOf(const DicomListView *list, const char *label)
 {
-    return stacktest::optionIndex(*list, label) + 1;
+    return optionIndex(*list, label) + 1;
 }
 
 QPoint sectionCentre(const DicomListView *list, int section)
@@ -109,8 +104,8 @@ std::vector<float> sizes(const LoadOutcome &outcome, bool extent = false)
     return out;
 }
 
-using DialogFlow = stacktest::RealSeries;
-using DialogSteering = stacktest::RealSeries;
+using DialogFlow = RealSeries;
+using DialogSteering = RealSeries;
 
 TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
 {
@@ -124,7 +119,6 @@ TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
         QTest::mouseClick(d.okButton(), Qt::LeftButton);
     });
     EXPECT_EQ(sizes(selected), std::vector<float>{35});
-    // All, in the millimetres chosen from the menu: the T1's 35 x 4.8 mm.
     VxSettingsMgr *settings = VxSettingsMgr::getInstance();
     const VxPreferences before = settings->getPreferences();
     const auto all = loadThroughDialog(twoSeries(), [](DicomDialog &d) {
@@ -138,7 +132,7 @@ TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
 
     // A single image beside a series: "Only uniform stacks" leaves it out.
     std::vector<std::string> files = vxtest::sharedDicomFiles("dcm_qa_decubitus/In");
-    files.push_back(stacktest::ctFile("I10"));
+    files.push_back(ctFile("I10"));
     const auto uniform = loadThroughDialog(files, [](DicomDialog &d) {
         QCheckBox *box = d.view()->onlyUniformBox();
         QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
@@ -150,14 +144,12 @@ TEST_F(DialogFlow, OkLoadsTheSelectedStacksOrAllInTheChosenUnitAndSaysHowMany)
 
 void steps(DicomDialog &d, DicomListView *list)
 {
-    // A click on a header reverses its column and rebuilds the stacks.
     ASSERT_EQ(instanceNumbers(list->stackList()[0]).front(), 1);
     QTest::mouseClick(list->header()->viewport(), Qt::LeftButton, {},
                       sectionCentre(list, sectionOf(list, "instance number")));
     const std::vector<int> reversed = instanceNumbers(list->stackList()[0]);
     EXPECT_TRUE(reversed.size() == 54 && std::is_sorted(reversed.rbegin(), reversed.rend()));
 
-    // The panes: the Philips CT as dcm2niix sees it.
     QTextEdit *imagePane = d.view()->dicomInfoArea();
     EXPECT_EQ(imagePane->toPlainText(), "2 stacks\n89 images");
     DicomStackItem *ct = list->stackList()[0];
@@ -169,7 +161,6 @@ void steps(DicomDialog &d, DicomListView *list)
           "patient name: HEAD", "next stack broke off: width is differing"})
         EXPECT_TRUE(facts.contains(fact)) << fact << "\n" << facts.toStdString();
 
-    // An image row: "Image Preview" shows that very image.
     auto *image = static_cast<DicomListItem *>(ct->child(10));
     EXPECT_EQ(popupChoose(list->viewport(), rowPoint(list, image), "Image Preview"),
               (Strings{"DICOM Parameters", "Image Preview", "Remove Image"}));
@@ -184,7 +175,6 @@ void steps(DicomDialog &d, DicomListView *list)
         << "the CT's window (40/80 HU) maps air to black and plastic to white";
     preview->close();
 
-    // Two image rows removed, then a whole stack.
     list->clearSelection();
     ct->child(1)->setSelected(true);
     ct->child(2)->setSelected(true);
@@ -195,7 +185,6 @@ void steps(DicomDialog &d, DicomListView *list)
     ASSERT_EQ(stackSizes(*list), std::vector<int>{35});
     EXPECT_EQ(imagePane->toPlainText(), "1 stack\n35 images");
 
-    // Help, with a display.
     VxWarningDialog::setDisplayOverride(1);
     d.menuBar()->actions().last()->menu()->actions().first()->trigger();
     VxWarningDialog::setDisplayOverride(-1);
@@ -204,8 +193,7 @@ void steps(DicomDialog &d, DicomListView *list)
     EXPECT_TRUE(window->source().path().endsWith("/VxFileFormat_DICOM.html"));
 }
 
-// Cancel after sorting, reading the panes, previewing, removing and opening the help;
-// Escape; closing the window.
+// Cancel after sorting, the panes, a preview, removals and the help; Escape; closing.
 TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
 {
     const std::vector<std::pair<const char *, std::function<void(DicomDialog &)>>> ways = {
@@ -228,18 +216,13 @@ TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
     }
 }
 
-QTreeWidgetItem *rowOfText(QTreeWidget *tree, int column, const QString &text)
-{
-    return tree->findItems(text, Qt::MatchExactly, column).value(0);
-}
-
-// The side-by-side view of two images of different volumes: the temporal
-// position differs; "Add" makes it a column.
+// Side by side, two images of different volumes differ in temporal position: "Add" it.
 void addTheDifferingElement()
 {
     auto *view = visibleWindow<DicomParameterView>();
     QTreeWidget *rows = view->list();
-    QTreeWidgetItem *temporal = rowOfText(rows, 1, "temporal position identifier");
+    QTreeWidgetItem *temporal =
+        rows->findItems("temporal position identifier", Qt::MatchExactly, 1).value(0);
     ASSERT_NE(temporal, nullptr);
     EXPECT_TRUE(static_cast<QxParameterListItem *>(temporal)->difference);
     EXPECT_FALSE(view->addButton()->isEnabled());
@@ -264,19 +247,17 @@ void steer(DicomDialog &d)
     const DicomLoadOption *option = list->loadOptions()[section - 1];
     EXPECT_EQ(option->value, DicomLoadOption::Ignore);
 
-    // The criteria dialog.
     QTest::mouseClick(d.criteriaButton(), Qt::LeftButton);
     auto *criteria = visibleWindow<DicomOptionDialog>();
     ASSERT_NE(criteria, nullptr);
-    QLineEdit *edit = criteria->toleranceEdit();
-    QPushButton *apply = criteria->applyButton();
-    auto typeAndApply = [&](const char *text) {
-        edit->selectAll();
-        QTest::keyClicks(edit, text);
-        QTest::mouseClick(apply, Qt::LeftButton);
+    auto typeAndApply = [criteria](const char *text) {
+        criteria->toleranceEdit()->selectAll();
+        QTest::keyClicks(criteria->toleranceEdit(), text);
+        QTest::mouseClick(criteria->applyButton(), Qt::LeftButton);
     };
     QTreeWidget *elements = criteria->elementList();
-    QTreeWidgetItem *element = rowOfText(elements, 0, "temporal position identifier");
+    QTreeWidgetItem *element =
+        elements->findItems("temporal position identifier", Qt::MatchExactly).value(0);
     QTest::mouseClick(elements->viewport(), Qt::LeftButton, {}, rowPoint(elements, element));
     criteria->policyButtons(elements->indexOfTopLevelItem(element))
         ->button(DicomLoadOption::Constant)

@@ -1,5 +1,4 @@
-// extractDicomDir and its walk over pydicom's DICOMDIRs; corrupted and hand-made bytes are
-// fuzz/fuzz_dicomdir.cpp's and tests/hostile's work, dcmmkdir's file sets tests/apps'.
+// extractDicomDir and its walk over pydicom's DICOMDIRs (hand-made bytes: fuzz/, tests/hostile).
 
 #include "vxdicom/reader/DicomDir.h"
 #include "platform/core/VxMessage.h"
@@ -22,8 +21,7 @@ namespace {
 
 using Ids = std::vector<std::string>;
 
-/// The IDs dicomDirFileIds finds in a heap block of exactly the value's size, so that
-/// AddressSanitizer sees any read past it.
+/// The IDs dicomDirFileIds finds in a heap block of exactly the value's size (for ASan).
 Ids walk(const std::string &bytes, bool big, bool explicitVr)
 {
     std::unique_ptr<unsigned char[]> copy(new unsigned char[std::max<size_t>(bytes.size(), 1)]);
@@ -36,12 +34,8 @@ Ids walk(const std::string &bytes, bool big, bool explicitVr)
 /// Runs make_dicomdir.py; its output lines (stderr left out).
 Ids pydicom(const std::string &arguments)
 {
-    std::string output;
-    EXPECT_EQ(vxtest::runCommand(std::string(VX_PYTHON) +
-                                     " " VX_DICOMDIR_TEST_DIR "/make_dicomdir.py " + arguments +
-                                     " 2>/dev/null",
-                                 &output),
-              0)
+    std::string output, script = " " VX_DICOMDIR_TEST_DIR "/make_dicomdir.py ";
+    EXPECT_EQ(vxtest::runCommand(VX_PYTHON + script + arguments + " 2>/dev/null", &output), 0)
         << arguments;
     Ids lines;
     std::istringstream in(output);
@@ -60,8 +54,7 @@ void makeDicomDir(const std::string &out, const Ids &ids, const std::string &opt
     ASSERT_TRUE(fs::is_regular_file(out)) << arguments;
 }
 
-/// extractDicomDir on the DICOMDIR opened as the reader does, after the names
-/// `before` (the DICOMDIR itself when none); the names it added.
+/// The names extractDicomDir adds after `before` (the DICOMDIR itself when none).
 Ids extracted(const std::string &dicomDir, Ids before = {})
 {
     VxDicomFile file(dicomDir.c_str(), 0, 1);
@@ -77,10 +70,7 @@ Ids extracted(const std::string &dicomDir, Ids before = {})
 
 } // namespace
 
-// DICOMDIRs written by pydicom in every encoding, with and without undefined
-// lengths (odd-length IDs padded with a blank, an icon image sequence in each
-// record whose own file ID is not a record's), and pydicom's own test set:
-// every record's file in order, and every cut of the sequence keeps a prefix.
+// pydicom's DICOMDIRs, ours in every encoding and its test set: every file, and cuts a prefix.
 TEST(DicomDirExtraction, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
 {
     vxtest::TempDir dir;
@@ -91,8 +81,7 @@ TEST(DicomDirExtraction, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
             makeDicomDir(sets.back().first, {"IMAGES\\CT\\IM0001", "  IMAGES\\IM2", "IM3"},
                          std::string("--syntax ") + syntax + " " + lengths);
         }
-    const Ids folderLine = pydicom("--folder");
-    const std::string folder = folderLine.empty() ? "" : folderLine[0];
+    const std::string folder = pydicom("--folder").at(0);
     if (fs::is_regular_file(folder + "/DICOMDIR"))
         for (const char *name : {"DICOMDIR", "DICOMDIR-implicit", "DICOMDIR-bigEnd",
                                  "DICOMDIR-reordered", "DICOMDIR-nooffset"})
@@ -106,8 +95,7 @@ TEST(DicomDirExtraction, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
         EXPECT_EQ(names, pydicom("--list " + vxtest::shellQuote(path)));
         for (const std::string &n : names)
             EXPECT_TRUE(records == 3u || fs::is_regular_file(n)) << n;
-        if (path.find("-reordered") != std::string::npos ||
-            path.find("-nooffset") != std::string::npos)
+        if (path.ends_with("-reordered") || path.ends_with("-nooffset"))
             continue;
         std::string why;
         dicom::dicomStruct *d = dicom::dicomReadFile(path.c_str(), 1, &why);
@@ -126,11 +114,8 @@ TEST(DicomDirExtraction, PydicomsDicomDirsGiveWhatPydicomReadsWholeOrCut)
     }
 }
 
-// File IDs join the folder of the last name; IDs that are empty or leave the
-// file set are left out; a CD mounted with lower-case names is matched
-// without case, a name found in no case stays as the DICOMDIR says; a File-set
-// Consistency Flag of 1 contributes nothing. In the reading loop, a DICOMDIR
-// that lists itself is read once.
+// IDs join the last name's folder, matched without case; empty or escaping ones and an
+// inconsistent file set add nothing; a self-listing DICOMDIR is read once.
 TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastNameAndEachDicomDirIsReadOnce)
 {
     vxtest::TempDir dir;

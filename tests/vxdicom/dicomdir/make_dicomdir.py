@@ -1,9 +1,6 @@
 #!/usr/bin/python3
-"""DICOMDIRs written and read by pydicom. OUT [--syntax S] [--undefined-lengths] [--inconsistent]
-[--id ID]...: a PATIENT record, then an IMAGE record per ID (byte for byte, with an icon image
-sequence holding a file ID "NOTME" of its own). --list FILE...: the path each record's file ID
-names: blanks around it dropped, components joined by '/' to the folder of the DICOMDIR.
---folder: the folder of pydicom's test DICOMDIRs."""
+"""DICOMDIRs by pydicom: OUT writes a PATIENT and an IMAGE record per --id (icon ID "NOTME");
+--list prints each record's file path; --folder pydicom's test DICOMDIRs' folder."""
 import argparse
 import os
 

@@ -1,5 +1,4 @@
-// The stack-break rules: the criteria policies on plain values, and on real CT
-// slices the geometry checks of a new image and the slice-order checks of a stack.
+// Stack-break rules: criteria policies, and geometry and slice-order checks on real CT slices.
 
 #include "vxdicom/stacks/DicomCriterion.h"
 
@@ -55,8 +54,7 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
         EXPECT_EQ(isOptionSatisfied(r.candidate, array(r.stack), option, 0.02f), r.pass)
             << r.why << " (" << r.candidate << ")";
     }
-    // The stacks' shared uniformity tolerance is the one the linear rule uses.
-    DicomLoadOption linear(32, 4161, O::Linear, slice, 31);
+    DicomLoadOption linear(32, 4161, O::Linear, slice, 31); // uses the stacks' tolerance
     DicomStackItem::uniformTolerance = 0.05f;
     EXPECT_TRUE(DicomStackItem::isOptionSatisfied("-1.03", array({"0", "1"}), linear));
     DicomStackItem::uniformTolerance = 0.02f;
@@ -106,8 +104,6 @@ TEST(StackItemChecks, ChildOrderAndSliceChecksGiveTheIcon)
     files.image(0)->sliceLocation += 100; // out of order
     EXPECT_TRUE(iconIs(DicomStackIcons::NonMonotonous));
 
-    // Locations in child order: monotonous needs one direction without
-    // repeats, uniform successive steps equal within 2 % of the older one.
     const std::tuple<std::array<float, 3>, bool, bool> orders[] = {
         {{10, 20, 15}, false, false}, {{1, 2, 2}, false, false},    {{1, 2, 4}, true, false},
         {{3, 2, 1}, true, true},      {{0, 1, 2.05f}, true, false}, {{5, 5, 5}, false, true}};

@@ -1,5 +1,4 @@
-// Stack building on real series: sorting, splitting into series and volumes, the
-// slice-order question and the export.
+// Stack building on real series: sorting, splitting, the slice-order question, the export.
 
 #include "vxdicom/stacks/DicomListView.h"
 
@@ -21,11 +20,7 @@ using StackBuilding = stacktest::RealSeries;
 namespace {
 struct Exported : KcDArray<VxDicomImageStack *>
 {
-    ~Exported()
-    {
-        for (VxDicomImageStack *s : *this)
-            delete s;
-    }
+    ~Exported() { qDeleteAll(*this); }
 };
 
 std::vector<int> range(int first, int last, int step = 1)
@@ -39,16 +34,13 @@ std::vector<int> range(int first, int last, int step = 1)
 
 TEST_F(StackBuilding, SeriesAreOneUniformStackInSliceOrderAndDescendingOnesAreReverted)
 {
-    const struct
-    {
-        const char *dir;
-        int size; // negative: the files fall along the normal
-    } rows[] = {{"dcm_qa_ct/In/Philips/S21610/S2010", 54},
-                {"dcm_qa_sag/In/2_gre_field_mapping", -5}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.dir);
-        const int n = std::abs(row.size);
-        LoadedFiles files(vxtest::sharedDicomFiles(row.dir));
+    // Size negative: the files fall along the normal.
+    const std::pair<const char *, int> rows[] = {{"dcm_qa_ct/In/Philips/S21610/S2010", 54},
+                                                 {"dcm_qa_sag/In/2_gre_field_mapping", -5}};
+    for (const auto &[dir, size] : rows) {
+        SCOPED_TRACE(dir);
+        const int n = std::abs(size);
+        LoadedFiles files(vxtest::sharedDicomFiles(dir));
         ASSERT_EQ(files.size(), n);
         DicomListView view;
         view.initialize(files.images());
@@ -62,7 +54,7 @@ TEST_F(StackBuilding, SeriesAreOneUniformStackInSliceOrderAndDescendingOnesAreRe
         std::vector<int> exported;
         for (const VxDicomImage *image : out[0]->images)
             exported.push_back(image->imageNumber);
-        EXPECT_EQ(exported, row.size < 0 ? range(n, 1, -1) : range(1, n));
+        EXPECT_EQ(exported, size < 0 ? range(n, 1, -1) : range(1, n));
         for (int i = 1; i < n; ++i)
             EXPECT_GT(out[0]->sliceLocations[i], out[0]->sliceLocations[i - 1]);
         EXPECT_EQ(out[0]->getCoordType(), 1) << "uniform";
@@ -80,8 +72,6 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
     view.loadOptions()[optionIndex(view, "slice location")]->setValue(DicomLoadOption::Ignore);
     view.updateImageStacks();
     ASSERT_EQ(stackSizes(view), std::vector<int>{3});
-
-    // The real dialog, shown: the user enters a step of 0.5 and presses OK.
     VxWarningDialog::setDisplayOverride(1);
     const QPointer<QTimer> driver =
         uitest::when([] { return uitest::visibleWindow<DicomStackDialog>() != nullptr; },
@@ -98,8 +88,7 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
     VxWarningDialog::setDisplayOverride(-1);
     EXPECT_EQ(ofImages(view.stackList()[0], &VxDicomImage::sliceLocation),
               (std::vector<float>{30, 30.5, 31}));
-
-    // Exported from a worker thread; offscreen the dialog answers by itself.
+    // From a worker thread, offscreen, the dialog answers by itself.
     view.stackList()[0]->relocateChildItems(10, 10);
     view.stackList()[0]->lastChild()->image()->sliceLocation = 15;
     VxMessageCapture console;
@@ -113,8 +102,7 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
               (std::vector<float>{20, 21, 22}));
 }
 
-// Criteria stored in the preferences come back in their order with the dictionary's names;
-// entries that do not parse are dropped; a reset empties the stored text.
+// Stored criteria come back in order with the dictionary's names; a reset empties them.
 TEST_F(StackBuilding, StoredCriteriaAreReadInTheirOrderAndWhatDoesNotParseIsDropped)
 {
     LoadedFiles files({ctFile("I10"), ctFile("I20"), ctFile("I30")});
@@ -155,8 +143,6 @@ TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOr
     std::sort(paths.begin(), paths.end());
     LoadedFiles files(paths);
     ASSERT_EQ(files.size(), 2 * split + 6 + plain * perSeries);
-
-    // So many images are sorted with the event loop running and progress shown.
     std::vector<float> fractions;
     VxWorkArea::instance()->setObserver([&](const std::string &status, float fraction) {
         if (status == "building stacks...")

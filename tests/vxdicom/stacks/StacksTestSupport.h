@@ -61,10 +61,9 @@ inline std::vector<int> stackSizes(const DicomListView &view)
 
 inline int optionIndex(const DicomListView &view, const char *name)
 {
-    int k = view.loadOptions().size() - 1;
-    while (k >= 0 && view.loadOptions()[k]->name != name)
-        --k;
-    return k;
+    for (int k = view.loadOptions().size() - 1;; --k)
+        if (k < 0 || view.loadOptions()[k]->name == name)
+            return k;
 }
 
 inline void storeCriteria(const char *text)

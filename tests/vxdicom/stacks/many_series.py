@@ -1,7 +1,6 @@
 #!/usr/bin/python3
-"""many_series.py OUT SPLIT NORMAL PER_SERIES: one examination written with pydicom; see
-plan() for its series. Series k has the UID ROOT.1.<100 + k>; the files interleave the
-series, each written back to front."""
+"""many_series.py OUT SPLIT NORMAL PER_SERIES: one pydicom examination, series as plan() says,
+UIDs ROOT.1.<100 + k>; the files interleave the series, each back to front."""
 import os
 import sys
 
@@ -14,8 +13,7 @@ ROOT = "1.2.826.0.1.3680043.9.7433"
 
 
 def plan(split, normal, per_series):
-    """(series, instance, z, acquisition number or None) of every image: zigzagged slabs,
-    repeated instance numbers, two volumes with an acquisition number per image, plain series."""
+    """(series, instance, z, acquisition or None): zigzag, repeats, two volumes, plain series."""
     images = [(1, k + 1, (k // 2) * 1.0 + (k % 2) * 1000.0, None) for k in range(split)]
     images += [(2, k // 2 + 1, k * 0.5, None) for k in range(split)]
     images += [(3, k + 1, (k % 3) * 3.0, k + 1) for k in range(6)]
