@@ -37,8 +37,8 @@ Outcome vxdicom(const std::string &arguments, const std::string &cwd = {},
         q(VXDICOM_BINARY) + " " + arguments);
 }
 
-const auto contains = [](const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
+const auto contains = [](const std::string &s, const std::string &p) {
+    return s.find(p) != s.npos;
 };
 const auto count = [](const std::string &text, const std::string &part) {
     size_t n = 0;
@@ -46,7 +46,6 @@ const auto count = [](const std::string &text, const std::string &part) {
         ++n;
     return n;
 };
-/// The "field ..." and "time series ..." lines of a load's output.
 const auto summaryLines = [](const std::string &out) {
     std::vector<std::string> kept;
     std::istringstream in(out);
@@ -59,7 +58,6 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
 {
     vxtest::TempDir dir;
     const std::string missing = dir.file("missing.nrrd"), out = dir.file("out.nrrd");
-    // The arguments, the exit status, a text on standard output (status 0) or standard error.
     const std::tuple<std::string, int, std::string> rows[] = {
         {"--help", 0, "usage: vxdicom COMMAND"},
         {"info --help", 0, "1.2.840.10008.1.2.4.90"}, // lists the transfer syntaxes
@@ -91,11 +89,9 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     const Outcome load =
         vxdicom("load -nodialog " + q(dir.file("a b.dcm")) + " " + q(dir.file("c.dcm")));
     ASSERT_EQ(load.status, 0) << load.err;
-    // Slice order, only the name with a blank quoted.
-    const std::string command =
+    const std::string command = // slice order, only the name with a blank quoted
         "load -dicom " + dir.file("c.dcm") + " \"" + dir.file("a b.dcm") + "\"";
     EXPECT_TRUE(contains(load.out, ", load command: " + command + "\n")) << load.out;
-
     const std::tuple<const char *, const char *, int> rows[] = {
         // script, error, fields made
         {"load -dicom c.dcm\nset x 1\nload -dicom missing.dcm\nload -dicom \"a b.dcm\"\n",
@@ -131,8 +127,7 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
                 fs::create_symlink(f, cd / "IMAGES" / sub / ("IM" + std::to_string(++n)));
     }
     std::string log;
-    ASSERT_EQ(
-        vxtest::runCommand("cd " + q(cd.string()) + " && dcmmkdir --recurse IMAGES", &log, true), 0)
+    ASSERT_EQ(vxtest::runCommand("cd " + q(cd.string()) + " && dcmmkdir +r IMAGES", &log, true), 0)
         << log;
     const Outcome folders =
         vxdicom("load -nodialog --format nii -o " + q(dir.file("folders")) + " " +
@@ -178,15 +173,15 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
     if (!vxtest::haveProgram("dcm2niix"))
         GTEST_SKIP() << "dcm2niix is not installed: the 4D volume is not compared";
     std::string log;
-    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f epi -o " + q(dir.path().string()) + " " +
-                                     q(vxtest::sharedPath(kEpiFolder)),
-                                 &log, true),
+    const auto run = [&log](const std::string &command) {
+        return vxtest::runCommand(command, &log, true);
+    };
+    ASSERT_EQ(run("dcm2niix -z n -f epi -o " + q(dir.path().string()) + " " +
+                  q(vxtest::sharedPath(kEpiFolder))),
               0)
         << log;
-    const int rc =
-        vxtest::runCommand(std::string(VX_PYTHON) + " " + VX_APPS_TEST_DIR + "/compare_nifti.py " +
-                               q(first + "/TimeSeriesCtrl.nii.gz") + " " + q(dir.file("epi.nii")),
-                           &log, true);
+    const int rc = run(std::string(VX_PYTHON) + " " + VX_APPS_TEST_DIR + "/compare_nifti.py " +
+                       q(first + "/TimeSeriesCtrl.nii.gz") + " " + q(dir.file("epi.nii")));
     if (rc == 77)
         GTEST_SKIP() << "nibabel is not installed";
     EXPECT_EQ(rc, 0) << log;
@@ -254,20 +249,18 @@ TEST(VxdicomView, ScreenshotShowsTheOpenedSeriesAndABrokenFileFailsTheRun)
     EXPECT_TRUE(fs::exists(tmp.file("b.png")));
 }
 
-// A Siemens EPI mosaic with both CSA headers; an enhanced MR of 6 frames 2.4 mm apart.
+// An EPI mosaic with both CSA headers; an enhanced MR of 6 frames 2.4 mm apart.
 const std::string mosaic = vxtest::sharedPath(
     "dcm_qa/In/Orientation/ax/axasc35/MR.1.3.12.2.1107.5.2.32.35131.2014031012493950715786673");
 const std::string enhanced = vxtest::sharedPath("dcm_qa_enh/In/Siemens/XA10/6_1.dcm");
 const std::string ctI10 = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
 
-Outcome info(const std::string &options, const std::vector<std::string> &files,
-             const std::string &env = {})
-{
-    std::string args = "info " + options;
+const auto info = [](std::string args, const std::vector<std::string> &files,
+                     const std::string &env = {}) {
     for (const std::string &f : files)
         args += " " + q(f);
-    return vxdicom(args, {}, env);
-}
+    return vxdicom("info " + args, {}, env);
+};
 
 // Layer sections, a line per failed file, a mosaic's tiles, attributes and CSA; a value range.
 TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersAndValueRanges)
@@ -283,8 +276,7 @@ TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersAndValueRanges)
     std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(1));
     bytes.resize(bytes.size() - 100); // the header parses, the pixels are short
     vxtest::writeFileBytes(cut, bytes);
-    // The JPEG 2000 codestream's width (SIZ after SOC) no longer matches the header.
-    bytes = vxtest::readFileBytes(ts(9));
+    bytes = vxtest::readFileBytes(ts(9)); // the codestream's width (SIZ) no longer matches
     const unsigned char soc[] = {0xFF, 0x4F, 0xFF, 0x51};
     auto at = std::search(bytes.begin(), bytes.end(), soc, soc + 4);
     ASSERT_NE(at, bytes.end());
@@ -323,9 +315,7 @@ TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersAndValueRanges)
           "          0000 = 32      \n",
           "\n    CSASeriesHeaderInfo:\n"})
         EXPECT_TRUE(contains(r.out, part)) << part;
-    EXPECT_FALSE(contains(r.out, "G0029-1010") || contains(r.out, "G0029-1020"))
-        << "decoded, not shown in hexadecimal";
-
+    EXPECT_FALSE(contains(r.out, "G0029-1010") || contains(r.out, "G0029-1020")) << "decoded";
     // The first tile lies (384 - 64) / 2 x 3.25 mm along row and column from the corner.
     r = info("--no-attributes --all-frames", {mosaic});
     EXPECT_EQ(count(r.out, "\n  image "), 35u);
@@ -372,16 +362,13 @@ TEST(VxdicomInfoJson, OneValidDocumentWithAnObjectPerFileAndTheSameTextsAsTheTex
     EXPECT_TRUE(files[0]["file"].toString().toStdString() == mosaic && files[0]["ok"].toBool());
     const QJsonObject m = pairs(files[0]["attributes"]);
     EXPECT_EQ(m["G0010-0010"].toString(), QStringLiteral("patient name: stc_test"));
-    EXPECT_EQ(pairs(pairs(pairs(m["CSAImageHeaderInfo"])["EchoLinePosition"])["values"])["0000"]
-                  .toString()
-                  .trimmed(),
-              QStringLiteral("32"));
+    const QJsonObject echo = pairs(pairs(m["CSAImageHeaderInfo"])["EchoLinePosition"]);
+    EXPECT_EQ(pairs(echo["values"])["0000"].toString().trimmed(), QStringLiteral("32"));
     const QJsonObject e = files[1].toObject();
     ASSERT_EQ(e["images"].toArray().size(), 6);
     EXPECT_EQ(e["imageCount"].toInt() * 10 + e["images"][5]["frame"].toInt(), 66);
-    EXPECT_NEAR(e["images"][5]["sliceLocation"].toDouble() -
-                    e["images"][0]["sliceLocation"].toDouble(),
-                12.0, 1e-4);
+    const auto location = [&e](int i) { return e["images"][i]["sliceLocation"].toDouble(); };
+    EXPECT_NEAR(location(5) - location(0), 12.0, 1e-4);
     EXPECT_FALSE(files[2]["ok"].toBool() || files[2].toObject().contains("layer"));
     EXPECT_EQ(files[2]["failures"][0].toString(), QStringLiteral("No such file or directory"));
 }

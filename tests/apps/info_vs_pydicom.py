@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """`vxdicom info --json` on the shared files and make_series.py's oblique non-square pixels against pydicom
 (gdcmdump where it has no value, nibabel for CSA) or gdcmdump alone. Status 0 agree, 1 not, 77 skipped."""
-import argparse, codecs, json, math, os, re, shutil, struct, subprocess, sys, tempfile
+import argparse, codecs, contextlib, json, math, os, re, shutil, struct, subprocess, sys, tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SHARED = os.path.normpath(os.path.join(HERE, "../../../shared/data"))
@@ -21,10 +21,8 @@ class Reference:  # one file's values: pydicom's, and gdcmdump's top-level lines
     def __init__(self, path, mode):
         import pydicom
         self.path, self.ds, self.gdcm = path, None, None
-        try:
+        with contextlib.suppress(Exception):
             self.ds = pydicom.dcmread(path, force=True) if mode == "pydicom" else None
-        except Exception:
-            pass
 
     def _gdcm(self):
         if self.gdcm is None:  # nested lines are indented; "[value]" or "(no value ...)"
@@ -33,26 +31,22 @@ class Reference:  # one file's values: pydicom's, and gdcmdump's top-level lines
                          for m in filter(None, map(GDCM_LINE.match, out.decode("latin-1").splitlines()))}
         return self.gdcm
 
-    def has(self, tag):
-        return tag in (self.ds if self.ds is not None else self._gdcm())
+    has = lambda self, tag: tag in (self.ds if self.ds is not None else self._gdcm())  # noqa: E731
 
     def text(self, tag):  # values joined with '\\'; None when absent or empty
         if self.ds is not None:
             if tag not in self.ds:
                 return None
-            try:
+            with contextlib.suppress(Exception):  # a value pydicom cannot convert: ask gdcmdump
                 v = self.ds[tag].value
                 v = "\\".join(map(str, v)) if isinstance(v, (list, tuple)) or type(v).__name__ == "MultiValue" else v
                 return None if v is None or isinstance(v, bytes) or v == "" else str(v)
-            except Exception:
-                pass  # a value pydicom cannot convert: ask gdcmdump
         return self._gdcm().get(tag) or None
 
     def numbers(self, tag, n=1):  # the first n numbers, or None
-        try:
+        v = []
+        with contextlib.suppress(ValueError):
             v = [float(x) for x in str(self.text(tag) or "").split("\\") if x.strip()]
-        except ValueError:
-            return None
         return v[:n] if len(v) >= n else None
 
 
@@ -74,11 +68,8 @@ def expected_image(ref):
     e.update(hasPosition=position is not None, position=position, rowDirection=row, columnDirection=col,
              normal=normal, oblique=bool(o) and not all(any(math.dist(v, a) < 0.03 for a in AXES)
                                                         for v in (row, col, normal)))
-    if o and position:
-        e["sliceLocation"] = sum(n * p for n, p in zip(normal, position))
-    else:
-        e["sliceLocation"] = next((v[0] for v in (ref.numbers((0x20, 0x1041)), ref.numbers((0x20, 0x50))) if v),
-                                  (position or [0.0] * 3)[2])
+    e["sliceLocation"] = sum(n * p for n, p in zip(normal, position)) if o and position else next(
+        (v[0] for v in (ref.numbers((0x20, 0x1041)), ref.numbers((0x20, 0x50))) if v), (position or [0.0] * 3)[2])
     return e
 
 
@@ -87,10 +78,9 @@ def mosaic_tiles(path, ref):  # nibabel's CSA reader, else (0019,100A); None: no
         return None
     import pydicom
     from nibabel.nicom import csareader
-    try:
+    n = None
+    with contextlib.suppress(Exception):
         n = csareader.get_n_mosaic(csareader.read(pydicom.dcmread(path, stop_before_pixels=True)[0x0029, 0x1010].value))
-    except Exception:
-        n = None
     n = int(n or (ref.numbers((0x0019, 0x100A)) or [0])[0])
     return n if n > 1 else None
 
@@ -100,8 +90,7 @@ close = lambda a, b, absolute: abs(a - b) <= absolute + 1e-6 * abs(b)  # noqa: E
 
 def compare_image(check, rec, exp, placed):  # placed: a mosaic tile or an enhanced frame
     exp = dict(exp, width=exp["columns"], height=exp["rows"], bytesPerSample=max(1, (exp["bitsAllocated"] + 7) // 8))
-    for key in ["width", "height", "bitsStored"] + (not placed) * ["bytesPerSample", "samplesPerPixel",
-                                                                    "hasPosition", "oblique"]:
+    for key in ["width", "height", "bitsStored"] + (not placed) * ["bytesPerSample", "samplesPerPixel", "hasPosition", "oblique"]:
         check(key, rec[key], exp[key])
     if placed:
         return
@@ -170,12 +159,11 @@ def compare_csa(check, raw, ours, name):  # every tag's fields and values agains
             continue  # its items derail the module's walk
         our_values = [v for _, v in fields.get("values", []) if v != ""]
         their_values = [v for v in tag["items"] if v not in ("", b"")]
-        try:
+        same = False
+        with contextlib.suppress(ValueError):
             same = len(our_values) == len(their_values) and all(
                 float(ov) == float(tv) if isinstance(tv, (int, float)) else ov == item_text(tv)
                 for ov, tv in zip(our_values, their_values))
-        except ValueError:
-            same = False
         check("%s %s values" % (name, their_name), our_values, their_values, same)
 
 

@@ -151,14 +151,13 @@ Bytes part10File(const std::string &sopClass, const std::string &syntax, const B
 }
 
 /// Raw deflate: the zlib stream without its 2-byte header and 4-byte Adler-32.
-Bytes deflate(const Bytes &data)
-{
+const auto deflate = [](const Bytes &data) {
     uLongf n = compressBound(uLong(data.size()));
     Bytes out(n);
     if (compress2(out.data(), &n, data.data(), uLong(data.size()), 6) != Z_OK)
         throw std::runtime_error("deflate");
     return Bytes(out.begin() + 2, out.begin() + long(n) - 4);
-}
+};
 
 struct LoadOutcome
 {
@@ -221,9 +220,9 @@ protected:
     {
         return vxtest::writeFileBytes(dir.file(name), bytes), dir.file(name);
     }
-    static Bytes shared(const std::string &name)
+    static Bytes shared(const std::string &n)
     {
-        return vxtest::readFileBytes(vxtest::sharedPath(name));
+        return vxtest::readFileBytes(vxtest::sharedPath(n));
     }
 
     // Every kind of broken file made from real ones: (path, what its refusal says; "@": the path).
@@ -330,9 +329,8 @@ protected:
 TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesStillLoads)
 {
     const auto broken = brokenFiles();
-    std::vector<std::string> names = series, cuts,
-                             big =
-                                 vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
+    std::vector<std::string> names = series, cuts;
+    const auto big = vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
     ASSERT_EQ(big.size(), 35u);
     const std::string enhanced = vxtest::sharedPath("dcm_qa_canon_61/In/enh/8000.dcm");
     for (const auto &b : broken)

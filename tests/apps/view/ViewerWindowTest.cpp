@@ -33,14 +33,11 @@ namespace {
 const auto synthetic = [](const char *name, std::string *error) {
     static vxtest::TempDir dir;
     static const std::string failed = [] {
-        std::string out;
+        std::string out, make = std::string(VX_PYTHON) + " " + VX_MAKE_SERIES + " ";
         for (const char *args :
-             {"stacked --rows 32 --columns 28 --slices 12 --spacing 1.5 "
-              "--thickness 2 --gaps 3,7",
+             {"stacked --rows 32 --columns 28 --slices 12 --spacing 1.5 --thickness 2 --gaps 3,7",
               "long --rows 48 --columns 48 --slices 60 --spacing 1 --thickness 1"})
-            if (vxtest::runCommand(std::string(VX_PYTHON) + " " + VX_MAKE_SERIES + " " +
-                                       dir.file(args),
-                                   &out, true) != 0)
+            if (vxtest::runCommand(make + dir.file(args), &out, true) != 0)
                 return "make_series.py (pydicom, numpy) failed: " + out;
         return std::string();
     }();
@@ -141,7 +138,6 @@ TEST_F(ViewerWindowTest, EdgeLettersAndTheCrossHairAgreeWithTheFieldTransformati
               {lat.dim(0) / 2, lat.dim(1) / 3, lat.dim(2) - 1}}) {
             pickVoxel(voxel);
             ASSERT_EQ(viewer()->cursorVoxel(), voxel);
-            // The cross-hair panel: "voxel (i, j, k)  value v\nx, y, z mm (LPS)".
             int v[3] = {-1, -1, -1};
             double value = 0, mm[3] = {0, 0, 0};
             std::sscanf(viewer()->cursorLabel()->text().toUtf8().constData(),
@@ -185,7 +181,8 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
     QSlider *time = viewer()->timeSlider();
     ASSERT_TRUE(time->isEnabled() && time->maximum() == 2);
     SliceView *axial = viewer()->sliceView(View::Axial);
-    pickVoxel({32, 30, 4});
+    const std::array<int, 3> picked = {32, 30, 4};
+    pickVoxel(picked);
     const QImage step0 = axial->picture();
     time->setFocus();
     for (const auto &[key, step] : {std::pair(Qt::Key_Right, 1), std::pair(Qt::Key_End, 2),
@@ -193,8 +190,7 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
         QTest::keyClick(time, key);
         EXPECT_EQ(series->currentStep(), step) << "no step past the last";
         EXPECT_EQ(viewer()->field(), series->step(step)[0]);
-        EXPECT_EQ(viewer()->cursorVoxel(), (std::array<int, 3>{32, 30, 4}))
-            << "the cross-hair stays";
+        EXPECT_EQ(viewer()->cursorVoxel(), picked) << "the cross-hair stays";
         EXPECT_EQ(axial->picture() == step0, step == 0) << "another volume, other pixels";
     }
 }
