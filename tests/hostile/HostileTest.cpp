@@ -67,8 +67,8 @@ struct Element
 };
 
 /// The element with that tag, or with `orNext` the first after where it would be; else throws.
-Element findElement(const Bytes &file, uint16_t group, uint16_t element, bool orNext = false)
-{
+const auto findElement = [](const Bytes &file, uint16_t group, uint16_t element,
+                            bool orNext = false) {
     for (size_t pos = 132; pos + 8 <= file.size();) {
         Element e;
         const uint32_t tag = read(file, pos, 2) << 16 | read(file, pos + 2, 2);
@@ -76,15 +76,13 @@ Element findElement(const Bytes &file, uint16_t group, uint16_t element, bool or
         e.lengthSize = longForm(reinterpret_cast<const char *>(&file[pos + 4])) ? 4 : 2;
         e.lengthField = pos + (e.lengthSize == 4 ? 8 : 6);
         e.length = read(file, e.lengthField, e.lengthSize), e.value = e.lengthField + e.lengthSize;
-        if (tag >= (uint32_t(group) << 16 | element)) {
-            if (orNext || tag == (uint32_t(group) << 16 | element))
-                return e;
-            break;
-        }
+        if (const uint32_t wanted = uint32_t(group) << 16 | element; tag >= wanted)
+            return orNext || tag == wanted ? e
+                                           : throw std::runtime_error("element not in the file");
         pos = e.value + e.length;
     }
     throw std::runtime_error("element not in the file");
-}
+};
 const auto withLength = [](Bytes file, uint16_t group, uint16_t element, uint32_t length) {
     const Element e = findElement(file, group, element);
     return put(file, e.lengthField, length, e.lengthSize), file;
@@ -92,26 +90,24 @@ const auto withLength = [](Bytes file, uint16_t group, uint16_t element, uint32_
 const auto withUS = [](Bytes file, uint16_t group, uint16_t element, uint16_t value) {
     return put(file, findElement(file, group, element).value, value, 2), file;
 };
-Bytes withImage(Bytes file, uint16_t rows, uint16_t columns, uint16_t samples)
-{
+const auto withImage = [](Bytes file, uint16_t rows, uint16_t columns, uint16_t samples) {
     file = withUS(withUS(file, 0x0028, 0x0010, rows), 0x0028, 0x0011, columns);
     file = withUS(withUS(file, 0x0028, 0x0002, samples), 0x0028, 0x0100, 8);
     return withUS(withUS(file, 0x0028, 0x0101, 8), 0x0028, 0x0102, 7);
-}
+};
 
 /// One element (length 0xFFFFFFFF when undefined; no delimiter added).
-Bytes encodeElement(uint16_t group, uint16_t element, const char *vr, const Bytes &value,
-                    bool undefinedLength = false)
-{
+const auto encodeElement = [](uint16_t group, uint16_t element, const char *vr, const Bytes &value,
+                              bool undefinedLength = false) {
     const uint32_t length = undefinedLength ? 0xFFFFFFFFu : uint32_t(value.size());
     return le(uint32_t(element) << 16 | group, 4) + Bytes(vr, vr + 2) +
            (longForm(vr) ? le(0, 2) + le(length, 4) : le(length, 2)) + value;
-}
-Bytes encodeItem(const Bytes &content, bool undefinedLength = false, uint16_t tag = 0xE000)
-{
+};
+const auto encodeItem = [](const Bytes &content, bool undefinedLength = false,
+                           uint16_t tag = 0xE000) {
     return le(uint32_t(tag) << 16 | 0xFFFE, 4) +
            le(undefinedLength ? 0xFFFFFFFFu : uint32_t(content.size()), 4) + content;
-}
+};
 const auto insertedBefore = [](Bytes file, uint16_t group, uint16_t element, const Bytes &add) {
     const long at = long(findElement(file, group, element, true).offset);
     return file.insert(file.begin() + at, add.begin(), add.end()), file;
@@ -119,8 +115,7 @@ const auto insertedBefore = [](Bytes file, uint16_t group, uint16_t element, con
 
 /// A private creator and `depth` nested private sequences; with `depth` < 0 one sequence and
 /// item of undefined length without either delimiter.
-Bytes nestedSequences(int depth, bool undefinedLengths)
-{
+const auto nestedSequences = [](int depth, bool undefinedLengths) {
     const Bytes creator = encodeElement(0x0071, 0x0010, "LO", text("VXTEST HOSTILE"));
     Bytes body = encodeElement(0x0071, 0x1002, "LO", text("innermost"));
     if (depth < 0)
@@ -136,10 +131,10 @@ Bytes nestedSequences(int depth, bool undefinedLengths)
     for (int i = 0; i < 2 * depth + 1; ++i) // moved, not copied: 100,001 parts
         b = std::move(b) + (i < depth ? open : i == depth ? body : close);
     return b;
-}
+};
 
-Bytes part10File(const std::string &sopClass, const std::string &syntax, const Bytes &dataSet)
-{
+const auto part10File = [](const std::string &sopClass, const std::string &syntax,
+                           const Bytes &dataSet) {
     Bytes meta = encodeElement(0x0002, 0x0001, "OB", {0, 1});
     for (const auto &[element, uid] :
          {std::pair(0x0002, sopClass), std::pair(0x0003, std::string("1.2.3")),
@@ -148,7 +143,7 @@ Bytes part10File(const std::string &sopClass, const std::string &syntax, const B
                                     Bytes(uid.begin(), uid.end()) + Bytes(uid.size() % 2, 0));
     return Bytes(128, 0) + Bytes{'D', 'I', 'C', 'M'} +
            encodeElement(0x0002, 0x0000, "UL", le(uint32_t(meta.size()), 4)) + meta + dataSet;
-}
+};
 
 /// Raw deflate: the zlib stream without its 2-byte header and 4-byte Adler-32.
 const auto deflate = [](const Bytes &data) {
