@@ -1,9 +1,6 @@
 #include "platform/core/VxGunzip.h"
 #include "tests/support/TestSupport.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <random>
 
 namespace fs = std::filesystem;

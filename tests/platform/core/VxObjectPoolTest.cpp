@@ -4,17 +4,12 @@
 
 #include <algorithm>
 #include <random>
-#include <string>
-#include <vector>
 
 namespace {
 
 struct CountedObject : VxPoolObject
 {
-    CountedObject(const std::string &label, int *destroyed) : destroyed(destroyed)
-    {
-        setLabel(label.c_str());
-    }
+    CountedObject(const std::string &label, int *d) : destroyed(d) { setLabel(label.c_str()); }
     ~CountedObject() override { ++*destroyed; }
     int *destroyed;
 };

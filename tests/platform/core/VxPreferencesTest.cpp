@@ -1,8 +1,6 @@
 #include "platform/core/VxPreferences.h"
 #include "tests/support/TestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 
 // Preferences round-trip as INI that configparser reads; hand-written files and bad units too.

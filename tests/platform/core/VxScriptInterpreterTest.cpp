@@ -2,8 +2,6 @@
 #include "platform/core/VxScriptVars.h"
 #include "tests/support/TestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <stdexcept>
 

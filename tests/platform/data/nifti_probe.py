@@ -1,9 +1,5 @@
-"""nibabel's and pydicom's view of files, for the field file tests (x, y, z in LPS mm).
-
-probe FILE N: header facts and N voxels of the first volume as [x, y, z, value].
-dicom FILE...: the same samples of DICOM images (a 5 x 5 grid of each).
-make FILE KIND: nibabel writes i + 10 j + 100 k (int16) as one of the kinds in make().
-"""
+"""nibabel's and pydicom's view of files as [x, y, z (LPS mm), value] samples: probe FILE [N],
+dicom FILE... (5 x 5 of each), make FILE KIND (nibabel writes i + 10 j + 100 k)."""
 import json
 import math
 import struct
@@ -20,7 +16,7 @@ def value(v):
     return v.item()
 
 
-def probe(path, n):
+def probe(path, n=60):
     img = nib.load(path)
     hdr, data = img.header, np.asanyarray(img.dataobj)
     (qform, qcode), (sform, scode) = img.get_qform(coded=True), img.get_sform(coded=True)

@@ -3,7 +3,6 @@
 #include "platform/core/VxMessage.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <random>
 
 namespace {

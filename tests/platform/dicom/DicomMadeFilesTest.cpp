@@ -1,7 +1,5 @@
 #include "tests/platform/dicom/DicomTestSupport.h"
 
-#include <filesystem>
-
 namespace {
 
 using dicomtest::DicomPtr;

@@ -4,8 +4,6 @@
 
 #include <QJsonArray>
 
-#include <filesystem>
-
 namespace {
 
 using dicomtest::DicomPtr, dicomtest::ts;

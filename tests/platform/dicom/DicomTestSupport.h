@@ -48,20 +48,16 @@ inline std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
 inline QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
                                 std::string *error)
 {
-    std::string command = VX_PYTHON " " +
-                          vxtest::shellQuote(VX_DICOM_TEST_DIR "/pydicom_reference.py") + " " +
-                          mode,
-                out;
+    std::string command =
+        VX_PYTHON " " + vxtest::shellQuote(VX_DICOM_TEST_DIR "/pydicom_reference.py") + " " + mode;
     for (const std::string &a : args)
         command += " " + vxtest::shellQuote(a);
-    if (const int status = vxtest::runCommand(command, &out)) {
-        *error = "pydicom_reference.py " + mode + " exited with " + std::to_string(status);
-        return {};
-    }
-    QJsonParseError parseError;
-    const QJsonDocument doc = QJsonDocument::fromJson(QByteArray::fromStdString(out), &parseError);
-    *error = "pydicom_reference.py " + mode + ": " + parseError.errorString().toStdString();
-    return doc.object();
+    std::string out;
+    const int status = vxtest::runCommand(command, &out);
+    *error = "pydicom_reference.py " + mode + " exited with " + std::to_string(status) + ": " +
+             out.substr(0, 300);
+    return status ? QJsonObject()
+                  : QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
 }
 
 inline std::string sha256(const unsigned char *p, size_t n)

@@ -1,8 +1,8 @@
-#!/usr/bin/python3
 """pydicom's view for the dicom:: layer tests, as JSON: files FILE... (description, pixel hash,
 top-level element bytes), make DIR SHARED (small images and their bytes), refragment."""
 
 import hashlib, json, os, sys, warnings
+from pathlib import Path
 
 import numpy as np
 import pydicom
@@ -75,8 +75,7 @@ def files(paths):
 
 
 def make(outdir, shared):
-    """Native layouts the shared files lack (expected bytes from numpy, not the writer), and the
-    little-endian pixel bytes of two real files."""
+    """Native layouts the shared files lack (expected bytes from numpy), and two real files' pixels."""
     from pydicom.dataset import Dataset, FileMetaDataset
     from pydicom.pixel_data_handlers.numpy_handler import pack_bits
     from pydicom.uid import ExplicitVRLittleEndian, generate_uid
@@ -94,8 +93,7 @@ def make(outdir, shared):
         ds.PixelData = pixels + (b"\0" if len(pixels) % 2 else b"")
         ds["PixelData"].VR = "OW" if bits > 8 else "OB"
         ds.save_as(os.path.join(outdir, name + ".dcm"), write_like_original=False)
-        with open(os.path.join(outdir, name + ".expected"), "wb") as f:
-            f.write(expected)
+        Path(outdir, name + ".expected").write_bytes(expected)
 
     rgb = (np.arange(135) * 7 % 256).astype(np.uint8).reshape(3, 3, 5, 3)  # 45-byte frames
     planes = np.ascontiguousarray(rgb.transpose(0, 3, 1, 2))
@@ -115,8 +113,7 @@ def make(outdir, shared):
     full = np.array([[p[0], p[2], p[3], p[1], p[2], p[3]] for p in ybr], dtype=np.uint8)
     write("ybr422", 2, 4, 1, 3, 8, "YBR_FULL_422", ybr.tobytes(), full.tobytes())
     for name, path in ("enh", "dcm_qa_enh/In/Siemens/XA10/6_1.dcm"), ("ts", "dcm_qa_ts/In/1.dcm"):
-        with open(os.path.join(outdir, name + ".expected"), "wb") as f:
-            f.write(pixel_bytes(pydicom.dcmread(os.path.join(shared, path), force=True)))
+        Path(outdir, name + ".expected").write_bytes(pixel_bytes(pydicom.dcmread(Path(shared, path), force=True)))
     return {"made": outdir}
 
 
