@@ -190,9 +190,9 @@ TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
                   std::string::npos);
         sh("nifti_tool -copy_im -prefix " + dir.file("copy.nii") + " -infiles " + dir.file(name));
         const Bytes copied = vxtest::readFileBytes(dir.file("copy.nii"));
-        const auto *ours = static_cast<const unsigned char *>(field->lattice()->data());
         EXPECT_TRUE(copied.size() == 352 + field->lattice()->numBytes() &&
-                    std::equal(copied.begin() + 352, copied.end(), ours))
+                    std::equal(copied.begin() + 352, copied.end(),
+                               static_cast<const unsigned char *>(field->lattice()->data())))
             << "nifticlib reads other samples";
         fs::remove(dir.file("copy.nii"));
     }
@@ -238,12 +238,10 @@ TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
            vxtest::shellQuote(vxtest::sharedPath(folder)));
         VxMessageCapture console; // a 4D series warns that only its first volume is loaded
         LOAD(f, dir.file("out.nii"));
-        std::string files;
+        std::string files = dicomTruth ? "dicom" : "probe " + dir.file("out.nii");
         for (const std::string &p : vxtest::sharedDicomFiles(folder))
-            files += " " + vxtest::shellQuote(p);
-        expectSamplesInField(
-            *f, dicomTruth ? python("dicom" + files) : python("probe " + dir.file("out.nii")),
-            maxValue);
+            files += dicomTruth ? " " + vxtest::shellQuote(p) : "";
+        expectSamplesInField(*f, python(files), maxValue);
     }
 }
 
@@ -447,8 +445,7 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
     }
 }
 
-// teem's unu reads our colour field, and we its gzip volume with voxel (i, j, k) at (1+j, 2+k,
-// 3+2i).
+// teem's unu reads our colour field, and we its gzip volume (voxel i, j, k at 1+j, 2+k, 3+2i).
 TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
 {
     if (!vxtest::haveProgram("teem-unu"))

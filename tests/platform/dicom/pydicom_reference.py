@@ -48,8 +48,7 @@ def elements(path, ts):
     with open(path, "rb") as fp:
         if fp.read(132)[128:] != b"DICM":
             fp.seek(0)
-        meta = raw_elements(fp, False, True, True)
-        return meta + raw_elements(fp, ts == IMPLICIT, ts != BIG, False)
+        return raw_elements(fp, False, True, True) + raw_elements(fp, ts == IMPLICIT, ts != BIG, False)
 
 
 def files(paths):
