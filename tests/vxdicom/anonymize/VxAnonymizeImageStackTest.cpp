@@ -1,5 +1,4 @@
-// The anonymizer module: what one press of "DoIt" changes in a field's DICOM parameters, and its
-// messages. `vxdicom anonymize` (tests/apps) runs it on real series as a user does.
+// The anonymizer module: what one press of "DoIt" changes in a field's DICOM parameters.
 #include "vxdicom/params/VxAnonymizeImageStack.h"
 #include "platform/core/VxMessage.h"
 #include "platform/data/VxField3.h"
@@ -11,8 +10,7 @@ namespace {
 
 const int dims[3] = {2, 2, 2};
 
-/// A field whose "DICOM" bundle holds "All" and the further bundles named, each with that patient
-/// name text, a file name and a name, as a loaded field has them.
+/// A field as loaded: bundles "All" and those named, each with that patient name, file and name.
 std::unique_ptr<VxUniformScalarField3> field(const char *name, std::vector<const char *> bundles)
 {
     auto f = std::make_unique<VxUniformScalarField3>(dims, KcPrimType::Int16, nullptr);
@@ -30,7 +28,6 @@ std::unique_ptr<VxUniformScalarField3> field(const char *name, std::vector<const
     return f;
 }
 
-/// Connects a fresh module to f, presses DoIt; the messages.
 std::string press(VxField3 &f)
 {
     VxAnonymizeImageStack module;

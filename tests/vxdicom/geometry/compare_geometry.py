@@ -1,29 +1,11 @@
 #!/usr/bin/python3
-"""Fields of `vxdicom load -nodialog --format nii` against other readers.
-
-    compare_geometry.py --vxdicom BIN [--discover ROOT] [--exclude TEXT] [--synthetic] [DIR...]
-    compare_geometry.py --vxdicom BIN --sheared DIR
-    compare_geometry.py --vxdicom BIN --roundtrip [--generate-ct ROWSxCOLUMNSxSLICES] [DIR...]
-
-Default: every volume of dcm2niix (-p n) matches one field of ours (axes up to
-order and flips, voxel size, corners, values). --sheared: the tilted CT as a
-rigid field against its headers read by pydicom. --roundtrip: load, save with
-our writer (read by pydicom), load again: nothing but an oblique rotation lost.
-Exit 1 on a mismatch, 77 without a tool.
-"""
-import argparse
-import glob
-import itertools
-import os
-import shutil
-import subprocess
-import sys
-import tempfile
+"""Fields of `vxdicom load --format nii` against dcm2niix (default), the tilted CT's headers read
+by pydicom (--sheared) or a save-dicom round trip (--roundtrip). Exit 1 on a mismatch, 77 without
+a tool."""
+import argparse, glob, itertools, os, shutil, subprocess, sys, tempfile
 
 try:
-    import nibabel as nib
-    import numpy as np
-    import pydicom
+    import nibabel as nib, numpy as np, pydicom
 except ImportError as e:
     print("SKIP: %s" % e)
     sys.exit(77)
@@ -42,7 +24,6 @@ def volumes_of(folder):
 
 
 def match(ours, theirs, signed_bits):
-    """None when ours matches theirs, else the reason."""
     A, B = ours["affine"], theirs["affine"]
     M = np.linalg.inv(B) @ A  # our index -> their index
     R, t = M[:3, :3], M[:3, 3]
@@ -58,8 +39,7 @@ def match(ours, theirs, signed_bits):
         return "dimensions %s vs %s" % (shape, theirs["data"].shape)
     if np.max(np.abs(t - np.round(t))) * max(sizes_theirs.max(), 1.0) > 1e-3:
         return "voxel grids are offset (index shift %s)" % np.array2string(t, precision=5)
-    # The outer corners, matched as whole voxels through the index map, so
-    # that a rotation or scaling the affines disagree on shows.
+    # Outer corners through the whole-voxel index map show a rotation or scaling the affines differ on.
     corners = np.array([list(c) + [1.0] for c in itertools.product(*[(-0.5, s - 0.5) for s in shape])])
     whole = np.eye(4)
     whole[:3, :3], whole[:3, 3] = P, np.round(t + (R - P) @ (np.array(shape) - 1) / 2.0)
@@ -70,22 +50,21 @@ def match(ours, theirs, signed_bits):
     a, b = ours["data"][tuple(ii)], theirs["data"][tuple(np.round(P @ ii + t[:, None]).astype(int))]
     diff, allowed = np.max(np.abs(a - b)), 1e-6 * max(1.0, float(np.max(np.abs(b))))
     if signed_bits and diff > allowed:
-        # The top stored bit is the sign, which we extend; Debian's dcm2niix
-        # keeps the bits above it: read theirs as the standard reads them.
+        # Debian's dcm2niix keeps the bits above the sign bit: read theirs as the standard does.
         half = 2.0 ** (signed_bits - 1)
         diff = np.max(np.abs(a - (np.mod(b + half, 2 * half) - half)))
     return "values differ by up to %g (allowed %g)" % (diff, allowed) if diff > allowed else None
 
 
 def describe_folder(folder):
-    """Image files directly in a folder, and the stored bits of signed data stored in fewer than allocated."""
+    """Image files directly in a folder, and the stored bits of signed data short of allocated."""
     files, signed_bits = [], None
     for path in sorted(os.path.join(folder, f) for f in os.listdir(folder)):
         try:
             ds = pydicom.dcmread(path, stop_before_pixels=True)
         except Exception:
             continue
-        if "Rows" in ds:  # not a DICOMDIR or another object without an image
+        if "Rows" in ds:
             files.append(path)
             bits = int(ds.get("BitsStored", 0))
             if int(ds.get("PixelRepresentation", 0)) == 1 and 0 < bits < int(ds.BitsAllocated):
@@ -113,7 +92,6 @@ def compare(args, work, env):
         if load(args.vxdicom, ours_dir, files, env).returncode != 0:
             failures += 1
             continue
-        # -p n: Philips values as their Rescale Slope/Intercept say.
         subprocess.run(["dcm2niix", "-d", "0", "-z", "n", "-b", "n", "-p", "n", "-o", theirs_dir, series],
                        capture_output=True)
         ours, theirs = volumes_of(ours_dir), volumes_of(theirs_dir)
@@ -147,8 +125,7 @@ def sheared(args, work, env):
     ds = sorted((pydicom.dcmread(f) for f in glob.glob(os.path.join(args.sheared, "I*"))),
                 key=lambda d: float(d.ImagePositionPatient[2]))
     iop = np.array([float(v) for v in ds[0].ImageOrientationPatient])
-    n = np.cross(iop[:3], iop[3:])
-    n /= np.linalg.norm(n)
+    n = np.cross(iop[:3], iop[3:]) / np.linalg.norm(np.cross(iop[:3], iop[3:]))
     dr, dc = (float(v) for v in ds[0].PixelSpacing)
     p0, pN = (np.array([float(v) for v in d.ImagePositionPatient]) for d in (ds[0], ds[-1]))
     shear = (pN - p0) - np.dot(n, pN - p0) * n
@@ -195,8 +172,7 @@ def roundtrip(args, work, env):
     failures = 0
     for n, series in enumerate(args.series):
         written, first, second = (os.path.join(work, x + str(n)) for x in ("dicom", "a", "b"))
-        r = subprocess.run([args.vxdicom, "save-dicom", series, "-o", written], env=env, capture_output=True,
-                           text=True)
+        r = subprocess.run([args.vxdicom, "save-dicom", series, "-o", written], env=env, capture_output=True, text=True)
         if r.returncode != 0:
             print("FAIL %s: save-dicom exited %d\n%s%s" % (series, r.returncode, r.stdout, r.stderr))
         if r.returncode != 0 or any(load(args.vxdicom, out, [source], env).returncode != 0
@@ -210,13 +186,11 @@ def roundtrip(args, work, env):
             positions[int(ds.InstanceNumber)] = np.array([float(v) for v in ds.ImagePositionPatient])
             spacings.add(tuple(round(float(v), 4) for v in ds.PixelSpacing))
         first, second = ([nib.load(f) for f in sorted(glob.glob(os.path.join(d, "*.nii")))] for d in (first, second))
-        problems = ["%d fields, %d after the round trip" % (len(first), len(second))] \
-            if len(first) != len(second) else []
+        problems = ["%d fields, %d after" % (len(first), len(second))] * (len(first) != len(second))
         for a, b in zip(first, second):
             problems += roundtrip_problems(a, b, positions, spacings, len(first) == 1)
         failures += bool(problems)
-        print("%s %s: %d files%s" % ("FAIL" if problems else "ok  ", series, len(files),
-                                     "; " + "; ".join(problems) if problems else ""))
+        print("%s %s: %d files; %s" % ("FAIL" if problems else "ok  ", series, len(files), "; ".join(problems)))
     return 1 if failures else 0
 
 
@@ -228,13 +202,11 @@ def make_series(args, work, made):
 
 def main():
     ap = argparse.ArgumentParser()
-    ap.add_argument("--vxdicom", required=True)
-    ap.add_argument("--discover", help="every series folder below this root")
+    for name in ("--vxdicom", "--discover", "--sheared", "--generate-ct"):  # ROWSxCOLUMNSxSLICES
+        ap.add_argument(name)
+    for name in ("--synthetic", "--roundtrip"):
+        ap.add_argument(name, action="store_true")
     ap.add_argument("--exclude", action="append", default=[])
-    ap.add_argument("--synthetic", action="store_true")
-    ap.add_argument("--sheared")
-    ap.add_argument("--roundtrip", action="store_true")
-    ap.add_argument("--generate-ct", metavar="ROWSxCOLUMNSxSLICES")
     ap.add_argument("series", nargs="*")
     args = ap.parse_args()
     work = tempfile.mkdtemp(prefix="vxgeom-")

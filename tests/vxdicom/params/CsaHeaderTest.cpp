@@ -1,5 +1,4 @@
-// Siemens CSA headers: real ones against nibabel's parser, and hostile values
-// (each decoded from an exact-size copy, for ASan).
+// Siemens CSA headers: real ones against nibabel's parser, and hostile bytes (exact-size copies).
 
 #include "vxdicom/params/CsaHeader.h"
 
@@ -33,11 +32,7 @@ struct Csa
         return *this;
     }
     Csa &word(uint32_t v) { return text({char(v), char(v >> 8), char(v >> 16), char(v >> 24)}, 4); }
-    static Csa csa2(uint32_t n)
-    {
-        return Csa().text("SV10", 4).text("\4\3\2\1", 4).word(n).word(77);
-    }
-    /// A tag and its items, each an item header and its data padded to a multiple of 4.
+    static Csa csa2(int n) { return Csa().text("SV10", 4).text("\4\3\2\1", 4).word(n).word(77); }
     Csa &tag(const std::string &name, uint32_t vm, const std::string &vr, uint32_t syngodt,
              uint32_t nItems, std::vector<std::string> items = {}, uint32_t xx = 77)
     {
@@ -77,8 +72,7 @@ std::string value(const VxParamBundle *tag, const char *item)
     return p ? p->stringValue() : std::string("<no ") + item + ">";
 }
 
-/// One decoded tag against nibabel's: the five fields, then every item
-/// (numbers compared as numbers, since nibabel converts them).
+/// One decoded tag against nibabel's: the five fields, then every item (numbers as numbers).
 void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
 {
     ASSERT_TRUE(tag);
@@ -106,15 +100,12 @@ void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
     EXPECT_EQ(int(entryNames(tag->bundle("values")).size()), values);
 }
 
-// Image headers match tag for tag; series headers up to the first item longer than 255
-// bytes, of whose length only the low byte is read. Every cut of a real header (every
-// 397th past 6000 bytes) yields the leading tags, all but the last complete.
+// Headers match tag for tag (up to an item past 255 bytes); every cut yields the leading tags.
 TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
 {
     VX_REQUIRE_SHARED_DATA();
     if (!vxtest::havePythonModules({"pydicom", "nibabel"}))
         GTEST_SKIP() << "pydicom and nibabel are needed for " VX_PYTHON;
-    // nibabel's parser over pydicom's bytes, for one file of each kind of header.
     std::string command = VX_PYTHON " " VX_PARAMS_TEST_DIR "/csa_reference.py", out;
     for (const char *dir :
          {"dcm_qa_mosaic/In/ep2d_Asc_2", "dcm_qa_mosaic/In/ep2d_Asc_HF_10",
@@ -125,15 +116,15 @@ TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
             command += " " + vxtest::shellQuote(files.front());
     ASSERT_EQ(vxtest::runCommand(command, &out), 0);
     const QJsonObject reference = QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
-    auto rawBytes = [](const QJsonObject &header) {
+    const auto rawBytes = [](const QJsonObject &header) {
         const QByteArray raw = QByteArray::fromBase64(header["raw"].toString().toLatin1());
         return Bytes(raw.begin(), raw.end());
     };
     EXPECT_GE(reference.size(), 6);
     for (auto it = reference.begin(); it != reference.end(); ++it) {
         SCOPED_TRACE(it.key().toStdString());
-        const QJsonObject image = it.value().toObject()["image"].toObject();
-        const QJsonObject series = it.value().toObject()["series"].toObject();
+        const QJsonObject image = it.value().toObject()["image"].toObject(),
+                          series = it.value().toObject()["series"].toObject();
         const QJsonArray imageTags = image["tags"].toArray(), seriesTags = series["tags"].toArray();
         ASSERT_EQ(image["exact_tags"].toInt(), imageTags.size()) << "no item longer than 255 bytes";
         const BundlePtr csa = decode(rawBytes(image));
@@ -141,7 +132,6 @@ TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
         ASSERT_EQ(csa->size(), imageTags.size());
         for (int t = 0; t < imageTags.size(); ++t)
             expectTagMatches(csa->entry(t)->asBundle(), imageTags[t].toObject());
-
         const int exact = series["exact_tags"].toInt();
         const BundlePtr s = decode(rawBytes(series), false, "CSASeriesHeaderInfo");
         ASSERT_TRUE(s && s->name() == "CSASeriesHeaderInfo");
@@ -174,8 +164,7 @@ TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
     }
 }
 
-// Both layouts: more than 128 tags is an error with a message; counts and
-// lengths past the end yield what fits; random bytes stay inside the value.
+// Both layouts: over 128 tags is an error; counts and lengths past the end yield what fits.
 TEST(CsaHostile, CountsAndLengthsPastTheEndAndRandomBytesStayInside)
 {
     for (const auto &[n, csa1] : {std::pair{129u, false}, {255u, true}}) {

@@ -1,5 +1,4 @@
-// Elements become parameters: those of the Siemens test file in explicit
-// (1.dcm) and implicit VR (2.dcm), a made name, and every shared file's.
+// Elements become parameters: a Siemens file in explicit and implicit VR, every shared file's.
 
 #include "vxdicom/params/DicomElementConversion.h"
 
@@ -21,7 +20,6 @@ LayerPtr layerRead(const std::string &path)
     return LayerPtr(dicom::dicomReadFile(path.c_str(), 1, nullptr), dicom::dicomFree);
 }
 
-/// The elements of a shared file as the dicom:: layer reads them, by "GGGGEEEE".
 std::map<std::string, DicomDataElement> layerElements(const char *relative)
 {
     std::map<std::string, DicomDataElement> elements;
@@ -87,8 +85,7 @@ TEST(ElementConversion, LatinOneAndUtf8TextsBothBecomeUtf8)
         EXPECT_EQ(textOf(convert(name, text)), "patient name: M\xC3\xBCller^Anna") << text;
 }
 
-// Every element of every shared file, read by the dicom:: layer, converts:
-// to a bundle for the CSA headers, else to a parameter "name: value".
+// Every element of every shared file converts: CSA headers to bundles, others to "name: value".
 TEST(ElementConversionThroughTheLayer, EveryElementOfEverySharedFileConverts)
 {
     VX_REQUIRE_SHARED_DATA();

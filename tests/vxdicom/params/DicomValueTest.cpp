@@ -1,5 +1,4 @@
-// Element values: text rules per VR, hex codes, generated UIDs, the parts of
-// "name [VR]: value" texts and their cleaning.
+// Element values: text rules per VR, hex codes, generated UIDs, parts of texts and cleaning.
 
 #include "vxdicom/params/DicomParamFilter.h"
 #include "vxdicom/params/DicomUid.h"
@@ -76,8 +75,7 @@ TEST(ByteHelpers, AsciiHexAndSeparators)
     }
 }
 
-// The numbers given (negative ones left out), date and time; cut at 64 characters, never
-// ending in a dot.
+// The numbers given (not negative ones), date and time; cut at 64 characters, no final dot.
 TEST(UidGeneration, NumbersOfEveryWidthGiveValidUids)
 {
     static const QRegularExpression syntax(QRegularExpression::anchoredPattern("\\d+(\\.\\d+)*"));
@@ -97,7 +95,7 @@ TEST(UidGeneration, NumbersOfEveryWidthGiveValidUids)
 
 TEST(ElementTexts, PartsAreTakenApartAndFixCleansThemInPlace)
 {
-    // The edges the element table does not reach; expected nullptr: a null text.
+    // Edges the element table does not reach; expected nullptr: a null text.
     const std::tuple<const char *, const char *, ReturnParamContent, int, const char *> rows[] = {
         {"G0028-0010", "Rows: 512", ContentVR, 0, "US"}, // no '[': the dictionary's VR
         {"G0028-0030", "pixel spacing:  0.5  0.25 ", ContentValueItem, 1, ""}, // blanks split
@@ -111,8 +109,6 @@ TEST(ElementTexts, PartsAreTakenApartAndFixCleansThemInPlace)
             << text << " part " << what << " [" << index << "]";
     }
     EXPECT_TRUE(decodeDicomParam(nullptr, ContentName, 0).isNull());
-
-    // fix cleans the texts of every bundle in place.
     VxParamBundle top("DICOM");
     top.setString("G0020-4000", "image comments: say \"hi\"\t  ");
     top.setString("G0010-0010", "patient name: M\xC3\xBCller^Anna");

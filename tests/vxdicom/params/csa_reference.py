@@ -3,11 +3,7 @@
 "series" values (base64) and the tags nibabel finds in them, as JSON. "exact_tags"
 counts the tags before the first item longer than 255 bytes, "long_item" gives it."""
 
-import base64
-import json
-import struct
-import sys
-import warnings
+import base64, json, struct, sys, warnings
 
 import pydicom
 from nibabel.nicom import csareader

@@ -1,6 +1,5 @@
 #pragma once
-// Helpers of the reader tests: the folder's scripts, and files read as the
-// reader reads them.
+// Helpers of the reader tests: the folder's scripts, and files read as the reader reads them.
 
 #include "tests/support/TestSupport.h"
 #include "vxdicom/reader/VxDicomFile.h"
@@ -17,7 +16,6 @@
 namespace readertest {
 
 namespace fs = std::filesystem;
-using vxtest::ScopedEnv;
 
 inline const char *const kMrFile = "dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2/i22.MRDC.1";
 inline const char *const kCtSeries = "dcm_qa_ct/In/Philips/S21610/S2010";
@@ -28,7 +26,7 @@ inline std::vector<std::string> words(const std::string &text)
     return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
-/// Runs a script of this folder (or a path relative to it) with python3.
+/// Runs a script of this folder (or a path relative to it).
 inline int runScript(const std::string &script, const std::vector<std::string> &args,
                      std::string *output, bool mergeStderr = true)
 {
@@ -39,7 +37,6 @@ inline int runScript(const std::string &script, const std::vector<std::string> &
     return vxtest::runCommand(command, output, mergeStderr);
 }
 
-/// pydicom's view of the files (reader_reference.py).
 inline QJsonArray pydicomReference(const std::vector<std::string> &args)
 {
     std::string out;
@@ -47,7 +44,6 @@ inline QJsonArray pydicomReference(const std::vector<std::string> &args)
     return QJsonDocument::fromJson(QByteArray::fromStdString(out)).array();
 }
 
-/// Copies src to dst with dicom_edit.py and its editing arguments (words).
 inline void editCopy(const std::string &src, const std::string &dst, const std::string &args)
 {
     std::vector<std::string> all = words(args), out(1);
@@ -55,16 +51,15 @@ inline void editCopy(const std::string &src, const std::string &dst, const std::
     ASSERT_EQ(runScript("dicom_edit.py", all, &out[0]), 0) << out[0];
 }
 
-/// A series written by tests/support/make_series.py; its files by name.
+/// A series of make_series.py; its files by name.
 inline std::vector<std::string> makeSeries(const std::string &dir, const std::string &args)
 {
     std::vector<std::string> all = words(args), files;
     all.insert(all.begin(), dir);
     std::string out;
     EXPECT_EQ(runScript("../../support/make_series.py", all, &out), 0) << out;
-    for (const auto &e : fs::directory_iterator(dir))
-        files.push_back(e.path().string());
-    std::sort(files.begin(), files.end());
+    for (const std::string &name : vxtest::namesIn(dir))
+        files.push_back(dir + "/" + name);
     return files;
 }
 

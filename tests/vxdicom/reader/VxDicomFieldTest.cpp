@@ -1,5 +1,4 @@
-// Fields made from stacks: samples, rescaling and the overflow question; every voxel's
-// place against pydicom; a compressed series loaded with one and with four threads.
+// Fields made from stacks: samples, rescaling, the overflow question, voxel places, threads.
 
 #include "vxdicom/reader/VxDicomField.h"
 #include "platform/core/VxMessage.h"
@@ -45,9 +44,7 @@ std::unique_ptr<VxField3> fieldOf(const std::vector<std::string> &paths, int del
     OpenedFiles files(paths, delayed);
     auto stack = stackOf(files.images());
     std::unique_ptr<VxField3> field(createField3(*stack));
-    if (field)
-        flipField3(field.get(), *stack);
-    return field;
+    return field ? (flipField3(field.get(), *stack), std::move(field)) : nullptr;
 }
 
 const char *const kQuestion =
@@ -58,11 +55,7 @@ const char *const kQuestion =
 
 } // namespace
 
-// Copies of the real MR file (256 x 256) with other attributes and samples
-// (repeated to fill the image), one or two made into a field, the pixels read
-// with the header or later: sample type, samples of both images, the display
-// window parameters, the console and, with a display, the overflow question
-// shown and the button pressed.
+// Edited copies of the real MR file made into fields: samples, window, console, overflow question.
 TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -77,7 +70,6 @@ TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
         {"Modality=CT PixelRepresentation=0 RescaleIntercept=-1024 RescaleSlope=1",
          "0,1,1023,1024,2000,4095,30000,33791", KcPrimType::Int16, {-1024, -1023, -1, 0, 976, 3071, 28976, 32767},
          {{"DataWindow", "-200 200"}, {"DataWindowBias", "(absent)"}, {"UnitLength", "0.01"}}},
-        // -1024..64511 overflows; without a display adjusted: the stored values kept.
         {ot + "RescaleIntercept=-1024 RescaleSlope=1", "0,1024,2048,65535", KcPrimType::UInt16, {0, 1024, 2048, 65535},
          {{"DataWindow", "0 65535"}, {"DataWindowBias", "-1024"}, {"DataWindowScale", "(absent)"}},
          kQuestion + std::string("\n-> Adjust scaling (no display; default answer)")},
@@ -88,8 +80,7 @@ TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
          {{"DataWindowBias", "(absent)"}, {"DataWindowScale", "1.22072"}}},
         {"RescaleSlope=2.36 RescaleIntercept=0.5", "0,1,2,3,30000,12345", KcPrimType::Float,
          {0.5, 2.86, 5.22, 7.58, 70800.5, 29134.7}},
-        // A slice rescaled early, as its intercept fits, is taken back when the
-        // stack needs another fit: 0..98301 scaled by 65535 / 98301.
+        // A slice rescaled early is taken back when the stack needs another fit.
         {"RescaleIntercept=1000 RescaleSlope=1", "0,500,1000", KcPrimType::UInt16, {1000, 1500, 2000}, {}, "",
          nullptr, "RescaleIntercept=1000 RescaleSlope=1", "0,32000", {1000, 33000}},
         {"RescaleIntercept=1000 RescaleSlope=1", "0,500,1000", KcPrimType::UInt16, {667, 1000, 1333}, {}, "",
@@ -110,7 +101,6 @@ TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
             if (*c.pixels2)
                 paths.push_back(copy("b", c.set2, c.pixels2));
             VxWarningDialog::setDisplayOverride(c.button ? 1 : -1);
-            // Clicks the button of the question the GUI shows; keeps its text and buttons.
             QString shown;
             QTimer clicker;
             QObject::connect(&clicker, &QTimer::timeout, [&] {
@@ -151,8 +141,7 @@ TEST(DicomFieldCreation, SamplesAreTheRescaledValuesInTheirType)
         }
 }
 
-// The word rescale kernel against its formula for every stored value: both ends of the range
-// saturate, narrower bounds clamp, a tail shorter than a vector is done too.
+// The word rescale kernel against its formula for every stored value, bounds and tail.
 TEST(DicomFieldCreation, WordRescaleKernelGivesItsFormulaForEveryValue)
 {
     std::vector<short> src(65536 + 5), dst(src.size());
@@ -169,8 +158,7 @@ TEST(DicomFieldCreation, WordRescaleKernelGivesItsFormulaForEveryValue)
     }
 }
 
-// An RT Dose grid of make_32bit.py: 32-bit samples scaled by Dose Grid Scaling,
-// frames placed by the Grid Frame Offset Vector.
+// An RT Dose grid: 32-bit samples scaled by Dose Grid Scaling, placed by the frame offsets.
 TEST(DicomFieldCreation, RtDoseGridIsScaledAndPlacedByItsFrameOffsets)
 {
     vxtest::TempDir dir;
@@ -190,20 +178,16 @@ TEST(DicomFieldCreation, RtDoseGridIsScaledAndPlacedByItsFrameOffsets)
     }
 }
 
-// 32-bit colour of make_32bit.py: component s of pixel p holds (p + 1) * 4096
-// + s in its top 16 stored bits, which are kept (and the loss said); the RLE
-// file is DCMTK's encoding.
+// 32-bit colour (also RLE by DCMTK): the top 16 stored bits are kept and the loss said.
 TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsTheTopSixteenBits)
 {
     if (!vxtest::haveProgram("dcmcrle"))
         GTEST_SKIP() << "dcmcrle (Debian dcmtk) is needed";
     vxtest::TempDir dir;
     for (const auto &[stored, planar, rle] : {std::tuple{20, 1, false}, std::tuple{32, 0, true}}) {
-        std::string path = dir.file("rgb" + std::to_string(stored)), out;
-        ASSERT_EQ(runScript("make_32bit.py", {path, std::to_string(stored), std::to_string(planar)},
-                            &out),
-                  0)
-            << out;
+        const std::string bits = std::to_string(stored);
+        std::string path = dir.file("rgb" + bits), out;
+        ASSERT_EQ(runScript("make_32bit.py", {path, bits, std::to_string(planar)}, &out), 0) << out;
         if (rle) {
             ASSERT_EQ(vxtest::runCommand("dcmcrle " + path + " " + path + ".rle"), 0);
             path += ".rle";
@@ -224,10 +208,7 @@ TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsTheTopSixteenBits)
     }
 }
 
-// Series of make_series.py (non-square pixels), uniform and with a gap, in mm
-// and cm, in both name orders and as one slice: every voxel lies on its own
-// source pixel (positions from pydicom) and holds its value (the CT series
-// stores round(signal + 1024) with intercept -1024).
+// Made series in every layout: each voxel lies on its own source pixel and holds its value.
 TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
 {
     // clang-format off
@@ -262,7 +243,6 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
                       k = v / (lat->dim(0) * lat->dim(1));
             float w[3];
             field->voxelToWorld(i, j, k, w);
-            // The nearest source pixel: slice, column and row, and where it is.
             double error = 1e30;
             std::array<int, 3> pixel{};
             Vec at{};
@@ -301,16 +281,13 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
     }
 }
 
-// The real CT series (54 slices of 512 x 512) stored as JPEG by DCMTK loads
-// from the command line as a user runs it; four decoding threads say and save
-// what one does.
+// The real CT series as JPEG loads from the command line alike with one and four threads.
 TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();
     if (!vxtest::haveProgram("dcmcjpeg"))
         GTEST_SKIP() << "dcmcjpeg (Debian dcmtk) is needed";
     vxtest::TempDir dir;
-    // Status, both streams and the NIfTI bytes of `vxdicom load`.
     const auto load = [&](const char *threads) {
         fs::remove_all(dir.file("out"));
         fs::create_directory(dir.file("out"));
@@ -320,9 +297,8 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
             vxtest::shellQuote(dir.file("out")) + " " + vxtest::shellQuote(dir.file("jpeg")));
         std::vector<unsigned char> nifti;
         for (const std::string &name : vxtest::namesIn(dir.file("out")))
-            nifti = name.find(".nii") != std::string::npos
-                        ? vxtest::readFileBytes(dir.file("out/" + name))
-                        : nifti;
+            if (name.find(".nii") != std::string::npos)
+                nifti = vxtest::readFileBytes(dir.file("out/" + name));
         return std::tuple(r.status, r.out, r.err, nifti);
     };
     fs::create_directories(dir.file("jpeg"));

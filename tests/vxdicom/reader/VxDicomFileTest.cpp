@@ -1,5 +1,4 @@
-// File and image records of real scanner files against pydicom and of edited
-// copies of them (including broken ones), and the reading loop.
+// File and image records of real files against pydicom, of edited copies, and the reading loop.
 
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxWorkArea.h"
@@ -25,8 +24,7 @@ std::unique_ptr<VxDicomFile> readOrFail(const std::string &path, int delayed = 1
     return opened.files.empty() ? nullptr : std::move(opened.files[0]);
 }
 
-// The text thrown by reading a file, or "" when it reads.
-std::string thrownBy(const std::string &path)
+std::string thrownBy(const std::string &path) // "" when it reads
 {
     try {
         VxDicomFile file(path.c_str(), 0, 1);
@@ -38,9 +36,7 @@ std::string thrownBy(const std::string &path)
 
 } // namespace
 
-// Every shared file as pydicom reads it: each single frame's record, the value range of 16-bit
-// samples (masked to the stored bits below High Bit; read later, signed ones
-// sign-extended) and the place of every frame of a multi-frame file.
+// Every shared file as pydicom reads it: single frames' records, 16-bit ranges, frame places.
 TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -50,7 +46,6 @@ TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
         EXPECT_NEAR(actual, expected, 2e-6 * std::max(1.0, std::fabs(expected))) << what;
     };
     std::set<fs::path> rangeFolders;
-    // The range over every image of a file (the tiles of a mosaic).
     const auto rangeOf = [](VxDicomFile &file) {
         std::pair<int, int> range(INT_MAX, INT_MIN);
         for (VxDicomImage *im : file.images) {
@@ -78,7 +73,6 @@ TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
             ++multi;
             continue;
         }
-        // One file of each folder (signed and not) is read whole.
         const bool isSigned = rec["isSigned"].toInt();
         if (r["pixels"].isObject() &&
             rangeFolders.insert(fs::path(path).parent_path() / (isSigned ? "signed" : "")).second) {
@@ -123,9 +117,7 @@ TEST(DicomImageRecord, EverySharedFileAgreesWithPydicom)
     EXPECT_GE(rangeFolders.size(), 15u);
 }
 
-// Copies of real files with attributes changed or removed: what the record
-// makes of them (key=value: the record's fields; columnSpacing is the step
-// along a row), the warning that names the file, or the text thrown.
+// Edited copies of real files: the record's fields, the warning naming the file, or the throw.
 TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -173,7 +165,6 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
         VxMessageCapture console;
         const std::string thrown = thrownBy(path);
         if (c.expected.empty()) {
-            // Texts about the file end in ": " and its name follows.
             EXPECT_EQ(thrown.rfind(c.said.back() == ' ' ? c.said + path : c.said, 0), 0u) << thrown;
             continue;
         }
@@ -194,7 +185,6 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
             const std::string key = pair.substr(0, pair.find('='));
             EXPECT_FLOAT_EQ(got.at(key), std::stod(pair.substr(key.size() + 1))) << key;
         }
-        // A warning names the file; no warning without a reason.
         EXPECT_EQ(console.contains(file->fileName + ": "), !c.said.empty()) << console.text();
         EXPECT_TRUE(console.contains(c.said)) << console.text();
     }
@@ -208,14 +198,13 @@ TEST(DicomImageRecord, GzipCopyReadsTheSameAndLeavesNoTemporaryFile)
     vxtest::TempDir dir, tmp;
     const std::string src = vxtest::sharedPath(kCtSeries) + "/I10", gz = dir.file("I10.gz");
     ASSERT_EQ(vxtest::runCommand("gzip -c " + vxtest::shellQuote(src) + " > " + gz), 0);
-    ScopedEnv tmpdir("TMPDIR", tmp.path().c_str());
+    vxtest::ScopedEnv tmpdir("TMPDIR", tmp.path().c_str());
     auto plain = readOrFail(src, 0), packed = readOrFail(gz); // the packed one read later
     ASSERT_TRUE(plain && packed && packed->images.size() == 1);
     EXPECT_EQ(std::string(packed->loadName), gz) << "the load command names the packed file";
     std::vector<unsigned char> lazy(plain->images[0]->dataSize);
     packed->images[0]->loadToMemory(lazy.data());
     EXPECT_EQ(std::memcmp(plain->images[0]->pixels, lazy.data(), lazy.size()), 0);
-    // A damaged archive fails as a file that cannot be opened.
     const std::string broken = dir.file("broken.gz");
     auto bytes = vxtest::readFileBytes(gz);
     vxtest::writeFileBytes(broken, {bytes.begin(), bytes.begin() + bytes.size() / 2});
@@ -223,16 +212,14 @@ TEST(DicomImageRecord, GzipCopyReadsTheSameAndLeavesNoTemporaryFile)
     EXPECT_TRUE(fs::is_empty(tmp.path())) << "every unpacked copy was removed";
 }
 
-// The reading loop given a DICOMDIR: progress shown for the one name, the
-// files it lists added to the names and read, the DICOMDIR itself not kept.
+// The reading loop given a DICOMDIR: progress shown, its files added and read, itself not kept.
 TEST(DicomReadLoop, ADicomDirAddsItsFiles)
 {
     VX_REQUIRE_SHARED_DATA();
     if (!vxtest::haveProgram("dcmmkdir"))
         GTEST_SKIP() << "dcmmkdir (dcmtk) is not installed";
     vxtest::TempDir dir;
-    const std::vector<std::string> ge =
-        vxtest::sharedDicomFiles("dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2");
+    const auto ge = vxtest::sharedDicomFiles("dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2");
     fs::create_directory(dir.path() / "IMAGES");
     for (int k = 0; k < 3; ++k)
         fs::copy_file(ge[k], dir.path() / "IMAGES" / ("IM" + std::to_string(k + 1)));

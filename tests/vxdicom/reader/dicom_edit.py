@@ -1,18 +1,11 @@
 #!/usr/bin/python3
-"""Copies a DICOM file with pydicom, changing a few attributes on the way.
-
-    dicom_edit.py IN OUT [--set KEY=VALUE...]... [--delete KEY]... [--pixels V,V,...] [--transfer-syntax UID]
-
-KEY: a keyword or "(0028,0011)"; VALUE: backslash-separated values of the
-attribute's VR. --pixels fills every frame with the values repeated, typed
-after --set; --transfer-syntax rewrites only the UID.
-"""
+"""dicom_edit.py IN OUT [--set KEY=V\\V...] [--delete KEY] [--pixels V,...] [--transfer-syntax UID]:
+a pydicom copy with attributes set (keyword or "(0028,0011)"), deleted, pixels refilled."""
 import argparse
 
 import numpy as np
 import pydicom
-from pydicom.datadict import dictionary_VR
-from pydicom.tag import Tag
+from pydicom.datadict import dictionary_VR; from pydicom.tag import Tag
 
 
 def tag_of(key):
@@ -20,12 +13,10 @@ def tag_of(key):
 
 
 ap = argparse.ArgumentParser()
-ap.add_argument("src")
-ap.add_argument("dst")
+for name in ("src", "dst", "--pixels", "--transfer-syntax"):
+    ap.add_argument(name)
 ap.add_argument("--set", action="extend", nargs="+", default=[])
 ap.add_argument("--delete", action="append", default=[])
-ap.add_argument("--pixels")
-ap.add_argument("--transfer-syntax")
 args = ap.parse_args()
 
 ds = pydicom.dcmread(args.src)

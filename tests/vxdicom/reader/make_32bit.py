@@ -1,11 +1,6 @@
 #!/usr/bin/python3
-"""make_32bit.py OUT STORED PLANAR: a 3 x 2 RGB file, 32 bits allocated, whose
-component s of pixel p holds (p + 1) * 4096 + s in its top 16 stored bits, 7
-in the bits below, bit 31 set when not stored.
-make_32bit.py OUT dose: an RT Dose grid, 3 frames of 4 x 3 samples holding
-3000000000 + 1000000 k + 1000 r + c, Dose Grid Scaling 0.0001, axial at
--10\\-20\\30, Pixel Spacing 2\\3, Grid Frame Offset Vector 0\\2.5\\5.
-"""
+"""make_32bit.py OUT STORED PLANAR: 3 x 2 RGB, 32 bits allocated, (p + 1) * 4096 + s in the top
+16 stored bits. make_32bit.py OUT dose: a 4 x 3 x 3 RT Dose grid of 3e9 + 1e6 k + 1e3 r + c."""
 import sys
 
 import numpy as np

@@ -1,12 +1,7 @@
 #!/usr/bin/python3
-"""Prints, as JSON, what pydicom finds in DICOM image files: "record", a
-single frame's values under our image record's names (see record());
-"framePositions", each frame's Plane Position; "pixels", the range of the
-first frame's uncompressed 16-bit samples masked below High Bit and, when
-signed, sign-extended.
-"""
-import json
-import sys
+"""pydicom's view of DICOM image files as JSON: the record under our image record's names, frame
+positions, and the masked (and sign-extended) range of uncompressed 16-bit samples."""
+import json, sys
 
 import numpy as np
 import pydicom
@@ -30,8 +25,7 @@ def pixel_ranges(ds):
 
 
 def record(ds):
-    """A step along a row crosses columns: the second Pixel Spacing value.
-    Oblique: row, column or normal 0.03 or more from every axis. Unsigned 12-bit CT without a rescale stores HU + 1000."""
+    """Oblique: an axis 0.03 or more from every axis; unsigned 12-bit CT unrescaled stores HU + 1000."""
     g = lambda key, default=0: float(ds.get(key, default) or default)
     signed, bits = g("PixelRepresentation") != 0, int(g("BitsAllocated"))
     slope, intercept = g("RescaleSlope", 1), g("RescaleIntercept")
