@@ -204,10 +204,9 @@ TEST(VxdicomAnonymize, SavedFieldsCarryNoPatientNameAndNoFileNames)
 {
     VX_REQUIRE_SHARED_DATA();
     vxtest::TempDir dir;
-    ASSERT_EQ(vxdicom("load -nodialog -q --format nrrd -o " + q(dir.file("s")) + " " +
-                      q(vxtest::sharedPath(kMrFolder)))
-                  .status,
-              0);
+    const Outcome load = vxdicom("load -nodialog -q --format nrrd -o " + q(dir.file("s")) + " " +
+                                 q(vxtest::sharedPath(kMrFolder)));
+    ASSERT_EQ(load.status, 0) << load.err;
     const std::map<std::string, std::string> before = nrrdHeader(dir.file("s/HFS.nrrd"));
     ASSERT_EQ(before.at("DICOM/All/G0010-0010"), "patient name: HFS"); // as pydicom reads it
     ASSERT_FALSE(before.at("DICOM/Slice034/Filename").empty());

@@ -4,8 +4,7 @@ of the same value in every volume (nibabel). Status 0 equal, 1 different, 77 wit
 import sys
 
 try:
-    import nibabel as nib
-    import numpy as np
+    import nibabel as nib, numpy as np
 except ImportError:
     sys.exit(77)
 

@@ -14,9 +14,8 @@ failures=0
 fail() { echo "FAIL $*"; failures=$((failures + 1)); }
 window() { timeout 60 xdotool search --sync --onlyvisible --name "^$1\$" | head -1; }
 
-# run NAME TITLE ACTION STATUS FILES TEXT COMMAND...: answers the window TITLE with ACTION (a key or
-# sigint) once shown; vxdicom must end with STATUS (!0: not 0) having written FILES files into
-# $work/NAME and printed TEXT (a grep pattern) on standard output or error.
+# run NAME TITLE ACTION STATUS FILES TEXT COMMAND...: answers TITLE with ACTION (a key or sigint);
+# vxdicom must end with STATUS (!0: not 0), FILES files in $work/NAME and TEXT (grep) in its output.
 run() {
     local name="$1" title="$2" action="$3" want="$4" files="$5" text="$6" w status=0 written
     shift 6
