@@ -42,8 +42,7 @@ struct LoadOutcome // the fields are owned by the object pool
     KcDArray<VxField3 *> fields;
 };
 
-/// Runs vxReadDicom on a worker thread as the program does; `drive` gets the dialog once
-/// it is visible and ends it. A load that does not return within a minute fails the test.
+/// vxReadDicom on a worker thread as the program runs it; `drive` gets the shown dialog.
 LoadOutcome loadThroughDialog(const std::vector<std::string> &files,
                               const std::function<void(DicomDialog &)> &drive)
 {

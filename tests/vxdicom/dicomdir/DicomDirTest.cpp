@@ -31,7 +31,6 @@ Ids walk(const std::string &bytes, bool big, bool explicitVr)
     return Ids(ids.begin(), ids.end());
 }
 
-/// Runs make_dicomdir.py; its output lines (stderr left out).
 Ids pydicom(const std::string &arguments)
 {
     std::string output, script = " " VX_DICOMDIR_TEST_DIR "/make_dicomdir.py ";

@@ -34,7 +34,6 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
     vxtest::TempDir temp;
     QJsonArray manifest; // what dicom3_check.py must see in each case
     QStringList files;
-    // Writes the slices into temp/name, the samples into temp/name.raw.
     auto write = [&](Dicom3Object &object, const std::string &name, const char *dtype, int sop,
                      const QJsonArray &shape, const Bytes &samples) {
         vxtest::writeFileBytes(temp.file(name + ".raw"), samples);
@@ -52,8 +51,7 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
                                     {"modality", Dicom3Object::theModality[sop]}});
     };
 
-    // 7 x 5 x 3 samples that use the whole type: signed values go below zero, unsigned words
-    // above 32767, and the odd slice of bytes needs a pad byte.
+    // 7 x 5 x 3 samples over the whole type; the odd slice of bytes needs a pad byte.
     const std::pair<int, const char *> builders[] = {
         {0, "CR"}, {1, "CT"}, {2, "MR"}, {3, "NM"}, {4, "SC"}, {9, "US"}, {10, "USMultiFrame"}};
     for (const auto &[index, builder] : builders)
@@ -75,8 +73,7 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
                   Bytes(data, data + 105 * size));
         }
 
-    // Colour: the image pixel module writes no Planar Configuration, which pydicom needs; it
-    // comes from the user's table, as here. An odd slice length (45) needs the pad.
+    // Colour, odd slice length: pydicom needs Planar Configuration, given as a user's table does.
     Bytes rgb(45);
     std::iota(rgb.begin(), rgb.end(), 1);
     const int rgbDims[3] = {5, 3, 3};
@@ -95,8 +92,7 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
         EXPECT_EQ(out, "yes: " + file.toStdString() + "\n") << "what GDCM and DCMTK say";
     }
 
-    // dcm2niix makes one volume of the CT signed words. DICOM's patient frame (LPS) becomes RAS:
-    // x and y change sign, and the rows are stored bottom-up, so y starts at the last row.
+    // dcm2niix's volume of the CT words: LPS becomes RAS, rows bottom-up so y starts at the last.
     std::string out;
     if (vxtest::haveProgram("dcm2niix") && vxtest::havePythonModules({"nibabel"})) {
         fs::create_directory(temp.path() / "nii");
@@ -111,17 +107,13 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
             {"affine", QJsonArray{QJsonArray{-1, 0, 0, 3}, QJsonArray{0, 1.25, 0, -3},
                                   QJsonArray{0, 0, 2, 10}}}});
         // clang-format on
-    } else {
+    } else
         std::cout << "dcm2niix or nibabel is missing: the volume is not rebuilt\n";
-    }
     std::ofstream(temp.file("manifest.json")) << QJsonDocument(manifest).toJson().toStdString();
     out.clear();
-    EXPECT_EQ(vxtest::runCommand(std::string(VX_PYTHON) +
-                                     " " VX_EXPORT_TEST_DIR "/dicom3_check.py " +
-                                     temp.file("manifest.json"),
-                                 &out),
-              0)
-        << out;
+    const std::string check =
+        " " VX_EXPORT_TEST_DIR "/dicom3_check.py " + temp.file("manifest.json");
+    EXPECT_EQ(vxtest::runCommand(VX_PYTHON + check, &out), 0) << out;
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), manifest.size())
         << "one line a case: " << out;
 }

@@ -1,6 +1,4 @@
-// "Save as DICOM" as a user works it, with real widgets offscreen: the dialog shown from a
-// worker thread over a real series, its element table and editors driven, and the files it
-// writes read back by dcmdump.
+// "Save as DICOM" shown from a worker thread and driven offscreen; dcmdump reads the files.
 
 #include "vxdicom/export/QxDicom3SaveDialog.h"
 #include "platform/core/VxMessage.h"
@@ -40,7 +38,6 @@ int rowOf(const QxDicom3Table &table, const char *group, const char *element)
     return -1;
 }
 
-// Makes the cell current, which opens its editor, and returns the editor.
 template <class Editor> Editor *openEditor(QxDicom3Table &table, int r, int c)
 {
     table.setCurrentCell(r, c);
@@ -52,13 +49,11 @@ template <class Editor> Editor *openEditor(QxDicom3Table &table, int r, int c)
 }
 
 // Opens the editor of a cell as a click does and types the text over its value.
-QLineEdit *typeInto(QxDicom3Table &table, int r, int c, const char *text)
+void typeInto(QxDicom3Table &table, int r, int c, const char *text)
 {
     auto *edit = openEditor<QxDicom3ValueEdit>(table, r, c);
-    EXPECT_NE(edit, nullptr) << "no editor at " << r << "," << c;
-    if (edit)
-        edit->lineEdit()->selectAll(), QTest::keyClicks(edit->lineEdit(), text);
-    return edit ? edit->lineEdit() : nullptr;
+    ASSERT_NE(edit, nullptr) << "no editor at " << r << "," << c;
+    edit->lineEdit()->selectAll(), QTest::keyClicks(edit->lineEdit(), text);
 }
 
 } // namespace
@@ -82,8 +77,7 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
     options.attributes = readAttributeFile(out.file("in.txt"), &error);
     ASSERT_TRUE(options.attributes) << error;
 
-    // The dialog is driven when it shows; it is shown from the worker thread that saves, as in
-    // the program. Cancel is driven in tests/apps/dialog_under_xvfb.sh.
+    // Shown from the saving worker thread; Cancel is driven in tests/apps/dialog_under_xvfb.sh.
     std::string refused;
     const QPointer<QTimer> waiting = uitest::when(
         [] { return uitest::visibleWindow<QxDicom3SaveDialog>() != nullptr; },
@@ -101,7 +95,6 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
             const int owned = table.rowCount() - 1;
             typeInto(table, owned, QxDicom3Table::Group, "00280010");
             typeInto(table, owned, QxDicom3Table::Content, "12");
-            // A private element, made a long string.
             QTest::mouseClick(d.addButton(), Qt::LeftButton);
             const int added = table.rowCount() - 1;
             auto *vr = openEditor<QComboBox>(table, added, QxDicom3Table::VR);
@@ -145,9 +138,9 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
               "study description [LO]: phantom, edited");
     EXPECT_EQ(saved->bundle("All")->parameter("G0028-0010"), nullptr) << "what the writer owns";
 
-    const std::string first = out.file("dcm/IM00001.dcm");
     std::string dump;
-    ASSERT_EQ(vxtest::runCommand("dcmdump " + vxtest::shellQuote(first), &dump), 0);
+    ASSERT_EQ(
+        vxtest::runCommand("dcmdump " + vxtest::shellQuote(out.file("dcm/IM00001.dcm")), &dump), 0);
     for (const char *line : {"(0010,0010) PN [Doe^Jane]", "(0008,1030) LO [phantom, edited",
                              "(f000,f000) LO [vxdicom edit test", "(0028,0010) US 256"})
         EXPECT_NE(dump.find(line), std::string::npos) << line << " in " << dump;

@@ -1,8 +1,6 @@
 #!/usr/bin/python3
-"""dicom3_check.py MANIFEST: pydicom's and nibabel's view of written files against what the
-manifest expects; one line per entry, exit 1 with the differences. Entries: {"files", "raw",
-"dtype", "shape", "sopClass", "modality"} (each file, read without force, holds the next samples
-of raw) or a dcm2niix volume {"nifti", "raw", "dtype", "shape", "zooms", "affine"}."""
+"""dicom3_check.py MANIFEST: pydicom's and nibabel's view of written files (each holding the
+next samples of "raw") or dcm2niix volumes against the manifest; exit 1 on a difference."""
 import json
 import os
 import sys
@@ -13,8 +11,7 @@ from pydicom.filereader import data_element_generator
 
 
 def group_lengths(path):
-    """Bytes each group takes after its group length element, and what that element says
-    (explicit VR little endian throughout); outside readers do not check them."""
+    """Bytes each group takes after its group length element, and what that element says."""
     taken, stated, starts = {}, {}, {}
     with open(path, "rb") as fp:
         fp.seek(132)

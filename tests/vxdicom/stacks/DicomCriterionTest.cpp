@@ -8,19 +8,8 @@
 
 #include <array>
 #include <functional>
-#include <initializer_list>
 
 using namespace stacktest;
-
-namespace {
-KcDArray<QString> array(std::initializer_list<const char *> list)
-{
-    KcDArray<QString> out;
-    for (const char *v : list)
-        out.append(v);
-    return out;
-}
-} // namespace
 
 TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
 {
@@ -29,7 +18,7 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
     {
         O::Id policy;
         const char *name, *candidate;
-        std::initializer_list<const char *> stack; // newest first
+        KcDArray<QString> stack; // newest first
         bool pass;
         const char *why;
     };
@@ -51,12 +40,12 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
     };
     for (const Row &r : rows) {
         const DicomLoadOption option(32, 4161, r.policy, r.name, 31);
-        EXPECT_EQ(isOptionSatisfied(r.candidate, array(r.stack), option, 0.02f), r.pass)
+        EXPECT_EQ(isOptionSatisfied(r.candidate, r.stack, option, 0.02f), r.pass)
             << r.why << " (" << r.candidate << ")";
     }
     DicomLoadOption linear(32, 4161, O::Linear, slice, 31); // uses the stacks' tolerance
     DicomStackItem::uniformTolerance = 0.05f;
-    EXPECT_TRUE(DicomStackItem::isOptionSatisfied("-1.03", array({"0", "1"}), linear));
+    EXPECT_TRUE(DicomStackItem::isOptionSatisfied("-1.03", {"0", "1"}, linear));
     DicomStackItem::uniformTolerance = 0.02f;
 }
 

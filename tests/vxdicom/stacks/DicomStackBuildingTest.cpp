@@ -14,6 +14,8 @@
 #include <QPushButton>
 #include <QTimer>
 
+#include <numeric>
+
 using namespace stacktest;
 using StackBuilding = stacktest::RealSeries;
 
@@ -22,14 +24,6 @@ struct Exported : KcDArray<VxDicomImageStack *>
 {
     ~Exported() { qDeleteAll(*this); }
 };
-
-std::vector<int> range(int first, int last, int step = 1)
-{
-    std::vector<int> out;
-    for (int v = first; step > 0 ? v <= last : v >= last; v += step)
-        out.push_back(v);
-    return out;
-}
 } // namespace
 
 TEST_F(StackBuilding, SeriesAreOneUniformStackInSliceOrderAndDescendingOnesAreReverted)
@@ -40,12 +34,14 @@ TEST_F(StackBuilding, SeriesAreOneUniformStackInSliceOrderAndDescendingOnesAreRe
     for (const auto &[dir, size] : rows) {
         SCOPED_TRACE(dir);
         const int n = std::abs(size);
+        std::vector<int> up(n);
+        std::iota(up.begin(), up.end(), 1);
         LoadedFiles files(vxtest::sharedDicomFiles(dir));
         ASSERT_EQ(files.size(), n);
         DicomListView view;
         view.initialize(files.images());
         ASSERT_EQ(stackSizes(view), std::vector<int>{n});
-        EXPECT_EQ(instanceNumbers(view.stackList()[0]), range(1, n));
+        EXPECT_EQ(instanceNumbers(view.stackList()[0]), up);
         DicomStackDialog::setAnswerOverride(0); // a question would fail the export
         VxMessageCapture console;
         Exported out;
@@ -54,7 +50,7 @@ TEST_F(StackBuilding, SeriesAreOneUniformStackInSliceOrderAndDescendingOnesAreRe
         std::vector<int> exported;
         for (const VxDicomImage *image : out[0]->images)
             exported.push_back(image->imageNumber);
-        EXPECT_EQ(exported, size < 0 ? range(n, 1, -1) : range(1, n));
+        EXPECT_EQ(exported, size < 0 ? std::vector<int>(up.rbegin(), up.rend()) : up);
         for (int i = 1; i < n; ++i)
             EXPECT_GT(out[0]->sliceLocations[i], out[0]->sliceLocations[i - 1]);
         EXPECT_EQ(out[0]->getCoordType(), 1) << "uniform";
@@ -88,7 +84,6 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
     VxWarningDialog::setDisplayOverride(-1);
     EXPECT_EQ(ofImages(view.stackList()[0], &VxDicomImage::sliceLocation),
               (std::vector<float>{30, 30.5, 31}));
-    // From a worker thread, offscreen, the dialog answers by itself.
     view.stackList()[0]->relocateChildItems(10, 10);
     view.stackList()[0]->lastChild()->image()->sliceLocation = 15;
     VxMessageCapture console;
@@ -137,10 +132,9 @@ TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOr
     ASSERT_EQ(vxtest::runCommand("/usr/bin/python3 " VX_STACKS_TEST_DIR "/many_series.py " +
                                  vxtest::shellQuote(dir.path().string()) + " 300 20 40"),
               0);
-    std::vector<std::string> paths;
-    for (const auto &entry : std::filesystem::directory_iterator(dir.path()))
-        paths.push_back(entry.path().string());
-    std::sort(paths.begin(), paths.end());
+    std::vector<std::string> paths = vxtest::namesIn(dir.path().string());
+    for (std::string &name : paths)
+        name = dir.file(name);
     LoadedFiles files(paths);
     ASSERT_EQ(files.size(), 2 * split + 6 + plain * perSeries);
     std::vector<float> fractions;

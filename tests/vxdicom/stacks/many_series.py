@@ -38,15 +38,14 @@ def main():
         path = os.path.join(out, "IM%05d" % n)
         ds = FileDataset(path, {}, file_meta=meta, preamble=b"\0" * 128)
         ds.update(dict(
-            SOPClassUID=MR_STORAGE, SOPInstanceUID=meta.MediaStorageSOPInstanceUID,
-            StudyDate="20260101", SeriesDate="20260101", Modality="MR",
-            PatientName="Many^Series", PatientID="MANY01", StudyInstanceUID=ROOT + ".3",
-            SeriesInstanceUID="%s.1.%d" % (ROOT, 100 + series), SeriesNumber=series,
-            ScanningSequence="GR", InstanceNumber=instance, ImagePositionPatient=[-94.5, -94.5, z],
-            ImageOrientationPatient=[1, 0, 0, 0, 1, 0], SliceLocation=z, SliceThickness=3,
-            PixelSpacing=[3, 3], SamplesPerPixel=1, PhotometricInterpretation="MONOCHROME2",
-            Rows=64, Columns=64, BitsAllocated=16, BitsStored=12, HighBit=11,
-            PixelRepresentation=0, PixelData=pixels.tobytes()))
+            SOPClassUID=MR_STORAGE, SOPInstanceUID=meta.MediaStorageSOPInstanceUID, Modality="MR",
+            StudyDate="20260101", SeriesDate="20260101", PatientName="Many^Series",
+            StudyInstanceUID=ROOT + ".3", SeriesInstanceUID="%s.1.%d" % (ROOT, 100 + series),
+            SeriesNumber=series, ScanningSequence="GR", InstanceNumber=instance, SliceLocation=z,
+            ImagePositionPatient=[-94.5, -94.5, z], ImageOrientationPatient=[1, 0, 0, 0, 1, 0],
+            SliceThickness=3, PixelSpacing=[3, 3], SamplesPerPixel=1, Rows=64, Columns=64,
+            PhotometricInterpretation="MONOCHROME2", BitsAllocated=16, BitsStored=12, HighBit=11,
+            PatientID="MANY01", PixelRepresentation=0, PixelData=pixels.tobytes()))
         if acquisition is not None:
             ds.AcquisitionNumber = acquisition
         ds.save_as(path, write_like_original=False)
