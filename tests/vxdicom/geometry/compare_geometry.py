@@ -141,8 +141,7 @@ def sheared(args, work, env):
     failures += ["%s: %s, headers say %s" % (name, np.round(got, 4), np.round(want, 4))
                  for name, got, want, tol in checks
                  if np.shape(got) != np.shape(want) or np.max(np.abs(np.subtract(got, want))) > tol]
-    for f in failures:
-        print("FAIL", f)
+    print("".join("FAIL %s\n" % f for f in failures), end="")
     return 1 if failures else 0
 
 

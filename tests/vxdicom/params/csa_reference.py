@@ -14,11 +14,9 @@ warnings.simplefilter("ignore")
 def first_long_item(raw):
     pos = 16
     for t in range(struct.unpack_from("<I", raw, 8)[0]):
-        n_items = struct.unpack_from("<i", raw, pos + 76)[0]
-        pos += 84
+        n_items, pos = struct.unpack_from("<i", raw, pos + 76)[0], pos + 84
         for i in range(n_items):
-            length = struct.unpack_from("<i", raw, pos + 4)[0]
-            pos += 16
+            length, pos = struct.unpack_from("<i", raw, pos + 4)[0], pos + 16
             if length > 255:
                 return {"tag": t, "item": i, "length": length}
             pos += length + (4 - length % 4) % 4
@@ -35,11 +33,9 @@ def describe(raw):
              "nitems": t["n_items"], "xx": t["last3"],
              "items": [i if isinstance(i, (int, float)) else text(i) for i in t["items"]]}
             for name, t in tags]
-    out = {"raw": base64.b64encode(raw).decode("ascii"), "tags": tags, "exact_tags": len(tags)}
     long_item = first_long_item(raw)
-    if long_item:
-        out["exact_tags"], out["long_item"] = long_item["tag"], long_item
-    return out
+    out = {"raw": base64.b64encode(raw).decode("ascii"), "tags": tags, "exact_tags": len(tags)}
+    return dict(out, exact_tags=long_item["tag"], long_item=long_item) if long_item else out
 
 
 result = {}

@@ -218,14 +218,13 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
         {"axial --slices 1", 0.1f}, {"oblique --slices 1", 0.1f}};
     // clang-format on
     using Vec = std::array<double, 3>;
+    const std::string layout =
+        "--rows 7 --columns 5 --spacing 0.8 --row-spacing 1.1 --thickness 2.0 "
+        "--origin 12.5,-30.25,47 --slices 4 --orientation ";
     for (const auto &[orientation, unit] : cases) {
         SCOPED_TRACE(orientation + ", unit " + std::to_string(unit));
         vxtest::TempDir dir;
-        const std::vector<std::string> names =
-            makeSeries(dir.file("s"), "--rows 7 --columns 5 --spacing 0.8 --row-spacing 1.1 "
-                                      "--thickness 2.0 --origin 12.5,-30.25,47 --slices 4 "
-                                      "--orientation " +
-                                          orientation);
+        const auto names = makeSeries(dir.file("s"), layout + orientation);
         const QJsonArray slices = pydicomReference(names);
         setDicomUnitFactor(unit);
         auto field = fieldOf(names);

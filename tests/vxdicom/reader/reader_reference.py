@@ -12,8 +12,7 @@ AXES = np.vstack([np.eye(3), -np.eye(3)])
 def pixel_ranges(ds):
     if int(ds.BitsAllocated) != 16 or ds.file_meta.TransferSyntaxUID.is_compressed:
         return None
-    raw = np.frombuffer(ds.PixelData, dtype="<u2" if ds.file_meta.TransferSyntaxUID.is_little_endian
-                        else ">u2")
+    raw = np.frombuffer(ds.PixelData, dtype="<u2" if ds.file_meta.TransferSyntaxUID.is_little_endian else ">u2")
     raw = raw[:int(ds.Rows) * int(ds.Columns) * int(ds.get("SamplesPerPixel", 1))].astype(np.int64)
     stored = int(ds.BitsStored)
     masked = (raw >> (int(ds.HighBit) + 1 - stored)) & ((1 << stored) - 1)
