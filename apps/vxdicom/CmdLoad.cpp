@@ -18,6 +18,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -153,6 +154,11 @@ int runLoad(int argc, char **argv)
         VxMessage::getTheMsg()->setQuiet(true);
     registerDicomImportDialog();
     setDicomLoadChoices(choices);
+
+    // Time series are saved as one file of all steps, not field by field.
+    std::unique_ptr<WriteAheadScope> writeAhead;
+    if (!choices.asTimeSeries)
+        writeAhead = std::make_unique<WriteAheadScope>(save);
 
     return runWithGui(argc, argv, [&]() -> int {
         std::vector<const char *> argvNames;

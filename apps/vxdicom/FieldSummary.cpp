@@ -3,6 +3,7 @@
 #include "platform/core/VxObjectPool.h"
 #include "platform/data/VxField3.h"
 #include "platform/data/VxFieldFile.h"
+#include "platform/data/WriteAhead.h"
 #include "vxdicom/reader/VxDynamicDicomSeriesCtrl.h"
 
 #include <cctype>
@@ -136,6 +137,26 @@ void printFieldSummary(const VxField3 &field)
     if (!field.loadCommand().empty())
         std::printf(", load command: %s", field.loadCommand().c_str());
     std::printf("\n");
+}
+
+WriteAheadScope::WriteAheadScope(const SaveOptions &save)
+{
+    if (save.directory.empty() || save.format != SaveOptions::Nifti)
+        return;
+    std::error_code ec;
+    fs::create_directories(save.directory, ec);
+    // The name reportAndSave gives the first field of that label.
+    const fs::path dir(save.directory);
+    std::set<std::string> used = save.usedNames ? *save.usedNames : std::set<std::string>();
+    vxfield::WriteAhead::setNamer([dir, used, format = save.format](const KcString &label) {
+        std::set<std::string> names = used;
+        return (dir / fileNameFor(label, names, format)).string();
+    });
+}
+
+WriteAheadScope::~WriteAheadScope()
+{
+    vxfield::WriteAhead::setNamer(nullptr);
 }
 
 int reportAndSave(const KcDArray<VxField3 *> &fields, int poolBefore, const SaveOptions &save,

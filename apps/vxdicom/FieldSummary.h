@@ -27,6 +27,18 @@ bool parseSaveFormat(const char *text, SaveOptions::Format &format);
 /// and the load command.
 void printFieldSummary(const VxField3 &field);
 
+/// While it lives, large fields that `save` will write as .nii are written
+/// while they are read, under the names their labels give (nothing when
+/// `save` writes no .nii). The output folder is made for that.
+class WriteAheadScope
+{
+public:
+    explicit WriteAheadScope(const SaveOptions &save);
+    ~WriteAheadScope();
+    WriteAheadScope(const WriteAheadScope &) = delete;
+    WriteAheadScope &operator=(const WriteAheadScope &) = delete;
+};
+
 /// Prints the summaries of the fields a load made (and of a time-series
 /// control added to the pool after `poolBefore` objects) and saves them when
 /// a folder is given. Returns the exit status: 0 when the load succeeded,

@@ -124,6 +124,26 @@ bool OutputFile::open(const char *name, KcString &why)
     return true;
 }
 
+int OutputFile::writeAt(size_t pos, const void *data, size_t n)
+{
+    if (fd < 0)
+        return EBADF;
+    if (pos + n > written)
+        return EINVAL;
+    const char *p = static_cast<const char *>(data);
+    while (n > 0) {
+        const ssize_t w = ::pwrite(fd, p, n, static_cast<off_t>(pos));
+        if (w < 0 && errno == EINTR)
+            continue;
+        if (w <= 0)
+            return w < 0 ? errno : EIO;
+        p += w;
+        pos += static_cast<size_t>(w);
+        n -= static_cast<size_t>(w);
+    }
+    return 0;
+}
+
 int OutputFile::write(const void *data, size_t n)
 {
     if (fd < 0)
@@ -259,6 +279,17 @@ bool OutputFile::commit(KcString &why)
     }
     mode = Closed;
     return true;
+}
+
+bool OutputFile::commitAs(const char *name, KcString &why)
+{
+    if (!unnamed()) {
+        why = "the file already has a name";
+        discard();
+        return false;
+    }
+    path = name ? name : "";
+    return commit(why);
 }
 
 void OutputFile::discard()

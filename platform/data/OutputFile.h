@@ -52,9 +52,18 @@ public:
     /// from the first refusal on (a file system without direct writes) are
     /// written as by write().
     [[nodiscard]] int writeUncached(const void *data, size_t n);
+    /// Writes n bytes at position pos of what was written already (a header
+    /// filled in last). 0 or errno.
+    [[nodiscard]] int writeAt(size_t pos, const void *data, size_t n);
     /// Puts the file in place under its name and closes it. False with why;
     /// the file is then discarded.
     [[nodiscard]] bool commit(KcString &why);
+    /// Whether the file has no name yet, so that commitAs() may give it
+    /// another one than open() was told.
+    bool unnamed() const { return mode == Unnamed || mode == Replacing; }
+    /// commit() under another name, for an unnamed file; what that name
+    /// holds is replaced in one step (a symbolic link as a link).
+    [[nodiscard]] bool commitAs(const char *path, KcString &why);
     /// Removes what was written (nothing when committed or never opened).
     void discard();
 

@@ -3,6 +3,7 @@
 #include "platform/core/VxMessage.h"
 #include "platform/data/FieldGeometry.h"
 #include "platform/data/OutputFile.h"
+#include "platform/data/WriteAhead.h"
 
 #include <zlib.h>
 
@@ -215,6 +216,16 @@ bool writeNifti(const KcDArray<const VxField3 *> &fields, const char *path, KcSt
         header.vox_offset = static_cast<float>(vxfield::kUncachedAlignment);
         parts.push_back({padding, sizeof padding});
     }
+    // Samples written ahead while they were read need only the header.
+    if (!gzip && fields.size() == 1 && header.vox_offset == vxfield::kUncachedAlignment)
+        if (auto ahead = vxfield::WriteAhead::take(lat0.data(), sampleBytes)) {
+            vxfield::SaveProgress progress(path);
+            if (ahead->finish(parts, path, progress.keepGoing(), why))
+                return true;
+            if (why == "interrupted")
+                return fail(error, verb, path, why);
+            // Otherwise the plain save below tells what goes wrong.
+        }
     for (int t = 0; t < fields.size(); ++t)
         parts.push_back({fields[t]->lattice()->data(), fields[t]->lattice()->numBytes()});
     const bool written =

@@ -1,5 +1,7 @@
 #include "platform/data/VxLattice3.h"
 
+#include "platform/data/WriteAhead.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -141,6 +143,7 @@ VxLattice3::VxLattice3(const int dims[3], KcPrimType primType, int nComponents, 
 
 VxLattice3::~VxLattice3()
 {
+    vxfield::WriteAhead::forget(samples);
     std::free(samples);
 }
 
@@ -230,6 +233,7 @@ bool VxLattice3::swapDims(int i, int j, int k)
             permuteCopyAny(samples, moved, d, perm, static_cast<size_t>(voxelBytes()));
             break;
         }
+        vxfield::WriteAhead::forget(samples);
         std::free(samples);
         samples = moved;
     }
@@ -249,6 +253,7 @@ void VxLattice3::mirror(int axis)
 {
     if (axis < 0 || axis > 2 || !samples || dimensions[axis] < 2)
         return;
+    vxfield::WriteAhead::forget(samples);
     const size_t vb = static_cast<size_t>(voxelBytes());
     const size_t n0 = static_cast<size_t>(dimensions[0]);
     const size_t n1 = static_cast<size_t>(dimensions[1]);

@@ -188,6 +188,43 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
     EXPECT_TRUE(contains(log, "(64, 64, 32, 3)")) << log;
 }
 
+// A series large enough to be written while it is read, into a fresh folder and again over its
+// file, holds what dcm2niix reads; so does one whose samples are reordered after the read.
+TEST(VxdicomLoad, LargeSeriesSavedAsNiftiHoldWhatDcm2niixReads)
+{
+    if (!vxtest::havePythonModules({"pydicom", "numpy", "nibabel"}) || !vxtest::haveProgram("dcm2niix"))
+        GTEST_SKIP() << "pydicom, numpy, nibabel and dcm2niix are needed for this test";
+    vxtest::TempDir dir;
+    std::string log;
+    for (const std::string orientation : {"axial", "axial-rev"}) {
+        SCOPED_TRACE(orientation);
+        const std::string series = dir.file(orientation), out = dir.file(orientation + "-out");
+        ASSERT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + VX_MAKE_SERIES + " " +
+                                         q(series) + " --rows 512 --columns 512 --slices 40 " +
+                                         "--orientation " + orientation,
+                                     &log, true),
+                  0)
+            << log;
+        ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f " + orientation + " -o " + q(dir.file("")) + " " + q(series), &log,
+                                     true),
+                  0)
+            << log;
+        for (int run = 0; run < 2; ++run) {
+            const Outcome r = vxdicom("load -nodialog -q --format nii -o " + q(out) + " " + q(series));
+            ASSERT_EQ(r.status, 0) << r.err;
+            const size_t at = r.out.find("saved "), end = r.out.find('\n', at);
+            ASSERT_NE(at, std::string::npos) << r.out;
+            EXPECT_EQ(vxtest::runCommand(std::string(VX_PYTHON) + " " + VX_APPS_TEST_DIR +
+                                             "/compare_nifti.py " + q(r.out.substr(at + 6, end - at - 6)) +
+                                             " " + q(series + ".nii") + " --scaled",
+                                         &log, true),
+                      0)
+                << log;
+            EXPECT_EQ(vxtest::namesIn(out).size(), 1u);
+        }
+    }
+}
+
 const auto nrrdHeader = [](const std::string &path) {
     std::map<std::string, std::string> header;
     std::ifstream in(path, std::ios::binary);

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
-"""compare_nifti.py A B: each voxel of A, placed by its affine, lands on a voxel centre of B (0.01 mm)
-of the same value in every volume (nibabel). Status 0 equal, 1 different, 77 without nibabel."""
+"""compare_nifti.py A B [--scaled]: each voxel of A, placed by its affine, lands on a voxel centre of B
+(0.01 mm) of the same value in every volume (nibabel); the same scaling too, unless --scaled: then
+only the scaled values count. Status 0 equal, 1 different, 77 without nibabel."""
 import sys
 
 try:
@@ -9,12 +10,12 @@ except ImportError:
     sys.exit(77)
 
 
-def main(a, b):
+def main(a, b, scaled=False):
     a, b = nib.load(a), nib.load(b)
     da, db = np.asarray(a.dataobj), np.asarray(b.dataobj)
     if da.shape[3:] != db.shape[3:] or sorted(da.shape[:3]) != sorted(db.shape[:3]):
         return "shapes differ: %s and %s" % (da.shape, db.shape)
-    if (a.dataobj.slope, a.dataobj.inter) != (b.dataobj.slope, b.dataobj.inter):
+    if not scaled and (a.dataobj.slope, a.dataobj.inter) != (b.dataobj.slope, b.dataobj.inter):
         return "scaling differs"
     ijk = np.indices(da.shape[:3]).reshape(3, -1)
     other = np.linalg.inv(b.affine) @ a.affine @ np.vstack([ijk, np.ones(ijk.shape[1])])
@@ -31,4 +32,4 @@ def main(a, b):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1], sys.argv[2]))
+    sys.exit(main(sys.argv[1], sys.argv[2], "--scaled" in sys.argv[3:]))

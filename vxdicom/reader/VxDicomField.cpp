@@ -4,6 +4,7 @@
 #include "platform/core/VxObjectPool.h"
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/VxField3.h"
+#include "platform/data/WriteAhead.h"
 #include "platform/dicom/dicom.h"
 
 #include "platform/gui/VxSkin.h"
@@ -403,6 +404,11 @@ VxField3 *createField3(VxDicomImageStack &stack)
     }
 
     VolumePrefault prefault(samples.get(), static_cast<size_t>(bytes));
+    // Where the fields are to be saved uncompressed anyway, the slices go to
+    // the file as they become final; it ends before the samples are released.
+    std::unique_ptr<vxfield::WriteAhead> ahead;
+    if (spp == 1 && !floatSamples)
+        ahead = vxfield::WriteAhead::start(samples.get(), static_cast<size_t>(bytes), stack.name);
     VxWorkArea *work = VxWorkArea::instance();
     const bool progress = stack.numSlices > 1;
     if (progress) {
@@ -482,6 +488,15 @@ VxField3 *createField3(VxDicomImageStack &stack)
         else if (spp == 1)
             rescaledEarly[static_cast<size_t>(k)] =
                 rescaleWhileCached(slice, sliceSamples, image, stack.primType) ? 1 : 0;
+        // A slice is final when it holds its rescaled values, or needs no
+        // rescale; the write ahead ends at the first that is not.
+        if (ahead) {
+            if (rescaledEarly[static_cast<size_t>(k)] ||
+                (image.rescaleSlope == 1 && image.rescaleIntercept == 0))
+                ahead->ready(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
+            else
+                ahead.reset();
+        }
         if (progress) {
             work->setProgress(static_cast<float>(k + 1) / static_cast<float>(stack.numSlices));
             if (work->wasInterrupted()) {
@@ -513,6 +528,8 @@ VxField3 *createField3(VxDicomImageStack &stack)
     // Slices rescaled early assumed the plain rescale into the stack's own
     // type; when the decision is another, they get their stored values back.
     const bool earlyHolds = !overflow && type == stack.primType;
+    if (!earlyHolds)
+        ahead.reset();
     if (!earlyHolds)
         for (int k = 0; k < stack.images.size(); ++k)
             if (rescaledEarly[static_cast<size_t>(k)]) {
@@ -574,6 +591,8 @@ VxField3 *createField3(VxDicomImageStack &stack)
         field->lattice()->setBoundingBox(stack.bbox);
         field->lattice()->setSliceCoords(stack.sliceLocations.data(), stack.sliceLocations.size());
     }
+
+    vxfield::WriteAhead::keep(std::move(ahead));
 
     VxParamBundle &params = field->parameters();
     auto dicomParams = std::make_unique<VxParamBundle>(stack.parameters);

@@ -1,4 +1,5 @@
 #include "platform/data/VxFieldFile.h"
+#include "platform/data/WriteAhead.h"
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxWorkArea.h"
 #include "tests/support/TestSupport.h"
@@ -338,6 +339,58 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
         EXPECT_TRUE(vxtest::namesIn(dir.path()).empty());
         EXPECT_EQ(threads(), threadsBefore);
     }
+}
+
+// Samples written while they are read: the save adds the header and gives the name; the file is
+// the ordinary save's, byte for byte. Unfinished, changed or relabelled, nothing wrong is left.
+TEST(VxFieldFileNifti, SamplesWrittenAheadMakeTheOrdinaryFileOrNone)
+{
+    using vxfield::WriteAhead;
+    vxtest::TempDir dir;
+    const size_t slice = 512 * 512 * 2, n = 40 * slice; // 20 MiB of int16
+    const auto field = [&](const char *label, bool keep) {
+        void *data = nullptr;
+        EXPECT_EQ(posix_memalign(&data, 2 << 20, n), 0);
+        auto *s = static_cast<unsigned char *>(data);
+        auto ahead = WriteAhead::start(s, n, label);
+        EXPECT_EQ(!ahead, std::string(label) == "x") << label; // "x": before the namer is set
+        for (size_t k = 0; k < 40; ++k) { // as the reader does: slice after slice
+            for (size_t b = 0; b < slice; ++b)
+                s[k * slice + b] = static_cast<unsigned char>(b * 7 + k);
+            if (ahead && (keep || k < 20))
+                ahead->ready((k + 1) * slice);
+        }
+        if (keep)
+            WriteAhead::keep(std::move(ahead));
+        const int dims[3] = {512, 512, 40};
+        return std::make_unique<VxUniformScalarField3>(dims, KcPrimType::Int16, s);
+    };
+    KcString error;
+    const auto save = [&](const VxField3 &f, const std::string &name) {
+        EXPECT_TRUE(VxFieldFile::saveNifti(f, dir.file(name).c_str(), &error)) << error;
+        return vxtest::readFileBytes(dir.file(name));
+    };
+    const Bytes ordinary = save(*field("x", false), "ordinary.nii"); // no namer: no write ahead
+    fs::remove(dir.file("ordinary.nii"));
+    WriteAhead::setNamer([&](const KcString &label) { return dir.file(label + ".nii"); });
+
+    EXPECT_EQ(save(*field("a", true), "a.nii"), ordinary) << "into a fresh folder";
+    auto again = field("a", true); // over the previous file, in place
+    void *other = nullptr;
+    ASSERT_EQ(posix_memalign(&other, 2 << 20, n), 0);
+    EXPECT_FALSE(WriteAhead::start(static_cast<unsigned char *>(other), n, "a")) << "taken";
+    std::free(other);
+    EXPECT_EQ(save(*again, "a.nii"), ordinary);
+    EXPECT_EQ(save(*field("a", true), "renamed.nii"), ordinary) << "the label changed";
+    field("a", false); // the load failed half way: the earlier a.nii is gone too
+    EXPECT_EQ(vxtest::namesIn(dir.path()), std::vector<std::string>{"renamed.nii"});
+
+    auto moved = field("m", true); // samples moved after the load: saved the ordinary way
+    moved->lattice()->mirror(0);
+    const Bytes mirrored = save(*moved, "m.nii");
+    EXPECT_EQ(mirrored, save(*moved, "m.nii"));
+    EXPECT_NE(mirrored, ordinary);
+    WriteAhead::setNamer(nullptr);
 }
 
 // teem 1.12 leaks its gzip and bzip2 decoder state on samples that fail to decode.
