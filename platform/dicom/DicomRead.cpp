@@ -232,8 +232,9 @@ bool encodeSequence(DcmSequenceOfItems *sq, E_TransferSyntax xfer, bool bigEndia
 }
 
 // Reads a ByteSource for DCMTK from `start` on: memory directly, a file
-// through a window of whole blocks (64 KiB first, which holds most headers,
-// then 1 MiB), so that the parse costs a few large reads.
+// through a window of whole blocks (16 KiB first, which holds most headers,
+// then 64 KiB, then 1 MiB), so that the parse costs a few large reads and a
+// short header does not copy much of the pixel data after it.
 class SourceProducer : public DcmProducer
 {
 public:
@@ -326,8 +327,10 @@ private:
         }
         while (done < count) {
             if (pos < windowStart || pos >= windowStart + window.size()) {
-                const size_t n = size_t(std::min<uint64_t>(
-                    source.size() - pos, window.empty() ? 64 * 1024 : 1024 * 1024));
+                const size_t want = window.size() < 16 * 1024   ? 16 * 1024
+                                    : window.size() < 64 * 1024 ? 64 * 1024
+                                                                : 1024 * 1024;
+                const size_t n = size_t(std::min<uint64_t>(source.size() - pos, want));
                 window.resize(n);
                 windowStart = pos;
                 if (!source.read(pos, window.data(), n)) {
