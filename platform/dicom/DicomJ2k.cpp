@@ -99,8 +99,13 @@ bool isJp2Start(const unsigned char *p, size_t n)
     return n >= 12 && std::memcmp(p, signature, 12) == 0;
 }
 
-bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &format,
-                    unsigned char *dst, std::string *why)
+namespace {
+
+// Decodes the frame into dst; with byTile, a frame of one 16-bit sample per
+// pixel in a single tile goes straight into dst, and any other such frame
+// sets `wholeImage` and returns false, to be decoded again without byTile.
+bool decodeFrame(const unsigned char *data, size_t size, const FrameFormat &format,
+                 unsigned char *dst, std::string *why, bool byTile, bool &wholeImage)
 {
     const bool jp2 = isJp2Start(data, size);
     if (!jp2 && !isJ2kCodestreamStart(data, size))
@@ -156,6 +161,45 @@ bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &f
     }
     // Decoding only after the header matched the image: a codestream that
     // claims a huge image never gets its buffers.
+    const size_t pixels = size_t(format.rows) * size_t(format.columns);
+    const int stored = format.bitsStored > 0 && format.bitsStored < 32 ? format.bitsStored : 0;
+    const bool extend = format.pixelRepresentation == 1 && stored > 0;
+    if (byTile && format.samplesPerPixel == 1 && format.bytesPerSample == 2 &&
+        image->comps[0].prec > 8) {
+        // One 16-bit sample per pixel in one tile, the usual frame: the tile
+        // is decoded straight into dst as 16-bit words, without the image's
+        // 32-bit buffer and the pass that narrows it.
+        OPJ_UINT32 tile = 0, tileBytes = 0, components = 0;
+        OPJ_INT32 x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+        OPJ_BOOL more = OPJ_FALSE;
+        if (!opj_read_tile_header(codec.get(), stream.get(), &tile, &tileBytes, &x0, &y0, &x1, &y1,
+                                  &components, &more))
+            return fail(why,
+                        "JPEG 2000 decoding: " + (error.empty() ? std::string("failed") : error));
+        if (more && x0 == 0 && y0 == 0 && x1 == format.columns && y1 == format.rows &&
+            components == 1 && tileBytes == pixels * 2) {
+            if (!opj_decode_tile_data(codec.get(), tile, dst, tileBytes, stream.get()) ||
+                !opj_end_decompress(codec.get(), stream.get()))
+                return fail(why, "JPEG 2000 decoding: " +
+                                     (error.empty() ? std::string("failed") : error));
+            // The words hold the samples' low 16 bits; signed data are
+            // sign-extended from Bits Stored as below.
+            if (extend && stored < 16) {
+                const int shift = 16 - stored;
+                uint16_t block[4096];
+                for (size_t at = 0; at < pixels; at += std::size(block)) {
+                    const size_t n = std::min(std::size(block), pixels - at);
+                    std::memcpy(block, dst + at * 2, n * 2);
+                    for (size_t i = 0; i < n; ++i)
+                        block[i] = uint16_t(int16_t(uint16_t(block[i] << shift)) >> shift);
+                    std::memcpy(dst + at * 2, block, n * 2);
+                }
+            }
+            return true;
+        }
+        wholeImage = true; // several tiles: decoded again as a whole image
+        return false;
+    }
     if (!opj_decode(codec.get(), stream.get(), image.get()) ||
         !opj_end_decompress(codec.get(), stream.get()))
         return fail(why, "JPEG 2000 decoding: " + (error.empty() ? std::string("failed") : error));
@@ -167,11 +211,8 @@ bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &f
     // Samples keep their bits; signed data are sign-extended from Bits Stored
     // whatever the codestream claims (some writers store signed pixels in an
     // unsigned codestream).
-    const size_t pixels = size_t(format.rows) * size_t(format.columns);
     const int spp = format.samplesPerPixel;
     const int bytes = format.bytesPerSample;
-    const int stored = format.bitsStored > 0 && format.bitsStored < 32 ? format.bitsStored : 0;
-    const bool extend = format.pixelRepresentation == 1 && stored > 0;
     if (spp == 1 && bytes == 2) {
         // The common case (one 16-bit sample per pixel) in blocks, written so
         // that the loop vectorises: keeping the low `stored` bits and
@@ -209,6 +250,17 @@ bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &f
         }
     }
     return true;
+}
+
+} // namespace
+
+bool decodeJ2kFrame(const unsigned char *data, size_t size, const FrameFormat &format,
+                    unsigned char *dst, std::string *why)
+{
+    bool wholeImage = false;
+    if (decodeFrame(data, size, format, dst, why, true, wholeImage))
+        return true;
+    return wholeImage && decodeFrame(data, size, format, dst, why, false, wholeImage);
 }
 
 } // namespace dicom
