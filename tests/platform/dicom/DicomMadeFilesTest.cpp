@@ -33,6 +33,8 @@ const struct Made
     {"smooth_jpeg_baseline", "dcmcjpeg +eb $D/rgb8_smooth.dcm $O", "rgb8_smooth", JPG, "RGB", 0, 8},
     {"smooth_j2k", "gdcmconv --j2k $D/rgb8_smooth.dcm $O", "rgb8_smooth", J2K, "RGB", 0, 0},
     {"signed16_j2k", "gdcmconv --j2k $D/signed16.dcm $O", "signed16", J2K, M2, 0, 0},
+    {"signed12_j2k", "gdcmconv --j2k $D/unsigned12.dcm $O && dcmodify -nb -m '(0028,0103)=1' $O",
+     "signed12", J2K, M2, 0, 0}, // signed pixels in an unsigned codestream
     {"enh_j2k", "gdcmconv --j2k $S/dcm_qa_enh/In/Siemens/XA10/6_1.dcm $O", "enh", J2K, M2, 0, 0},
     {"enh_j2k_3fragments", "$P refragment $D/enh_j2k.dcm $O 3 0", "enh", J2K, M2, 0, 0},
     {"enh_j2k_2fragments_bot", "$P refragment $D/enh_j2k.dcm $O 2 1", "enh", J2K, M2, 0, 0},

@@ -79,7 +79,7 @@ def make(outdir, shared):
     from pydicom.pixel_data_handlers.numpy_handler import pack_bits
     from pydicom.uid import ExplicitVRLittleEndian, generate_uid
 
-    def write(name, rows, cols, frames, spp, bits, photometric, pixels, expected, planar=0, signed=0):
+    def write(name, rows, cols, frames, spp, bits, photometric, pixels, expected, planar=0, signed=0, stored=0):
         ds, ds.file_meta = Dataset(), FileMetaDataset()
         ds.file_meta.MediaStorageSOPClassUID = ds.SOPClassUID = "1.2.840.10008.5.1.4.1.1.7"
         ds.file_meta.MediaStorageSOPInstanceUID = ds.SOPInstanceUID = generate_uid()
@@ -88,7 +88,8 @@ def make(outdir, shared):
         ds.update({"PlanarConfiguration": planar} if spp > 1 else {})
         ds.update({"NumberOfFrames": frames} if frames > 1 else {})
         ds.SamplesPerPixel, ds.PhotometricInterpretation, ds.Rows, ds.Columns = spp, photometric, rows, cols
-        ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = bits, bits, bits - 1, signed
+        stored = stored or bits
+        ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = bits, stored, stored - 1, signed
         ds.PixelData = pixels + (b"\0" if len(pixels) % 2 else b"")
         ds["PixelData"].VR = "OW" if bits > 8 else "OB"
         ds.save_as(os.path.join(outdir, name + ".dcm"), write_like_original=False)
@@ -105,6 +106,9 @@ def make(outdir, shared):
     write("mono1", 3, 5, 3, 1, 1, "MONOCHROME2", pack_bits(bits), bits.tobytes())
     signed = (np.arange(64, dtype=np.int32) * 997 - 30000).astype("<i2").tobytes()
     write("signed16", 8, 8, 1, 1, 16, "MONOCHROME2", signed, signed, signed=1)
+    u12 = (np.arange(64) * 61 % 4096).astype("<u2")  # made signed after compression: sign-extended
+    write("unsigned12", 8, 8, 1, 1, 16, "MONOCHROME2", u12.tobytes(), u12.tobytes(), stored=12)
+    Path(outdir, "signed12.expected").write_bytes(np.where(u12 >= 2048, u12 - 4096.0, u12).astype("<i2").tobytes())
     mono32 = (np.arange(24, dtype=np.uint64) * 0x01020305 % 2**32).astype("<u4").tobytes()
     write("mono32", 3, 4, 2, 1, 32, "MONOCHROME2", mono32, mono32)
     # YBR_FULL_422: Y1 Y2 Cb Cr for every two pixels, decoded as YBR_FULL.
