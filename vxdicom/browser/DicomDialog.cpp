@@ -110,6 +110,14 @@ void DicomDialog::putData()
     stackSelectionChanged(0);
 }
 
+void DicomDialog::setVisible(bool visible)
+{
+    // Before the first layout, so that the panes get their share of it.
+    if (visible)
+        dialogView->makeTextAreas();
+    QxDialog::setVisible(visible);
+}
+
 int DicomDialog::exec()
 {
     dialogResult = QDialog::exec();

@@ -27,6 +27,7 @@ public:
     void putData() override;
     /// Runs the dialog modally and keeps its result.
     int exec() override;
+    void setVisible(bool visible) override;
 
     void setCaption(const QString &text) override { caption = text; }
     void setImages(const KcDArray<VxDicomImage *> *list) override { images = list; }

@@ -31,6 +31,7 @@ QTextEdit *infoArea(const QString &title, const char *name, QSplitter *parent)
     area->setObjectName(QString::fromLatin1(name));
     area->setReadOnly(true);
     layout->addWidget(area);
+    box->show(); // made after the view may have been shown
     return area;
 }
 
@@ -42,9 +43,7 @@ DicomDialogView::DicomDialogView(QWidget *parent) : QWidget(parent)
     layout->setContentsMargins(0, 0, 0, 0);
     auto *splitter = new QSplitter(Qt::Vertical, this);
     list = new DicomListView(splitter, "DicomListView");
-    auto *texts = new QSplitter(Qt::Horizontal, splitter);
-    dicomInfo = infoArea(tr("DICOM information"), "DicomInfo", texts);
-    stackInfo = infoArea(tr("Stack information"), "StackInfo", texts);
+    texts = new QSplitter(Qt::Horizontal, splitter);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 2);
     layout->addWidget(splitter, 1);
@@ -62,6 +61,25 @@ DicomDialogView::DicomDialogView(QWidget *parent) : QWidget(parent)
         onlyUniform = on;
         selectionChanged();
     });
+}
+
+void DicomDialogView::makeTextAreas()
+{
+    if (dicomInfo)
+        return;
+    dicomInfo = infoArea(tr("DICOM information"), "DicomInfo", texts);
+    stackInfo = infoArea(tr("Stack information"), "StackInfo", texts);
+    dicomInfo->setPlainText(dicomText);
+    if (stackTextIsHtml)
+        stackInfo->setHtml(stackText);
+    else
+        stackInfo->setPlainText(stackText);
+}
+
+void DicomDialogView::showEvent(QShowEvent *event)
+{
+    makeTextAreas();
+    QWidget::showEvent(event);
 }
 
 void DicomDialogView::loadImages(const KcDArray<VxDicomImage *> &images)
@@ -116,7 +134,9 @@ void DicomDialogView::selectionChanged()
     } else if (current && current->type() == DicomStackItem::Type) {
         stack = static_cast<DicomStackItem *>(current);
     }
-    dicomInfo->setPlainText(text);
+    dicomText = text;
+    if (dicomInfo)
+        dicomInfo->setPlainText(text);
     const int index = stack ? list->stackList().find(stack) : -1;
     if (index >= 0)
         updateStackInfo(index);
@@ -166,20 +186,25 @@ void DicomDialogView::anonymizeDicomParameters(bool on)
 void DicomDialogView::updateDicomInfo(const QString &text)
 {
     summary = text;
-    dicomInfo->setPlainText(text);
     // A rebuild replaces every row; the panes follow what is selected now.
     selectionChanged();
 }
 
 void DicomDialogView::updateStackInfo(const QString &text)
 {
-    stackInfo->setHtml(text);
+    stackText = text;
+    stackTextIsHtml = true;
+    if (stackInfo)
+        stackInfo->setHtml(text);
     emit stacksAreSelected(1);
 }
 
 void DicomDialogView::updateStackInfo()
 {
-    stackInfo->setPlainText(QStringLiteral(" "));
+    stackText = QStringLiteral(" ");
+    stackTextIsHtml = false;
+    if (stackInfo)
+        stackInfo->setPlainText(stackText);
     emit stacksAreSelected(0);
 }
 

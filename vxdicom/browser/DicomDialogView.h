@@ -8,6 +8,7 @@
 class DicomListItem;
 class DicomListView;
 class QCheckBox;
+class QShowEvent;
 class QSplitter;
 class QTextEdit;
 class VxDicomImage;
@@ -25,9 +26,21 @@ public:
     explicit DicomDialogView(QWidget *parent = nullptr);
 
     DicomListView *listView() const { return list; }
-    QTextEdit *dicomInfoArea() const { return dicomInfo; }
-    QTextEdit *stackInfoArea() const { return stackInfo; }
+    QTextEdit *dicomInfoArea()
+    {
+        makeTextAreas();
+        return dicomInfo;
+    }
+    QTextEdit *stackInfoArea()
+    {
+        makeTextAreas();
+        return stackInfo;
+    }
     QCheckBox *onlyUniformBox() const { return uniformBox; }
+    /// The text areas are made before the view is first shown: a dialog that
+    /// only builds and exports stacks (no display, -nodialog) lays out no
+    /// text, which would cost more time and memory than the rest of it.
+    void makeTextAreas();
 
     /// Hands the images to the list, which sorts them and builds the stacks.
     void loadImages(const KcDArray<VxDicomImage *> &images);
@@ -73,12 +86,19 @@ public slots:
 signals:
     void stacksAreSelected(int selected);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
+
     /// Panes and export flag after a change of the selection or the stacks.
     void selectionChanged();
 
+    QSplitter *texts = nullptr;
     QTextEdit *dicomInfo = nullptr;
     QTextEdit *stackInfo = nullptr;
+    QString dicomText, stackText; // shown in the areas once they exist
+    bool stackTextIsHtml = false;
     DicomListView *list = nullptr;
     bool asTimeSeries = false;
     QCheckBox *uniformBox = nullptr;

@@ -73,6 +73,8 @@ DicomListView::DicomListView(QWidget *parent, const char *name) : QTreeWidget(pa
     setUniformRowHeights(true);
     header()->setSectionsClickable(true);
     header()->setSectionsMovable(true);
+    // Its font-based default is measured on the first show (fitColumn).
+    header()->setMinimumSectionSize(1);
     connect(header(), &QHeaderView::sectionClicked, this,
             [this](int section) { sortingOrderChanged(header()->visualIndex(section)); });
 
@@ -437,7 +439,30 @@ void DicomListView::updateStackView()
             buildProgress(0.9f + 0.1f * static_cast<float>(s) / static_cast<float>(stacks.size()));
     }
     // The stack labels (patient names) are shown whole.
-    resizeColumnToContents(0);
+    fitColumn(0);
+}
+
+void DicomListView::fitColumn(int column)
+{
+    if (!isVisible()) {
+        columnsToFit = true;
+        return;
+    }
+    if (column == 0)
+        resizeColumnToContents(0);
+    else
+        setColumnWidth(column, fontMetrics().horizontalAdvance(headerItem()->text(column)) + 40);
+}
+
+void DicomListView::showEvent(QShowEvent *event)
+{
+    QTreeWidget::showEvent(event);
+    header()->setMinimumSectionSize(-1);
+    if (!columnsToFit)
+        return;
+    columnsToFit = false;
+    for (int column = 0; column < columnCount(); ++column)
+        fitColumn(column);
 }
 
 void DicomListView::updateDicomInfo()
@@ -499,7 +524,7 @@ void DicomListView::setupListColumns()
             const QString label =
                 columnLabel(options[0]->group, options[0]->element, options[0]->name.toQString());
             headerItem()->setText(1, label);
-            setColumnWidth(1, fontMetrics().horizontalAdvance(label) + 40);
+            fitColumn(1);
             first = 1;
         }
     }
@@ -525,7 +550,7 @@ void DicomListView::appendColumn(int group, int element, const QString &label)
     const int column = columnCount();
     setColumnCount(column + 1);
     headerItem()->setText(column, text);
-    setColumnWidth(column, fontMetrics().horizontalAdvance(text) + 40);
+    fitColumn(column);
     while (sortOrder.size() < columnCount())
         sortOrder.append(1);
     for (DicomStackItem *stack : stacks)

@@ -162,8 +162,13 @@ protected:
     /// The row menu: the row under the mouse, or the current row when the
     /// keyboard's menu key asked for it.
     void contextMenuEvent(QContextMenuEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
+    /// Column widths follow the header texts (column 0 its contents); a view
+    /// never shown measures no text, so that exporting stacks without a
+    /// display loads no fonts. The widths are set when it is first shown.
+    void fitColumn(int column);
     /// The image rows chosen for an action: the selected image rows, else the
     /// first image of each selected stack.
     QList<DicomListItem *> chosenImageRows() const;
@@ -209,6 +214,7 @@ private:
     bool movingSections = false;
     /// buildImageStacks is running; another was asked for meanwhile.
     bool building = false;
+    bool columnsToFit = false;
     bool rebuildAsked = false;
     /// The sort's columns in visual order (section, option, whether it is
     /// Image Orientation, which compares by geometry) and one cell per image
