@@ -21,7 +21,10 @@ struct Registry
 {
     std::mutex mutex;
     WriteAhead::Namer namer;
-    std::set<std::string> claimed; // paths of the write aheads alive
+    // Paths written ahead since the namer was set. A later field of the same
+    // name is one the pool or the reader renames (a second stack of a
+    // series), so it is not guessed to go there.
+    std::set<std::string> claimed;
     Kept kept;
 };
 
@@ -42,6 +45,7 @@ void WriteAhead::setNamer(Namer namer)
     Kept dropped;
     std::lock_guard<std::mutex> lock(r.mutex);
     r.namer = std::move(namer);
+    r.claimed.clear();
     if (!r.namer)
         dropped.swap(r.kept);
 }
@@ -83,9 +87,6 @@ WriteAhead::~WriteAhead()
 {
     stop();
     out.discard();
-    Registry &r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
-    r.claimed.erase(path);
 }
 
 void WriteAhead::stop()

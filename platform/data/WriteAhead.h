@@ -40,7 +40,8 @@ public:
     /// A write ahead of the `bytes` samples at `samples` of the field to be
     /// labelled `label`, or null: no namer, a volume too small to gain from
     /// it (kUncachedMinBytes), a buffer not aligned for direct writes, a path
-    /// another write ahead has, or a file that cannot be opened.
+    /// written ahead before since the namer was set, or a file that cannot be
+    /// opened.
     static std::unique_ptr<WriteAhead> start(const unsigned char *samples, size_t bytes,
                                              const KcString &label);
 

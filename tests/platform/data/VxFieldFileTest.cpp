@@ -372,16 +372,19 @@ TEST(VxFieldFileNifti, SamplesWrittenAheadMakeTheOrdinaryFileOrNone)
     };
     const Bytes ordinary = save(*field("x", false), "ordinary.nii"); // no namer: no write ahead
     fs::remove(dir.file("ordinary.nii"));
-    WriteAhead::setNamer([&](const KcString &label) { return dir.file(label + ".nii"); });
-
+    const auto run = [&] { // as a load command does, each time
+        WriteAhead::setNamer([&](const KcString &label) { return dir.file(label + ".nii"); });
+    };
+    run();
     EXPECT_EQ(save(*field("a", true), "a.nii"), ordinary) << "into a fresh folder";
-    auto again = field("a", true); // over the previous file, in place
     void *other = nullptr;
     ASSERT_EQ(posix_memalign(&other, 2 << 20, n), 0);
-    EXPECT_FALSE(WriteAhead::start(static_cast<unsigned char *>(other), n, "a")) << "taken";
+    EXPECT_FALSE(WriteAhead::start(static_cast<unsigned char *>(other), n, "a")) << "a namesake";
     std::free(other);
-    EXPECT_EQ(save(*again, "a.nii"), ordinary);
-    EXPECT_EQ(save(*field("a", true), "renamed.nii"), ordinary) << "the label changed";
+    run();
+    EXPECT_EQ(save(*field("a", true), "a.nii"), ordinary) << "over the previous file, in place";
+    EXPECT_EQ(save(*field("b", true), "renamed.nii"), ordinary) << "the label changed";
+    run();
     field("a", false); // the load failed half way: the earlier a.nii is gone too
     EXPECT_EQ(vxtest::namesIn(dir.path()), std::vector<std::string>{"renamed.nii"});
 
