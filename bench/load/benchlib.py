@@ -90,12 +90,16 @@ def in_turn(tools, runs, warmup=1):
     """Runs every tool once per round, in turn, `runs` rounds after `warmup`
     rounds that are not counted. `tools` is a list of (Result, argv, out,
     env): out is the output folder, made fresh and empty before each run
-    (None: no output folder). Returns the Results."""
+    (None: no output folder). Every run starts after a sync, untimed: what a
+    tool left in the page cache to be written back later would otherwise be
+    written during the next tool's run and counted there. Returns the
+    Results."""
     exclusive()
     for round_ in range(warmup + runs):
         for result, argv, out, env in tools:
             if out:
                 fresh(out)
+            os.sync()
             t, peak = run_timed(argv, env)
             if round_ >= warmup:
                 result.times.append(t)
