@@ -10,6 +10,7 @@
 
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxObjectPool.h"
+#include "platform/dicom/dicom.h"
 #include "platform/data/VxField3.h"
 #include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/browser/DicomDialog.h"
@@ -145,6 +146,8 @@ int runLoad(int argc, char **argv)
         return 2;
     }
 
+    // The dictionary loads while the folders are walked and the GUI starts.
+    dicom::dicomLoadDictionaryAhead();
     std::vector<std::string> names;
     if (!expandInputs(inputs, names))
         return 1;

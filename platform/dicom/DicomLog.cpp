@@ -7,6 +7,7 @@
 #include "platform/core/VxMessage.h"
 
 #include "dcmtk/config/osconfig.h"
+#include "dcmtk/dcmdata/dcdict.h"
 #include "dcmtk/dcmdata/dcobject.h"
 #include "dcmtk/dcmdata/dcrledrg.h"
 #include "dcmtk/dcmjpeg/djdecode.h"
@@ -19,6 +20,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace dicom {
@@ -134,6 +136,28 @@ void dicomInitialize()
         dcmIgnoreFileMetaInformationGroupLength.set(OFTrue);
 
         static CodecRegistration codecs;
+    });
+}
+
+void dicomLoadDictionaryAhead()
+{
+    struct Loader
+    {
+        std::thread thread;
+        ~Loader()
+        {
+            if (thread.joinable())
+                thread.join();
+        }
+    };
+    static Loader loader;
+    static std::once_flag once;
+    std::call_once(once, [] {
+        loader.thread = std::thread([] {
+            dicomInitialize();
+            dcmDataDict.rdlock();
+            dcmDataDict.rdunlock();
+        });
     });
 }
 

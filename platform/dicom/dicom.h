@@ -259,4 +259,10 @@ void dicomReplayLog(const std::vector<dicomLogMessage> &messages);
 /// (called once before first use; dicomReadFile calls it too).
 void dicomInitialize();
 
+/// Starts loading DCMTK's data dictionary (a dozen milliseconds of parsing)
+/// on a thread of its own, so that a program that reads files next does its
+/// other start-up work meanwhile; the first parse waits for it. The thread is
+/// joined at exit.
+void dicomLoadDictionaryAhead();
+
 } // namespace dicom
