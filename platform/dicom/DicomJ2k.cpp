@@ -101,6 +101,30 @@ bool isJp2Start(const unsigned char *p, size_t n)
 
 namespace {
 
+// Puts the samples' low 16 bits into dst as words, taken from src (or
+// already in dst when src is null), sign-extended from `stored` bits when
+// that is fewer than 16. In blocks, so that the loops vectorise: keeping the
+// low bits and sign-extending them is a shift up and an arithmetic shift
+// down.
+void toWords(const OPJ_INT32 *src, unsigned char *dst, size_t pixels, int stored)
+{
+    const int shift = stored > 0 && stored < 16 ? 16 - stored : 0;
+    if (!src && shift == 0)
+        return;
+    uint16_t block[4096];
+    for (size_t at = 0; at < pixels; at += std::size(block)) {
+        const size_t n = std::min(std::size(block), pixels - at);
+        if (src)
+            for (size_t i = 0; i < n; ++i)
+                block[i] = uint16_t(src[at + i]);
+        else
+            std::memcpy(block, dst + at * 2, n * 2);
+        for (size_t i = 0; i < n; ++i)
+            block[i] = uint16_t(int16_t(uint16_t(block[i] << shift)) >> shift);
+        std::memcpy(dst + at * 2, block, n * 2);
+    }
+}
+
 // Decodes the frame into dst; with byTile, a frame of one 16-bit sample per
 // pixel in a single tile goes straight into dst, and any other such frame
 // sets `wholeImage` and returns false, to be decoded again without byTile.
@@ -182,19 +206,8 @@ bool decodeFrame(const unsigned char *data, size_t size, const FrameFormat &form
                 !opj_end_decompress(codec.get(), stream.get()))
                 return fail(why, "JPEG 2000 decoding: " +
                                      (error.empty() ? std::string("failed") : error));
-            // The words hold the samples' low 16 bits; signed data are
-            // sign-extended from Bits Stored as below.
-            if (extend && stored < 16) {
-                const int shift = 16 - stored;
-                uint16_t block[4096];
-                for (size_t at = 0; at < pixels; at += std::size(block)) {
-                    const size_t n = std::min(std::size(block), pixels - at);
-                    std::memcpy(block, dst + at * 2, n * 2);
-                    for (size_t i = 0; i < n; ++i)
-                        block[i] = uint16_t(int16_t(uint16_t(block[i] << shift)) >> shift);
-                    std::memcpy(dst + at * 2, block, n * 2);
-                }
-            }
+            // The words hold the samples' low 16 bits.
+            toWords(nullptr, dst, pixels, extend ? stored : 0);
             return true;
         }
         wholeImage = true; // several tiles: decoded again as a whole image
@@ -214,18 +227,7 @@ bool decodeFrame(const unsigned char *data, size_t size, const FrameFormat &form
     const int spp = format.samplesPerPixel;
     const int bytes = format.bytesPerSample;
     if (spp == 1 && bytes == 2) {
-        // The common case (one 16-bit sample per pixel) in blocks, written so
-        // that the loop vectorises: keeping the low `stored` bits and
-        // sign-extending them is a shift up and an arithmetic shift down.
-        const OPJ_INT32 *src = image->comps[0].data;
-        const int shift = extend ? 32 - stored : 0;
-        uint16_t block[4096];
-        for (size_t at = 0; at < pixels; at += std::size(block)) {
-            const size_t n = std::min(std::size(block), pixels - at);
-            for (size_t i = 0; i < n; ++i)
-                block[i] = uint16_t(int32_t(uint32_t(src[at + i]) << shift) >> shift);
-            std::memcpy(dst + at * 2, block, n * 2);
-        }
+        toWords(image->comps[0].data, dst, pixels, extend ? stored : 0);
         return true;
     }
     for (int c = 0; c < spp; ++c) {
