@@ -405,10 +405,9 @@ VxField3 *createField3(VxDicomImageStack &stack)
 
     VolumePrefault prefault(samples.get(), static_cast<size_t>(bytes));
     // Where the fields are to be saved uncompressed anyway, the slices go to
-    // the file as they become final; it ends before the samples are released.
+    // the file as they become final (below); it ends before the samples are
+    // released.
     std::unique_ptr<vxfield::WriteAhead> ahead;
-    if (spp == 1 && !floatSamples)
-        ahead = vxfield::WriteAhead::start(samples.get(), static_cast<size_t>(bytes), stack.name);
     VxWorkArea *work = VxWorkArea::instance();
     const bool progress = stack.numSlices > 1;
     if (progress) {
@@ -489,10 +488,17 @@ VxField3 *createField3(VxDicomImageStack &stack)
             rescaledEarly[static_cast<size_t>(k)] =
                 rescaleWhileCached(slice, sliceSamples, image, stack.primType) ? 1 : 0;
         // A slice is final when it holds its rescaled values, or needs no
-        // rescale; the write ahead ends at the first that is not.
-        if (ahead) {
-            if (rescaledEarly[static_cast<size_t>(k)] ||
-                (image.rescaleSlope == 1 && image.rescaleIntercept == 0))
+        // rescale. The write ahead starts with a final first slice, so that a
+        // series rescaled only after the load (unsigned samples with a
+        // negative intercept) writes nothing in vain, and ends at the first
+        // slice that is not final.
+        if (spp == 1 && !floatSamples && (k == 0 || ahead)) {
+            const bool final = rescaledEarly[static_cast<size_t>(k)] ||
+                               (image.rescaleSlope == 1 && image.rescaleIntercept == 0);
+            if (final && k == 0)
+                ahead = vxfield::WriteAhead::start(samples.get(), static_cast<size_t>(bytes),
+                                                   stack.name);
+            if (final && ahead)
                 ahead->ready(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
             else
                 ahead.reset();
