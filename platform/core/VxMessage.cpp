@@ -9,6 +9,20 @@ VxMessage *VxMessage::getTheMsg()
     return &theMsg;
 }
 
+namespace {
+thread_local std::vector<VxMessage::Kept> *tDeferred = nullptr;
+} // namespace
+
+VxMessageDefer::VxMessageDefer(std::vector<VxMessage::Kept> *sink) : previous(tDeferred)
+{
+    tDeferred = sink;
+}
+
+VxMessageDefer::~VxMessageDefer()
+{
+    tDeferred = previous;
+}
+
 void VxMessage::output(int level, const char *fmt, va_list ap)
 {
     va_list ap2;
@@ -26,10 +40,24 @@ void VxMessage::output(int level, const char *fmt, va_list ap)
         text.insert(0, "Error: ");
     if (text.empty() || text.back() != '\n')
         text += '\n';
+    if (tDeferred) {
+        tDeferred->push_back({static_cast<Level>(level), std::move(text)});
+        return;
+    }
+    deliver(static_cast<Level>(level), text);
+}
 
+void VxMessage::replay(const std::vector<Kept> &messages)
+{
+    for (const Kept &m : messages)
+        deliver(m.level, m.text);
+}
+
+void VxMessage::deliver(Level level, const std::string &text)
+{
     std::lock_guard<std::mutex> lock(mutex);
     if (observer)
-        observer(static_cast<Level>(level), text);
+        observer(level, text);
     if (sink) {
         sink(text);
         return;

@@ -4,6 +4,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <vector>
 
 /// The host's message console: printf-style lines, thread-safe. Output goes
 /// to standard output unless a sink is installed (tests capture with one).
@@ -44,14 +45,42 @@ public:
     /// removes it. Returns the previous observer.
     Observer setObserver(Observer observer);
 
+    /// A message kept by a VxMessageDefer.
+    struct Kept
+    {
+        Level level;
+        std::string text; ///< formatted, with its prefix and newline
+    };
+    /// Prints kept messages exactly as they would have been printed when
+    /// they were raised.
+    void replay(const std::vector<Kept> &messages);
+
 private:
     VxMessage() = default;
     void output(int level, const char *fmt, va_list ap);
+    void deliver(Level level, const std::string &text);
 
     mutable std::mutex mutex;
     Sink sink;
     Observer observer;
     bool quiet = false;
+};
+
+/// While it lives, the messages raised on the thread that made it are kept
+/// in `sink` instead of printed, so that a helper thread's messages can be
+/// printed by VxMessage::replay in the order the work would have raised them
+/// on one thread. The innermost one of a thread keeps; the sink must outlive
+/// it.
+class VxMessageDefer
+{
+public:
+    explicit VxMessageDefer(std::vector<VxMessage::Kept> *sink);
+    ~VxMessageDefer();
+    VxMessageDefer(const VxMessageDefer &) = delete;
+    VxMessageDefer &operator=(const VxMessageDefer &) = delete;
+
+private:
+    std::vector<VxMessage::Kept> *previous;
 };
 
 /// Captures the console for the lifetime of the object (tests).

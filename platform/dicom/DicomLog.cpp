@@ -28,9 +28,6 @@ namespace {
 
 namespace lg = dcmtk::log4cplus;
 
-// Where the messages of this thread go while a dicomLogCapture lives on it.
-thread_local std::vector<dicomLogMessage> *tCaptureSink = nullptr;
-
 void toConsole(bool error, const std::string &text)
 {
     if (error)
@@ -70,10 +67,7 @@ protected:
             for (size_t at; (at = text.find(standIn)) != std::string::npos;)
                 text.replace(at, std::strlen(standIn), "DirectoryRecordSequence (0004,1220)");
         const bool error = event.getLogLevel() >= lg::ERROR_LOG_LEVEL;
-        if (tCaptureSink)
-            tCaptureSink->push_back({error, std::move(text)});
-        else
-            toConsole(error, text);
+        toConsole(error, text);
     }
 };
 
@@ -100,22 +94,6 @@ struct CodecRegistration
 };
 
 } // namespace
-
-dicomLogCapture::dicomLogCapture(std::vector<dicomLogMessage> *sink) : previous(tCaptureSink)
-{
-    tCaptureSink = sink;
-}
-
-dicomLogCapture::~dicomLogCapture()
-{
-    tCaptureSink = previous;
-}
-
-void dicomReplayLog(const std::vector<dicomLogMessage> &messages)
-{
-    for (const dicomLogMessage &m : messages)
-        toConsole(m.error, m.text);
-}
 
 void dicomInitialize()
 {

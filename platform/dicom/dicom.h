@@ -227,34 +227,6 @@ void dicomSetMemoryLimit(uint64_t bytes);
 /// Transfer syntaxes this layer decodes, as "UID name" lines (for --help and notes).
 std::string dicomSupportedTransferSyntaxes();
 
-/// One message of DCMTK's log, as kept by a dicomLogCapture.
-struct dicomLogMessage
-{
-    bool error = false; ///< error level or worse; otherwise a warning
-    std::string text;   ///< the text the console shows after "DCMTK: "
-};
-
-/// While it lives, DCMTK's log messages raised on the thread that made it are
-/// appended to `sink` instead of going to the console, so that a thread that
-/// must not print (a decoding helper) can hand them to one that may, which
-/// prints them with dicomReplayLog in the order it chooses. The innermost
-/// capture of a thread receives; the sink must outlive the capture.
-class dicomLogCapture
-{
-public:
-    explicit dicomLogCapture(std::vector<dicomLogMessage> *sink);
-    ~dicomLogCapture();
-    dicomLogCapture(const dicomLogCapture &) = delete;
-    dicomLogCapture &operator=(const dicomLogCapture &) = delete;
-
-private:
-    std::vector<dicomLogMessage> *previous;
-};
-
-/// Prints kept messages to the console exactly as they would have been
-/// printed when they were raised.
-void dicomReplayLog(const std::vector<dicomLogMessage> &messages);
-
 /// Routes DCMTK's log to the host console at warning level or quieter
 /// (called once before first use; dicomReadFile calls it too).
 void dicomInitialize();

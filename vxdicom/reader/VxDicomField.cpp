@@ -11,7 +11,7 @@
 #include "platform/gui/VxWarningDialog.h"
 #include "vxdicom/params/DicomParamFilter.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
-#include "vxdicom/reader/SliceDecodePool.h"
+#include "vxdicom/reader/OrderedPool.h"
 #include "vxdicom/reader/VolumePrefault.h"
 #include "vxdicom/reader/VxDicom.h"
 #include "vxdicom/reader/VxDicomFile.h"
@@ -439,26 +439,26 @@ VxField3 *createField3(VxDicomImageStack &stack)
     // Compressed frames are decoded ahead on helper threads, which the pool
     // stops and joins on every way out of this function before the samples
     // are released.
-    std::unique_ptr<SliceDecodePool> pool;
+    std::unique_ptr<OrderedPool> pool;
     if (progress) {
         std::vector<int> compressed;
         for (int k = 0; k < stack.images.size(); ++k)
             if (decodesInParallel(*stack.images[k]))
                 compressed.push_back(k);
-        const int threads = SliceDecodePool::defaultThreads();
+        const int threads = OrderedPool::defaultThreads();
         if (compressed.size() > 1 && threads > 1)
-            pool = std::make_unique<SliceDecodePool>(std::move(compressed), fillSlice, threads,
+            pool = std::make_unique<OrderedPool>(std::move(compressed), fillSlice, threads,
                                                      2 * threads + 2);
     }
 
     for (int k = 0; k < stack.images.size(); ++k) {
         VxDicomImage &image = *stack.images[k];
         unsigned char *slice = samples.get() + k * sliceBytes;
-        SliceDecodePool::Outcome decoded;
+        OrderedPool::Outcome decoded;
         const char *failure = nullptr;
-        if (pool && pool->decodes(k)) {
+        if (pool && pool->covers(k)) {
             decoded = pool->take(k);
-            dicom::dicomReplayLog(decoded.log);
+            VxMessage::getTheMsg()->replay(decoded.messages);
             if (decoded.exception)
                 std::rethrow_exception(decoded.exception);
             if (decoded.failed)

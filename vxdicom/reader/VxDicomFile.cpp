@@ -82,7 +82,7 @@ VxDicomFile::~VxDicomFile()
 
 int VxDicomFile::readData(const char *name, int delayed)
 {
-    static KcString text;
+    static thread_local KcString text; // what a failure throws
     VxGunzip unpacked; // removes its temporary file on every way out
     const KcString path = openableCopy(name, unpacked, text);
 

@@ -1,4 +1,4 @@
-#include "vxdicom/reader/SliceDecodePool.h"
+#include "vxdicom/reader/OrderedPool.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -6,28 +6,28 @@
 
 #include <sched.h>
 
-SliceDecodePool::SliceDecodePool(std::vector<int> slices, std::function<void(int)> decode,
-                                 int threads, int ahead)
-    : order(std::move(slices)), decodeSlice(std::move(decode)), window(std::max(ahead, 1)),
+OrderedPool::OrderedPool(std::vector<int> items, std::function<void(int)> job, int threads,
+                         int ahead)
+    : order(std::move(items)), work(std::move(job)), window(std::max(ahead, 1)),
       states(order.size(), State::Waiting), outcomes(order.size())
 {
     for (size_t j = 0; j < order.size(); ++j) {
-        const int slice = order[j];
-        if (slice >= static_cast<int>(jobOfSlice.size()))
-            jobOfSlice.resize(static_cast<size_t>(slice) + 1, -1);
-        jobOfSlice[static_cast<size_t>(slice)] = static_cast<int>(j);
+        const int item = order[j];
+        if (item >= static_cast<int>(jobOfItem.size()))
+            jobOfItem.resize(static_cast<size_t>(item) + 1, -1);
+        jobOfItem[static_cast<size_t>(item)] = static_cast<int>(j);
     }
     const int helperCount = std::min(threads - 1, static_cast<int>(order.size()) - 1);
     for (int i = 0; i < helperCount; ++i)
         workers.emplace_back([this] { helperLoop(); });
 }
 
-SliceDecodePool::~SliceDecodePool()
+OrderedPool::~OrderedPool()
 {
     stop();
 }
 
-void SliceDecodePool::stop()
+void OrderedPool::stop()
 {
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -40,13 +40,13 @@ void SliceDecodePool::stop()
     workers.clear();
 }
 
-bool SliceDecodePool::decodes(int slice) const
+bool OrderedPool::covers(int item) const
 {
-    return slice >= 0 && slice < static_cast<int>(jobOfSlice.size()) &&
-           jobOfSlice[static_cast<size_t>(slice)] >= 0;
+    return item >= 0 && item < static_cast<int>(jobOfItem.size()) &&
+           jobOfItem[static_cast<size_t>(item)] >= 0;
 }
 
-int SliceDecodePool::claimNext()
+int OrderedPool::claimNext()
 {
     const int n = static_cast<int>(order.size());
     if (stopping || nextJob >= n || nextJob >= taken + window)
@@ -55,14 +55,14 @@ int SliceDecodePool::claimNext()
     return nextJob++;
 }
 
-void SliceDecodePool::run(std::unique_lock<std::mutex> &lock, int job)
+void OrderedPool::run(std::unique_lock<std::mutex> &lock, int job)
 {
     lock.unlock();
     Outcome outcome;
     {
-        dicom::dicomLogCapture capture(&outcome.log);
+        VxMessageDefer defer(&outcome.messages);
         try {
-            decodeSlice(order[static_cast<size_t>(job)]);
+            work(order[static_cast<size_t>(job)]);
         } catch (const char *text) {
             outcome.failed = true;
             outcome.failure = text ? text : "";
@@ -76,7 +76,7 @@ void SliceDecodePool::run(std::unique_lock<std::mutex> &lock, int job)
     changed.notify_all();
 }
 
-void SliceDecodePool::helperLoop()
+void OrderedPool::helperLoop()
 {
     std::unique_lock<std::mutex> lock(mutex);
     while (!stopping) {
@@ -88,20 +88,20 @@ void SliceDecodePool::helperLoop()
     }
 }
 
-SliceDecodePool::Outcome SliceDecodePool::take(int slice)
+OrderedPool::Outcome OrderedPool::take(int item)
 {
-    const int job = decodes(slice) ? jobOfSlice[static_cast<size_t>(slice)] : -1;
+    const int job = covers(item) ? jobOfItem[static_cast<size_t>(item)] : -1;
     std::unique_lock<std::mutex> lock(mutex);
     // The loop takes the jobs in order; anything else is a programming error
     // that must not hang: it gets an outcome saying so.
     if (job != taken) {
         Outcome wrong;
         wrong.failed = true;
-        wrong.failure = "slice taken out of order";
+        wrong.failure = "taken out of order";
         return wrong;
     }
     while (states[static_cast<size_t>(job)] != State::Done) {
-        // The wanted slice is being decoded by a helper: decode a later one
+        // The wanted item is being done by a helper: do a later one
         // here meanwhile, or wait when the window is full.
         const int other = claimNext();
         if (other >= 0) {
@@ -110,7 +110,7 @@ SliceDecodePool::Outcome SliceDecodePool::take(int slice)
             // Nobody will start it: the pool was stopped.
             Outcome stopped;
             stopped.failed = true;
-            stopped.failure = "decoding was stopped";
+            stopped.failure = "stopped before it was done";
             return stopped;
         } else {
             changed.wait(lock);
@@ -122,7 +122,7 @@ SliceDecodePool::Outcome SliceDecodePool::take(int slice)
     return outcome;
 }
 
-int SliceDecodePool::defaultThreads()
+int OrderedPool::defaultThreads()
 {
     if (const char *env = std::getenv("VXDICOM_DECODE_THREADS")) {
         const long n = std::strtol(env, nullptr, 10);
