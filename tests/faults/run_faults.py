@@ -1,39 +1,26 @@
 #!/usr/bin/python3
-"""Seeds deliberate faults into the code, one at a time, and records which
-tests catch each: the measure of what the test suite catches.
+"""Seeds the faults of faults.txt (exact text replacements, one source file each) into a
+checkout of the committed HEAD (or --commit REV), one at a time, and records which tests catch
+each: the measure of what the suite catches.
 
     run_faults.py [--faults FILE] [--work DIR] [--only F01,F07] [--record OUT]
                   [--compare BASELINE] [--commit REV] [--resume]
 
-The faults (faults.txt beside this script) are exact text replacements in
-one source file each. The script checks out the committed HEAD (or --commit REV) into a git
-worktree of its own (WORK/main, with WORK/shared pointing at the shared
-data), builds it once, checks that every test passes there, then for each
-fault: replaces the text (it must occur exactly once), rebuilds, runs the
-whole suite, records the failing tests and puts the text back. The working
-tree of the checkout is never touched.
-
---record writes one line per fault: "ID<TAB>N<TAB>test;test;..." (N failing
-tests, or "build-failed"). --compare reads such a file and exits with 1 when
-a fault it records as caught is no longer caught. --resume keeps the faults
-already in the --record file and runs only the others (a long run may be
-continued later: give the same --commit).
+The checkout is a git worktree of its own (WORK/main, WORK/shared pointing at the shared data),
+built once and checked to pass; then each fault's text (found exactly once) is replaced, the tree
+rebuilt, the whole suite run, the failing tests recorded and the text put back. --record writes
+"ID<TAB>N<TAB>test;test;..." per fault (N failing tests, or "build-failed"); --compare exits 1
+when a fault that such a file records as caught is caught no longer; --resume keeps the faults
+already in the --record file and runs the others (give the same --commit).
 """
-import argparse
-import os
-import re
-import shutil
-import subprocess
-import sys
-import time
+import argparse, os, re, subprocess, sys, time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.abspath(os.path.join(HERE, "..", ".."))
 
 
 def parse_faults(path):
-    """Blocks of "== ID description", "file: PATH", "find: TEXT",
-    "replace: TEXT" (TEXT may use \\n and \\t)."""
+    """Blocks of "== ID description", "file: PATH", "find: TEXT", "replace: TEXT" (\\n, \\t)."""
     faults, cur = [], None
     for line in open(path, encoding="utf-8"):
         line = line.rstrip("\n")
@@ -44,20 +31,15 @@ def parse_faults(path):
         elif cur is not None and re.match(r"^(file|find|replace): ", line):
             key, _, value = line.partition(": ")
             cur[key] = value.replace("\\n", "\n").replace("\\t", "\t")
-    seen = set()
-    for f in faults:
-        for key in ("file", "find", "replace"):
-            if key not in f:
-                sys.exit("fault %s has no %s" % (f["id"], key))
-        if f["id"] in seen:
-            sys.exit("fault %s is listed twice" % f["id"])
-        seen.add(f["id"])
+    for n, f in enumerate(faults):
+        missing = [key for key in ("file", "find", "replace") if key not in f]
+        if missing or f["id"] in [g["id"] for g in faults[:n]]:
+            sys.exit("fault %s %s" % (f["id"], "has no " + missing[0] if missing else "is listed twice"))
     return faults
 
 
 def read_source(path):
-    # newline="" keeps the file's bytes as they are (line ends included), so
-    # that putting the text back restores the file exactly.
+    # newline="": line ends as they are, so that putting the text back restores the file exactly
     with open(path, encoding="utf-8", newline="") as f:
         return f.read()
 
@@ -68,8 +50,7 @@ def write_source(path, text):
 
 
 def check_faults(main_dir, faults):
-    """Every find text must occur exactly once in its file: checked for all
-    faults before the first build, not halfway through a run."""
+    """Every find text occurs once in its file: checked before the first build, not halfway."""
     problems = []
     for f in faults:
         path = os.path.join(main_dir, f["file"])
@@ -109,10 +90,8 @@ def prepare(work, commit):
 
 def build(main, build_dir):
     if not os.path.exists(os.path.join(build_dir, "CMakeCache.txt")):
-        # Release, as the project's own builds are made (no debug information
-        # to link into every test program after each fault).
-        r = run(["cmake", "-S", main, "-B", build_dir, "-G", "Ninja",
-                 "-DCMAKE_BUILD_TYPE=Release"])
+        # Release, as the project's own builds: no debug information to link after each fault
+        r = run(["cmake", "-S", main, "-B", build_dir, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release"])
         if r.returncode != 0:
             sys.exit(r.stdout)
     return run(["cmake", "--build", build_dir, "-j", str(os.cpu_count() or 2)])
@@ -133,15 +112,10 @@ def failing_tests(build_dir):
 
 def main():
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    ap.add_argument("--faults", default=os.path.join(HERE, "faults.txt"))
-    ap.add_argument("--work", default="/tmp/vx-faults")
-    ap.add_argument("--only", default="")
-    ap.add_argument("--record")
-    ap.add_argument("--compare")
-    ap.add_argument("--commit", default="HEAD",
-                    help="the revision whose suite is measured (default HEAD)")
-    ap.add_argument("--resume", action="store_true",
-                    help="keep the faults already in the --record file and run the rest")
+    for name, default in (("--faults", os.path.join(HERE, "faults.txt")), ("--work", "/tmp/vx-faults"),
+                          ("--only", ""), ("--record", None), ("--compare", None), ("--commit", "HEAD")):
+        ap.add_argument(name, default=default)
+    ap.add_argument("--resume", action="store_true")
     args = ap.parse_args()
 
     faults = parse_faults(args.faults)
@@ -167,8 +141,8 @@ def main():
     clean = failing_tests(build_dir)
     if clean:
         sys.exit("tests fail without any fault: " + ", ".join(clean))
-    print("unchanged tree: built in %.0f s, every test passes (suite %.0f s)" % (
-        clean_start - began, time.time() - clean_start), flush=True)
+    print("unchanged tree: built in %.0f s, every test passes (suite %.0f s)"
+          % (clean_start - began, time.time() - clean_start), flush=True)
 
     results = []
     for f in faults:
@@ -177,43 +151,29 @@ def main():
         start = time.time()
         try:
             write_source(path, original.replace(f["find"], f["replace"]))
-            if build(main_dir, build_dir).returncode != 0:
-                caught = None
-            else:
-                caught = failing_tests(build_dir)
+            caught = failing_tests(build_dir) if build(main_dir, build_dir).returncode == 0 else None
         finally:
             write_source(path, original)
         results.append((f, caught))
-        print("%s %-60s %s  (%.0f s)" % (
-            f["id"], f["what"][:60],
-            "build failed" if caught is None else "%d tests fail" % len(caught),
-            time.time() - start), flush=True)
-        if args.record:
-            # Written after every fault, so that an interrupted run keeps
-            # what it has measured.
+        print("%s %-60s %s  (%.0f s)" % (f["id"], f["what"][:60], "build failed" if caught is None
+                                          else "%d tests fail" % len(caught), time.time() - start), flush=True)
+        if args.record:  # after every fault: an interrupted run keeps what it has measured
             with open(args.record, "w", encoding="utf-8") as out:
-                for line in kept:
-                    out.write(line + "\n")
-                for g, c in results:
-                    out.write("%s\t%s\t%s\n" % (g["id"], "build-failed" if c is None
-                                                else len(c), ";".join(c or [])))
+                out.writelines([line + "\n" for line in kept] + ["%s\t%s\t%s\n" % (
+                    g["id"], "build-failed" if c is None else len(c), ";".join(c or [])) for g, c in results])
     build(main_dir, build_dir)  # leave the build matching the tree
-    print("%d faults in %.0f s (%.1f min)" % (len(results), time.time() - began,
-                                              (time.time() - began) / 60), flush=True)
+    print("%d faults in %.0f s (%.1f min)" % (len(results), time.time() - began, (time.time() - began) / 60))
     status = 0
     missed = [f["id"] for f, caught in results if caught == []]
     if missed:
         print("not caught by any test: " + ", ".join(missed))
         status = 1
-    if args.compare:
-        before = {}
-        for line in open(args.compare, encoding="utf-8"):
-            ident, n, _ = (line.rstrip("\n").split("\t") + ["", ""])[:3]
-            before[ident] = n
-        for f, caught in results:
-            if before.get(f["id"], "0") not in ("0", "build-failed") and not caught:
-                print("%s was caught before and is not now" % f["id"])
-                status = 1
+    before = dict((line.rstrip("\n").split("\t") + [""])[:2] for line in open(args.compare, encoding="utf-8")) \
+        if args.compare else {}
+    for f, caught in results:
+        if before.get(f["id"], "0") not in ("0", "build-failed") and not caught:
+            print("%s was caught before and is not now" % f["id"])
+            status = 1
     return status
 
 

@@ -1,9 +1,6 @@
 """nibabel's and pydicom's view of files as [x, y, z (LPS mm), value] samples: probe FILE [N],
 dicom FILE... (5 x 5 of each), make FILE KIND (nibabel writes i + 10 j + 100 k)."""
-import json
-import math
-import struct
-import sys
+import json, math, struct, sys
 
 import nibabel as nib
 import numpy as np

@@ -1,8 +1,7 @@
 #!/usr/bin/python3
 """DICOMDIRs by pydicom: OUT writes a PATIENT and an IMAGE record per --id (icon ID "NOTME");
 --list prints each record's file path; --folder pydicom's test DICOMDIRs' folder."""
-import argparse
-import os
+import argparse, os
 
 import pydicom
 from pydicom.dataset import Dataset, FileDataset, FileMetaDataset

@@ -1,9 +1,7 @@
 #!/usr/bin/python3
 """dicom3_check.py MANIFEST: pydicom's and nibabel's view of written files (each holding the
 next samples of "raw") or dcm2niix volumes against the manifest; exit 1 on a difference."""
-import json
-import os
-import sys
+import json, os, sys
 
 import numpy as np
 import pydicom

@@ -1,8 +1,7 @@
 #!/usr/bin/python3
 """many_series.py OUT SPLIT NORMAL PER_SERIES: one pydicom examination, series as plan() says,
 UIDs ROOT.1.<100 + k>; the files interleave the series, each back to front."""
-import os
-import sys
+import os, sys
 
 import numpy as np
 from pydicom.dataset import FileDataset, FileMetaDataset
