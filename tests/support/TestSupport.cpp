@@ -91,6 +91,15 @@ std::string shellQuote(const std::string &s)
     return quoted + "'";
 }
 
+int runPython(const std::string &script, const std::vector<std::string> &args, std::string *output,
+              bool mergeStderr)
+{
+    std::string command = std::string(VX_PYTHON) + " " + shellQuote(script);
+    for (const std::string &a : args)
+        command += " " + shellQuote(a);
+    return runCommand(command, output, mergeStderr);
+}
+
 CommandOutcome runCapturing(const std::string &command)
 {
     TempDir dir;

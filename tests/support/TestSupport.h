@@ -61,6 +61,10 @@ int runCommand(const std::string &command, std::string *output = nullptr, bool m
 /// A text quoted for /bin/sh (single quotes; a quote inside becomes '\'').
 std::string shellQuote(const std::string &s);
 
+/// Runs VX_PYTHON with a script and its arguments (each quoted); as runCommand.
+int runPython(const std::string &script, const std::vector<std::string> &args,
+              std::string *output = nullptr, bool mergeStderr = false);
+
 /// What a command printed on each stream, and its exit status.
 struct CommandOutcome
 {
@@ -100,6 +104,13 @@ void writeFileBytes(const std::string &path, const std::vector<unsigned char> &b
 std::vector<std::string> namesIn(const std::string &folder);
 
 } // namespace vxtest
+
+/// Skips the current test unless `have` holds; `what` names what it needs.
+#define VX_REQUIRE(have, what)                                                                     \
+    do {                                                                                           \
+        if (!(have))                                                                               \
+            GTEST_SKIP() << what << " is needed for this test";                                    \
+    } while (0)
 
 /// Skips the current test when ../shared/data is absent (a user's fresh clone).
 #define VX_REQUIRE_SHARED_DATA()                                                                   \

@@ -1,7 +1,7 @@
 #include "platform/data/VxFieldFile.h"
-#include "platform/data/WriteAhead.h"
 #include "platform/core/VxMessage.h"
 #include "platform/core/VxWorkArea.h"
+#include "platform/data/WriteAhead.h"
 #include "tests/support/TestSupport.h"
 
 #include <Inventor/SbVec3f.h>
@@ -20,8 +20,7 @@ using Bytes = std::vector<unsigned char>;
 
 #define EXPECT_HAS(text, part) EXPECT_NE(std::string(text).find(part), std::string::npos) << (text)
 #define REQUIRE_NIBABEL()                                                                          \
-    if (!vxtest::havePythonModules({"nibabel", "numpy"}))                                          \
-    GTEST_SKIP() << "nibabel and numpy for " VX_PYTHON " are needed for this test"
+    VX_REQUIRE(vxtest::havePythonModules({"nibabel", "numpy"}), "nibabel and numpy")
 #define LOAD(var, path)                                                                            \
     KcString var##Error;                                                                           \
     const auto var = VxFieldFile::load(std::string(path).c_str(), &var##Error);                    \
@@ -30,7 +29,7 @@ using Bytes = std::vector<unsigned char>;
 QJsonObject python(const std::string &args)
 {
     std::string out;
-    EXPECT_EQ(vxtest::runCommand(VX_PYTHON " " VX_DATA_TEST_DIR "/nifti_probe.py " + args, &out), 0)
+    EXPECT_EQ(vxtest::runCommand(VX_PYTHON " " VX_TEST_DIR "/nifti_probe.py " + args, &out), 0)
         << out;
     return QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
 }
@@ -226,8 +225,8 @@ TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
 {
     VX_REQUIRE_SHARED_DATA();
     REQUIRE_NIBABEL();
-    if (!vxtest::haveProgram("dcm2niix") || !vxtest::havePythonModules({"pydicom"}))
-        GTEST_SKIP() << "dcm2niix and pydicom are needed for this test";
+    VX_REQUIRE(vxtest::haveProgram("dcm2niix") && vxtest::havePythonModules({"pydicom"}),
+               "dcm2niix and pydicom");
     // Folder, pixels placed by pydicom (else nibabel), values above which dcm2niix masks.
     const std::tuple<const char *, bool, double> rows[] = {
         {"dcm_qa_sag/In/2_gre_field_mapping", true, 4095},  // sagittal, 42 x 64 x 5
@@ -504,8 +503,7 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
 // teem's unu reads our colour field, and we its gzip volume (voxel i, j, k at 1+j, 2+k, 3+2i).
 TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
 {
-    if (!vxtest::haveProgram("teem-unu"))
-        GTEST_SKIP() << "teem-unu (Debian teem-apps) is needed for this test";
+    VX_REQUIRE(vxtest::haveProgram("teem-unu"), "teem-unu (Debian teem-apps)");
     vxtest::TempDir dir;
     const int dims[3] = {2, 2, 1};
     const uint8_t rgb[12] = {0, 20, 40, 60, 80, 100, 120, 140, 160, 180, 200, 220};

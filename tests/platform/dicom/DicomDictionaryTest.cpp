@@ -8,8 +8,7 @@ namespace {
 // Tags both dictionaries know: our name is pydicom's keyword spaced, same VR, found by name.
 TEST(Dictionary, AgreesWithPydicomKeywordsAndVRs)
 {
-    if (!vxtest::havePythonModules({"pydicom"}))
-        GTEST_SKIP() << "pydicom is not installed for " VX_PYTHON;
+    VX_REQUIRE(vxtest::havePythonModules({"pydicom"}), "pydicom");
     const char *list =
         "import pydicom.datadict as d; [print('%08X %s %s' % (t, vr.replace(' ', ''), "
         "kw.lower())) for t, (vr, vm, n, r, kw) in d.DicomDictionary.items() if kw]";

@@ -65,8 +65,8 @@ TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
         const std::string command =
             "S=" + vxtest::shellQuote(vxtest::sharedDataDir()) + " D=" + vxtest::shellQuote(d) +
             " O=" + vxtest::shellQuote(path) +
-            " P=" + vxtest::shellQuote(VX_PYTHON " " VX_DICOM_TEST_DIR "/pydicom_reference.py") +
-            "; " + m.command + " 2>&1";
+            " P=" + vxtest::shellQuote(VX_PYTHON " " VX_TEST_DIR "/pydicom_reference.py") + "; " +
+            m.command + " 2>&1";
         if (*m.command)
             vxtest::runCommand(command);
         ASSERT_TRUE(std::filesystem::exists(path)) << command;

@@ -48,12 +48,10 @@ inline std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
 inline QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
                                 std::string *error)
 {
-    std::string command =
-        VX_PYTHON " " + vxtest::shellQuote(VX_DICOM_TEST_DIR "/pydicom_reference.py") + " " + mode;
-    for (const std::string &a : args)
-        command += " " + vxtest::shellQuote(a);
+    std::vector<std::string> all = args;
+    all.insert(all.begin(), mode);
     std::string out;
-    const int status = vxtest::runCommand(command, &out);
+    const int status = vxtest::runPython(VX_TEST_DIR "/pydicom_reference.py", all, &out);
     *error = "pydicom_reference.py " + mode + " exited with " + std::to_string(status) + ": " +
              out.substr(0, 300);
     return status ? QJsonObject()
@@ -71,5 +69,4 @@ inline std::string sha256(const unsigned char *p, size_t n)
 
 #define REQUIRE_PYDICOM()                                                                          \
     VX_REQUIRE_SHARED_DATA();                                                                      \
-    if (!vxtest::havePythonModules({"pydicom", "numpy"}))                                          \
-    GTEST_SKIP() << "pydicom and numpy are needed for " VX_PYTHON
+    VX_REQUIRE(vxtest::havePythonModules({"pydicom", "numpy"}), "pydicom and numpy")

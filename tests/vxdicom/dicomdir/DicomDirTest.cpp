@@ -2,6 +2,7 @@
 
 #include "vxdicom/reader/DicomDir.h"
 #include "platform/core/VxMessage.h"
+#include "platform/core/VxWorkArea.h"
 #include "platform/dicom/dicom.h"
 #include "tests/support/TestSupport.h"
 #include "vxdicom/reader/VxDicom.h"
@@ -33,7 +34,7 @@ Ids walk(const std::string &bytes, bool big, bool explicitVr)
 
 Ids pydicom(const std::string &arguments)
 {
-    std::string output, script = " " VX_DICOMDIR_TEST_DIR "/make_dicomdir.py ";
+    std::string output, script = " " VX_TEST_DIR "/make_dicomdir.py ";
     EXPECT_EQ(vxtest::runCommand(VX_PYTHON + script + arguments + " 2>/dev/null", &output), 0)
         << arguments;
     Ids lines;
@@ -139,8 +140,13 @@ TEST(DicomDirExtraction, FileIdsResolveInsideTheFolderOfTheLastNameAndEachDicomD
     KcDArray<VxDicomFile *> files;
     KcDArray<VxDicomImage *> images;
     VxMessageCapture capture;
+    std::vector<std::string> progress;
+    VxWorkArea::instance()->setObserver(
+        [&](const std::string &s, float) { progress.push_back(s); });
     readDicomFiles(names, 1, false, files, images);
-    EXPECT_TRUE(files.isEmpty());
+    VxWorkArea::instance()->setObserver(nullptr);
+    EXPECT_EQ(progress.at(0), "processing DICOMDIR...") << "a DICOMDIR switches progress on";
+    EXPECT_TRUE(files.isEmpty()) << "a DICOMDIR is not kept as a file";
     EXPECT_EQ(Ids(names.begin(), names.end()), Ids(2, dir.file("self/DICOMDIR")));
     EXPECT_TRUE(capture.contains("DICOMDIR " + dir.file("self/DICOMDIR") +
                                  " was read before; its files are not added again"))

@@ -27,10 +27,8 @@ using Bytes = std::vector<unsigned char>;
 TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
 {
     for (const char *tool : {"gdcminfo", "gdcmdump", "dcmdump", "dcmftest"})
-        if (!vxtest::haveProgram(tool))
-            GTEST_SKIP() << tool << " is not installed";
-    if (!vxtest::havePythonModules({"pydicom", "numpy"}))
-        GTEST_SKIP() << "pydicom and numpy for " << VX_PYTHON << " are needed";
+        VX_REQUIRE(vxtest::haveProgram(tool), tool);
+    VX_REQUIRE(vxtest::havePythonModules({"pydicom", "numpy"}), "pydicom and numpy");
     vxtest::TempDir temp;
     QJsonArray manifest; // what dicom3_check.py must see in each case
     QStringList files;
@@ -111,9 +109,9 @@ TEST(Dicom3Tools, EveryWrittenFileIsReadByGdcmDcmtkPydicomAndDcm2niix)
         std::cout << "dcm2niix or nibabel is missing: the volume is not rebuilt\n";
     std::ofstream(temp.file("manifest.json")) << QJsonDocument(manifest).toJson().toStdString();
     out.clear();
-    const std::string check =
-        " " VX_EXPORT_TEST_DIR "/dicom3_check.py " + temp.file("manifest.json");
-    EXPECT_EQ(vxtest::runCommand(VX_PYTHON + check, &out), 0) << out;
+    EXPECT_EQ(vxtest::runPython(VX_TEST_DIR "/dicom3_check.py", {temp.file("manifest.json")}, &out),
+              0)
+        << out;
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), manifest.size())
         << "one line a case: " << out;
 }

@@ -104,17 +104,17 @@ void expectTagMatches(const VxParamBundle *tag, const QJsonObject &ref)
 TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
 {
     VX_REQUIRE_SHARED_DATA();
-    if (!vxtest::havePythonModules({"pydicom", "nibabel"}))
-        GTEST_SKIP() << "pydicom and nibabel are needed for " VX_PYTHON;
-    std::string command = VX_PYTHON " " VX_PARAMS_TEST_DIR "/csa_reference.py", out;
+    VX_REQUIRE(vxtest::havePythonModules({"pydicom", "nibabel"}), "pydicom and nibabel");
+    std::vector<std::string> firstFiles;
     for (const char *dir :
          {"dcm_qa_mosaic/In/ep2d_Asc_2", "dcm_qa_mosaic/In/ep2d_Asc_HF_10",
           "dcm_qa/In/Orientation/sag/sagasc35", "dcm_qa/In/Orientation/axmb/AxInt36mb",
           "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag", "dcm_qa_sag/In/2_gre_field_mapping",
           "dcm_qa_12bit/In", "dcm_qa_ts/In"})
         if (const auto files = vxtest::sharedDicomFiles(dir); !files.empty())
-            command += " " + vxtest::shellQuote(files.front());
-    ASSERT_EQ(vxtest::runCommand(command, &out), 0);
+            firstFiles.push_back(files.front());
+    std::string out;
+    ASSERT_EQ(vxtest::runPython(VX_TEST_DIR "/csa_reference.py", firstFiles, &out), 0);
     const QJsonObject reference = QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
     const auto rawBytes = [](const QJsonObject &header) {
         const QByteArray raw = QByteArray::fromBase64(header["raw"].toString().toLatin1());

@@ -30,11 +30,7 @@ inline std::vector<std::string> words(const std::string &text)
 inline int runScript(const std::string &script, const std::vector<std::string> &args,
                      std::string *output, bool mergeStderr = true)
 {
-    std::string command = std::string(VX_PYTHON) + " " +
-                          vxtest::shellQuote((fs::path(VX_READER_TEST_DIR) / script).string());
-    for (const std::string &a : args)
-        command += " " + vxtest::shellQuote(a);
-    return vxtest::runCommand(command, output, mergeStderr);
+    return vxtest::runPython(std::string(VX_TEST_DIR "/") + script, args, output, mergeStderr);
 }
 
 inline QJsonArray pydicomReference(const std::vector<std::string> &args)

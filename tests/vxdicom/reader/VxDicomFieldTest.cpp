@@ -181,8 +181,7 @@ TEST(DicomFieldCreation, RtDoseGridIsScaledAndPlacedByItsFrameOffsets)
 // 32-bit colour (also RLE by DCMTK): the top 16 stored bits are kept and the loss said.
 TEST(DicomFieldCreation, ThirtyTwoBitColourKeepsTheTopSixteenBits)
 {
-    if (!vxtest::haveProgram("dcmcrle"))
-        GTEST_SKIP() << "dcmcrle (Debian dcmtk) is needed";
+    VX_REQUIRE(vxtest::haveProgram("dcmcrle"), "dcmcrle (Debian dcmtk)");
     vxtest::TempDir dir;
     for (const auto &[stored, planar, rle] : {std::tuple{20, 1, false}, std::tuple{32, 0, true}}) {
         const std::string bits = std::to_string(stored);
@@ -286,8 +285,7 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
 TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();
-    if (!vxtest::haveProgram("dcmcjpeg"))
-        GTEST_SKIP() << "dcmcjpeg (Debian dcmtk) is needed";
+    VX_REQUIRE(vxtest::haveProgram("dcmcjpeg"), "dcmcjpeg (Debian dcmtk)");
     vxtest::TempDir dir;
     const auto load = [&](const char *threads) {
         fs::remove_all(dir.file("out"));

@@ -1,10 +1,8 @@
 // File and image records of real files against pydicom, of edited copies, and the reading loop.
 
 #include "platform/core/VxMessage.h"
-#include "platform/core/VxWorkArea.h"
 #include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/reader/DicomReaderSettings.h"
-#include "vxdicom/reader/VxDicom.h"
 
 #include <QApplication>
 
@@ -149,7 +147,6 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
         {enhanced, "--delete PerFrameFunctionalGroupsSequence --delete SharedFunctionalGroupsSequence "
                    "--set SpacingBetweenSlices=2.5", "images=6 frame5=12.5", ""},
         {mr, "--set Columns=0", "", "cannot extract DICOM information from: "},
-        {mr, "--set SamplesPerPixel=2 --pixels 1,2,3", "", "unsupported number of samples."},
         {mr, "--set BitsAllocated=32 BitsStored=32 HighBit=31 SamplesPerPixel=3 PhotometricInterpretation=YBR_FULL "
              "--pixels 1,2", "", "32-bit YBR_FULL with 3 components is not supported: 32-bit colour is read as RGB only."},
         {vxtest::sharedPath("dcm_qa_ts/In/9.dcm"), "--transfer-syntax 1.2.840.10008.1.2.4.100", "",
@@ -193,8 +190,7 @@ TEST(DicomImageRecord, EditedCopiesAreReadOrRefusedByName)
 TEST(DicomImageRecord, GzipCopyReadsTheSameAndLeavesNoTemporaryFile)
 {
     VX_REQUIRE_SHARED_DATA();
-    if (!vxtest::haveProgram("gzip"))
-        GTEST_SKIP() << "gzip is not installed";
+    VX_REQUIRE(vxtest::haveProgram("gzip"), "gzip");
     vxtest::TempDir dir, tmp;
     const std::string src = vxtest::sharedPath(kCtSeries) + "/I10", gz = dir.file("I10.gz");
     ASSERT_EQ(vxtest::runCommand("gzip -c " + vxtest::shellQuote(src) + " > " + gz), 0);
@@ -205,47 +201,7 @@ TEST(DicomImageRecord, GzipCopyReadsTheSameAndLeavesNoTemporaryFile)
     std::vector<unsigned char> lazy(plain->images[0]->dataSize);
     packed->images[0]->loadToMemory(lazy.data());
     EXPECT_EQ(std::memcmp(plain->images[0]->pixels, lazy.data(), lazy.size()), 0);
-    const std::string broken = dir.file("broken.gz");
-    auto bytes = vxtest::readFileBytes(gz);
-    vxtest::writeFileBytes(broken, {bytes.begin(), bytes.begin() + bytes.size() / 2});
-    EXPECT_EQ(thrownBy(broken).rfind("cannot open: " + broken, 0), 0u) << thrownBy(broken);
     EXPECT_TRUE(fs::is_empty(tmp.path())) << "every unpacked copy was removed";
-}
-
-// The reading loop given a DICOMDIR: progress shown, its files added and read, itself not kept.
-TEST(DicomReadLoop, ADicomDirAddsItsFiles)
-{
-    VX_REQUIRE_SHARED_DATA();
-    if (!vxtest::haveProgram("dcmmkdir"))
-        GTEST_SKIP() << "dcmmkdir (dcmtk) is not installed";
-    vxtest::TempDir dir;
-    const auto ge = vxtest::sharedDicomFiles("dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2");
-    fs::create_directory(dir.path() / "IMAGES");
-    for (int k = 0; k < 3; ++k)
-        fs::copy_file(ge[k], dir.path() / "IMAGES" / ("IM" + std::to_string(k + 1)));
-    ASSERT_EQ(vxtest::runCommand("cd " + dir.path().string() +
-                                 " && dcmmkdir --general-purpose --invent -q +r IMAGES"),
-              0);
-    KcDArray<KcString> names;
-    names.append(dir.file("DICOMDIR").c_str());
-    KcDArray<VxDicomFile *> files;
-    KcDArray<VxDicomImage *> images;
-    std::vector<std::string> progress;
-    VxWorkArea::instance()->setObserver(
-        [&](const std::string &s, float) { progress.push_back(s); });
-    VxMessageCapture console;
-    readDicomFiles(names, 1, true, files, images);
-    VxWorkArea::instance()->setObserver(nullptr);
-    OpenedFiles owned;
-    for (VxDicomFile *f : files)
-        owned.files.emplace_back(f);
-    ASSERT_FALSE(progress.empty()) << "a DICOMDIR switches progress on with one name";
-    EXPECT_EQ(progress.front(), "processing DICOMDIR...");
-    ASSERT_EQ(names.size(), 4);
-    EXPECT_EQ(files.size(), 3) << "the DICOMDIR itself is not kept";
-    for (int k = 1; k < 4; ++k)
-        EXPECT_EQ(fs::path(names[k].c_str()).parent_path().filename(), "IMAGES");
-    EXPECT_TRUE(console.contains("3 headers loaded from 4 files")) << console.text();
 }
 
 int main(int argc, char **argv)

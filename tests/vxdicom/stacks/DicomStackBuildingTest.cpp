@@ -124,14 +124,13 @@ TEST_F(StackBuilding, StoredCriteriaAreReadInTheirOrderAndWhatDoesNotParseIsDrop
 TEST(StackBuildingLargeFolder, ManySeriesGiveTheStacksTheirSeriesImplyInSeriesOrder)
 {
     // An examination written by pydicom (many_series.py), series in UID order.
-    if (!vxtest::havePythonModules({"pydicom", "numpy"}))
-        GTEST_SKIP() << "pydicom and numpy are needed to write the examination";
+    VX_REQUIRE(vxtest::havePythonModules({"pydicom", "numpy"}), "pydicom and numpy");
     stacktest::storeCriteria("");
     vxtest::TempDir dir;
     const int split = 300, plain = 20, perSeries = 40; // as passed to the script
-    ASSERT_EQ(vxtest::runCommand("/usr/bin/python3 " VX_STACKS_TEST_DIR "/many_series.py " +
-                                 vxtest::shellQuote(dir.path().string()) + " 300 20 40"),
-              0);
+    ASSERT_EQ(
+        vxtest::runPython(VX_TEST_DIR "/many_series.py", {dir.path().string(), "300", "20", "40"}),
+        0);
     std::vector<std::string> paths = vxtest::namesIn(dir.path().string());
     for (std::string &name : paths)
         name = dir.file(name);
