@@ -171,17 +171,17 @@ LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed)
         argv.push_back(n.c_str());
     LoadOutcome out;
     KcDArray<VxField3 *> fields;
-    auto capture = std::make_unique<VxMessageCapture>();
-    vxReadDicom(int(argv.size()), argv.data(), fields, 0, true);
-    out.console = capture->text();
-    capture.reset();
+    {
+        VxMessageCapture capture;
+        vxReadDicom(int(argv.size()), argv.data(), fields, 0, true);
+        out.console = capture.text();
+    }
     for (const VxField3 *field : fields) {
         const VxLattice3 *lat = field->lattice();
         const std::string_view samples(static_cast<const char *>(lat->data()), lat->numBytes());
-        out.fields.push_back(std::to_string(lat->dim(0)) + " x " + std::to_string(lat->dim(1)) +
-                             " x " + std::to_string(lat->dim(2)) + ", " +
-                             std::to_string(lat->voxelBytes()) + " bytes, samples " +
-                             std::to_string(std::hash<std::string_view>{}(samples)));
+        out.fields.push_back(KcString::format("%d x %d x %d, %d bytes, samples %zu", lat->dim(0),
+                                              lat->dim(1), lat->dim(2), lat->voxelBytes(),
+                                              std::hash<std::string_view>{}(samples)));
     }
     VxObjectPool::instance()->clear();
     return out;

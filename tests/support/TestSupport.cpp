@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <random>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -40,12 +39,10 @@ std::vector<std::string> sharedDicomFiles(const std::string &relativeDir)
          it != fs::recursive_directory_iterator(); it.increment(ec)) {
         if (ec)
             break;
-        if (!it->is_regular_file())
-            continue;
         const std::string name = it->path().filename().string();
-        if (name == "README.md" || name == "LICENSE" || name == "notes.txt")
-            continue;
-        files.push_back(it->path().string());
+        if (it->is_regular_file() && name != "README.md" && name != "LICENSE" &&
+            name != "notes.txt")
+            files.push_back(it->path().string());
     }
     std::sort(files.begin(), files.end());
     return files;
@@ -78,9 +75,7 @@ int runCommand(const std::string &command, std::string *output, bool mergeStderr
         if (output)
             output->append(buf.data(), n);
     const int status = pclose(pipe);
-    if (status == -1)
-        return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return status == -1 ? -1 : WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 std::string shellQuote(const std::string &s)
@@ -115,31 +110,21 @@ ScopedEnv::ScopedEnv(const char *n, const char *value) : name(n)
 {
     if (const char *old = std::getenv(n))
         previous = old;
-    if (value)
-        setenv(n, value, 1);
-    else
-        unsetenv(n);
+    value ? setenv(n, value, 1) : unsetenv(n);
 }
 
 ScopedEnv::~ScopedEnv()
 {
-    if (previous)
-        setenv(name.c_str(), previous->c_str(), 1);
-    else
-        unsetenv(name.c_str());
+    previous ? setenv(name.c_str(), previous->c_str(), 1) : unsetenv(name.c_str());
 }
 
 bool haveProgram(const std::string &name)
 {
-    if (!name.empty() && name[0] == '/')
-        return access(name.c_str(), X_OK) == 0;
     return runCommand("command -v " + shellQuote(name) + " >/dev/null 2>&1") == 0;
 }
 
 bool havePythonModules(const std::vector<std::string> &modules)
 {
-    if (!haveProgram(VX_PYTHON))
-        return false;
     std::string imports;
     for (const auto &m : modules)
         imports += "import " + m + "; ";
@@ -165,7 +150,7 @@ IsolatedEnvironment::IsolatedEnvironment()
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
     std::filesystem::permissions(runtimeDir.path(), std::filesystem::perms::owner_all);
     setenv("XDG_RUNTIME_DIR", runtimeDir.path().c_str(), 0);
-    settings = settingsDir.file("vxdicom.ini");
+    const std::string settings = settingsDir.file("vxdicom.ini");
     setenv("VXDICOM_SETTINGS_FILE", settings.c_str(), 1);
     VxSettingsMgr::getInstance()->setStorageFile(settings);
     for (const char *name : {"ZENTA_MHT_STEREOTAXIS", "ZENTA_ZIEHM_RECONSTRUCTION",

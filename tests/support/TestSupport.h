@@ -15,8 +15,7 @@ std::string sharedDataDir();
 /// Path of a file or folder below ../shared/data.
 std::string sharedPath(const std::string &relative);
 
-/// Every regular file below a folder of ../shared/data (README.md, LICENSE and
-/// notes.txt left out), sorted.
+/// Every regular file below a folder of ../shared/data, sorted (README.md, LICENSE, notes.txt out).
 std::vector<std::string> sharedDicomFiles(const std::string &relativeDir = "");
 
 /// A temporary directory removed with everything in it when the object dies.
@@ -34,28 +33,22 @@ private:
     std::filesystem::path dir;
 };
 
-/// What a test program sets up before its tests run: widgets offscreen, a
-/// private runtime folder, the preferences in a private temporary file (so no
-/// test reads or changes the user's settings), and none of the module's
-/// environment switches (ZENTA_MHT_STEREOTAXIS, ZENTA_ZIEHM_RECONSTRUCTION,
-/// DICOM_DELAYED_READ, DICOM_EPS_ORIENTATION) from the developer's shell;
-/// tests that need one set it themselves. Keep it alive for the whole run.
+/// Set up before a program's tests run, alive for the whole run: widgets offscreen, a private
+/// runtime folder, the preferences in a private file (the user's are never read or changed), and
+/// none of the module's environment switches from the developer's shell (tests set their own).
 class IsolatedEnvironment
 {
 public:
     IsolatedEnvironment();
     IsolatedEnvironment(const IsolatedEnvironment &) = delete;
     IsolatedEnvironment &operator=(const IsolatedEnvironment &) = delete;
-    const std::string &settingsFile() const { return settings; }
 
 private:
     TempDir runtimeDir;
     TempDir settingsDir;
-    std::string settings;
 };
 
-/// Runs a command through /bin/sh; returns its exit status and fills output
-/// with standard output (and standard error when mergeStderr).
+/// Runs a command through /bin/sh: its exit status; output gets stdout (and stderr if mergeStderr).
 int runCommand(const std::string &command, std::string *output = nullptr, bool mergeStderr = false);
 
 /// A text quoted for /bin/sh (single quotes; a quote inside becomes '\'').
@@ -69,16 +62,13 @@ int runPython(const std::string &script, const std::vector<std::string> &args,
 struct CommandOutcome
 {
     int status = -1;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
-/// Runs a command through /bin/sh with standard output and standard error
-/// kept apart.
+/// Runs a command through /bin/sh with standard output and standard error kept apart.
 CommandOutcome runCapturing(const std::string &command);
 
-/// Sets (or, with a null value, unsets) an environment variable for the
-/// lifetime of the object; the old state comes back afterwards.
+/// Sets (or, with a null value, unsets) an environment variable while the object lives.
 class ScopedEnv
 {
 public:
@@ -92,7 +82,7 @@ private:
     std::optional<std::string> previous;
 };
 
-/// True when an executable of that name is on PATH (or an absolute path exists).
+/// True when an executable of that name is on PATH (or at that absolute path).
 bool haveProgram(const std::string &name);
 
 /// True when /usr/bin/python3 can import every module named.

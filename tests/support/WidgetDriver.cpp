@@ -54,13 +54,6 @@ QPoint rowPoint(QTreeWidget *list, QTreeWidgetItem *row)
     return list->visualItemRect(row).intersected(list->viewport()->rect()).center();
 }
 
-void doubleClick(QWidget *viewport, const QPoint &pos)
-{
-    QTest::mouseClick(viewport, Qt::LeftButton, {}, pos);
-    QTest::mouseDClick(viewport, Qt::LeftButton, {}, pos);
-    QTest::mouseRelease(viewport, Qt::LeftButton, {}, pos);
-}
-
 std::vector<std::string> popupChoose(QWidget *viewport, const QPoint &pos, const char *item)
 {
     std::vector<std::string> texts;

@@ -27,8 +27,6 @@ bool runOnWorker(const std::function<void()> &work, int timeoutMs = 60000);
 /// A point of a row where a user clicks it: scrolled into view, inside the
 /// viewport even when the row is wider.
 QPoint rowPoint(QTreeWidget *list, QTreeWidgetItem *row);
-/// A double click as the window system delivers it (press, release, double click).
-void doubleClick(QWidget *viewport, const QPoint &pos);
 /// Right-clicks `pos` of `viewport`, triggers the popup item `item` (none
 /// when null) and returns the popup's item texts, separators left out.
 std::vector<std::string> popupChoose(QWidget *viewport, const QPoint &pos, const char *item);

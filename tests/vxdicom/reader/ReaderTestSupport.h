@@ -59,6 +59,7 @@ inline std::vector<std::string> makeSeries(const std::string &dir, const std::st
     return files;
 }
 
+/// Files read as the reader reads them, each one's position as its load index.
 struct OpenedFiles
 {
     explicit OpenedFiles(const std::vector<std::string> &paths = {}, int delayed = 1)
@@ -78,6 +79,8 @@ struct OpenedFiles
                 out.append(image);
         return out;
     }
+    VxDicomImage *image(int i) const { return images()[i]; }
+    int size() const { return images().size(); }
     std::vector<std::unique_ptr<VxDicomFile>> files;
 };
 

@@ -2,9 +2,7 @@
 
 #include "platform/core/VxObjectPool.h"
 #include "platform/core/VxPreferences.h"
-#include "tests/support/TestSupport.h"
-#include "vxdicom/reader/VxDicomFile.h"
-#include "vxdicom/reader/VxDicomImage.h"
+#include "tests/vxdicom/reader/ReaderTestSupport.h"
 #include "vxdicom/stacks/DicomListItem.h"
 #include "vxdicom/stacks/DicomListView.h"
 #include "vxdicom/stacks/DicomLoadOption.h"
@@ -15,27 +13,11 @@
 
 namespace stacktest {
 
-/// Files read as the reader reads them, the position in `paths` as load index.
-struct LoadedFiles
-{
-    explicit LoadedFiles(const std::vector<std::string> &paths)
-    {
-        for (size_t i = 0; i < paths.size(); ++i) {
-            files.push_back(std::make_unique<VxDicomFile>(paths[i].c_str(), int(i), 1));
-            for (VxDicomImage *image : files.back()->images)
-                all.append(image);
-        }
-    }
-    const KcDArray<VxDicomImage *> &images() const { return all; }
-    VxDicomImage *image(int i) const { return all[i]; }
-    int size() const { return all.size(); }
-    std::vector<std::unique_ptr<VxDicomFile>> files;
-    KcDArray<VxDicomImage *> all;
-};
+using LoadedFiles = readertest::OpenedFiles;
 
 inline std::string ctFile(const char *name)
 {
-    return vxtest::sharedPath(std::string("dcm_qa_ct/In/Philips/S21610/S2010/") + name);
+    return vxtest::sharedPath(readertest::kCtSeries + std::string("/") + name);
 }
 
 /// A field of each image of a stack, in child order.
