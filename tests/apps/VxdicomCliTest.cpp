@@ -15,7 +15,8 @@
 #include <tuple>
 
 namespace fs = std::filesystem;
-using Outcome = vxtest::CommandOutcome;
+using namespace vxtest;
+using Outcome = CommandOutcome;
 
 namespace {
 
@@ -23,20 +24,7 @@ const char *const kMrFolder = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag";         
 const char *const kEpiFolder = "dcm_qa_ge/In/SliceTimingRT/2_epiRT_IntAsc_GD0"; // 64x64x32x3
 const char *const kCompareNifti = VX_TEST_DIR "/compare_nifti.py";
 
-const auto q = [](const std::string &s) { return vxtest::shellQuote(s); };
-
-/// vxdicom from `cwd`, own settings, offscreen, for 5 min at most; `environment`: env's arguments.
-Outcome vxdicom(const std::string &arguments, const std::string &cwd = {},
-                const std::string &environment = {})
-{
-    vxtest::TempDir dir;
-    return vxtest::runCapturing(
-        (cwd.empty() ? "" : "cd " + q(cwd) + " && ") +
-        "env -u DICOM_DELAYED_READ -u DICOM_EPS_ORIENTATION " + environment +
-        " VXDICOM_SETTINGS_FILE=" + q(dir.file("vxdicom.ini")) +
-        " XDG_RUNTIME_DIR=" + q(dir.path().string()) + " QT_QPA_PLATFORM=offscreen timeout 300 " +
-        q(VXDICOM_BINARY) + " " + arguments);
-}
+const auto q = [](const std::string &s) { return shellQuote(s); };
 
 const auto contains = [](const std::string &s, const std::string &p) {
     return s.find(p) != s.npos;
@@ -57,7 +45,7 @@ const auto summaryLines = [](const std::string &out) {
 };
 TEST(VxdicomCommand, HelpAndUsageErrors)
 {
-    vxtest::TempDir dir;
+    TempDir dir;
     const std::string missing = dir.file("missing.nrrd"), out = dir.file("out.nrrd");
     const std::tuple<std::string, int, std::string> rows[] = {
         {"--help", 0, "usage: vxdicom COMMAND"},
@@ -72,7 +60,7 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
         {"view", 2, "needs a display"},
     };
     for (const auto &[args, status, text] : rows) {
-        const Outcome r = vxdicom(args, {}, "-u DISPLAY -u WAYLAND_DISPLAY");
+        const Outcome r = runVxdicom(args, {}, "-u DISPLAY -u WAYLAND_DISPLAY");
         EXPECT_EQ(r.status, status) << args << "\n" << r.err;
         EXPECT_TRUE(contains(status ? r.err : r.out, text)) << args << "\n" << r.err;
         EXPECT_TRUE((status ? r.out : r.err).empty()) << args;
@@ -84,11 +72,11 @@ TEST(VxdicomCommand, HelpAndUsageErrors)
 TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
 {
     VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir;
-    fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[0], dir.file("a b.dcm"));
-    fs::copy_file(vxtest::sharedDicomFiles(kMrFolder)[1], dir.file("c.dcm"));
+    TempDir dir;
+    fs::copy_file(sharedDicomFiles(kMrFolder)[0], dir.file("a b.dcm"));
+    fs::copy_file(sharedDicomFiles(kMrFolder)[1], dir.file("c.dcm"));
     const Outcome load =
-        vxdicom("load -nodialog " + q(dir.file("a b.dcm")) + " " + q(dir.file("c.dcm")));
+        runVxdicom("load -nodialog " + q(dir.file("a b.dcm")) + " " + q(dir.file("c.dcm")));
     ASSERT_EQ(load.status, 0) << load.err;
     const std::string command = // slice order, only the name with a blank quoted
         "load -dicom " + dir.file("c.dcm") + " \"" + dir.file("a b.dcm") + "\"";
@@ -104,7 +92,7 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
     };
     for (const auto &[script, error, fields] : rows) {
         std::ofstream(dir.file("broken.vxs")) << script;
-        const Outcome r = vxdicom("run broken.vxs", dir.path().string());
+        const Outcome r = runVxdicom("run broken.vxs", dir.path().string());
         EXPECT_TRUE(r.status == 1 && r.err == error) << script << "\n" << r.err;
         EXPECT_TRUE(count("\n" + r.out, "\nfield ") == size_t(fields) && !contains(r.out, "failed"))
             << r.out;
@@ -115,28 +103,27 @@ TEST(VxdicomRun, LoadCommandsAndScriptsReplayAndErrorsNameTheLine)
 TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
 {
     VX_REQUIRE_SHARED_DATA();
-    VX_REQUIRE(vxtest::haveProgram("dcmmkdir"), "dcmmkdir (Debian dcmtk)");
-    vxtest::TempDir dir;
+    VX_REQUIRE(haveProgram("dcmmkdir"), "dcmmkdir (Debian dcmtk)");
+    TempDir dir;
     const fs::path cd = dir.path() / "cd";
     int n = 0;
     for (const auto &[folder, sub] :
          {std::pair("dcm_qa_ct/In/Philips/S21610/S2010", "CT"), std::pair(kMrFolder, "MR")}) {
         fs::create_directories(cd / "IMAGES" / sub);
-        for (const std::string &f : vxtest::sharedDicomFiles(folder))
+        for (const std::string &f : sharedDicomFiles(folder))
             if (fs::path(f).filename() != "DIRFILE")
                 fs::create_symlink(f, cd / "IMAGES" / sub / ("IM" + std::to_string(++n)));
     }
     std::string log;
-    ASSERT_EQ(vxtest::runCommand("cd " + q(cd.string()) + " && dcmmkdir +r IMAGES", &log, true), 0)
-        << log;
+    ASSERT_EQ(runCommand("cd " + q(cd.string()) + " && dcmmkdir +r IMAGES", &log, true), 0) << log;
     const Outcome folders =
-        vxdicom("load -nodialog --format nii -o " + q(dir.file("folders")) + " " +
-                q((cd / "IMAGES/CT").string()) + " " + q((cd / "IMAGES/MR").string()));
+        runVxdicom("load -nodialog --format nii -o " + q(dir.file("folders")) + " " +
+                   q((cd / "IMAGES/CT").string()) + " " + q((cd / "IMAGES/MR").string()));
     ASSERT_EQ(folders.status, 0) << folders.err;
     ASSERT_EQ(count("\n" + folders.out, "\nfield "), 2u) << folders.out;
     for (const std::string &input : {cd.string(), (cd / "DICOMDIR").string()}) {
         const std::string out = dir.file("out" + std::to_string(input.size()));
-        const Outcome r = vxdicom("load -nodialog --format nii -o " + q(out) + " " + q(input));
+        const Outcome r = runVxdicom("load -nodialog --format nii -o " + q(out) + " " + q(input));
         ASSERT_EQ(r.status, 0) << input << "\n" << r.err;
         EXPECT_EQ(summaryLines(r.out), summaryLines(folders.out)) << input;
         EXPECT_TRUE(contains(r.out, "89 headers loaded from 90 files") &&
@@ -149,36 +136,35 @@ TEST(VxdicomDicomDir, FileSetsLoadTheSameFieldsAsTheirFolders)
 TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
 {
     VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir;
+    TempDir dir;
     const fs::path series = dir.path() / "scan $HOME [1] \"a\" back\\slash";
     fs::create_directories(series);
-    for (const std::string &f : vxtest::sharedDicomFiles(kEpiFolder))
+    for (const std::string &f : sharedDicomFiles(kEpiFolder))
         fs::copy_file(f, series / fs::path(f).filename());
     const std::string first = dir.file("first"), replay = dir.file("replay");
     const Outcome r =
-        vxdicom("load -nodialog -q --time-series -o " + q(first) + " " + q(series.string()));
+        runVxdicom("load -nodialog -q --time-series -o " + q(first) + " " + q(series.string()));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.out, "time series \"TimeSeriesCtrl\": 3 time steps\n") &&
                 contains(r.out, "saved " + first + "/TimeSeriesCtrl.nii.gz (3 time steps)\n"))
         << r.out;
     EXPECT_EQ(count(r.out, "field \"\" (VxUniformScalarField3): 64 x 64 x 32 int16"), 3u) << r.out;
     const Outcome again =
-        vxdicom("run -q -o " + q(replay) + " " + q(first + "/TimeSeriesCtrl.vxs"), "/");
+        runVxdicom("run -q -o " + q(replay) + " " + q(first + "/TimeSeriesCtrl.vxs"), "/");
     ASSERT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(summaryLines(again.out), summaryLines(r.out));
     for (const char *saved : {"/TimeSeriesCtrl.nii.gz", "/TimeSeriesCtrl.vxs"})
-        EXPECT_EQ(vxtest::readFileBytes(replay + saved), vxtest::readFileBytes(first + saved))
-            << saved;
+        EXPECT_EQ(readFileBytes(replay + saved), readFileBytes(first + saved)) << saved;
 
-    VX_REQUIRE(vxtest::haveProgram("dcm2niix"), "dcm2niix (to compare the 4D volume)");
+    VX_REQUIRE(haveProgram("dcm2niix"), "dcm2niix (to compare the 4D volume)");
     std::string log;
-    ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f epi -o " + q(dir.path().string()) + " " +
-                                     q(vxtest::sharedPath(kEpiFolder)),
-                                 &log, true),
+    ASSERT_EQ(runCommand("dcm2niix -z n -f epi -o " + q(dir.path().string()) + " " +
+                             q(sharedPath(kEpiFolder)),
+                         &log, true),
               0)
         << log;
-    const int rc = vxtest::runPython(
-        kCompareNifti, {first + "/TimeSeriesCtrl.nii.gz", dir.file("epi.nii")}, &log, true);
+    const int rc = runPython(kCompareNifti, {first + "/TimeSeriesCtrl.nii.gz", dir.file("epi.nii")},
+                             &log, true);
     if (rc == 77)
         GTEST_SKIP() << "nibabel is not installed";
     EXPECT_TRUE(rc == 0 && contains(log, "(64, 64, 32, 3)")) << log;
@@ -188,38 +174,36 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
 // file, holds what dcm2niix reads; so does one whose samples are reordered after the read.
 TEST(VxdicomLoad, LargeSeriesSavedAsNiftiHoldWhatDcm2niixReads)
 {
-    VX_REQUIRE(vxtest::havePythonModules({"pydicom", "numpy", "nibabel"}) &&
-                   vxtest::haveProgram("dcm2niix"),
+    VX_REQUIRE(havePythonModules({"pydicom", "numpy", "nibabel"}) && haveProgram("dcm2niix"),
                "pydicom, numpy, nibabel and dcm2niix");
-    vxtest::TempDir dir;
+    TempDir dir;
     std::string log;
     for (const std::string orientation : {"axial", "axial-rev"}) {
         SCOPED_TRACE(orientation);
         const std::string series = dir.file(orientation), out = dir.file(orientation + "-out");
-        ASSERT_EQ(vxtest::runPython(VX_MAKE_SERIES,
-                                    {series, "--rows", "512", "--columns", "512", "--slices", "40",
-                                     "--orientation", orientation},
-                                    &log, true),
+        ASSERT_EQ(runPython(VX_MAKE_SERIES,
+                            {series, "--rows", "512", "--columns", "512", "--slices", "40",
+                             "--orientation", orientation},
+                            &log, true),
                   0)
             << log;
-        ASSERT_EQ(vxtest::runCommand("dcm2niix -z n -f " + orientation + " -o " + q(dir.file("")) +
-                                         " " + q(series),
-                                     &log, true),
+        ASSERT_EQ(runCommand("dcm2niix -z n -f " + orientation + " -o " + q(dir.file("")) + " " +
+                                 q(series),
+                             &log, true),
                   0)
             << log;
         for (int run = 0; run < 2; ++run) {
             const Outcome r =
-                vxdicom("load -nodialog -q --format nii -o " + q(out) + " " + q(series));
+                runVxdicom("load -nodialog -q --format nii -o " + q(out) + " " + q(series));
             ASSERT_EQ(r.status, 0) << r.err;
             const size_t at = r.out.find("saved "), end = r.out.find('\n', at);
             ASSERT_NE(at, std::string::npos) << r.out;
-            EXPECT_EQ(
-                vxtest::runPython(kCompareNifti,
-                                  {r.out.substr(at + 6, end - at - 6), series + ".nii", "--scaled"},
-                                  &log, true),
-                0)
+            EXPECT_EQ(runPython(kCompareNifti,
+                                {r.out.substr(at + 6, end - at - 6), series + ".nii", "--scaled"},
+                                &log, true),
+                      0)
                 << log;
-            EXPECT_EQ(vxtest::namesIn(out).size(), 1u);
+            EXPECT_EQ(namesIn(out).size(), 1u);
         }
     }
 }
@@ -239,15 +223,15 @@ const auto nrrdHeader = [](const std::string &path) {
 TEST(VxdicomAnonymize, SavedFieldsCarryNoPatientNameAndNoFileNames)
 {
     VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir dir;
-    const Outcome load = vxdicom("load -nodialog -q --format nrrd -o " + q(dir.file("s")) + " " +
-                                 q(vxtest::sharedPath(kMrFolder)));
+    TempDir dir;
+    const Outcome load = runVxdicom("load -nodialog -q --format nrrd -o " + q(dir.file("s")) + " " +
+                                    q(sharedPath(kMrFolder)));
     ASSERT_EQ(load.status, 0) << load.err;
     const std::map<std::string, std::string> before = nrrdHeader(dir.file("s/HFS.nrrd"));
     ASSERT_EQ(before.at("DICOM/All/G0010-0010"), "patient name: HFS"); // as pydicom reads it
     ASSERT_FALSE(before.at("DICOM/Slice034/Filename").empty());
     const Outcome r =
-        vxdicom("anonymize " + q(dir.file("s/HFS.nrrd")) + " -o " + q(dir.file("n.nrrd")));
+        runVxdicom("anonymize " + q(dir.file("s/HFS.nrrd")) + " -o " + q(dir.file("n.nrrd")));
     EXPECT_EQ(r.out, "anonymized patient name\nanonymized 35 single slices' bundles\nsaved " +
                          dir.file("n.nrrd") + "\n")
         << r.err;
@@ -266,34 +250,34 @@ TEST(VxdicomAnonymize, SavedFieldsCarryNoPatientNameAndNoFileNames)
 TEST(VxdicomView, ScreenshotShowsTheOpenedSeriesAndABrokenFileFailsTheRun)
 {
     VX_REQUIRE_SHARED_DATA();
-    vxtest::TempDir tmp;
-    const std::string series = q(vxtest::sharedPath("dcm_qa_sag/In/2_gre_field_mapping"));
-    Outcome o = vxdicom("view --size 900x700 --preset 'Full range' --screenshot " +
-                        q(tmp.file("a.png")) + " " + series);
+    TempDir tmp;
+    const std::string series = q(sharedPath("dcm_qa_sag/In/2_gre_field_mapping"));
+    Outcome o = runVxdicom("view --size 900x700 --preset 'Full range' --screenshot " +
+                           q(tmp.file("a.png")) + " " + series);
     EXPECT_EQ(o.status, 0) << o.err;
-    const std::vector<unsigned char> png = vxtest::readFileBytes(tmp.file("a.png"));
+    const std::vector<unsigned char> png = readFileBytes(tmp.file("a.png"));
     ASSERT_GT(png.size(), 24u);
     EXPECT_EQ(std::string(png.begin() + 12, png.begin() + 16), "IHDR");
     EXPECT_EQ((png[18] << 8 | png[19]) * 10000 + (png[22] << 8 | png[23]), 900 * 10000 + 700);
 
     std::ofstream(tmp.file("notdicom.dcm")) << "plain text";
-    o = vxdicom("view --screenshot " + q(tmp.file("b.png")) + " " + series + " " +
-                q(tmp.file("notdicom.dcm")));
+    o = runVxdicom("view --screenshot " + q(tmp.file("b.png")) + " " + series + " " +
+                   q(tmp.file("notdicom.dcm")));
     EXPECT_EQ(o.status, 1);
     EXPECT_TRUE(contains(o.err, "reading " + tmp.file("notdicom.dcm") + " failed")) << o.err;
     EXPECT_TRUE(fs::exists(tmp.file("b.png")));
 }
 
 // An EPI mosaic with both CSA headers.
-const std::string mosaic = vxtest::sharedPath(
+const std::string mosaic = sharedPath(
     "dcm_qa/In/Orientation/ax/axasc35/MR.1.3.12.2.1107.5.2.32.35131.2014031012493950715786673");
-const std::string ctI10 = vxtest::sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
+const std::string ctI10 = sharedPath("dcm_qa_ct/In/Philips/S21610/S2010/I10");
 
 const auto info = [](std::string args, const std::vector<std::string> &files,
                      const std::string &env = {}) {
     for (const std::string &f : files)
         args += " " + q(f);
-    return vxdicom("info " + args, {}, env);
+    return runVxdicom("info " + args, {}, env);
 };
 
 // Layer sections, a line per failed file, a mosaic's tiles, attributes and CSA; a value range;
@@ -301,22 +285,20 @@ const auto info = [](std::string args, const std::vector<std::string> &files,
 TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersValueRangesAndTheJsonForm)
 {
     VX_REQUIRE_SHARED_DATA();
-    const auto ts = [](int n) {
-        return vxtest::sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm");
-    };
-    vxtest::TempDir dir;
+    const auto ts = [](int n) { return sharedPath("dcm_qa_ts/In/" + std::to_string(n) + ".dcm"); };
+    TempDir dir;
     const std::string text = dir.file("notes.txt"), cut = dir.file("cut.dcm"),
                       j2k = dir.file("j2k.dcm"), missing = dir.file("missing.dcm");
-    vxtest::writeFileBytes(text, {'h', 'i', '\n'});
-    std::vector<unsigned char> bytes = vxtest::readFileBytes(ts(1));
+    writeFileBytes(text, {'h', 'i', '\n'});
+    std::vector<unsigned char> bytes = readFileBytes(ts(1));
     bytes.resize(bytes.size() - 100); // the header parses, the pixels are short
-    vxtest::writeFileBytes(cut, bytes);
-    bytes = vxtest::readFileBytes(ts(9)); // the codestream's width (SIZ) no longer matches
+    writeFileBytes(cut, bytes);
+    bytes = readFileBytes(ts(9)); // the codestream's width (SIZ) no longer matches
     const unsigned char soc[] = {0xFF, 0x4F, 0xFF, 0x51};
     auto at = std::search(bytes.begin(), bytes.end(), soc, soc + 4);
     ASSERT_NE(at, bytes.end());
     at[8] ^= 0x01;
-    vxtest::writeFileBytes(j2k, bytes);
+    writeFileBytes(j2k, bytes);
 
     Outcome r = info("", {ts(3), ts(9), ts(4), mosaic, missing, text, cut, j2k});
     EXPECT_EQ(r.status, 1);

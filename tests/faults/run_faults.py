@@ -54,21 +54,18 @@ def check_faults(main_dir, faults):
     problems = []
     for f in faults:
         path = os.path.join(main_dir, f["file"])
-        if not os.path.isfile(path):
-            problems.append("fault %s: no file %s" % (f["id"], f["file"]))
-            continue
-        n = read_source(path).count(f["find"])
+        n = read_source(path).count(f["find"]) if os.path.isfile(path) else -1
         if n != 1:
-            problems.append("fault %s: the text occurs %d times in %s" % (f["id"], n, f["file"]))
+            problems.append("fault %s: %s" % (f["id"], "no file " + f["file"] if n < 0 else
+                                               "the text occurs %d times in %s" % (n, f["file"])))
         if f["find"] == f["replace"]:
             problems.append("fault %s: the replacement changes nothing" % f["id"])
     if problems:
         sys.exit("\n".join(problems))
 
 
-def run(argv, cwd=None, quiet=True):
-    return subprocess.run(argv, cwd=cwd, stdout=subprocess.PIPE if quiet else None,
-                          stderr=subprocess.STDOUT if quiet else None, text=True)
+def run(argv, **kw):
+    return subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **kw)
 
 
 def prepare(work, commit):
@@ -104,10 +101,8 @@ def failing_tests(build_dir):
     log = os.path.join(build_dir, "Testing", "Temporary", "LastTestsFailed.log")
     if os.path.exists(log):
         os.remove(log)
-    run(["ctest", "-j", str(os.cpu_count() or 2), "--timeout", "300"], cwd=build_dir)
-    if not os.path.exists(log):
-        return []
-    return sorted(line.strip().split(":", 1)[1] for line in open(log) if ":" in line)
+    run(["ctest", "-j", str(os.cpu_count() or 2), "--timeout", "300"], cwd=build_dir, env=env)
+    return sorted(line.strip().split(":", 1)[1] for line in open(log) if ":" in line) if os.path.exists(log) else []
 
 
 def main():

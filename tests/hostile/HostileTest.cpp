@@ -26,6 +26,7 @@
 size_t largestAllocation(); // since the last reset
 void resetLargestAllocation();
 
+using namespace vxtest;
 namespace {
 
 namespace fs = std::filesystem;
@@ -164,7 +165,7 @@ struct LoadOutcome
 LoadOutcome loadFiles(const std::vector<std::string> &names, bool delayed)
 {
     registerDicomImportDialog();
-    vxtest::ScopedEnv env("DICOM_DELAYED_READ", delayed ? "1" : "0");
+    ScopedEnv env("DICOM_DELAYED_READ", delayed ? "1" : "0");
     VxObjectPool::instance()->clear();
     std::vector<const char *> argv;
     for (const std::string &n : names)
@@ -201,7 +202,7 @@ protected:
     void SetUp() override
     {
         VX_REQUIRE_SHARED_DATA();
-        series = vxtest::sharedDicomFiles(kSeriesDir);
+        series = sharedDicomFiles(kSeriesDir);
         source = shared(kSource);
         for (bool delayed : {true, false}) {
             const LoadOutcome alone = loadFiles(series, delayed);
@@ -213,12 +214,9 @@ protected:
 
     std::string write(const std::string &name, const Bytes &bytes)
     {
-        return vxtest::writeFileBytes(dir.file(name), bytes), dir.file(name);
+        return writeFileBytes(dir.file(name), bytes), dir.file(name);
     }
-    static Bytes shared(const std::string &n)
-    {
-        return vxtest::readFileBytes(vxtest::sharedPath(n));
-    }
+    static Bytes shared(const std::string &n) { return readFileBytes(sharedPath(n)); }
 
     // Every kind of broken file made from real ones: (path, what its refusal says; "@": the path).
     std::vector<std::pair<std::string, std::string>> brokenFiles()
@@ -312,9 +310,9 @@ protected:
         return files;
     }
 
-    vxtest::TempDir dir; // made before TMPDIR points at the watched folder
-    vxtest::TempDir temp;
-    vxtest::ScopedEnv tmpdir{"TMPDIR", temp.path().c_str()};
+    TempDir dir; // made before TMPDIR points at the watched folder
+    TempDir temp;
+    ScopedEnv tmpdir{"TMPDIR", temp.path().c_str()};
     std::vector<std::string> series;
     Bytes source;
     std::string seriesField[2];
@@ -325,9 +323,9 @@ TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesS
 {
     const auto broken = brokenFiles();
     std::vector<std::string> names = series, cuts;
-    const auto big = vxtest::sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
+    const auto big = sharedDicomFiles("dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag");
     ASSERT_EQ(big.size(), 35u);
-    const std::string enhanced = vxtest::sharedPath("dcm_qa_canon_61/In/enh/8000.dcm");
+    const std::string enhanced = sharedPath("dcm_qa_canon_61/In/enh/8000.dcm");
     for (const auto &b : broken)
         names.push_back(b.first);
     for (size_t n = 0; n < source.size(); n += 97)
@@ -352,7 +350,7 @@ TEST_F(BrokenFiles, EveryKindOfBrokenFileAndEveryCutIsRefusedByNameAndTheSeriesS
     const std::shared_ptr<void> unlimited(nullptr, [](void *) { dicom::dicomSetMemoryLimit(0); });
     for (bool delayed : {true, false}) {
         SCOPED_TRACE(delayed ? "header only" : "all pixels");
-        const std::string plain = loadFiles({vxtest::sharedPath(kSource)}, delayed).fields.at(0);
+        const std::string plain = loadFiles({sharedPath(kSource)}, delayed).fields.at(0);
         dicom::dicomSetMemoryLimit(uint64_t(1) << 20);
         resetLargestAllocation();
         const LoadOutcome mixed = loadFiles(names, delayed);
@@ -401,16 +399,11 @@ TEST_F(BrokenFiles, CommandLineFailsOnEveryKindOfBrokenFileAndStillLoadsTheSerie
     for (const auto &set : {broken, badPixels})
         for (const char *mode : {"", "DICOM_DELAYED_READ=0 "}) {
             SCOPED_TRACE(mode + std::to_string(set.size()));
-            std::string command =
-                "env TMPDIR=" + temp.path().string() +
-                " QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=" + dir.path().string() +
-                " VXDICOM_SETTINGS_FILE=" + dir.file("cli.ini") + " " + mode + "timeout 300 " +
-                VXDICOM_BINARY + " load -nodialog";
-            std::vector<std::string> names = series;
-            names.insert(names.end(), set.begin(), set.end());
-            for (const std::string &name : names)
-                command += " " + vxtest::shellQuote(name);
-            const vxtest::CommandOutcome r = vxtest::runCapturing(command);
+            std::string load = "load -nodialog";
+            for (const auto &names : {series, set})
+                for (const std::string &name : names)
+                    load += " " + shellQuote(name);
+            const auto r = runVxdicom(load, {}, "TMPDIR=" + temp.path().string() + " " + mode);
             EXPECT_EQ(r.status, 1) << r.err;
             for (const std::string &name : set)
                 EXPECT_FALSE(failureLine(r.err, name).empty()) << name << ":\n" << r.err;
@@ -452,14 +445,14 @@ TEST(FuzzRegression, PolicyNumbersAndDicomDirRecordTypes)
     const Bytes inner = encodeElement(
         0x0004, 0x1220, "SQ",
         encodeItem(encodeElement(0x0004, 0x1430, "CS", text("IMAGE\\SERIESSERIESSERIES"))));
-    vxtest::TempDir dir;
+    TempDir dir;
     for (const auto &[name, bytes, n] :
          {std::tuple("DICOMDIR", dicomDir(record("PATIENTPATIENTPATIENT", {})), 2),
           std::tuple("NESTED", dicomDir(record("IMAGE", inner)), 2),
           std::tuple("EMPTY", dicomDir({}), 1)}) {
         SCOPED_TRACE(name);
         const std::string path = dir.file(name);
-        vxtest::writeFileBytes(path, bytes);
+        writeFileBytes(path, bytes);
         VxDicomFile file(path.c_str(), 0, 1);
         ASSERT_TRUE(file.isDicomDir());
         EXPECT_NE(dicom::dicomFindElement(file.data, 0x0004, 0x1220), nullptr);

@@ -106,6 +106,18 @@ CommandOutcome runCapturing(const std::string &command)
     return r;
 }
 
+CommandOutcome runVxdicom(const std::string &arguments, const std::string &cwd,
+                          const std::string &environment)
+{
+    TempDir dir;
+    return runCapturing((cwd.empty() ? "" : "cd " + shellQuote(cwd) + " && ") +
+                        "env -u DICOM_DELAYED_READ -u DICOM_EPS_ORIENTATION " + environment +
+                        " VXDICOM_SETTINGS_FILE=" + shellQuote(dir.file("vxdicom.ini")) +
+                        " XDG_RUNTIME_DIR=" + shellQuote(dir.path().string()) +
+                        " QT_QPA_PLATFORM=offscreen timeout 300 " + shellQuote(VXDICOM_BINARY) +
+                        " " + arguments);
+}
+
 ScopedEnv::ScopedEnv(const char *n, const char *value) : name(n)
 {
     if (const char *old = std::getenv(n))

@@ -68,6 +68,11 @@ struct CommandOutcome
 /// Runs a command through /bin/sh with standard output and standard error kept apart.
 CommandOutcome runCapturing(const std::string &command);
 
+/// The vxdicom command line run in `cwd` (none: here) with settings of its own, offscreen, none of
+/// the module's switches, for 5 minutes at most; `environment`: more of env's arguments.
+CommandOutcome runVxdicom(const std::string &arguments, const std::string &cwd = {},
+                          const std::string &environment = {});
+
 /// Sets (or, with a null value, unsets) an environment variable while the object lives.
 class ScopedEnv
 {

@@ -13,14 +13,14 @@
 #include <cmath>
 #include <cstring>
 
+using namespace vxtest;
 namespace {
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<unsigned char>;
 
 #define EXPECT_HAS(text, part) EXPECT_NE(std::string(text).find(part), std::string::npos) << (text)
-#define REQUIRE_NIBABEL()                                                                          \
-    VX_REQUIRE(vxtest::havePythonModules({"nibabel", "numpy"}), "nibabel and numpy")
+#define REQUIRE_NIBABEL() VX_REQUIRE(havePythonModules({"nibabel", "numpy"}), "nibabel and numpy")
 #define LOAD(var, path)                                                                            \
     KcString var##Error;                                                                           \
     const auto var = VxFieldFile::load(std::string(path).c_str(), &var##Error);                    \
@@ -29,15 +29,14 @@ using Bytes = std::vector<unsigned char>;
 QJsonObject python(const std::string &args)
 {
     std::string out;
-    EXPECT_EQ(vxtest::runCommand(VX_PYTHON " " VX_TEST_DIR "/nifti_probe.py " + args, &out), 0)
-        << out;
+    EXPECT_EQ(runCommand(VX_PYTHON " " VX_TEST_DIR "/nifti_probe.py " + args, &out), 0) << out;
     return QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
 }
 
 std::string sh(const std::string &command)
 {
     std::string out;
-    EXPECT_EQ(vxtest::runCommand(command, &out, true), 0) << command << "\n" << out;
+    EXPECT_EQ(runCommand(command, &out, true), 0) << command << "\n" << out;
     return out;
 }
 
@@ -169,10 +168,10 @@ TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
         {"stacked.nii", stacked.get(), "uint8"},
         {"colour.nii", &colour, "rgb"},
         {"large.nii.gz", large.get(), "int16"}};
-    vxtest::TempDir dir;
+    TempDir dir;
     KcString error;
     VxMessageCapture console;
-    const bool nifticlib = vxtest::haveProgram("nifti_tool");
+    const bool nifticlib = haveProgram("nifti_tool");
     for (const auto &[name, field, dtype] : rows) {
         SCOPED_TRACE(name);
         ASSERT_TRUE(VxFieldFile::saveNifti(*field, dir.file(name).c_str(), &error)) << error;
@@ -189,7 +188,7 @@ TEST(VxFieldFileNifti, NibabelAndWePlaceEveryVoxelAlike)
         EXPECT_EQ(sh("nifti_tool -check_hdr -check_nim -infiles " + dir.file(name)).find("BAD"),
                   std::string::npos);
         sh("nifti_tool -copy_im -prefix " + dir.file("copy.nii") + " -infiles " + dir.file(name));
-        const Bytes copied = vxtest::readFileBytes(dir.file("copy.nii"));
+        const Bytes copied = readFileBytes(dir.file("copy.nii"));
         EXPECT_TRUE(copied.size() == 352 + field->lattice()->numBytes() &&
                     std::equal(copied.begin() + 352, copied.end(),
                                static_cast<const unsigned char *>(field->lattice()->data())))
@@ -225,34 +224,33 @@ TEST(VxFieldFileNifti, Dcm2niixOutputOfRealSeriesLoadsInPatientSpace)
 {
     VX_REQUIRE_SHARED_DATA();
     REQUIRE_NIBABEL();
-    VX_REQUIRE(vxtest::haveProgram("dcm2niix") && vxtest::havePythonModules({"pydicom"}),
-               "dcm2niix and pydicom");
+    VX_REQUIRE(haveProgram("dcm2niix") && havePythonModules({"pydicom"}), "dcm2niix and pydicom");
     // Folder, pixels placed by pydicom (else nibabel), values above which dcm2niix masks.
     const std::tuple<const char *, bool, double> rows[] = {
         {"dcm_qa_sag/In/2_gre_field_mapping", true, 4095},  // sagittal, 42 x 64 x 5
         {"dcm_qa_ge/In/01_Ax_DWI_TENSOR_R2", false, 1e30}}; // oblique axial, 4D, made float
     for (const auto &[folder, dicomTruth, maxValue] : rows) {
         SCOPED_TRACE(folder);
-        vxtest::TempDir dir;
-        sh("dcm2niix -z n -b n -f out -o " + vxtest::shellQuote(dir.path()) + " " +
-           vxtest::shellQuote(vxtest::sharedPath(folder)));
+        TempDir dir;
+        sh("dcm2niix -z n -b n -f out -o " + shellQuote(dir.path()) + " " +
+           shellQuote(sharedPath(folder)));
         VxMessageCapture console; // a 4D series warns that only its first volume is loaded
         LOAD(f, dir.file("out.nii"));
         std::string files = dicomTruth ? "dicom" : "probe " + dir.file("out.nii");
-        for (const std::string &p : vxtest::sharedDicomFiles(folder))
-            files += dicomTruth ? " " + vxtest::shellQuote(p) : "";
+        for (const std::string &p : sharedDicomFiles(folder))
+            files += dicomTruth ? " " + shellQuote(p) : "";
         expectSamplesInField(*f, python(files), maxValue);
     }
 }
 
 TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
 {
-    vxtest::TempDir dir;
+    TempDir dir;
     KcString error;
     auto f = indexField<int16_t>(8, 8, 8);
     ASSERT_TRUE(VxFieldFile::saveNifti(*f, dir.file("cut.nii").c_str(), &error)) << error;
     fs::resize_file(dir.file("cut.nii"), fs::file_size(dir.file("cut.nii")) - 100);
-    vxtest::writeFileBytes(dir.file("junk.nii"), Bytes(400, 'x'));
+    writeFileBytes(dir.file("junk.nii"), Bytes(400, 'x'));
     for (const auto &[name, reason] :
          {std::pair{"missing.nii", "No such file"}, std::pair{"junk.nii", "not a NIfTI-1 file"},
           std::pair{"cut.nii", ""}}) {
@@ -301,7 +299,7 @@ TEST(VxFieldFile, BrokenFilesAndImpossibleSavesFailWithAReason)
     };
     const std::string path = dir.file("broken.nrrd");
     for (const auto &[text, reason] : cases) {
-        vxtest::writeFileBytes(path, bytesOf(text));
+        writeFileBytes(path, bytesOf(text));
         EXPECT_FALSE(VxFieldFile::load(path.c_str(), &error)) << text;
         EXPECT_HAS(error, "loading " + path + " failed: ");
         EXPECT_HAS(error, reason);
@@ -316,7 +314,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
     auto threads = [] { return std::distance(fs::directory_iterator("/proc/self/task"), {}); };
     const auto threadsBefore = threads();
     VxWorkArea *work = VxWorkArea::instance();
-    vxtest::TempDir dir;
+    TempDir dir;
     KcString error;
     for (const std::string name : {"a.nii", "a.nii.gz"}) {
         SCOPED_TRACE(name);
@@ -335,7 +333,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
         work->setObserver(nullptr);
         EXPECT_TRUE(stoppedAt > 0.2f && stoppedAt < 1.0f) << stoppedAt;
         EXPECT_HAS(error, "saving " + path + " failed: interrupted");
-        EXPECT_TRUE(vxtest::namesIn(dir.path()).empty());
+        EXPECT_TRUE(namesIn(dir.path()).empty());
         EXPECT_EQ(threads(), threadsBefore);
     }
 }
@@ -345,7 +343,7 @@ TEST(VxFieldFileNifti, SavesLeaveOneWholeFileOrNothing)
 TEST(VxFieldFileNifti, SamplesWrittenAheadMakeTheOrdinaryFileOrNone)
 {
     using vxfield::WriteAhead;
-    vxtest::TempDir dir;
+    TempDir dir;
     const size_t slice = 512 * 512 * 2, n = 40 * slice; // 20 MiB of int16
     const auto field = [&](const char *label, bool keep) {
         void *data = nullptr;
@@ -367,7 +365,7 @@ TEST(VxFieldFileNifti, SamplesWrittenAheadMakeTheOrdinaryFileOrNone)
     KcString error;
     const auto save = [&](const VxField3 &f, const std::string &name) {
         EXPECT_TRUE(VxFieldFile::saveNifti(f, dir.file(name).c_str(), &error)) << error;
-        return vxtest::readFileBytes(dir.file(name));
+        return readFileBytes(dir.file(name));
     };
     const Bytes ordinary = save(*field("x", false), "ordinary.nii"); // no namer: no write ahead
     fs::remove(dir.file("ordinary.nii"));
@@ -385,7 +383,7 @@ TEST(VxFieldFileNifti, SamplesWrittenAheadMakeTheOrdinaryFileOrNone)
     EXPECT_EQ(save(*field("b", true), "renamed.nii"), ordinary) << "the label changed";
     run();
     field("a", false); // the load failed half way: the earlier a.nii is gone too
-    EXPECT_EQ(vxtest::namesIn(dir.path()), std::vector<std::string>{"renamed.nii"});
+    EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"renamed.nii"});
 
     auto moved = field("m", true); // samples moved after the load: saved the ordinary way
     moved->lattice()->mirror(0);
@@ -416,7 +414,7 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
     const float z[4] = {10.0f, 10.5f, 12.0f, 15.0f}, sbox[6] = {1, 2, 3, 4, 0, 0};
     ASSERT_TRUE(s->lattice()->setSliceCoords(z, 4));
     s->lattice()->setBoundingBox(sbox);
-    vxtest::TempDir dir;
+    TempDir dir;
     KcString error;
     for (const std::string name : {"f-gz.nrrd", "s.nrrd"}) {
         SCOPED_TRACE(name);
@@ -424,7 +422,7 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
         ASSERT_TRUE(
             VxFieldFile::saveNrrd(saved, dir.file(name).c_str(), name == "f-gz.nrrd", &error))
             << error;
-        const Bytes raw = vxtest::readFileBytes(dir.file(name));
+        const Bytes raw = readFileBytes(dir.file(name));
         const std::string header(raw.begin(), raw.end());
         EXPECT_HAS(header, "space: left-posterior-superior\n");
         LOAD(back, dir.file(name));
@@ -461,8 +459,8 @@ TEST(VxFieldFileNrrd, SavedFieldsKeepSamplesPlacesAndParameters)
 // Headers of other writers and hands: each voxel (by its unique value) is where they put it.
 TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
 {
-    vxtest::TempDir dir;
-    vxtest::writeFileBytes(dir.file("data.raw"), {9, 9, 9, 0, 0, 0, 1, 0xff, 0xff, 0xff, 0xfe});
+    TempDir dir;
+    writeFileBytes(dir.file("data.raw"), {9, 9, 9, 0, 0, 0, 1, 0xff, 0xff, 0xff, 0xfe});
     const std::tuple<const char *, Bytes, KcPrimType::Id, std::vector<std::array<double, 4>>>
         rows[] = {
             // Voxel (i, j, k) is at LPS (3 - 2i, -4 - 3k, 5 - j).
@@ -491,7 +489,7 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
         };
     for (const auto &[name, bytes, type, valueAndPlace] : rows) {
         SCOPED_TRACE(name);
-        vxtest::writeFileBytes(dir.file(name), bytes);
+        writeFileBytes(dir.file(name), bytes);
         LOAD(f, dir.file(name));
         EXPECT_FALSE(f->hasTransform());
         EXPECT_EQ(f->primType(), type);
@@ -503,8 +501,8 @@ TEST(VxFieldFileNrrd, HeadersOfOtherWritersArePlacedAsTheySay)
 // teem's unu reads our colour field, and we its gzip volume (voxel i, j, k at 1+j, 2+k, 3+2i).
 TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
 {
-    VX_REQUIRE(vxtest::haveProgram("teem-unu"), "teem-unu (Debian teem-apps)");
-    vxtest::TempDir dir;
+    VX_REQUIRE(haveProgram("teem-unu"), "teem-unu (Debian teem-apps)");
+    TempDir dir;
     const int dims[3] = {2, 2, 1};
     const uint8_t rgb[12] = {0, 20, 40, 60, 80, 100, 120, 140, 160, 180, 200, 220};
     VxRegColorField3 colour(dims, VX_COORD_UNIFORM, 3, std::memcpy(std::malloc(12), rgb, 12));
@@ -518,7 +516,7 @@ TEST(VxFieldFileNrrd, TeemReadsOursAndWeReadTeems)
          {"sizes: 3 2 2 1", "kinds: RGB-color domain domain domain",
           "Note:=back\\\\slash\\nnewline", "0 20 40 60 80 100 120 140 160 180 200 220"})
         EXPECT_HAS(out, line);
-    vxtest::writeFileBytes(
+    writeFileBytes(
         dir.file("in.nrrd"),
         bytesOf("NRRD0004\ntype: short\ndimension: 3\nsizes: 2 2 2\n"
                 "space: left-posterior-superior\nspace directions: (0,0,2) (1,0,0) (0,1,0)\n"

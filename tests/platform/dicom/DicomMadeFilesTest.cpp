@@ -1,5 +1,6 @@
 #include "tests/platform/dicom/DicomTestSupport.h"
 
+using namespace vxtest;
 namespace {
 
 using dicomtest::DicomPtr;
@@ -48,29 +49,27 @@ const struct Made
 TEST(MadeFiles, EveryLayoutAndEncodingDecodesToTheKnownSamples)
 {
     REQUIRE_PYDICOM();
-    vxtest::TempDir dir;
+    TempDir dir;
     const std::string d = dir.path().string();
     std::string error, missing;
-    ASSERT_FALSE(dicomtest::runReference("make", {d, vxtest::sharedDataDir()}, &error).isEmpty())
-        << error;
+    ASSERT_FALSE(dicomtest::runReference("make", {d, sharedDataDir()}, &error).isEmpty()) << error;
     for (const Made &m : kMade) {
         SCOPED_TRACE(m.name);
         const std::string path = d + "/" + m.name + ".dcm";
         const std::string tool = std::string(m.command).substr(0, std::string(m.command).find(' '));
-        if (*m.command && !(tool == "$P" ? std::filesystem::exists(d + "/enh_j2k.dcm")
-                                         : vxtest::haveProgram(tool))) {
+        if (*m.command &&
+            !(tool == "$P" ? std::filesystem::exists(d + "/enh_j2k.dcm") : haveProgram(tool))) {
             missing += " " + tool;
             continue;
         }
         const std::string command =
-            "S=" + vxtest::shellQuote(vxtest::sharedDataDir()) + " D=" + vxtest::shellQuote(d) +
-            " O=" + vxtest::shellQuote(path) +
-            " P=" + vxtest::shellQuote(VX_PYTHON " " VX_TEST_DIR "/pydicom_reference.py") + "; " +
+            "S=" + shellQuote(sharedDataDir()) + " D=" + shellQuote(d) + " O=" + shellQuote(path) +
+            " P=" + shellQuote(VX_PYTHON " " VX_TEST_DIR "/pydicom_reference.py") + "; " +
             m.command + " 2>&1";
         if (*m.command)
-            vxtest::runCommand(command);
+            runCommand(command);
         ASSERT_TRUE(std::filesystem::exists(path)) << command;
-        const auto expected = vxtest::readFileBytes(d + "/" + m.expected + ".expected");
+        const auto expected = readFileBytes(d + "/" + m.expected + ".expected");
         std::string why;
         DicomPtr delayed = dicomtest::read(path, true, &why),
                  full = dicomtest::read(path, false, &why);

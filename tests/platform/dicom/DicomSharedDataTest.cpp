@@ -4,6 +4,7 @@
 
 #include <QJsonArray>
 
+using namespace vxtest;
 namespace {
 
 using dicomtest::DicomPtr, dicomtest::ts;
@@ -65,12 +66,10 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
         EXPECT_EQ(dicomtest::sha256(frames.data(), frames.size()),
                   r["pixelSha256"].toString().toStdString());
         ++t.hashed;
-    } else if (vxtest::haveProgram("gdcmconv")) { // no pydicom decoder: GDCM's decode, stored raw
-        vxtest::TempDir dir;
+    } else if (haveProgram("gdcmconv")) { // no pydicom decoder: GDCM's decode, stored raw
+        TempDir dir;
         const std::string raw = dir.file("raw.dcm");
-        ASSERT_EQ(vxtest::runCommand("gdcmconv --raw " + vxtest::shellQuote(path) + " " +
-                                     vxtest::shellQuote(raw)),
-                  0);
+        ASSERT_EQ(runCommand("gdcmconv --raw " + shellQuote(path) + " " + shellQuote(raw)), 0);
         const DicomPtr gdcm = dicomtest::read(raw, false, &why);
         ASSERT_TRUE(gdcm) << why;
         EXPECT_TRUE(dicomtest::fullPixels(*gdcm) == frames) << "GDCM decodes otherwise";
@@ -81,7 +80,7 @@ void expectLikePydicom(const std::string &path, const QJsonObject &r, Tally &t)
 TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
 {
     REQUIRE_PYDICOM();
-    const std::vector<std::string> files = vxtest::sharedDicomFiles();
+    const std::vector<std::string> files = sharedDicomFiles();
     ASSERT_GT(files.size(), 300u);
     std::string error;
     const QJsonObject reference = dicomtest::runReference("files", files, &error);
@@ -93,7 +92,7 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
     EXPECT_GT(t.sequences, 100);
     EXPECT_GT(t.hashed, 300);
     EXPECT_TRUE(t.bigEndian && t.implicit);
-    if (!vxtest::haveProgram("gdcmconv"))
+    if (!haveProgram("gdcmconv"))
         GTEST_SKIP() << "gdcmconv is missing: compressed files pydicom cannot decode not compared";
     EXPECT_GT(t.byGdcm, 5);
 }
@@ -102,7 +101,7 @@ TEST(SharedFiles, EveryFileAgreesWithPydicomAndGdcm)
 TEST(TransferSyntaxSet, ImplicitDataSetBehindAnExplicitMetaHeaderIsRead)
 {
     VX_REQUIRE_SHARED_DATA();
-    const std::vector<unsigned char> file = vxtest::readFileBytes(ts(2));
+    const std::vector<unsigned char> file = readFileBytes(ts(2));
     std::string bytes(file.begin(), file.end()), uid = "1.2.840.10008.1.2";
     const size_t at = bytes.find(std::string("\x02\0\x10\0UI\x12\0", 8) + uid + '\0'),
                  length = bytes.find(std::string("\x02\0\0\0UL\x04\0", 8));

@@ -290,10 +290,10 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
     const auto load = [&](const char *threads) {
         fs::remove_all(dir.file("out"));
         fs::create_directory(dir.file("out"));
-        const vxtest::CommandOutcome r = vxtest::runCapturing(
-            std::string("VXDICOM_DECODE_THREADS=") + threads + " " +
-            vxtest::shellQuote(VXDICOM_BINARY) + " load -nodialog --format nii -o " +
-            vxtest::shellQuote(dir.file("out")) + " " + vxtest::shellQuote(dir.file("jpeg")));
+        const vxtest::CommandOutcome r = vxtest::runVxdicom(
+            "load -nodialog --format nii -o " + vxtest::shellQuote(dir.file("out")) + " " +
+                vxtest::shellQuote(dir.file("jpeg")),
+            {}, std::string("VXDICOM_DECODE_THREADS=") + threads);
         std::vector<unsigned char> nifti;
         for (const std::string &name : vxtest::namesIn(dir.file("out")))
             if (name.find(".nii") != std::string::npos)
