@@ -22,7 +22,7 @@ namespace {
 
 const char *const kMrFolder = "dcm_qa_decubitus/In/HFDR/2_t1_fl2d_sag";         // 35 slices, "HFS"
 const char *const kEpiFolder = "dcm_qa_ge/In/SliceTimingRT/2_epiRT_IntAsc_GD0"; // 64x64x32x3
-const char *const kCompareNifti = VX_TEST_DIR "/compare_nifti.py";
+const char *const kCompare = VX_TEST_DIR "/../vxdicom/geometry/compare_geometry.py";
 
 const auto q = [](const std::string &s) { return shellQuote(s); };
 
@@ -163,10 +163,10 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
                          &log, true),
               0)
         << log;
-    const int rc = runPython(kCompareNifti, {first + "/TimeSeriesCtrl.nii.gz", dir.file("epi.nii")},
-                             &log, true);
+    const int rc = runPython(
+        kCompare, {"--pair", first + "/TimeSeriesCtrl.nii.gz", dir.file("epi.nii")}, &log, true);
     if (rc == 77)
-        GTEST_SKIP() << "nibabel is not installed";
+        GTEST_SKIP() << "nibabel, numpy or pydicom is not installed";
     EXPECT_TRUE(rc == 0 && contains(log, "(64, 64, 32, 3)")) << log;
 }
 
@@ -198,8 +198,9 @@ TEST(VxdicomLoad, LargeSeriesSavedAsNiftiHoldWhatDcm2niixReads)
             ASSERT_EQ(r.status, 0) << r.err;
             const size_t at = r.out.find("saved "), end = r.out.find('\n', at);
             ASSERT_NE(at, std::string::npos) << r.out;
-            EXPECT_EQ(runPython(kCompareNifti,
-                                {r.out.substr(at + 6, end - at - 6), series + ".nii", "--scaled"},
+            EXPECT_EQ(runPython(kCompare,
+                                {"--pair", r.out.substr(at + 6, end - at - 6), series + ".nii",
+                                 "--scaled"},
                                 &log, true),
                       0)
                 << log;
@@ -280,8 +281,7 @@ const auto info = [](std::string args, const std::vector<std::string> &files,
     return runVxdicom("info " + args, {}, env);
 };
 
-// Layer sections, a line per failed file, a mosaic's tiles, attributes and CSA; a value range;
-// the same as JSON.
+// Layer sections, a line per failed file, a mosaic's tiles, attributes and CSA, value ranges; JSON.
 TEST(VxdicomInfo, LayerSectionFailuresMosaicTilesCsaHeadersValueRangesAndTheJsonForm)
 {
     VX_REQUIRE_SHARED_DATA();

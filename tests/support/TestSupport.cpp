@@ -95,6 +95,13 @@ int runPython(const std::string &script, const std::vector<std::string> &args, s
     return runCommand(command, output, mergeStderr);
 }
 
+QJsonDocument pythonJson(const std::string &script, const std::vector<std::string> &args)
+{
+    std::string out;
+    EXPECT_EQ(runPython(script, args, &out), 0) << script << ": " << out.substr(0, 300);
+    return QJsonDocument::fromJson(QByteArray::fromStdString(out));
+}
+
 CommandOutcome runCapturing(const std::string &command)
 {
     TempDir dir;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonDocument>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -57,6 +58,8 @@ std::string shellQuote(const std::string &s);
 /// Runs VX_PYTHON with a script and its arguments (each quoted); as runCommand.
 int runPython(const std::string &script, const std::vector<std::string> &args,
               std::string *output = nullptr, bool mergeStderr = false);
+/// The JSON document a script prints (runPython); a test failure when its status is not 0.
+QJsonDocument pythonJson(const std::string &script, const std::vector<std::string> &args);
 
 /// What a command printed on each stream, and its exit status.
 struct CommandOutcome

@@ -40,6 +40,12 @@ template <class W> W *visibleWindow()
     return nullptr;
 }
 
+/// Calls `act` with the visible top-level W once there is one (see when).
+template <class W> QTimer *whenShown(const std::function<void(W &)> &act)
+{
+    return when([] { return visibleWindow<W>() != nullptr; }, [act] { act(*visibleWindow<W>()); });
+}
+
 /// Saves a picture of the widget as NAME.png in the folder named by
 /// VX_SCREENSHOT_DIR; does nothing when that is not set.
 void screenshot(QWidget *widget, const char *name);

@@ -165,12 +165,10 @@ TEST_F(ViewerWindowTest, TheImportDialogLoadsATimeSeriesAndItsSliderStepsIt)
     window->asTimeSeriesAction()->setChecked(true);
     QString summary;
     const QPointer<QTimer> answering =
-        uitest::when([] { return uitest::visibleWindow<DicomDialog>() != nullptr; },
-                     [&summary] {
-                         auto *dialog = uitest::visibleWindow<DicomDialog>();
-                         summary = dialog->loadSummaryLabel()->text();
-                         QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
-                     });
+        uitest::whenShown<DicomDialog>([&summary](DicomDialog &dialog) {
+            summary = dialog.loadSummaryLabel()->text();
+            QTest::mouseClick(dialog.okButton(), Qt::LeftButton);
+        });
     const OpenOutcome outcome = open(vxtest::sharedPath("dcm_qa_philips/In/Magdeburg_2014/fmri"));
     delete answering.data();
     EXPECT_EQ(summary, QStringLiteral("OK loads all 3 stacks"));

@@ -38,7 +38,6 @@ TEST(VxGunzipTest, UnpacksFilesOfOtherToolsAndRefusesBadInputLeavingNothing)
             EXPECT_EQ(vxtest::readFileBytes(first), payload) << tool;
             ASSERT_TRUE(unpacker.unpack(packed.c_str(), &why)) << why;
             EXPECT_FALSE(fs::exists(first)) << "the second unpack replaces the first copy";
-            EXPECT_EQ(vxtest::readFileBytes(unpacker.path()), payload) << tool;
             EXPECT_FALSE(unpacker.unpack(plain.c_str(), &why) || !unpacker.path().empty() ||
                          !empty());
             ASSERT_TRUE(unpacker.unpack(packed.c_str(), &why)) << why;

@@ -45,17 +45,11 @@ inline std::vector<unsigned char> fullPixels(const dicom::dicomStruct &d)
             d.pixelData ? d.pixelData + size_t(d.frameSize) * size_t(d.frames) : nullptr};
 }
 
-inline QJsonObject runReference(const std::string &mode, const std::vector<std::string> &args,
-                                std::string *error)
+/// pydicom_reference.py MODE ARGS...: its JSON answer.
+inline QJsonObject runReference(const std::string &mode, std::vector<std::string> args)
 {
-    std::vector<std::string> all = args;
-    all.insert(all.begin(), mode);
-    std::string out;
-    const int status = vxtest::runPython(VX_TEST_DIR "/pydicom_reference.py", all, &out);
-    *error = "pydicom_reference.py " + mode + " exited with " + std::to_string(status) + ": " +
-             out.substr(0, 300);
-    return status ? QJsonObject()
-                  : QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
+    args.insert(args.begin(), mode);
+    return vxtest::pythonJson(VX_TEST_DIR "/pydicom_reference.py", args).object();
 }
 
 inline std::string sha256(const unsigned char *p, size_t n)

@@ -79,11 +79,6 @@ std::vector<std::string> twoSeries()
     return files;
 }
 
-int sectionOf(const DicomListView *list, const char *label)
-{
-    return optionIndex(*list, label) + 1;
-}
-
 QPoint sectionCentre(const DicomListView *list, int section)
 {
     const QHeaderView *h = list->header();
@@ -145,7 +140,7 @@ void steps(DicomDialog &d, DicomListView *list)
 {
     ASSERT_EQ(instanceNumbers(list->stackList()[0]).front(), 1);
     QTest::mouseClick(list->header()->viewport(), Qt::LeftButton, {},
-                      sectionCentre(list, sectionOf(list, "instance number")));
+                      sectionCentre(list, optionIndex(*list, "instance number") + 1));
     const std::vector<int> reversed = instanceNumbers(list->stackList()[0]);
     EXPECT_TRUE(reversed.size() == 54 && std::is_sorted(reversed.rbegin(), reversed.rend()));
 
@@ -216,17 +211,16 @@ TEST_F(DialogFlow, CancelEscapeAndClosingLoadNothingAndReturn)
 }
 
 // Side by side, two images of different volumes differ in temporal position: "Add" it.
-void addTheDifferingElement()
+void addTheDifferingElement(DicomParameterView &view)
 {
-    auto *view = visibleWindow<DicomParameterView>();
-    QTreeWidget *rows = view->list();
+    QTreeWidget *rows = view.list();
     QTreeWidgetItem *temporal =
         rows->findItems("temporal position identifier", Qt::MatchExactly, 1).value(0);
     ASSERT_NE(temporal, nullptr);
     EXPECT_TRUE(static_cast<QxParameterListItem *>(temporal)->difference);
-    EXPECT_FALSE(view->addButton()->isEnabled());
+    EXPECT_FALSE(view.addButton()->isEnabled());
     QTest::mouseClick(rows->viewport(), Qt::LeftButton, {}, rowPoint(rows, temporal));
-    QTest::mouseClick(view->addButton(), Qt::LeftButton);
+    QTest::mouseClick(view.addButton(), Qt::LeftButton);
 }
 
 void steer(DicomDialog &d)
@@ -238,10 +232,10 @@ void steer(DicomDialog &d)
     list->clearSelection();
     list->stackList()[0]->child(0)->setSelected(true);
     list->stackList()[1]->child(0)->setSelected(true);
-    when([] { return visibleWindow<DicomParameterView>() != nullptr; }, addTheDifferingElement);
+    whenShown<DicomParameterView>(addTheDifferingElement);
     popupChoose(list->viewport(), rowPoint(list, list->stackList()[1]->child(0)),
                 "DICOM Parameters");
-    const int section = sectionOf(list, "temporal position identifier");
+    const int section = optionIndex(*list, "temporal position identifier") + 1; // 0: names
     ASSERT_GT(section, 0);
     const DicomLoadOption *option = list->loadOptions()[section - 1];
     EXPECT_EQ(option->value, DicomLoadOption::Ignore);

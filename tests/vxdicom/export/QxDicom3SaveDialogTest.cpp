@@ -79,10 +79,8 @@ TEST(SaveDialog, AttributesFromAFileAndEditedOnesReachTheFilesAndOwnedOnesAreRef
 
     // Shown from the saving worker thread; Cancel is driven in tests/apps/dialog_under_xvfb.sh.
     std::string refused;
-    const QPointer<QTimer> waiting = uitest::when(
-        [] { return uitest::visibleWindow<QxDicom3SaveDialog>() != nullptr; },
-        [&] {
-            QxDicom3SaveDialog &d = *uitest::visibleWindow<QxDicom3SaveDialog>();
+    const QPointer<QTimer> waiting =
+        uitest::whenShown<QxDicom3SaveDialog>([&](QxDicom3SaveDialog &d) {
             QxDicom3Table &table = *d.table();
             EXPECT_EQ(cell(table, rowOf(table, "0008", "1030"), QxDicom3Table::Content),
                       "phantom, edited");

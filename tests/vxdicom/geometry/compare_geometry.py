@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Fields of `vxdicom load --format nii` against dcm2niix (default), the tilted CT's headers read
-by pydicom (--sheared) or a save-dicom round trip (--roundtrip). Exit 1 on a mismatch, 77 without
-a tool."""
+by pydicom (--sheared), a save-dicom round trip (--roundtrip), or two NIfTI files volume by volume
+(--pair A B; the same scaling too unless --scaled). Exit 1 on a mismatch, 77 without a tool."""
 import argparse, glob, itertools, os, shutil, subprocess, sys, tempfile
 
 try:
@@ -13,9 +13,9 @@ except ImportError as e:
 MAKE_SERIES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "support", "make_series.py")
 
 
-def volumes_of(folder):
+def volumes_of(folder):  # the .nii files of a folder, or one file
     out = []
-    for path in sorted(glob.glob(os.path.join(folder, "*.nii"))):
+    for path in [folder] if os.path.isfile(folder) else sorted(glob.glob(os.path.join(folder, "*.nii"))):
         img = nib.load(path)  # get_fdata applies scl_slope and scl_inter
         data, affine = img.get_fdata(), img.get_sform() if img.header["sform_code"] > 0 else img.get_qform()
         vols = [data] if data.ndim == 3 else [data[..., t] for t in range(data.shape[3])]
@@ -111,6 +111,16 @@ def compare(args, work, env):
     return 1 if failures else 0
 
 
+def pair(args):
+    (a, b), images = (volumes_of(f) for f in args.pair), [nib.load(f) for f in args.pair]
+    problems = ["%d volumes, %d" % (len(a), len(b))] * (len(a) != len(b))
+    problems += ["%s: %s" % (x["name"], m) for x, y in zip(a, b) if (m := match(x, y, None))]
+    if not args.scaled and len({(i.dataobj.slope, i.dataobj.inter) for i in images}) > 1:
+        problems.append("the scaling differs")
+    print("; ".join(problems) or "equal: %s" % (images[0].shape,))
+    return 1 if problems else 0
+
+
 def sheared(args, work, env):
     if not os.path.isdir(args.sheared):
         print("SKIP: %s is missing (../shared/data is not beside this checkout)" % args.sheared)
@@ -203,14 +213,17 @@ def main():
     ap = argparse.ArgumentParser()
     for name in ("--vxdicom", "--discover", "--sheared", "--generate-ct"):  # ROWSxCOLUMNSxSLICES
         ap.add_argument(name)
-    for name in ("--synthetic", "--roundtrip"):
+    for name in ("--synthetic", "--roundtrip", "--scaled"):
         ap.add_argument(name, action="store_true")
+    ap.add_argument("--pair", nargs=2)
     ap.add_argument("--exclude", action="append", default=[])
     ap.add_argument("series", nargs="*")
     args = ap.parse_args()
     work = tempfile.mkdtemp(prefix="vxgeom-")
     env = dict(os.environ, QT_QPA_PLATFORM="offscreen", VXDICOM_SETTINGS_FILE=os.path.join(work, "vxdicom.ini"))
     try:
+        if args.pair:
+            return pair(args)
         if args.sheared:
             return sheared(args, work, env)
         if args.roundtrip:

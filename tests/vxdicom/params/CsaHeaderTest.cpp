@@ -113,9 +113,8 @@ TEST(CsaRealHeaders, HeadersMatchNibabelAndTheirCutsYieldAPrefix)
           "dcm_qa_12bit/In", "dcm_qa_ts/In"})
         if (const auto files = vxtest::sharedDicomFiles(dir); !files.empty())
             firstFiles.push_back(files.front());
-    std::string out;
-    ASSERT_EQ(vxtest::runPython(VX_TEST_DIR "/csa_reference.py", firstFiles, &out), 0);
-    const QJsonObject reference = QJsonDocument::fromJson(QByteArray::fromStdString(out)).object();
+    const QJsonObject reference =
+        vxtest::pythonJson(VX_TEST_DIR "/csa_reference.py", firstFiles).object();
     const auto rawBytes = [](const QJsonObject &header) {
         const QByteArray raw = QByteArray::fromBase64(header["raw"].toString().toLatin1());
         return Bytes(raw.begin(), raw.end());

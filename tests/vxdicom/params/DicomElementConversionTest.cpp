@@ -15,17 +15,6 @@ namespace {
 using ParamPtr = std::unique_ptr<VxParamBase>;
 using LayerPtr = std::unique_ptr<dicom::dicomStruct, void (*)(dicom::dicomStruct *)>;
 
-std::map<std::string, DicomDataElement> layerElements(const char *relative)
-{
-    std::map<std::string, DicomDataElement> elements;
-    const LayerPtr d(dicom::dicomReadFile(vxtest::sharedPath(relative).c_str(), 1, nullptr),
-                     dicom::dicomFree);
-    for (int i = 0; d && i < d->numElements; ++i)
-        elements.emplace(dicomParamName(d->elements[i].group, d->elements[i].element).toStdString(),
-                         DicomDataElement(&d->elements[i]));
-    return elements;
-}
-
 std::string textOf(const ParamPtr &p)
 {
     return p && !p->isBundle() ? static_cast<const VxParameter *>(p.get())->stringValue()
@@ -43,7 +32,13 @@ TEST(ElementConversion, RealElementsInBothEncodings)
     VX_REQUIRE_SHARED_DATA();
     for (const char *file : {"dcm_qa_ts/In/1.dcm", "dcm_qa_ts/In/2.dcm"}) {
         SCOPED_TRACE(file);
-        auto elements = layerElements(file);
+        std::map<std::string, DicomDataElement> elements;
+        const LayerPtr d(dicom::dicomReadFile(vxtest::sharedPath(file).c_str(), 1, nullptr),
+                         dicom::dicomFree);
+        for (int i = 0; d && i < d->numElements; ++i)
+            elements.emplace(
+                dicomParamName(d->elements[i].group, d->elements[i].element).toStdString(),
+                DicomDataElement(&d->elements[i]));
         ASSERT_GT(elements.size(), 100u);
         const bool implicit = elements["G0051-100E"].vr[0] == ' ';
         EXPECT_EQ(implicit, file[13] == '2');

@@ -35,9 +35,7 @@ inline int runScript(const std::string &script, const std::vector<std::string> &
 
 inline QJsonArray pydicomReference(const std::vector<std::string> &args)
 {
-    std::string out;
-    EXPECT_EQ(runScript("reader_reference.py", args, &out, false), 0);
-    return QJsonDocument::fromJson(QByteArray::fromStdString(out)).array();
+    return vxtest::pythonJson(VX_TEST_DIR "/reader_reference.py", args).array();
 }
 
 inline void editCopy(const std::string &src, const std::string &dst, const std::string &args)

@@ -279,9 +279,8 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
     }
 }
 
-// The real CT series as JPEG, with broken files among its files, loads from
-// the command line alike with one and four threads: headers and frames read
-// on helpers, their failures and DCMTK's warnings told in file order.
+// The real CT as JPEG with broken files among it loads alike on one thread and on four (headers
+// and frames read on helpers, their failures and DCMTK's warnings told in file order).
 TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();

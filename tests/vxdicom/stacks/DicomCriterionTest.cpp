@@ -14,15 +14,10 @@ using namespace stacktest;
 TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
 {
     using O = DicomLoadOption;
-    struct Row
-    {
-        O::Id policy;
-        const char *name, *candidate;
-        KcDArray<QString> stack; // newest first
-        bool pass;
-        const char *why;
-    };
     const char *slice = "slice location";
+    // policy, element, candidate, the stack's values (newest first), accepted, why
+    using Row =
+        std::tuple<O::Id, const char *, const char *, KcDArray<QString>, bool, const char *>;
     const Row rows[] = {
         {O::StrictlyMonotonic, slice, "3", {"1", "2"}, false, "load order 2, 1, 3 reverses"},
         {O::StrictlyMonotonic, slice, "2", {"2", "1"}, false, "a repeat"},
@@ -38,11 +33,11 @@ TEST(CriterionRule, EachPolicyOnNumbersAndTexts)
         {O::Constant, "x", "anything", {}, true, "an empty stack accepts"},
         {O::Ignore, "x", "z", {"a", "b"}, true, "ignore never breaks"},
     };
-    for (const Row &r : rows) {
-        const DicomLoadOption option(32, 4161, r.policy, r.name, 31);
-        EXPECT_EQ(isOptionSatisfied(r.candidate, r.stack, option, 0.02f), r.pass)
-            << r.why << " (" << r.candidate << ")";
-    }
+    for (const auto &[policy, name, candidate, stack, pass, why] : rows)
+        EXPECT_EQ(
+            isOptionSatisfied(candidate, stack, DicomLoadOption(32, 4161, policy, name, 31), 0.02f),
+            pass)
+            << why << " (" << candidate << ")";
     DicomLoadOption linear(32, 4161, O::Linear, slice, 31); // uses the stacks' tolerance
     DicomStackItem::uniformTolerance = 0.05f;
     EXPECT_TRUE(DicomStackItem::isOptionSatisfied("-1.03", {"0", "1"}, linear));

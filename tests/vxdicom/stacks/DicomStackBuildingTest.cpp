@@ -1,4 +1,5 @@
-// Stack building on real series: sorting, splitting, the slice-order question, the export.
+// Stack building: splitting a large examination, the slice-order question, stored criteria (one
+// uniform stack per series, descending ones reverted on export: the geometry tests, through load).
 
 #include "vxdicom/stacks/DicomListView.h"
 
@@ -14,8 +15,6 @@
 #include <QPushButton>
 #include <QTimer>
 
-#include <numeric>
-
 using namespace stacktest;
 using StackBuilding = stacktest::RealSeries;
 
@@ -25,37 +24,6 @@ struct Exported : KcDArray<VxDicomImageStack *>
     ~Exported() { qDeleteAll(*this); }
 };
 } // namespace
-
-TEST_F(StackBuilding, SeriesAreOneUniformStackInSliceOrderAndDescendingOnesAreReverted)
-{
-    // Size negative: the files fall along the normal.
-    const std::pair<const char *, int> rows[] = {{"dcm_qa_ct/In/Philips/S21610/S2010", 54},
-                                                 {"dcm_qa_sag/In/2_gre_field_mapping", -5}};
-    for (const auto &[dir, size] : rows) {
-        SCOPED_TRACE(dir);
-        const int n = std::abs(size);
-        std::vector<int> up(n);
-        std::iota(up.begin(), up.end(), 1);
-        LoadedFiles files(vxtest::sharedDicomFiles(dir));
-        ASSERT_EQ(files.size(), n);
-        DicomListView view;
-        view.initialize(files.images());
-        ASSERT_EQ(stackSizes(view), std::vector<int>{n});
-        EXPECT_EQ(instanceNumbers(view.stackList()[0]), up);
-        DicomStackDialog::setAnswerOverride(0); // a question would fail the export
-        VxMessageCapture console;
-        Exported out;
-        ASSERT_TRUE(view.exportImageStacks(out, 0));
-        EXPECT_EQ(console.text(), "");
-        std::vector<int> exported;
-        for (const VxDicomImage *image : out[0]->images)
-            exported.push_back(image->imageNumber);
-        EXPECT_EQ(exported, size < 0 ? std::vector<int>(up.rbegin(), up.rend()) : up);
-        for (int i = 1; i < n; ++i)
-            EXPECT_GT(out[0]->sliceLocations[i], out[0]->sliceLocations[i - 1]);
-        EXPECT_EQ(out[0]->getCoordType(), 1) << "uniform";
-    }
-}
 
 TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
 {
@@ -70,14 +38,12 @@ TEST_F(StackBuilding, UnorderedStackAsksTheUserAndWithoutDisplayTakesTheDefault)
     ASSERT_EQ(stackSizes(view), std::vector<int>{3});
     VxWarningDialog::setDisplayOverride(1);
     const QPointer<QTimer> driver =
-        uitest::when([] { return uitest::visibleWindow<DicomStackDialog>() != nullptr; },
-                     [] {
-                         auto *dialog = uitest::visibleWindow<DicomStackDialog>();
-                         EXPECT_EQ(dialog->findChild<QLineEdit *>("startLocation")->text(), "30")
-                             << "the stack's largest location";
-                         dialog->findChild<QLineEdit *>("increment")->setText("0.5");
-                         dialog->okButton()->click();
-                     });
+        uitest::whenShown<DicomStackDialog>([](DicomStackDialog &dialog) {
+            EXPECT_EQ(dialog.findChild<QLineEdit *>("startLocation")->text(), "30")
+                << "the stack's largest location";
+            dialog.findChild<QLineEdit *>("increment")->setText("0.5");
+            dialog.okButton()->click();
+        });
     Exported shown;
     EXPECT_TRUE(view.exportImageStacks(shown, 0));
     delete driver.data();
