@@ -188,8 +188,9 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
     EXPECT_TRUE(contains(log, "(64, 64, 32, 3)")) << log;
 }
 
-// A series large enough to be written while it is read, into a fresh folder and again over its
-// file, holds what dcm2niix reads; so does one whose samples are reordered after the read.
+// A series large enough to be written while it is read, into a fresh folder and again over
+// its file (read on helper threads, then by one), holds what dcm2niix reads; so does one
+// whose samples are reordered after the read.
 TEST(VxdicomLoad, LargeSeriesSavedAsNiftiHoldWhatDcm2niixReads)
 {
     if (!vxtest::havePythonModules({"pydicom", "numpy", "nibabel"}) || !vxtest::haveProgram("dcm2niix"))
@@ -210,7 +211,8 @@ TEST(VxdicomLoad, LargeSeriesSavedAsNiftiHoldWhatDcm2niixReads)
                   0)
             << log;
         for (int run = 0; run < 2; ++run) {
-            const Outcome r = vxdicom("load -nodialog -q --format nii -o " + q(out) + " " + q(series));
+            const Outcome r = vxdicom("load -nodialog -q --format nii -o " + q(out) + " " + q(series), {},
+                                      run ? "VXDICOM_DECODE_THREADS=1" : "");
             ASSERT_EQ(r.status, 0) << r.err;
             const size_t at = r.out.find("saved "), end = r.out.find('\n', at);
             ASSERT_NE(at, std::string::npos) << r.out;
