@@ -352,16 +352,14 @@ void multiply(const float m[3][3], const float v[3], float out[3])
         out[r] = m[r][0] * v[0] + m[r][1] * v[1] + m[r][2] * v[2];
 }
 
-// Frames worth handing to decoding threads: compressed, not yet in memory,
-// and whole frames (the tiles of a mosaic share one decoded frame).
 // Uncompressed volumes smaller than this are read faster than a helper
 // thread starts.
 constexpr size_t kParallelReadBytes = size_t(16) << 20;
 
-// Frames read from their files one by one (not mosaic tiles, which share
-// one read of their frame): compressed ones are worth a helper thread
-// each, uncompressed ones in a large volume, whose pages both threads
-// fault in and fill.
+// Frames worth handing to helper threads: not yet in memory, whole frames
+// (the tiles of a mosaic share one decoded frame), and compressed, or
+// uncompressed in a large volume, whose pages both threads then fault in
+// and fill.
 bool readsInParallel(const VxDicomImage &image, bool largeVolume)
 {
     return !image.hasPixels() && image.tile < 0 && image.file && image.file->data &&
