@@ -352,12 +352,18 @@ void multiply(const float m[3][3], const float v[3], float out[3])
         out[r] = m[r][0] * v[0] + m[r][1] * v[1] + m[r][2] * v[2];
 }
 
-// Frames worth handing to decoding threads: compressed, not yet in memory,
-// and whole frames (the tiles of a mosaic share one decoded frame).
-bool decodesInParallel(const VxDicomImage &image)
+// Uncompressed volumes smaller than this are read faster than a helper
+// thread starts.
+constexpr size_t kParallelReadBytes = size_t(16) << 20;
+
+// Frames worth handing to helper threads: not yet in memory, whole frames
+// (the tiles of a mosaic share one decoded frame), and compressed, or
+// uncompressed in a large volume, whose pages both threads then fault in
+// and fill.
+bool readsInParallel(const VxDicomImage &image, bool largeVolume)
 {
     return !image.hasPixels() && image.tile < 0 && image.file && image.file->data &&
-           image.file->data->compression != dicom::COMPRESSION_NONE;
+           (largeVolume || image.file->data->compression != dicom::COMPRESSION_NONE);
 }
 
 } // namespace
@@ -403,7 +409,6 @@ VxField3 *createField3(VxDicomImageStack &stack)
                          stack.name.c_str(), 16 + drop, drop);
     }
 
-    VolumePrefault prefault(samples.get(), static_cast<size_t>(bytes));
     // Where the fields are to be saved uncompressed anyway, the slices go to
     // the file as they become final (below); it ends before the samples are
     // released.
@@ -414,42 +419,61 @@ VxField3 *createField3(VxDicomImageStack &stack)
         work->startProgress();
         work->setStatus("loading image data...");
     }
-    bool rangesChanged = false;
-    std::vector<char> rescaledEarly(static_cast<size_t>(stack.images.size()), 0);
+    const size_t slices = static_cast<size_t>(stack.images.size());
+    std::vector<char> rangeLearnt(slices, 0), rescaledEarly(slices, 0);
     float floatLow = std::numeric_limits<float>::max(), floatHigh = -floatLow;
 
-    // Brings the samples of image k into its slice; throws the file's texts.
-    // Touches nothing but the image, its file's decoder and the slice, so
-    // that slices may be filled on several threads at once.
+    // Brings the samples of image k into its slice, learns their range where
+    // the header did not give it, and rescales them while they are in the
+    // cache where that keeps them in their type; throws the file's texts.
+    // Touches nothing but the image, its file's decoder, the slice and its
+    // flags, so that slices may be filled on several threads at once.
     const size_t storedSliceBytes = static_cast<size_t>(sliceSamples * stack.primType.size());
-    auto fillSlice = [&stack, &samples, sliceBytes, spp, storedSliceBytes](int k) {
+    auto fillSlice = [&](int k) {
         VxDicomImage &image = *stack.images[k];
         unsigned char *slice = samples.get() + k * sliceBytes;
-        if (spp == 1) {
-            if (image.hasPixels())
-                // The stored samples; a float field converts them in place below.
-                std::memcpy(slice, image.pixelData(), storedSliceBytes);
-            else
-                image.loadToMemory(slice);
-        } else {
+        if (spp != 1) {
             fillColourSlice(slice, static_cast<const unsigned char *>(image.pixelData()), image,
                             image.file->data->photometric.c_str());
+            return;
         }
+        if (image.hasPixels())
+            // The stored samples; a float field converts them in place below.
+            std::memcpy(slice, image.pixelData(), storedSliceBytes);
+        else
+            image.loadToMemory(slice);
+        // Images read lazily learn their value range only now, with their samples.
+        if (image.minValue > image.maxValue) {
+            rangeOfSlice(image, slice);
+            rangeLearnt[static_cast<size_t>(k)] = 1;
+        }
+        if (!floatSamples)
+            rescaledEarly[static_cast<size_t>(k)] =
+                rescaleWhileCached(slice, sliceSamples, image, stack.primType) ? 1 : 0;
     };
-    // Compressed frames are decoded ahead on helper threads, which the pool
+    // Frames are read or decoded ahead on helper threads, which the pool
     // stops and joins on every way out of this function before the samples
-    // are released.
+    // are released. Without them, a second thread faults in the far end of
+    // a large volume meanwhile.
     std::unique_ptr<OrderedPool> pool;
+    bool poolReadsUncompressed = false;
     if (progress) {
-        std::vector<int> compressed;
+        const bool large = static_cast<size_t>(bytes) >= kParallelReadBytes;
+        std::vector<int> parallel;
         for (int k = 0; k < stack.images.size(); ++k)
-            if (decodesInParallel(*stack.images[k]))
-                compressed.push_back(k);
+            if (readsInParallel(*stack.images[k], large)) {
+                parallel.push_back(k);
+                poolReadsUncompressed |=
+                    stack.images[k]->file->data->compression == dicom::COMPRESSION_NONE;
+            }
         const int threads = OrderedPool::defaultThreads();
-        if (compressed.size() > 1 && threads > 1)
-            pool = std::make_unique<OrderedPool>(std::move(compressed), fillSlice, threads,
-                                                     2 * threads + 2);
+        if (parallel.size() > 1 && threads > 1)
+            pool = std::make_unique<OrderedPool>(std::move(parallel), fillSlice, threads,
+                                                 2 * threads + 2);
+        else
+            poolReadsUncompressed = false;
     }
+    VolumePrefault prefault(samples.get(), poolReadsUncompressed ? 0 : static_cast<size_t>(bytes));
 
     for (int k = 0; k < stack.images.size(); ++k) {
         VxDicomImage &image = *stack.images[k];
@@ -477,16 +501,8 @@ VxField3 *createField3(VxDicomImageStack &stack)
             return nullptr;
         }
         prefault.readerAt(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
-        // Images read lazily learn their value range only now, with their samples.
-        if (spp == 1 && image.minValue > image.maxValue) {
-            rangeOfSlice(image, slice);
-            rangesChanged = true;
-        }
         if (floatSamples)
             sliceToFloat(slice, sliceSamples, image, floatLow, floatHigh);
-        else if (spp == 1)
-            rescaledEarly[static_cast<size_t>(k)] =
-                rescaleWhileCached(slice, sliceSamples, image, stack.primType) ? 1 : 0;
         // A slice is final when it holds its rescaled values, or needs no
         // rescale. The write ahead starts with a final first slice, so that a
         // series rescaled only after the load (unsigned samples with a
@@ -518,6 +534,7 @@ VxField3 *createField3(VxDicomImageStack &stack)
     prefault.stop();
     if (progress)
         work->endProgress();
+    const bool rangesChanged = std::find(rangeLearnt.begin(), rangeLearnt.end(), 1) != rangeLearnt.end();
     if (rangesChanged && stack.minValue > stack.maxValue)
         stack.recomputeDataRange();
 

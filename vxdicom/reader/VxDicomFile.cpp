@@ -36,21 +36,26 @@ const char *failure(KcString &slot, const char *prefix, const KcString &name,
 
 // The path to read for `name`: the name itself, or for ".gz" and ".Z" names
 // the file `unpacked` unpacks them to. Throws "cannot open: " with the name
-// when the file cannot be unpacked or opened for reading.
-KcString openableCopy(const char *name, VxGunzip &unpacked, KcString &text)
+// when the file cannot be unpacked.
+KcString readablePath(const char *name, VxGunzip &unpacked, KcString &text)
 {
-    KcString path(name);
-    if (VxGunzip::needsUnpacking(name)) {
-        KcString why;
-        if (!unpacked.unpack(name, &why))
-            throw failure(text, "cannot open: ", name, why);
-        path = unpacked.path();
-    }
+    if (!VxGunzip::needsUnpacking(name))
+        return name;
+    KcString why;
+    if (!unpacked.unpack(name, &why))
+        throw failure(text, "cannot open: ", name, why);
+    return unpacked.path();
+}
+
+// After a read of path failed: throws "cannot open: " with the name when the
+// file cannot be opened for reading, so that this is said rather than what
+// the reader made of it. Checked only then: a load opens thousands of files.
+void throwIfUnopenable(const KcString &path, const char *name, KcString &text)
+{
     FILE *f = std::fopen(path.c_str(), "rb");
     if (!f)
         throw failure(text, "cannot open: ", name, std::strerror(errno));
     std::fclose(f);
-    return path;
 }
 
 } // namespace
@@ -84,12 +89,14 @@ int VxDicomFile::readData(const char *name, int delayed)
 {
     static thread_local KcString text; // what a failure throws
     VxGunzip unpacked; // removes its temporary file on every way out
-    const KcString path = openableCopy(name, unpacked, text);
+    const KcString path = readablePath(name, unpacked, text);
 
     std::string why;
     data = dicom::dicomReadFile(path.c_str(), delayed, &why);
-    if (!data)
+    if (!data) {
+        throwIfUnopenable(path, name, text);
         throw failure(text, "cannot extract DICOM information from: ", name, why);
+    }
 
     if (data->isDicomDir)
         return 1;
@@ -249,17 +256,15 @@ void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
     // of its own failure until the thread that reports it has copied it.
     thread_local KcString text;
     const char *name = loadName.c_str();
-    if (access(name, R_OK) != 0)
-        throw failure(text, "cannot open: ", name, std::strerror(errno));
-
     VxGunzip unpacked;
-    const KcString path = openableCopy(name, unpacked, text);
+    const KcString path = readablePath(name, unpacked, text);
 
     std::string why;
     if (image.tile < 0) {
         // One frame, read on its own: multi-frame files are read lazily too.
         if (!dicom::dicomReadImageData(data, path.c_str(), image.frame, buffer,
                                        static_cast<size_t>(image.dataSize), &why)) {
+            throwIfUnopenable(path, name, text);
             text = "Error: unable to load image data.";
             if (!why.empty())
                 text += " (" + why + ")";
@@ -282,6 +287,7 @@ void VxDicomFile::loadPixelData(const VxDicomImage &image, void *buffer) const
         cache.bytes.resize(static_cast<size_t>(data->frameSize) + 1);
         if (!dicom::dicomReadImageData(data, path.c_str(), image.frame, cache.bytes.data(),
                                        cache.bytes.size(), &why)) {
+            throwIfUnopenable(path, name, text);
             text = "Error: unable to load image data.";
             if (!why.empty())
                 text += " (" + why + ")";

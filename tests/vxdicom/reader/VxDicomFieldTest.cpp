@@ -279,19 +279,19 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
     }
 }
 
-// The real CT as JPEG with broken files among it loads alike on one thread and on four (headers
-// and frames read on helpers, their failures and DCMTK's warnings told in file order).
+// The real CT, as it is and as JPEG, with broken files among it, loads alike on one thread and
+// on four: headers and frames read on helpers, failures and DCMTK's warnings told in file order.
 TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();
     VX_REQUIRE(vxtest::haveProgram("dcmcjpeg"), "dcmcjpeg (Debian dcmtk)");
     vxtest::TempDir dir;
-    const auto load = [&](const char *threads) {
+    const auto load = [&](const char *threads, const std::string &folder) {
         fs::remove_all(dir.file("out"));
         fs::create_directory(dir.file("out"));
         const vxtest::CommandOutcome r = vxtest::runVxdicom(
             "load -nodialog --format nii -o " + vxtest::shellQuote(dir.file("out")) + " " +
-                vxtest::shellQuote(dir.file("jpeg")),
+                vxtest::shellQuote(dir.file(folder)),
             {}, std::string("VXDICOM_DECODE_THREADS=") + threads);
         std::vector<unsigned char> nifti;
         for (const std::string &name : vxtest::namesIn(dir.file("out")))
@@ -299,28 +299,33 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
                 nifti = vxtest::readFileBytes(dir.file("out/" + name));
         return std::tuple(r.status, r.out, r.err, nifti);
     };
-    fs::create_directories(dir.file("jpeg"));
     std::vector<std::string> broken;
     int n = 0;
+    for (const char *folder : {"jpeg", "plain"})
+        fs::create_directories(dir.file(folder));
     for (const std::string &source : vxtest::sharedDicomFiles(kCtSeries))
         if (source.find("DIRFILE") == std::string::npos) {
-            const std::string to = dir.file("jpeg") + "/" + fs::path(source).filename().string();
-            ASSERT_EQ(vxtest::runCommand("dcmcjpeg " + source + " " + to), 0);
+            const std::string name = fs::path(source).filename().string();
+            ASSERT_EQ(vxtest::runCommand("dcmcjpeg " + source + " " + dir.file("jpeg/" + name)), 0);
+            fs::copy_file(source, dir.file("plain/" + name));
             // Every 13th file gets a namesake cut inside its header.
             if (++n % 13 == 0) {
-                std::vector<unsigned char> bytes = vxtest::readFileBytes(to);
+                std::vector<unsigned char> bytes = vxtest::readFileBytes(source);
                 bytes.resize(std::min<size_t>(bytes.size(), 700));
-                broken.push_back(fs::path(to).filename().string() + "_cut");
-                vxtest::writeFileBytes(dir.file("jpeg/" + broken.back()), bytes);
+                broken.push_back(name + "_cut");
+                for (const char *folder : {"jpeg/", "plain/"})
+                    vxtest::writeFileBytes(dir.file(folder + broken.back()), bytes);
             }
         }
     ASSERT_GE(broken.size(), 3u);
-    const auto one = load("1"), pool = load("4");
-    EXPECT_EQ(std::get<0>(one), 1) << "broken files fail the command";
-    for (const std::string &name : broken)
-        EXPECT_NE(std::get<2>(one).find(name), std::string::npos) << name << " is not named";
-    EXPECT_TRUE(one == pool) << "one thread:\n"
-                             << std::get<2>(one) << "four:\n"
-                             << std::get<2>(pool);
-    EXPECT_GT(std::get<3>(one).size(), 54u * 512 * 512 * 2);
+    for (const char *folder : {"jpeg", "plain"}) {
+        const auto one = load("1", folder), pool = load("4", folder);
+        EXPECT_EQ(std::get<0>(one), 1) << folder << ": broken files fail the command";
+        for (const std::string &name : broken)
+            EXPECT_NE(std::get<2>(one).find(name), std::string::npos) << name << " is not named";
+        EXPECT_TRUE(one == pool) << folder << ", one thread:\n"
+                                 << std::get<2>(one) << "four:\n"
+                                 << std::get<2>(pool);
+        EXPECT_GT(std::get<3>(one).size(), 54u * 512 * 512 * 2) << folder;
+    }
 }
