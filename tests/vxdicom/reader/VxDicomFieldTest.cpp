@@ -279,12 +279,13 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
     }
 }
 
-// The real CT, as it is and as JPEG, with broken files among it, loads alike on one thread and
-// on four: headers and frames read on helpers, failures and DCMTK's warnings told in file order.
+// The real CT, as it is and as JPEG, with broken files and a warned-about one among it, loads
+// alike on one thread and on four: headers and frames read on helpers, what they say told in order.
 TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();
-    VX_REQUIRE(vxtest::haveProgram("dcmcjpeg"), "dcmcjpeg (Debian dcmtk)");
+    VX_REQUIRE(vxtest::haveProgram("dcmcjpeg") && vxtest::havePythonModules({"pydicom", "numpy"}),
+               "dcmcjpeg (Debian dcmtk), pydicom and numpy");
     vxtest::TempDir dir;
     const auto load = [&](const char *threads, const std::string &folder) {
         fs::remove_all(dir.file("out"));
@@ -293,10 +294,11 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
             "load -nodialog --format nii -o " + vxtest::shellQuote(dir.file("out")) + " " +
                 vxtest::shellQuote(dir.file(folder)),
             {}, std::string("VXDICOM_DECODE_THREADS=") + threads);
-        std::vector<unsigned char> nifti;
+        std::vector<unsigned char> nifti; // the largest: the CT's volume
         for (const std::string &name : vxtest::namesIn(dir.file("out")))
-            if (name.find(".nii") != std::string::npos)
-                nifti = vxtest::readFileBytes(dir.file("out/" + name));
+            if (auto bytes = vxtest::readFileBytes(dir.file("out/" + name));
+                bytes.size() > nifti.size())
+                nifti = std::move(bytes);
         return std::tuple(r.status, r.out, r.err, nifti);
     };
     std::vector<std::string> broken;
@@ -318,9 +320,16 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
             }
         }
     ASSERT_GE(broken.size(), 3u);
+    // A copy whose directions are not perpendicular: its header parse warns, on a helper thread.
+    for (const char *folder : {"jpeg/", "plain/"})
+        editCopy(vxtest::sharedPath(kCtSeries) + "/I10",
+                 dir.file(folder + std::string("I10_skewed")),
+                 "--set ImageOrientationPatient=1\\0\\0\\0.5\\0.866\\0");
     for (const char *folder : {"jpeg", "plain"}) {
         const auto one = load("1", folder), pool = load("4", folder);
         EXPECT_EQ(std::get<0>(one), 1) << folder << ": broken files fail the command";
+        EXPECT_NE(std::get<2>(one).find("I10_skewed: Image Orientation"), std::string::npos)
+            << folder << ": the skewed copy is not warned about";
         for (const std::string &name : broken)
             EXPECT_NE(std::get<2>(one).find(name), std::string::npos) << name << " is not named";
         EXPECT_TRUE(one == pool) << folder << ", one thread:\n"
