@@ -50,8 +50,9 @@ TEST(VxObjectPoolTest, NamesakesAreNumberedAsByTheSmallestFreeSuffix)
             ASSERT_EQ(objects[i]->label(), model[i]) << "step " << step;
         }
         ASSERT_EQ(pool->size(), int(model.size()));
-        if (!objects.empty())
+        if (!objects.empty()) {
             ASSERT_EQ(objects.back()->label(), model.back()) << "step " << step;
+        }
     }
     const auto all = pool->objects();
     for (int i = 0; i < all.size(); ++i)
