@@ -1,7 +1,7 @@
 #pragma once
 
-// Runs numbered jobs (the compressed slices of a volume, the headers of a
-// load's files) on helper threads while a loop takes their results in order.
+// Runs numbered jobs (the slices of a volume: compressed ones, or all of a
+// large one) on helper threads while a loop takes their results in order.
 // The helpers run ahead of the loop by a bounded number of jobs, never call
 // the work area or a widget, and keep what the job said (the console's
 // messages, DCMTK's among them, and a failure) with the job, so that the

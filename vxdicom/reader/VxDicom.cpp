@@ -7,7 +7,6 @@
 #include "platform/gui/ThreadNegotiator.h"
 #include "vxdicom/reader/DicomDir.h"
 #include "vxdicom/reader/DicomImportDialog.h"
-#include "vxdicom/reader/OrderedPool.h"
 #include "vxdicom/reader/VxDicomField.h"
 #include "vxdicom/reader/VxDicomFile.h"
 #include "vxdicom/reader/VxDicomImage.h"
@@ -22,10 +21,8 @@
 #include <exception>
 #include <memory>
 #include <set>
-#include <string>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
 bool useDynamicSeriesCtrl = false;
 bool dicomImportCancelled = false;
@@ -34,8 +31,6 @@ KcDArray<VxDynamicSeriesCtrl::TimeStep> timeSteps;
 
 namespace {
 DicomDialogNegotiatorFactory theDialogFactory = nullptr;
-// Fewer files are read faster than helper threads start.
-constexpr int kFilesWorthHelpers = 16;
 }
 
 void setDicomDialogNegotiatorFactory(DicomDialogNegotiatorFactory factory)
@@ -68,46 +63,12 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
         work.setStatus("loading files...");
     }
 
-    // The files named at the start are read on helper threads too, and
-    // taken here in order; the files a DICOMDIR adds are read here.
-    const int named = n;
-    std::vector<std::string> pathsAhead;
-    std::vector<std::unique_ptr<VxDicomFile>> readAhead;
-    std::unique_ptr<OrderedPool> pool;
-    const int threads = OrderedPool::defaultThreads();
-    if (named >= kFilesWorthHelpers && threads > 1) {
-        for (int i = 0; i < named; ++i)
-            pathsAhead.push_back(names[i].c_str());
-        readAhead.resize(static_cast<size_t>(named));
-        std::vector<int> items(static_cast<size_t>(named));
-        for (int i = 0; i < named; ++i)
-            items[static_cast<size_t>(i)] = i;
-        pool = std::make_unique<OrderedPool>(
-            std::move(items),
-            [&](int i) {
-                readAhead[static_cast<size_t>(i)] = std::make_unique<VxDicomFile>(
-                    pathsAhead[static_cast<size_t>(i)].c_str(), i, delayed);
-            },
-            threads, named);
-    }
-
     std::set<std::pair<dev_t, ino_t>> dicomDirsRead;
     for (int i = 0; i < n; ++i) {
         const KcString name = names[i];
         VxDicomFile *file = nullptr;
-        OrderedPool::Outcome read;
         try {
-            if (pool && pool->covers(i)) {
-                read = pool->take(i);
-                msg->replay(read.messages);
-                if (read.exception)
-                    std::rethrow_exception(read.exception);
-                if (read.failed)
-                    throw read.failure.c_str();
-                file = readAhead[static_cast<size_t>(i)].release();
-            } else {
-                file = new VxDicomFile(name.c_str(), i, delayed);
-            }
+            file = new VxDicomFile(name.c_str(), i, delayed);
         } catch (const char *text) {
             msg->failure("reading %s failed: %s\n", name.c_str(), text);
             ++dicomReadFailures;
@@ -160,10 +121,6 @@ void readDicomFiles(KcDArray<KcString> &names, int delayed, bool verbose,
             }
         }
     }
-    // An interrupted loop leaves files read ahead that it did not take.
-    if (pool)
-        pool->stop();
-    readAhead.clear();
     if (progress)
         work.endProgress();
 

@@ -280,7 +280,7 @@ TEST(DicomFieldGeometry, EveryVoxelSitsOnItsSourcePixel)
 }
 
 // The real CT, as it is and as JPEG, with broken files and a warned-about one among it, loads
-// alike on one thread and on four: headers and frames read on helpers, what they say told in order.
+// alike on one thread and on four: frames read on helpers, what they say told in order.
 TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
 {
     VX_REQUIRE_SHARED_DATA();
@@ -320,7 +320,7 @@ TEST(DecodingThreads, CompressedSeriesLoadAsByOneThread)
             }
         }
     ASSERT_GE(broken.size(), 3u);
-    // A copy whose directions are not perpendicular: its header parse warns, on a helper thread.
+    // A copy whose directions are not perpendicular: its header parse warns.
     for (const char *folder : {"jpeg/", "plain/"})
         editCopy(vxtest::sharedPath(kCtSeries) + "/I10",
                  dir.file(folder + std::string("I10_skewed")),
