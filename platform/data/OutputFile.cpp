@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -80,8 +81,12 @@ bool OutputFile::open(const char *name, KcString &why)
     };
 
     // O_NONBLOCK: a FIFO without a reader fails here instead of blocking.
+    // Read access too, for mapRoom(); a file that may be written but not
+    // read is written the plain way.
     bool replace = false;
-    int f = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    int f = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (f < 0 && errno == EACCES)
+        f = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (f >= 0) {
         struct stat st;
         const bool isFile = fstat(f, &st) == 0 && S_ISREG(st.st_mode);
@@ -104,7 +109,7 @@ bool OutputFile::open(const char *name, KcString &why)
         return failed(errno);
     }
 
-    f = ::open(folderOf(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    f = ::open(folderOf(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
     if (f >= 0) {
         fd = f;
         mode = replace ? Replacing : Unnamed;
@@ -116,7 +121,7 @@ bool OutputFile::open(const char *name, KcString &why)
         return failed(errno);
     if (replace && unlink(path.c_str()) != 0)
         return failed(errno);
-    f = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    f = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (f < 0)
         return failed(errno);
     fd = f;
@@ -141,6 +146,70 @@ int OutputFile::writeAt(size_t pos, const void *data, size_t n)
         pos += static_cast<size_t>(w);
         n -= static_cast<size_t>(w);
     }
+    return 0;
+}
+
+unsigned char *OutputFile::mapRoom(size_t n, int &err)
+{
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    err = EINVAL;
+    if (fd < 0 || n == 0 || written % page != 0)
+        return nullptr;
+    const off_t from = static_cast<off_t>(written);
+    const off_t end = static_cast<off_t>(written + n);
+    struct stat st;
+    if (fstat(fd, &st) != 0 || (st.st_size != end && ftruncate(fd, end) != 0)) {
+        err = errno;
+        return nullptr;
+    }
+    void *map = mmap(nullptr, n, PROT_READ | PROT_WRITE, MAP_SHARED, fd, from);
+    if (map == MAP_FAILED) {
+        err = errno;
+        return nullptr;
+    }
+    // Over an earlier file, the first store into a page that is not cached
+    // would read its old bytes from the disk: where most are not cached,
+    // the room is zeroed first, which changes the block map and reads
+    // nothing. Zeroed, the room is allocated as well.
+    bool allocated = false;
+    const size_t old = st.st_size > from ? std::min(n, static_cast<size_t>(st.st_size - from)) : 0;
+    if (old > 0) {
+        std::vector<unsigned char> resident((old + page - 1) / page);
+        size_t cached = 0;
+        if (mincore(map, old, resident.data()) == 0)
+            for (unsigned char r : resident)
+                cached += r & 1;
+        if (cached < resident.size() / 2)
+            allocated = fallocate(fd, FALLOC_FL_ZERO_RANGE, from, static_cast<off_t>(n)) == 0;
+    }
+    if (!allocated && fallocate(fd, 0, from, static_cast<off_t>(n)) != 0) {
+        err = errno;
+        munmap(map, n);
+        return nullptr;
+    }
+    err = 0;
+    written += n;
+    return static_cast<unsigned char *>(map);
+}
+
+int OutputFile::keepMapPrivate(unsigned char *map, size_t n, size_t at)
+{
+    if (fd < 0)
+        return EBADF;
+    // The shared pages leave for the page cache, and the private map reads
+    // them from there: nothing is copied unless it is stored into later.
+    void *again = mmap(map, n, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, fd,
+                       static_cast<off_t>(at));
+    return again == map ? 0 : errno;
+}
+
+int OutputFile::cut(size_t n)
+{
+    if (fd < 0)
+        return EBADF;
+    if (ftruncate(fd, static_cast<off_t>(n)) != 0)
+        return errno;
+    written = n;
     return 0;
 }
 

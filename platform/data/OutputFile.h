@@ -55,6 +55,22 @@ public:
     /// Writes n bytes at position pos of what was written already (a header
     /// filled in last). 0 or errno.
     [[nodiscard]] int writeAt(size_t pos, const void *data, size_t n);
+    /// Makes room for n bytes after what was written (a position that is a
+    /// multiple of kUncachedAlignment) and maps them into memory, shared with
+    /// the file: what is put there is in the file, through the page cache,
+    /// with no copy and no write to wait for. The room's blocks are taken
+    /// first, so that storing into the map never fails for want of space
+    /// (which would end the process). The map is the caller's to unmap (its
+    /// length rounded up to whole pages). Null with errno in err: the file
+    /// system cannot map or allocate, or the file was opened for writing
+    /// only (the caller then writes the plain way).
+    [[nodiscard]] unsigned char *mapRoom(size_t n, int &err);
+    /// Makes the n bytes at `map`, a map of the file's bytes from position
+    /// `at` on made by mapRoom(), private: they keep what they hold, and
+    /// later stores into them no longer reach the file. 0 or errno.
+    [[nodiscard]] int keepMapPrivate(unsigned char *map, size_t n, size_t at);
+    /// Cuts the file to n bytes (after a room bigger than what is kept). 0 or errno.
+    [[nodiscard]] int cut(size_t n);
     /// Puts the file in place under its name and closes it. False with why;
     /// the file is then discarded.
     [[nodiscard]] bool commit(KcString &why);

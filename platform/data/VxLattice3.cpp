@@ -144,7 +144,7 @@ VxLattice3::VxLattice3(const int dims[3], KcPrimType primType, int nComponents, 
 VxLattice3::~VxLattice3()
 {
     vxfield::WriteAhead::forget(samples);
-    std::free(samples);
+    vxfield::releaseSamples(samples);
 }
 
 size_t VxLattice3::numVoxels() const
@@ -234,7 +234,7 @@ bool VxLattice3::swapDims(int i, int j, int k)
             break;
         }
         vxfield::WriteAhead::forget(samples);
-        std::free(samples);
+        vxfield::releaseSamples(samples);
         samples = moved;
     }
 
@@ -253,7 +253,6 @@ void VxLattice3::mirror(int axis)
 {
     if (axis < 0 || axis > 2 || !samples || dimensions[axis] < 2)
         return;
-    vxfield::WriteAhead::forget(samples);
     const size_t vb = static_cast<size_t>(voxelBytes());
     const size_t n0 = static_cast<size_t>(dimensions[0]);
     const size_t n1 = static_cast<size_t>(dimensions[1]);

@@ -13,12 +13,14 @@ enum VxCoordType { VX_COORD_UNIFORM = 1, VX_COORD_STACKED = 2 };
 /// The samples and coordinates of a regular 3D field. Samples are stored
 /// with axis 0 fastest, then axis 1, then axis 2; each voxel holds
 /// nComponents samples of primType, interleaved. The sample buffer is
-/// allocated with the C allocator and owned by the lattice.
+/// allocated with the C allocator, or is the map of a write ahead
+/// (WriteAhead::samples()), and is owned by the lattice.
 class VxLattice3
 {
 public:
-    /// Takes over `data` (malloc'd, dims[0]*dims[1]*dims[2]*components*size
-    /// bytes; null allocates a zero-filled buffer). The coordinates start as
+    /// Takes over `data` (malloc'd or a write ahead's map,
+    /// dims[0]*dims[1]*dims[2]*components*size bytes; null allocates a
+    /// zero-filled buffer). The coordinates start as
     /// the box (0, n0-1, 0, n1-1, 0, n2-1) and, for a stacked lattice, the
     /// slice coordinates 0, 1, ..., n2-1.
     VxLattice3(const int dims[3], KcPrimType type, int nComponents, void *data,

@@ -1,19 +1,18 @@
 #include "platform/data/WriteAhead.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <set>
 #include <unordered_map>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 namespace vxfield {
 namespace {
-
-// Written in pieces of this size: large enough for the disk, small enough
-// that the last piece after the reader's last slice is short.
-constexpr size_t kPiece = size_t(8) << 20;
 
 using Kept = std::unordered_map<const void *, std::unique_ptr<WriteAhead>>;
 
@@ -26,15 +25,23 @@ struct Registry
     // series), so it is not guessed to go there.
     std::set<std::string> claimed;
     Kept kept;
+    // The maps of write aheads and their lengths, until releaseSamples().
+    std::unordered_map<const void *, size_t> maps;
 };
 
 // Never destroyed: lattices released at exit still look into it. Write
 // aheads leave it into a variable declared before the lock, so that their
-// threads are joined once the lock is released.
+// files are discarded once the lock is released.
 Registry &registry()
 {
     static Registry *r = new Registry;
     return *r;
+}
+
+size_t wholePages(size_t n)
+{
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return (n + page - 1) / page * page;
 }
 
 } // namespace
@@ -50,11 +57,9 @@ void WriteAhead::setNamer(Namer namer)
         dropped.swap(r.kept);
 }
 
-std::unique_ptr<WriteAhead> WriteAhead::start(const unsigned char *samples, size_t bytes,
-                                              const KcString &label)
+std::unique_ptr<WriteAhead> WriteAhead::start(size_t bytes, size_t spare, const KcString &label)
 {
-    if (!samples || bytes < kUncachedMinBytes ||
-        reinterpret_cast<uintptr_t>(samples) % kUncachedAlignment != 0)
+    if (bytes < kUncachedMinBytes)
         return nullptr;
     Registry &r = registry();
     std::string path;
@@ -66,7 +71,7 @@ std::unique_ptr<WriteAhead> WriteAhead::start(const unsigned char *samples, size
         if (path.empty() || !r.claimed.insert(path).second)
             return nullptr;
     }
-    std::unique_ptr<WriteAhead> ahead(new WriteAhead(samples, bytes, path));
+    std::unique_ptr<WriteAhead> ahead(new WriteAhead(bytes, path));
     KcString why;
     if (!ahead->out.open(path.c_str(), why))
         return nullptr;
@@ -74,61 +79,22 @@ std::unique_ptr<WriteAhead> WriteAhead::start(const unsigned char *samples, size
     static const unsigned char zeros[kUncachedAlignment] = {};
     if (ahead->out.write(zeros, sizeof zeros) != 0)
         return nullptr;
-    ahead->worker = std::thread([a = ahead.get()] { a->run(); });
+    int err = 0;
+    ahead->data = ahead->out.mapRoom(bytes + spare, err);
+    if (!ahead->data)
+        return nullptr;
+    std::lock_guard<std::mutex> lock(r.mutex);
+    r.maps[ahead->data] = wholePages(bytes + spare);
     return ahead;
 }
 
-WriteAhead::WriteAhead(const unsigned char *samples, size_t n, std::string p)
-    : data(samples), bytes(n), path(std::move(p))
+WriteAhead::WriteAhead(size_t n, std::string p) : bytes(n), path(std::move(p))
 {
 }
 
 WriteAhead::~WriteAhead()
 {
-    stop();
     out.discard();
-}
-
-void WriteAhead::stop()
-{
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        stopping = true;
-    }
-    changed.notify_all();
-    if (worker.joinable())
-        worker.join();
-}
-
-void WriteAhead::ready(size_t n)
-{
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        readyBytes = std::min(bytes, std::max(readyBytes, n));
-    }
-    changed.notify_all();
-}
-
-// Writes whole pieces as they become ready, and the rest once everything is.
-void WriteAhead::run()
-{
-    std::unique_lock<std::mutex> lock(mutex);
-    while (writtenBytes < bytes && error == 0) {
-        changed.wait(lock, [this] {
-            return stopping || readyBytes == bytes || readyBytes - writtenBytes >= kPiece;
-        });
-        if (stopping)
-            break;
-        const size_t from = writtenBytes;
-        const size_t end = readyBytes == bytes ? bytes : from + kPiece;
-        lock.unlock();
-        const int err = out.writeUncached(data + from, end - from);
-        lock.lock();
-        error = err;
-        if (err == 0)
-            writtenBytes = end;
-        changed.notify_all();
-    }
 }
 
 void WriteAhead::keep(std::unique_ptr<WriteAhead> ahead)
@@ -187,34 +153,15 @@ bool WriteAhead::finish(const std::vector<ByteRange> &head, const char *target,
         why = "written ahead under another name";
         return false;
     }
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        if (readyBytes < bytes) {
-            why = "the samples are not complete";
-            return false;
-        }
-        // Progress shows the share written, and the user may stop the wait.
-        while (writtenBytes < bytes && error == 0) {
-            const double fraction = static_cast<double>(writtenBytes) / static_cast<double>(bytes);
-            lock.unlock();
-            if (keepGoing && !keepGoing(fraction)) {
-                stop();
-                out.discard();
-                why = "interrupted";
-                return false;
-            }
-            lock.lock();
-            changed.wait_for(lock, std::chrono::milliseconds(50),
-                             [this] { return writtenBytes == bytes || error != 0; });
-        }
+    if (keepGoing && !keepGoing(0.0)) {
+        out.discard();
+        why = "interrupted";
+        return false;
     }
-    stop();
     size_t headBytes = 0;
     for (const ByteRange &h : head)
         headBytes += h.size;
-    int err = error;
-    if (err == 0 && headBytes > kUncachedAlignment)
-        err = EINVAL;
+    int err = headBytes > kUncachedAlignment ? EINVAL : 0;
     size_t pos = 0;
     for (const ByteRange &h : head) {
         if (err != 0)
@@ -222,6 +169,19 @@ bool WriteAhead::finish(const std::vector<ByteRange> &head, const char *target,
         err = out.writeAt(pos, h.data, h.size);
         pos += h.size;
     }
+    // The samples stay the field's; the spare bytes after them, which the
+    // file does not keep, are unmapped before it is cut.
+    Registry &r = registry();
+    if (err == 0) {
+        std::lock_guard<std::mutex> lock(r.mutex);
+        size_t &mapped = r.maps[data];
+        const size_t kept = wholePages(bytes);
+        err = out.keepMapPrivate(data, kept, kUncachedAlignment);
+        if (err == 0 && mapped > kept && munmap(data + kept, mapped - kept) == 0)
+            mapped = kept;
+    }
+    if (err == 0)
+        err = out.cut(kUncachedAlignment + bytes);
     if (err != 0) {
         out.discard();
         why = "cannot write: " + KcString(std::strerror(err));
@@ -233,6 +193,26 @@ bool WriteAhead::finish(const std::vector<ByteRange> &head, const char *target,
         return false;
     }
     return samePath ? out.commit(why) : out.commitAs(target, why);
+}
+
+void releaseSamples(void *samples)
+{
+    if (!samples)
+        return;
+    size_t mapped = 0;
+    {
+        Registry &r = registry();
+        std::lock_guard<std::mutex> lock(r.mutex);
+        const auto found = r.maps.find(samples);
+        if (found != r.maps.end()) {
+            mapped = found->second;
+            r.maps.erase(found);
+        }
+    }
+    if (mapped > 0)
+        munmap(samples, mapped);
+    else
+        std::free(samples);
 }
 
 } // namespace vxfield

@@ -1,33 +1,35 @@
 #pragma once
 
-// Saving a large volume while it is still being read: the samples go to the
-// file they will be saved in as soon as the reader has made them final, so
-// that when the save comes, only the header is left to write.
+// Saving a large volume while it is still being read: the volume is read
+// straight into the file it will be saved in, mapped into memory, so that
+// when the save comes only the header is left to write.
 
 #include "platform/core/KcString.h"
 #include "platform/data/OutputFile.h"
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace vxfield {
 
-/// The samples of one volume being written ahead of its save.
+/// The samples of one volume held in the file they are to be saved in.
 ///
 /// The file is opened as a save opens it (OutputFile), under the name the
 /// field will be saved under as far as its label tells: unnamed until
 /// finish() when there is no such file yet, overwritten in place when there
 /// is one. It holds kUncachedAlignment bytes for the header, then the
 /// samples, as an uncompressed NIfTI-1 file with its samples at that offset
-/// does. A helper thread writes the samples from the volume's own buffer
-/// (directly to the disk, OutputFile::writeUncached) as ready() announces
-/// them. A write ahead that is not finished is discarded as a failed save
-/// is: an interrupted or failed load leaves no file, and an earlier file of
-/// that name is gone.
+/// does. samples() maps those bytes: the reader fills them as any buffer,
+/// and the page cache takes them to the disk, after the program has ended
+/// if need be. A write ahead that is not finished is discarded as a failed
+/// save is: an interrupted or failed load leaves no file, and an earlier
+/// file of that name is gone. The map itself lives on until
+/// releaseSamples(), as the field's samples.
+///
+/// Only the command line names files to save into (setNamer): the map
+/// stays shared with the file until the save, so a field kept after it
+/// must not see its file cut by another program meanwhile.
 class WriteAhead
 {
 public:
@@ -37,30 +39,30 @@ public:
     /// namer stops it and discards every write ahead kept and not taken.
     static void setNamer(Namer namer);
 
-    /// A write ahead of the `bytes` samples at `samples` of the field to be
-    /// labelled `label`, or null: no namer, a volume too small to gain from
-    /// it (kUncachedMinBytes), a buffer not aligned for direct writes, a path
-    /// written ahead before since the namer was set, or a file that cannot be
-    /// opened.
-    static std::unique_ptr<WriteAhead> start(const unsigned char *samples, size_t bytes,
-                                             const KcString &label);
+    /// A write ahead of `bytes` samples (with room for `spare` bytes after
+    /// them that the file does not keep) of the field to be labelled
+    /// `label`, or null: no namer, a volume too small to gain from it
+    /// (kUncachedMinBytes), a path written ahead before since the namer was
+    /// set, or a file that cannot be opened, given room or mapped.
+    static std::unique_ptr<WriteAhead> start(size_t bytes, size_t spare, const KcString &label);
 
-    /// The samples below `bytes` are final and will not change again.
-    void ready(size_t bytes);
+    /// The samples, in the file; released by releaseSamples() only.
+    unsigned char *samples() const { return data; }
 
-    /// Every sample is final: the write ahead waits for the save of the
-    /// volume at `samples`, which take() finds by that address.
+    /// The samples are made: the write ahead waits for the save of the
+    /// volume at samples(), which take() finds by that address.
     static void keep(std::unique_ptr<WriteAhead> ahead);
-    /// The samples at `samples` change or are released: their write ahead,
-    /// if any, is discarded.
+    /// The samples at `samples` are released or replaced: their write
+    /// ahead, if any, is discarded (the map itself is not touched).
     static void forget(const void *samples);
     /// The write ahead kept for exactly these samples, or null.
     static std::unique_ptr<WriteAhead> take(const void *samples, size_t bytes);
 
-    /// Waits for the samples to be written, puts `head` (at most
-    /// kUncachedAlignment bytes) in front of them and puts the file in place
-    /// at path. False with why ("cannot write: ...", "interrupted"); the
-    /// file is then discarded.
+    /// Puts `head` (at most kUncachedAlignment bytes) in front of the
+    /// samples, cuts the file to its length and puts it in place at path.
+    /// From then on the samples are the field's own: what it changes in
+    /// them no longer reaches the file. False with why ("cannot write:
+    /// ...", "interrupted"); the file is then discarded.
     bool finish(const std::vector<ByteRange> &head, const char *path, const KeepGoing &keepGoing,
                 KcString &why);
 
@@ -69,21 +71,16 @@ public:
     WriteAhead &operator=(const WriteAhead &) = delete;
 
 private:
-    WriteAhead(const unsigned char *samples, size_t bytes, std::string path);
-    void run();
-    void stop();
+    WriteAhead(size_t bytes, std::string path);
 
-    const unsigned char *data;
+    unsigned char *data = nullptr;
     size_t bytes;
     std::string path;
     OutputFile out;
-    std::mutex mutex;
-    std::condition_variable changed;
-    size_t readyBytes = 0;   // announced by the reader
-    size_t writtenBytes = 0; // written by the helper thread
-    bool stopping = false;
-    int error = 0;
-    std::thread worker;
 };
+
+/// Releases samples that a lattice owns: those of a write ahead are
+/// unmapped, any other are given back with std::free.
+void releaseSamples(void *samples);
 
 } // namespace vxfield

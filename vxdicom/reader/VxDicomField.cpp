@@ -30,11 +30,11 @@
 
 namespace {
 
-struct FreeDeleter
+struct SampleDeleter
 {
-    void operator()(void *p) const { std::free(p); }
+    void operator()(void *p) const { vxfield::releaseSamples(p); }
 };
-using SampleBuffer = std::unique_ptr<unsigned char, FreeDeleter>;
+using SampleBuffer = std::unique_ptr<unsigned char, SampleDeleter>;
 
 const char *const overflowQuestion =
     "According to the DICOM header the pixel values should be linearly scaled.\n"
@@ -244,7 +244,8 @@ void sliceToFloat(unsigned char *slice, long count, const VxDicomImage &image, f
     }
 }
 
-// A volume's sample buffer (released with free). Large buffers start on a
+// A volume's sample buffer (released with free) where no write ahead holds
+// it. Large buffers start on a
 // 2 MiB boundary, which is also a disk block boundary, so that a saved file
 // can take the samples straight from here (OutputFile::writeUncached). They
 // are not offered for huge pages: on virtual machines that hand free memory
@@ -392,8 +393,14 @@ VxField3 *createField3(VxDicomImageStack &stack)
                      stack.name.c_str(), bytes, static_cast<unsigned long long>(limit));
         return nullptr;
     }
-    // Room for one more byte: decoders write odd-sized frames as whole words.
-    SampleBuffer samples(allocateSamples(static_cast<size_t>(bytes) + 1));
+    // Where the field is to be saved uncompressed anyway, its samples are
+    // read straight into the file they are saved in; it ends before the
+    // samples are released. Room for one more byte: decoders write
+    // odd-sized frames as whole words.
+    std::unique_ptr<vxfield::WriteAhead> ahead =
+        spp == 1 ? vxfield::WriteAhead::start(static_cast<size_t>(bytes), 1, stack.name) : nullptr;
+    SampleBuffer samples(ahead ? ahead->samples()
+                               : allocateSamples(static_cast<size_t>(bytes) + 1));
     if (!samples) {
         msg->failure("stack %s: cannot allocate %ld bytes for its samples\n", stack.name.c_str(),
                      bytes);
@@ -409,10 +416,6 @@ VxField3 *createField3(VxDicomImageStack &stack)
                          stack.name.c_str(), 16 + drop, drop);
     }
 
-    // Where the fields are to be saved uncompressed anyway, the slices go to
-    // the file as they become final (below); it ends before the samples are
-    // released.
-    std::unique_ptr<vxfield::WriteAhead> ahead;
     VxWorkArea *work = VxWorkArea::instance();
     const bool progress = stack.numSlices > 1;
     if (progress) {
@@ -503,22 +506,6 @@ VxField3 *createField3(VxDicomImageStack &stack)
         prefault.readerAt(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
         if (floatSamples)
             sliceToFloat(slice, sliceSamples, image, floatLow, floatHigh);
-        // A slice is final when it holds its rescaled values, or needs no
-        // rescale. The write ahead starts with a final first slice, so that a
-        // series rescaled only after the load (unsigned samples with a
-        // negative intercept) writes nothing in vain, and ends at the first
-        // slice that is not final.
-        if (spp == 1 && !floatSamples && (k == 0 || ahead)) {
-            const bool final = rescaledEarly[static_cast<size_t>(k)] ||
-                               (image.rescaleSlope == 1 && image.rescaleIntercept == 0);
-            if (final && k == 0)
-                ahead = vxfield::WriteAhead::start(samples.get(), static_cast<size_t>(bytes),
-                                                   stack.name);
-            if (final && ahead)
-                ahead->ready(static_cast<size_t>(k + 1) * static_cast<size_t>(sliceBytes));
-            else
-                ahead.reset();
-        }
         if (progress) {
             work->setProgress(static_cast<float>(k + 1) / static_cast<float>(stack.numSlices));
             if (work->wasInterrupted()) {
@@ -551,8 +538,6 @@ VxField3 *createField3(VxDicomImageStack &stack)
     // Slices rescaled early assumed the plain rescale into the stack's own
     // type; when the decision is another, they get their stored values back.
     const bool earlyHolds = !overflow && type == stack.primType;
-    if (!earlyHolds)
-        ahead.reset();
     if (!earlyHolds)
         for (int k = 0; k < stack.images.size(); ++k)
             if (rescaledEarly[static_cast<size_t>(k)]) {
