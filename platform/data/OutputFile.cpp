@@ -2,6 +2,7 @@
 
 #include "platform/core/VxWorkArea.h"
 #include "platform/data/ParallelGzip.h"
+#include "platform/data/WriteAhead.h"
 
 #include <algorithm>
 #include <atomic>
@@ -447,6 +448,7 @@ bool writeFile(const char *path, const std::vector<ByteRange> &plain,
         plainWork + gzippedWork > 0 ? plainWork / (plainWork + gzippedWork) : 1.0;
 
     SaveProgress progress(path);
+    WriteAhead::yield(path);
     OutputFile out;
     if (!out.open(path, why))
         return false;

@@ -142,6 +142,21 @@ std::unique_ptr<WriteAhead> WriteAhead::take(const void *samples, size_t bytes)
     return ahead;
 }
 
+void WriteAhead::yield(const char *target)
+{
+    if (!target)
+        return;
+    Registry &r = registry();
+    std::unique_ptr<WriteAhead> old;
+    std::lock_guard<std::mutex> lock(r.mutex);
+    for (auto it = r.kept.begin(); it != r.kept.end(); ++it)
+        if (it->second->path == target) {
+            old = std::move(it->second);
+            r.kept.erase(it);
+            return;
+        }
+}
+
 bool WriteAhead::finish(const std::vector<ByteRange> &head, const char *target,
                         const KeepGoing &keepGoing, KcString &why)
 {

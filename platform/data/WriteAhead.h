@@ -57,6 +57,10 @@ public:
     static void forget(const void *samples);
     /// The write ahead kept for exactly these samples, or null.
     static std::unique_ptr<WriteAhead> take(const void *samples, size_t bytes);
+    /// A save is about to write a file at path the ordinary way: a write
+    /// ahead kept there is discarded first, so that discarding it later
+    /// cannot take the new file's name away.
+    static void yield(const char *path);
 
     /// Puts `head` (at most kUncachedAlignment bytes) in front of the
     /// samples, cuts the file to its length and puts it in place at path.

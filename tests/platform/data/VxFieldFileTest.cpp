@@ -388,7 +388,15 @@ TEST(VxFieldFileNifti, SamplesWrittenAheadMakeTheOrdinaryFileOrNone)
     EXPECT_NE(mirrored, ordinary);
     moved->lattice()->mirror(0);
     EXPECT_EQ(save(*moved, "m.nii"), ordinary);
+
+    // Another field saved the ordinary way where a write ahead waits, in place over the earlier
+    // file: the write ahead gives way and takes nothing with it when it is dropped.
+    run();
+    auto pending = field("m", true);
+    const int dims[3] = {4, 4, 4};
+    const Bytes small = save(VxUniformScalarField3(dims, KcPrimType::UInt8, nullptr), "m.nii");
     WriteAhead::setNamer(nullptr);
+    EXPECT_EQ(readFileBytes(dir.file("m.nii")), small);
 }
 
 // teem 1.12 leaks its gzip and bzip2 decoder state on samples that fail to decode.
