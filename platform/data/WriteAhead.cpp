@@ -113,31 +113,28 @@ void WriteAhead::keep(std::unique_ptr<WriteAhead> ahead)
     slot = std::move(ahead);
 }
 
-void WriteAhead::forget(const void *samples)
-{
-    if (!samples)
-        return;
-    Registry &r = registry();
-    std::unique_ptr<WriteAhead> old;
-    std::lock_guard<std::mutex> lock(r.mutex);
-    const auto found = r.kept.find(samples);
-    if (found == r.kept.end())
-        return;
-    old = std::move(found->second);
-    r.kept.erase(found);
-}
-
-std::unique_ptr<WriteAhead> WriteAhead::take(const void *samples, size_t bytes)
+std::unique_ptr<WriteAhead> WriteAhead::removeKept(const void *samples)
 {
     Registry &r = registry();
-    std::unique_ptr<WriteAhead> ahead;
     std::lock_guard<std::mutex> lock(r.mutex);
     const auto found = r.kept.find(samples);
     if (found == r.kept.end())
         return nullptr;
-    ahead = std::move(found->second);
+    std::unique_ptr<WriteAhead> ahead = std::move(found->second);
     r.kept.erase(found);
-    if (ahead->bytes != bytes)
+    return ahead;
+}
+
+void WriteAhead::forget(const void *samples)
+{
+    if (samples)
+        removeKept(samples);
+}
+
+std::unique_ptr<WriteAhead> WriteAhead::take(const void *samples, size_t bytes)
+{
+    std::unique_ptr<WriteAhead> ahead = removeKept(samples);
+    if (ahead && ahead->bytes != bytes)
         return nullptr;
     return ahead;
 }

@@ -76,6 +76,8 @@ public:
 
 private:
     WriteAhead(size_t bytes, std::string path);
+    /// The write ahead kept for these samples, out of the registry, or null.
+    static std::unique_ptr<WriteAhead> removeKept(const void *samples);
 
     unsigned char *data = nullptr;
     size_t bytes;
