@@ -364,12 +364,18 @@ bool OutputFile::commitAs(const char *name, KcString &why)
 
 void OutputFile::discard()
 {
+    // An unnamed file disappears with its descriptor. A named one is removed
+    // while its name still holds it: another save may have put its own file
+    // there meanwhile.
+    if (fd >= 0 && (mode == InPlace || mode == Named)) {
+        struct stat mine, named;
+        if (fstat(fd, &mine) == 0 && lstat(path.c_str(), &named) == 0 &&
+            mine.st_dev == named.st_dev && mine.st_ino == named.st_ino)
+            unlink(path.c_str());
+    }
     if (fd >= 0)
         ::close(fd);
     fd = -1;
-    // An unnamed file disappears with its descriptor.
-    if (mode == InPlace || mode == Named)
-        unlink(path.c_str());
     mode = Closed;
 }
 

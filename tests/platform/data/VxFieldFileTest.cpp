@@ -397,6 +397,15 @@ TEST(VxFieldFileNifti, SamplesWrittenAheadMakeTheOrdinaryFileOrNone)
     const Bytes small = save(VxUniformScalarField3(dims, KcPrimType::UInt8, nullptr), "m.nii");
     WriteAhead::setNamer(nullptr);
     EXPECT_EQ(readFileBytes(dir.file("m.nii")), small);
+
+    // A field saved under the name that another's write ahead holds in place: the other gives
+    // the name up without taking the new file with it.
+    run();
+    auto holder = field("m", true);
+    EXPECT_EQ(save(*field("q", true), "m.nii"), ordinary);
+    EXPECT_EQ(save(*holder, "r.nii"), ordinary);
+    EXPECT_EQ(readFileBytes(dir.file("m.nii")), ordinary);
+    WriteAhead::setNamer(nullptr);
 }
 
 // teem 1.12 leaks its gzip and bzip2 decoder state on samples that fail to decode.
