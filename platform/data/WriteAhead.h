@@ -27,9 +27,11 @@ namespace vxfield {
 /// file of that name is gone. The map itself lives on until
 /// releaseSamples(), as the field's samples.
 ///
-/// Only the command line names files to save into (setNamer): the map
-/// stays shared with the file until the save, so a field kept after it
-/// must not see its file cut by another program meanwhile.
+/// Only the command line names files to save into (setNamer), and ends
+/// soon after the save: after it, the pages the field has not changed
+/// still follow the file, so another program that rewrote the saved file
+/// in place meanwhile would show through, and one that cut it shorter
+/// would make them fault.
 class WriteAhead
 {
 public:
