@@ -150,24 +150,19 @@ int OutputFile::writeAt(size_t pos, const void *data, size_t n)
     return 0;
 }
 
-unsigned char *OutputFile::mapRoom(size_t n, int &err)
+unsigned char *OutputFile::mapRoom(size_t n)
 {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    err = EINVAL;
     if (fd < 0 || n == 0 || written % page != 0)
         return nullptr;
     const off_t from = static_cast<off_t>(written);
     const off_t end = static_cast<off_t>(written + n);
     struct stat st;
-    if (fstat(fd, &st) != 0 || (st.st_size != end && ftruncate(fd, end) != 0)) {
-        err = errno;
+    if (fstat(fd, &st) != 0 || (st.st_size != end && ftruncate(fd, end) != 0))
         return nullptr;
-    }
     void *map = mmap(nullptr, n, PROT_READ | PROT_WRITE, MAP_SHARED, fd, from);
-    if (map == MAP_FAILED) {
-        err = errno;
+    if (map == MAP_FAILED)
         return nullptr;
-    }
     // Over an earlier file, the first store into a page that is not cached
     // would read its old bytes from the disk: where most are not cached,
     // the room is zeroed first, which changes the block map and reads
@@ -184,11 +179,9 @@ unsigned char *OutputFile::mapRoom(size_t n, int &err)
             allocated = fallocate(fd, FALLOC_FL_ZERO_RANGE, from, static_cast<off_t>(n)) == 0;
     }
     if (!allocated && fallocate(fd, 0, from, static_cast<off_t>(n)) != 0) {
-        err = errno;
         munmap(map, n);
         return nullptr;
     }
-    err = 0;
     written += n;
     return static_cast<unsigned char *>(map);
 }

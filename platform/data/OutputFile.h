@@ -61,10 +61,10 @@ public:
     /// with no copy and no write to wait for. The room's blocks are taken
     /// first, so that storing into the map never fails for want of space
     /// (which would end the process). The map is the caller's to unmap (its
-    /// length rounded up to whole pages). Null with errno in err: the file
-    /// system cannot map or allocate, or the file was opened for writing
-    /// only (the caller then writes the plain way).
-    [[nodiscard]] unsigned char *mapRoom(size_t n, int &err);
+    /// length rounded up to whole pages). Null: the file system cannot map
+    /// or allocate, or the file was opened for writing only (the caller then
+    /// writes the plain way).
+    [[nodiscard]] unsigned char *mapRoom(size_t n);
     /// Makes the n bytes at `map`, a map of the file's bytes from position
     /// `at` on made by mapRoom(), private: they keep what they hold, and
     /// later stores into them no longer reach the file. 0 or errno.

@@ -79,8 +79,7 @@ std::unique_ptr<WriteAhead> WriteAhead::start(size_t bytes, size_t spare, const 
     static const unsigned char zeros[kUncachedAlignment] = {};
     if (ahead->out.write(zeros, sizeof zeros) != 0)
         return nullptr;
-    int err = 0;
-    ahead->data = ahead->out.mapRoom(bytes + spare, err);
+    ahead->data = ahead->out.mapRoom(bytes + spare);
     if (!ahead->data)
         return nullptr;
     std::lock_guard<std::mutex> lock(r.mutex);

@@ -244,8 +244,8 @@ void sliceToFloat(unsigned char *slice, long count, const VxDicomImage &image, f
     }
 }
 
-// A volume's sample buffer (released with free) where no write ahead holds
-// it. Large buffers start on a
+// A volume's sample buffer where no write ahead holds it (released with
+// free, through vxfield::releaseSamples). Large buffers start on a
 // 2 MiB boundary, which is also a disk block boundary, so that a saved file
 // can take the samples straight from here (OutputFile::writeUncached). They
 // are not offered for huge pages: on virtual machines that hand free memory
