@@ -170,8 +170,8 @@ TEST(VxdicomTimeSeries, ThreeStacksBecomeOneSeriesSavedAsOne4dNiftiAndReplay)
     EXPECT_TRUE(rc == 0 && contains(log, "(64, 64, 32, 3)")) << log;
 }
 
-// A series large enough to be written while it is read, into a fresh folder and again over its
-// file (read on helper threads, then by one), holds what dcm2niix reads; so does one whose
+// A series large enough to be read straight into its file, into a fresh folder and again over
+// that file (read on helper threads, then by one), holds what dcm2niix reads; so does one whose
 // samples are reordered after the read.
 TEST(VxdicomLoad, LargeSeriesSavedAsNiftiHoldWhatDcm2niixReads)
 {
